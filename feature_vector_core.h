@@ -1,0 +1,91 @@
+// The feature vector: the per-font record of measurements, the frozen table
+// that turns it into 58 values, the text form of the line, the error codes and
+// the names of the image files the measurements read.
+// Called by the front door and the render driver; calls the image
+// measurements in image_operations/.
+#ifndef FEATURE_VECTOR_CORE_H
+#define FEATURE_VECTOR_CORE_H
+
+#include "feature_vector_library.h"
+
+// Faults of a measurement run; the values are bit-like. Only INVALID_PATH,
+// INVALID_FEAT and MEMORY_FULL reach the vector text.
+typedef enum _ERR_CASES {
+  NO_ERROR_FD = 0,
+  INVALID_PATH = 1,
+  INVALID_GLYPH = 2,
+  MISSING_GLYPH = 4,
+  INVALID_FEAT = 8,
+  MEMORY_FULL = 16
+} ERR_CASES;
+
+enum {
+  GLYPH_IMAGE_COUNT = 52,
+  TARGET_FILE_COUNT = 9,
+  STRING_IMAGE_COUNT = 36,
+  VALID_IMAGE_COUNT = 54
+};
+
+// Measurements of one glyph picture, indexed as GlyphImages. int_x and int_y
+// are part of the record and are never written or read.
+struct _METRICS {
+  double AvgGreyVal, COGX, COGY, avgX, avgY, curviness, aspectRatio;
+  double dir0, dir45, dir90, dir135;
+  double WidthhistNumber, HeighthistNumber;
+  double int_x, int_y;
+};
+
+// Intersection counts of one picture of TargetSpecificFiles.
+struct _FEATMETRIC {
+  double char_int_x, char_int_y;
+};
+
+// Everything measured of one font. Allocated zero-filled per run and freed
+// before the vector is returned; `next` makes it a list node for
+// freeFONTData, though only single nodes occur.
+typedef struct _FONT_DATA {
+  double str_width, sqrstr_width, corpusRatio, isSerifFont, isSymbolFont;
+  double strokwidth, SymbolContrast, skew, isMonoSpaced, XHeight, CapHeight;
+  double Contrast, AvgGreyString, isAllCaps, fillFactor, isStencilFont;
+  double isNotBlackLetter, isDigitalFont, getAvggreyStdDev, isHollow;
+  double isConnected, stressAngle, isTwostoryag, isFreeHand, isDarkPix;
+  double edginess, SelCurviness, x2AscenderHeight, Cap2AscHeight;
+  double counterOpenness, e_slantAngle, subSerifType, squareness_O;
+  double advancedWidth, roundness_of_dots, WedgeSerifStdDevTop;
+  double WedgeSerifStdDevBottom, WedgeSerifAngleTop, WedgeSerifAngleBottom;
+  double AscenderStddevSerif, CloseCounter, SubSerifGreyNess, FlareStemNess;
+  struct _METRICS metrics[GLYPH_IMAGE_COUNT];
+  struct _FEATMETRIC featmatric[TARGET_FILE_COUNT];
+  struct _FONT_DATA* next;
+} FONT_DATA;
+
+// Base names of the pictures: decimal character code, hyphen, the letter.
+extern const char* const GlyphImages[GLYPH_IMAGE_COUNT];         // A-Z, a-z
+extern const char* const TargetSpecificFiles[TARGET_FILE_COUNT];  // intersections
+extern const char* const StringImages[STRING_IMAGE_COUNT];        // glyphs of font.png
+
+// Names of the 58 values in the order of the vector text.
+extern const char* const FeatureValueNames[FEATURE_VECTOR_LENGTH];
+
+// Value `index` (0 to 57) of the vector: rows 0 to 14 are means over the
+// glyph metrics formed at the call, the others read one field. A null record
+// gives -1.0, an index out of range 0.0.
+double GetFeatureValue(FONT_DATA* Font1, int index);
+
+// Measures the image folder `fontFolder` and returns 58 heap doubles owned by
+// the caller, with their mean in *checksumvalue. Null with *Error_code 1 for a
+// null folder, 16 when the record cannot be allocated.
+double* GetFontFeatureVector(const char* fontFolder, int* Error_code,
+                             double* checksumvalue, double stdDevAdvWidth);
+
+// Frees the record and every node after it.
+void freeFONTData(FONT_DATA* FD);
+
+// 0 if all 54 files the renderer must leave in `path` are readable PNGs with
+// ink, else 1. Every file is checked.
+int validateImages(const char* path);
+
+// qsort comparator for doubles, ascending.
+int sort(const void* x, const void* y);
+
+#endif

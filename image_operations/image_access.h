@@ -1,0 +1,100 @@
+// Glyph image access and pixel primitives.
+// Every measurement reads its picture afresh from one PNG file through
+// ReadPngFile, works on the plain uint32 array and frees it; the helpers here
+// (darkness, bounding boxes, border test, median, position keys) are shared by
+// all measurement families. Calls libpng only.
+#ifndef IMAGE_OPERATIONS_IMAGE_ACCESS_H
+#define IMAGE_OPERATIONS_IMAGE_ACCESS_H
+
+#include <png.h>
+#include <stddef.h>
+#include <stdint.h>
+
+#include "feature_vector_core.h"
+
+typedef uint32_t uint32;
+
+// Byte order of the pixels ReadPngFile delivers. Measurements all use boBGRA,
+// which on a little-endian machine reads as the integer 0x00RRGGBB.
+typedef enum {
+  boARGB = 0,
+  boRGBA = 1,
+  boABGR = 2,
+  boBGRA = 3
+} bufferFormatId;
+
+// White, the one pixel value without ink.
+const uint32 WHITE_PIXEL = 0xFFFFFF;
+
+// Darkness of a pixel: 0.0 for white, 1.0 for black, (255 - g) / 255 for a grey
+// of byte value g. The subtraction is unsigned 32-bit, as every measurement
+// does it, so a pixel with a non-zero top byte gives a value above 1.
+inline double pixelDarkness(uint32 pixel) {
+  return (double)(uint32)(WHITE_PIXEL - pixel) / 16777215.0;
+}
+
+// A pixel has ink when its darkness is not 0.
+inline bool hasInk(uint32 pixel) { return pixelDarkness(pixel) != 0.0; }
+
+// Singly linked list of doubles; nodes come from malloc one by one and are
+// freed by the function that built the list.
+struct GreyMapList {
+  double value;
+  struct GreyMapList* next;
+};
+
+// Reads a PNG file into a width * height array of 4-byte pixels in the asked
+// byte order. Returns null when the file cannot be opened, is not a PNG, or
+// libpng reports it damaged. The caller frees the picture with free().
+// Only 8- or 16-bit RGB and RGBA files give meaningful pixels: the reader
+// always takes the palette path of the transforms, so grey files come out as
+// unexpanded bytes (without crashing).
+unsigned int* ReadPngFile(const char* fileName, unsigned int* width,
+                          unsigned int* height, bufferFormatId bufferFormat);
+
+// Writes `height` rows lying `width * 4` bytes apart in `image` as an 8-bit RGB
+// PNG. Returns 0 on success, 1 when the file cannot be made or libpng fails,
+// 2 for a height of 0. Not re-entrant (the output stream is static).
+int writePng(unsigned long width, unsigned long height, unsigned char* image,
+             unsigned char* outFile);
+
+// libpng read transform that premultiplies the colour channels by alpha.
+// Kept for readers that install it; ReadPngFile does not.
+void premultiply_data(png_structp png, png_row_infop row_info, png_bytep data);
+
+// malloc and calloc that end the process with a message when memory runs out.
+void* xmalloc(size_t size);
+void* xcalloc(size_t nmemb, size_t size);
+
+// NO_ERROR_FD for a readable PNG with ink; INVALID_PATH when the file cannot be
+// opened, INVALID_GLYPH when it is no readable PNG, MISSING_GLYPH when blank.
+ERR_CASES isValidImage(const char* filePath);
+
+// Inclusive box of the ink. Returns 0 if ink was found, 1 if not; a blank
+// picture gives the box minX = minY = 1, maxX = maxY = 0.
+int getBoundingBox(uint32* png_buffer, int* minX, int* minY, int* maxX,
+                   int* maxY, int width, int height);
+
+// Same box in one pass, returning the number of ink pixels (1 for a null
+// buffer, 0 for a blank picture).
+int getBoundingBox_count(uint32* png_buffer, int* minX, int* minY, int* maxX,
+                         int* maxY, int width, int height);
+
+// Writes maxX - minX + 1 of the file's ink box into *Boundry_x; leaves it
+// alone when the file cannot be read.
+void getBoundryBoxDimension(const char* FilePath, int* Boundry_x);
+
+// 1 if the ink pixel at `loc` touches the picture's edge or a white
+// neighbour, else 0 (also 0 for white pixels and negative locations).
+int isBorderPixel(uint32* buffer, int loc, int width, int height);
+
+// Upper median of the list's values (index listcount / 2 after sorting).
+double GetMedianWidth(struct GreyMapList* HeadStrkwidth, int listcount);
+
+// Low 16 bits as a signed value.
+short getShort(int a);
+
+// Packs a pixel position into one ordered key: x high, y low.
+int combine(short a, short b);
+
+#endif

@@ -1,0 +1,83 @@
+// Helpers shared by the tests: a temporary folder removed on destruction, an
+// in-memory picture with simple drawing, and real PNG files written through
+// libpng in the encodings the reader must handle.
+#ifndef TESTS_SUPPORT_TEST_SUPPORT_H
+#define TESTS_SUPPORT_TEST_SUPPORT_H
+
+#include <stdint.h>
+
+#include <string>
+#include <vector>
+
+namespace testsupport {
+
+// A fresh folder under $TMPDIR (or /tmp), removed with its contents when the
+// object goes away.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::string& path() const { return path_; }
+  // path()/name
+  std::string file(const std::string& name) const;
+  // Makes a sub-folder and returns its path.
+  std::string mkdir(const std::string& name) const;
+
+ private:
+  std::string path_;
+};
+
+const uint32_t kWhite = 0xFFFFFF;
+const uint32_t kBlack = 0x000000;
+
+// A picture in the measurement code's convention: pixels 0x00RRGGBB, row
+// after row, white background.
+struct Picture {
+  int width = 0;
+  int height = 0;
+  std::vector<uint32_t> pixels;
+
+  Picture(int w, int h, uint32_t background = kWhite);
+  uint32_t at(int x, int y) const { return pixels[y * width + x]; }
+  void set(int x, int y, uint32_t colour);
+  // Fills the inclusive rectangle x0..x1, y0..y1 (clipped to the picture).
+  void fillRect(int x0, int y0, int x1, int y1, uint32_t colour = kBlack);
+  // Fills the ellipse centred on (cx, cy) with radii rx, ry.
+  void fillEllipse(double cx, double cy, double rx, double ry,
+                   uint32_t colour = kBlack);
+  // Fills a parallelogram: rows y0..y1, each spanning x0..x1 shifted right by
+  // (y1 - y) * dxPerRow, so the shape leans right going up.
+  void fillSheared(int x0, int x1, int y0, int y1, double dxPerRow,
+                   uint32_t colour = kBlack);
+};
+
+// How a picture is encoded on disk.
+enum class PngKind {
+  kRgb8,            // colour type 2, 8 bits
+  kRgba8,           // colour type 6, 8 bits, alpha 255 unless given
+  kRgb16,           // colour type 2, 16 bits (each byte doubled)
+  kRgb8Interlaced,  // colour type 2, Adam7
+  kGrey8,           // colour type 0, the grey taken from the blue byte
+  kPalette8,        // colour type 3
+};
+
+// Writes `picture` as a PNG file. For kRgba8, `alpha` (if not empty) gives one
+// alpha byte per pixel. Fails the calling test on an error.
+void writePicture(const std::string& path, const Picture& picture,
+                  PngKind kind = PngKind::kRgb8,
+                  const std::vector<uint8_t>& alpha = {});
+
+// Writes raw bytes to a file.
+void writeBytes(const std::string& path, const std::string& bytes);
+std::string readBytes(const std::string& path);
+
+// The folder of fixture image folders shipped beside the project, and whether
+// it is there.
+std::string fixturesDir();
+bool haveFixtures();
+
+}  // namespace testsupport
+
+#endif

@@ -1,0 +1,52 @@
+// fontvec: the library's command-line tool for people. Subcommands inspect
+// each layer: `measure` runs the image measurements on a folder of glyph
+// pictures.
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "tools/fontvec/commands.h"
+
+static const FontvecCommand commands[] = {
+    {"measure", "[--checksum] DIR",
+     "print the feature vector of a folder of glyph pictures", fontvec_measure},
+};
+
+void fontvec_error(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  fputs("fontvec: ", stderr);
+  vfprintf(stderr, format, args);
+  fputc('\n', stderr);
+  va_end(args);
+}
+
+int fontvec_usage(const char* command) {
+  for (const FontvecCommand& c : commands)
+    if (strcmp(c.name, command) == 0)
+      fprintf(stderr, "usage: fontvec %s %s\n", c.name, c.synopsis);
+  return 2;
+}
+
+static void printHelp(FILE* out) {
+  fputs("usage: fontvec COMMAND [ARGS]\n\ncommands:\n", out);
+  for (const FontvecCommand& c : commands)
+    fprintf(out, "  %s %s\n      %s\n", c.name, c.synopsis, c.summary);
+  fputs("\noptions:\n  -h, --help   show this text\n", out);
+}
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    printHelp(stderr);
+    return 2;
+  }
+  if (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0 ||
+      strcmp(argv[1], "help") == 0) {
+    printHelp(stdout);
+    return 0;
+  }
+  for (const FontvecCommand& c : commands)
+    if (strcmp(c.name, argv[1]) == 0) return c.run(argc - 2, argv + 2);
+  fontvec_error("unknown command '%s' (see fontvec --help)", argv[1]);
+  return 2;
+}
