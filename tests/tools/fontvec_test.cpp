@@ -77,3 +77,34 @@ TEST(FontvecHelp, ListsTheCommands) {
   EXPECT_NE(help.out.find("usage: fontvec"), std::string::npos);
   EXPECT_NE(help.out.find("measure"), std::string::npos);
 }
+
+TEST(FontvecMeasure, NamesAndFormatsLayOutTheSameValues) {
+  testsupport::TempDir dir;
+  ToolRun names = fontvec("measure --names " + dir.path());
+  EXPECT_EQ(names.status, 0);
+  // 58 lines "index name value", in the frozen order.
+  int lines = 0;
+  for (char c : names.out) lines += c == '\n';
+  EXPECT_EQ(lines, 58);
+  EXPECT_EQ(names.out.substr(0, 24), "0 AvgGreyVal 0.00000000\n");
+  EXPECT_NE(names.out.find("\n22 skew 0.00000000\n"), std::string::npos);
+  EXPECT_NE(names.out.find("\n57 FlareStemNess 0.00000000\n"), std::string::npos);
+
+  ToolRun csv = fontvec("measure --format csv " + dir.path());
+  EXPECT_EQ(csv.status, 0);
+  size_t header = csv.out.find('\n');
+  ASSERT_NE(header, std::string::npos);
+  EXPECT_EQ(countFields(csv.out.substr(0, header)), 58);
+  EXPECT_EQ(csv.out.substr(0, 16), "AvgGreyVal,COGX,");
+  EXPECT_EQ(countFields(csv.out.substr(header + 1)), 58);
+
+  ToolRun json = fontvec("measure --checksum --format json " + dir.path());
+  EXPECT_EQ(json.status, 0);
+  EXPECT_EQ(json.out.substr(0, 48),
+            "{\"checksum\": 0.0000000000, \"AvgGreyVal\": 0.00000");
+  EXPECT_EQ(json.out.substr(json.out.size() - 29),
+            "\"FlareStemNess\": 0.00000000}\n");
+
+  EXPECT_EQ(fontvec("measure --format xml " + dir.path()).status, 2);
+  EXPECT_EQ(fontvec("measure --format").status, 2);
+}

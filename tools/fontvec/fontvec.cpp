@@ -8,8 +8,9 @@
 #include "tools/fontvec/commands.h"
 
 static const FontvecCommand commands[] = {
-    {"measure", "[--checksum] DIR",
-     "print the feature vector of a folder of glyph pictures", fontvec_measure},
+    {"measure", "[--checksum] [--names | --format line|csv|json] DIR",
+     "print the feature vector of a folder of glyph pictures; --names gives\n"
+     "      one \"index name value\" line per value", fontvec_measure},
 };
 
 void fontvec_error(const char* format, ...) {
