@@ -65,26 +65,14 @@ TEST(SizeMetrics, SolidBoxGivesItsSizeFullGreyAndCentre) {
   // columns = 1000, over (200 * H 20).
   EXPECT_DOUBLE_EQ(ax, 0.25);
   EXPECT_DOUBLE_EQ(ay, 0.25);
-}
-
-TEST(SizeMetrics, HistogramNumbersUseTheCrossedDivisors) {
-  TempDir dir;
-  // Solid 10 x 20: total 200. Columns: mean 200 / H = 10, each column 20,
-  // sqrt(10 * 100 / 10) / 10 = 1. Rows: mean 200 / W = 20, each row 10,
+  // Histograms: columns against 200 / H = 10, each column 20:
+  // sqrt(10 * 100 / 10) / 10 = 1. Rows against 200 / W = 20, each row 10:
   // sqrt(20 * 100 / 20) / 20 = 0.5.
-  std::string box = save(dir, "box.png", solidBox());
-  EXPECT_DOUBLE_EQ(getWidthHistogramNumber(box.c_str()), 1.0);
-  EXPECT_DOUBLE_EQ(getHeightHistogramNumber(box.c_str()), 0.5);
-
-  // L: total 6. Columns 4, 1, 1 against 6 / 4 = 1.5: 6.25 + 0.25 + 0.25 =
-  // 6.75, sqrt(6.75 / 3) / 3 = 0.5. Rows 1, 1, 1, 3 against 6 / 3 = 2:
-  // 1 + 1 + 1 + 1 = 4, sqrt(4 / 4) / 4 = 0.25.
-  std::string l = save(dir, "l.png", letterL());
-  EXPECT_DOUBLE_EQ(getWidthHistogramNumber(l.c_str()), 0.5);
-  EXPECT_DOUBLE_EQ(getHeightHistogramNumber(l.c_str()), 0.25);
+  EXPECT_DOUBLE_EQ(getWidthHistogramNumber(f.c_str()), 1.0);
+  EXPECT_DOUBLE_EQ(getHeightHistogramNumber(f.c_str()), 0.5);
 }
 
-TEST(SizeMetrics, CentreOfGravityWeighsEveryLineAlike) {
+TEST(SizeMetrics, LShapeCentreAndHistogramsFollowTheLineMeans) {
   TempDir dir;
   std::string l = save(dir, "l.png", letterL());
   double cx = 0, cy = 0, ax = 0, ay = 0;
@@ -97,23 +85,11 @@ TEST(SizeMetrics, CentreOfGravityWeighsEveryLineAlike) {
   EXPECT_DOUBLE_EQ(ax, 3.5 / 18);
   // |y - 2.5|: 2.5 + 1.5 + 0.5 + 0.5 + 0.5 + 0.5 = 6, over 6 * 4.
   EXPECT_DOUBLE_EQ(ay, 0.25);
-}
-
-TEST(SizeMetrics, EmptyLinesOfTheBoxCountAsItsMiddle) {
-  TempDir dir;
-  // Two dots at the ends of a 5 x 5 box diagonal: (0, 0) and (4, 4).
-  Picture p(9, 9);
-  p.set(2, 2, 0);
-  p.set(6, 6, 0);
-  std::string f = save(dir, "dots.png", p);
-  double cx = 0, cy = 0, ax = 0, ay = 0;
-  GetCenterOfGravity(f.c_str(), &cx, &cy, &ax, &ay);
-  // Rows: 0, 2, 2, 2, 4 (empty rows at (5 - 1) / 2) = 10 / 5 = 2; / 5.
-  EXPECT_DOUBLE_EQ(cx, 0.4);
-  EXPECT_DOUBLE_EQ(cy, 0.4);
-  // |0 - 2| + |4 - 2| = 4, over 2 ink * 5.
-  EXPECT_DOUBLE_EQ(ax, 0.4);
-  EXPECT_DOUBLE_EQ(ay, 0.4);
+  // Columns 4, 1, 1 against 6 / H 4 = 1.5: 6.25 + 0.25 + 0.25 = 6.75,
+  // sqrt(6.75 / 3) / 3 = 0.5. Rows 1, 1, 1, 3 against 6 / W 3 = 2: 4 in
+  // all, sqrt(4 / 4) / 4 = 0.25.
+  EXPECT_DOUBLE_EQ(getWidthHistogramNumber(l.c_str()), 0.5);
+  EXPECT_DOUBLE_EQ(getHeightHistogramNumber(l.c_str()), 0.25);
 }
 
 TEST(SizeMetrics, RowsWithTwoRunsAreLeftOutOfTheFillFactor) {
@@ -182,9 +158,8 @@ TEST(SizeMetrics, BlankPictureGivesTheTwoByTwoBoxAndNoAspect) {
 
 TEST(SizeMetrics, UnreadableFilesGiveTheFailureValues) {
   TempDir dir;
-  std::string missing = dir.file("absent.png");
   testsupport::writeBytes(dir.file("text.png"), "not a picture");
-  for (const std::string& f : {missing, dir.file("text.png")}) {
+  for (const std::string& f : {dir.file("absent.png"), dir.file("text.png")}) {
     const char* p = f.c_str();
     EXPECT_EQ(getHeight(p), 0.0);
     EXPECT_EQ(getStringWidth(p), 0.0);
@@ -206,7 +181,7 @@ TEST(SizeMetrics, UnreadableFilesGiveTheFailureValues) {
   EXPECT_EQ(getHeight(nullptr), 0.0);
 }
 
-TEST(StringWidth, SpansFirstToLastInkColumn) {
+TEST(StringWidth, SpansFirstToLastInkColumnSkippingColumnZero) {
   TempDir dir;
   Picture p(40, 10);
   p.fillRect(5, 3, 9, 6);
@@ -214,17 +189,13 @@ TEST(StringWidth, SpansFirstToLastInkColumn) {
   std::string f = save(dir, "string.png", p);
   EXPECT_DOUBLE_EQ(getStringWidth(f.c_str()), 25.0);  // 29 - 5 + 1
   EXPECT_DOUBLE_EQ(getSquareStringWidth(f.c_str()), 625.0);
-}
 
-TEST(StringWidth, InkInColumnZeroIsPassedOver) {
-  TempDir dir;
   // The pixel at x 0 sets xmin to 0, which still reads as unset, so the next
   // ink (x 10) becomes xmin: 19 - 10 + 1 = 10.
-  Picture p(30, 10);
-  p.set(0, 4, 0);
-  p.fillRect(10, 3, 19, 6);
-  std::string f = save(dir, "edge.png", p);
-  EXPECT_DOUBLE_EQ(getStringWidth(f.c_str()), 10.0);
+  Picture edge(30, 10);
+  edge.set(0, 4, 0);
+  edge.fillRect(10, 3, 19, 6);
+  EXPECT_DOUBLE_EQ(getStringWidth(save(dir, "edge.png", edge).c_str()), 10.0);
 }
 
 TEST(MonoSpaced, FourthPowerOfTheWidthRatioFoldedBelowOne) {
@@ -266,22 +237,12 @@ TEST(AvgGreyUsingHistogram, FindsTheDarkestWindowOfRows) {
   EXPECT_DOUBLE_EQ(getAvgGreyUsingHistogram(f.c_str(), 3.0), 0.75);
   // A window of the box's height: the slide does not run, 12 / (6 * 4).
   EXPECT_DOUBLE_EQ(getAvgGreyUsingHistogram(f.c_str(), 6.0), 0.5);
-}
-
-TEST(AvgGreyUsingHistogram, FractionalHeightRereadsTheBoundaryRow) {
-  TempDir dir;
-  std::string f = save(dir, "band.png", bandedString());
   // The first window takes rows 0, 1, 2 (y < 2.5); the slide starts at row
   // (int)2.52 = 2, so row 2 enters twice: windows 6, 9, 12, 9, 6.
   // 12 / (2.5 * 4) = 1.2.
   EXPECT_DOUBLE_EQ(getAvgGreyUsingHistogram(f.c_str(), 2.5), 1.2);
-}
-
-TEST(AvgGreyUsingHistogram, RowsPastThePictureReadWhite) {
-  TempDir dir;
   // The box ends on the picture's last row; a window of 8 rows reads two
-  // rows that do not exist: 12 / (8 * 4).
-  std::string f = save(dir, "band.png", bandedString());
+  // rows that do not exist, as white: 12 / (8 * 4).
   EXPECT_DOUBLE_EQ(getAvgGreyUsingHistogram(f.c_str(), 8.0), 0.375);
 }
 
