@@ -1,0 +1,326 @@
+// Size, width and grey metrics: each function reads one glyph or string
+// picture, measures it over the ink box (or the full picture where it says
+// so), frees it and returns a double.
+#include "image_operations/size_metrics.h"
+
+#include <math.h>
+#include <stdlib.h>
+
+#include "feature_vector_library.h"
+
+namespace {
+
+// A picture read for one measurement, with its ink box.
+struct BoxedPicture {
+  uint32* pixels;
+  int width, height;
+  int minX, minY, maxX, maxY;
+};
+
+// Reads `path` in the measurement byte order and finds its ink box. Returns
+// false, with nothing to free, when the file cannot be read.
+bool readBoxed(const char* path, BoxedPicture* pic) {
+  unsigned int w = 0, h = 0;
+  pic->pixels = path ? ReadPngFile(path, &w, &h, boBGRA) : NULL;
+  if (pic->pixels == NULL) return false;
+  pic->width = (int)w;
+  pic->height = (int)h;
+  getBoundingBox(pic->pixels, &pic->minX, &pic->minY, &pic->maxX, &pic->maxY,
+                 pic->width, pic->height);
+  return true;
+}
+
+// Box width and height by |max - min| + 1.
+int boxWidth(const BoxedPicture& p) { return abs(p.maxX - p.minX) + 1; }
+int boxHeight(const BoxedPicture& p) { return abs(p.maxY - p.minY) + 1; }
+
+// Darkness at (x, y) counted from the box's top-left corner.
+double boxDarkness(const BoxedPicture& p, int x, int y) {
+  return darknessAt(p.pixels, p.width, p.height, p.minX + x, p.minY + y);
+}
+
+// Darkness summed over box row y, x from 0 while below W.
+double boxRowSum(const BoxedPicture& p, int y, int W) {
+  double sum = 0.0;
+  for (int x = 0; x < W; x++) sum += boxDarkness(p, x, y);
+  return sum;
+}
+
+// Darkness summed over box column x, y from 0 while below H.
+double boxColumnSum(const BoxedPicture& p, int x, int H) {
+  double sum = 0.0;
+  for (int y = 0; y < H; y++) sum += boxDarkness(p, x, y);
+  return sum;
+}
+
+// Darkness summed over the whole box, rows ascending.
+double boxTotal(const BoxedPicture& p, int W, int H) {
+  double total = 0.0;
+  for (int y = 0; y < H; y++)
+    for (int x = 0; x < W; x++) total += boxDarkness(p, x, y);
+  return total;
+}
+
+}  // namespace
+
+double darknessAt(const uint32* picture, int width, int height, int x, int y) {
+  if (picture == NULL || x < 0 || y < 0 || x >= width || y >= height)
+    return 0.0;
+  return pixelDarkness(picture[(size_t)y * width + x]);
+}
+
+double getHeight(const char* file1) {
+  BoxedPicture p;
+  if (!readBoxed(file1, &p)) return 0.0;
+  int H = boxHeight(p);
+  free(p.pixels);
+  return 72.0 * H / FontSizePx;
+}
+
+double getStringWidth(const char* file1) {
+  unsigned int w = 0, h = 0;
+  uint32* pixels = file1 ? ReadPngFile(file1, &w, &h, boBGRA) : NULL;
+  if (pixels == NULL) return 0.0;
+  int width = (int)w, height = (int)h;
+  int xmin = 0, xmax = 0;
+  for (int x = 0; x < width; x++) {
+    for (int y = 0; y < height; y++) {
+      if (!hasInk(pixels[(size_t)y * width + x])) continue;
+      // xmin doubles as its own "not yet found" mark, so ink in column 0
+      // leaves it unset; the string pictures always start with a margin.
+      if (xmin == 0)
+        xmin = x;
+      else
+        xmax = x;
+    }
+  }
+  free(pixels);
+  return (double)((xmax - xmin + 1) * 72 / FontSizePx);
+}
+
+double getSquareStringWidth(const char* file1) {
+  double width = getStringWidth(file1);
+  return width * width;
+}
+
+double isMonoSpaced(const char* fileB, const char* fileS) {
+  double smallStringWIdth = getStringWidth(fileS);
+  double bigStringWIdth = getStringWidth(fileB);
+  double value = pow(smallStringWIdth / bigStringWIdth, 4.0);
+  if (value > 1.0) return 1.0 / value;
+  return value;
+}
+
+double getAspectRatio(const char* file1) {
+  BoxedPicture p;
+  if (!readBoxed(file1, &p)) return 0.0;
+  free(p.pixels);
+  // Without the absolute value a blank picture's box (1, 1, 0, 0) is 0 by 0
+  // and the ratio 0 / 0: the not-a-number that refuses a font missing a
+  // letter.
+  double H = p.maxY - p.minY + 1;
+  double W = p.maxX - p.minX + 1;
+  return H / (H + W);
+}
+
+double getWidthHistogramNumber(const char* file1) {
+  BoxedPicture p;
+  if (!readBoxed(file1, &p)) return 0.0;
+  int W = boxWidth(p), H = boxHeight(p);
+  // The mean is taken over H although the sums are per column: the value is
+  // meant to depend on the glyph's proportions.
+  double avg = boxTotal(p, W, H) / H;
+  double std_dev = 0.0;
+  for (int x = 0; x < W; x++) {
+    double column = boxColumnSum(p, x, H);
+    std_dev += (column - avg) * (column - avg);
+  }
+  free(p.pixels);
+  return sqrt(std_dev / W) / W;
+}
+
+double getHeightHistogramNumber(const char* file1) {
+  BoxedPicture p;
+  if (!readBoxed(file1, &p)) return 0.0;
+  int W = boxWidth(p), H = boxHeight(p);
+  // Mirror of the column measure: mean over W, sums per row.
+  double avg = boxTotal(p, W, H) / W;
+  double std_dev = 0.0;
+  for (int y = 0; y < H; y++) {
+    double row = boxRowSum(p, y, W);
+    std_dev += (row - avg) * (row - avg);
+  }
+  free(p.pixels);
+  return sqrt(std_dev / H) / H;
+}
+
+double pixelCount(const char* file1) {
+  BoxedPicture p;
+  if (!readBoxed(file1, &p)) return 0.0;
+  int W = boxWidth(p), H = boxHeight(p);
+  int count = 0;
+  for (int y = 0; y < H; y++)
+    for (int x = 0; x < W; x++)
+      if (boxDarkness(p, x, y) != 0.0) count++;
+  free(p.pixels);
+  return count;
+}
+
+double getAvgGrey(const char* file1) {
+  BoxedPicture p;
+  if (!readBoxed(file1, &p)) return 0.0;
+  int W = boxWidth(p), H = boxHeight(p);
+  double total = boxTotal(p, W, H);
+  free(p.pixels);
+  return total / ((double)W * H);
+}
+
+double getAvgGreyUsingHistogram(const char* file1, const double xheight) {
+  BoxedPicture p;
+  if (!readBoxed(file1, &p)) return 0.0;
+  int W = boxWidth(p);
+  double H = boxHeight(p);
+
+  // The window is a queue of row sums: appended at the tail, dropped at the
+  // head as it slides down.
+  struct GreyMapList* head = NULL;
+  struct GreyMapList* tail = NULL;
+  double maxGrey = 0.0;
+  for (int y = 0; xheight > y; y++) {
+    struct GreyMapList* node =
+        (struct GreyMapList*)xmalloc(sizeof(struct GreyMapList));
+    node->value = boxRowSum(p, y, W);
+    node->next = NULL;
+    if (tail) tail->next = node; else head = node;
+    tail = node;
+    maxGrey += node->value;
+  }
+
+  double pivotGrey = maxGrey;
+  for (int y = (int)(0.02 + xheight); y < (int)(0.02 + H); y++) {
+    if (head != NULL) {
+      struct GreyMapList* dropped = head;
+      head = head->next;
+      if (head == NULL) tail = NULL;
+      maxGrey -= dropped->value;
+      free(dropped);
+    }
+    struct GreyMapList* node =
+        (struct GreyMapList*)xmalloc(sizeof(struct GreyMapList));
+    node->value = boxRowSum(p, y, W);
+    node->next = NULL;
+    if (tail) tail->next = node; else head = node;
+    tail = node;
+    maxGrey += node->value;
+    if (maxGrey > pivotGrey) pivotGrey = maxGrey;
+  }
+
+  while (head != NULL) {
+    struct GreyMapList* next = head->next;
+    free(head);
+    head = next;
+  }
+  free(p.pixels);
+  return pivotGrey / (xheight * W);
+}
+
+double getStdDev_Avggrey(double* greyArray, int Length) {
+  if (greyArray == NULL) return 0.0;
+  double sum = 0.0;
+  for (int i = 0; i < Length; i++) sum += greyArray[i];
+  double mean = sum / Length;
+  double deviations = 0.0;
+  for (int i = 0; i < Length; i++)
+    deviations += (greyArray[i] - mean) * (greyArray[i] - mean);
+  return deviations / Length * 100.0;
+}
+
+void GetCenterOfGravity(const char* file1, double* COGX, double* COGY,
+                        double* avgX1, double* avgY1) {
+  BoxedPicture p;
+  if (!readBoxed(file1, &p)) return;
+  int iW = boxWidth(p), iH = boxHeight(p);
+  double W = iW, H = iH;
+
+  // Each line weighs the same whatever its ink; an empty line sits at the
+  // middle of the box.
+  double gravX = 0.0;
+  for (int y = 0; y < iH; y++) {
+    double sum = 0.0;
+    int count = 0;
+    for (int x = 0; x < iW; x++)
+      if (boxDarkness(p, x, y) != 0.0) {
+        sum += x;
+        count++;
+      }
+    gravX += count ? sum / count : (W - 1.0) / 2.0;
+  }
+  gravX /= H;
+
+  double gravY = 0.0;
+  for (int x = 0; x < iW; x++) {
+    double sum = 0.0;
+    int count = 0;
+    for (int y = 0; y < iH; y++)
+      if (boxDarkness(p, x, y) != 0.0) {
+        sum += y;
+        count++;
+      }
+    gravY += count ? sum / count : (H - 1.0) / 2.0;
+  }
+  gravY /= W;
+
+  double avgX = 0.0;
+  int inkCount = 0;
+  for (int y = 0; y < iH; y++)
+    for (int x = 0; x < iW; x++)
+      if (boxDarkness(p, x, y) != 0.0) {
+        avgX += fabs(x - gravX);
+        inkCount++;
+      }
+  if (inkCount) avgX /= (inkCount * W);
+
+  double avgY = 0.0;
+  inkCount = 0;
+  for (int x = 0; x < iW; x++)
+    for (int y = 0; y < iH; y++)
+      if (boxDarkness(p, x, y) != 0.0) {
+        avgY += fabs(y - gravY);
+        inkCount++;
+      }
+  if (inkCount) avgY /= (inkCount * H);
+
+  free(p.pixels);
+  gravY /= H;
+  gravX /= W;
+  if (COGX) *COGX = gravX;
+  if (COGY) *COGY = gravY;
+  if (avgX1) *avgX1 = avgX;
+  if (avgY1) *avgY1 = avgY;
+}
+
+double getfillFactor(const char* filePath) {
+  BoxedPicture p;
+  if (!readBoxed(filePath, &p)) return 0.0;
+  int W = boxWidth(p), H = boxHeight(p);
+  int TotalBlackrow = 0;
+  for (int y = 0; y < H; y++) {
+    int isBlackpx = 0, isWhitepx = 1;
+    for (int x = 0; x < W; x++) {
+      bool ink = boxDarkness(p, x, y) != 0.0;
+      if (ink && isBlackpx != 1 && isWhitepx == 1) {
+        isBlackpx = 1;                    // the first run begins
+      } else if (!ink && isBlackpx == 1 && isWhitepx == 1) {
+        isWhitepx = 0;                    // the first run has ended
+      } else if (ink && isBlackpx == 1 && isWhitepx == 0) {
+        isBlackpx = 0;                    // a second run: the row is out
+      } else if (x == W - 1 && ink) {
+        isWhitepx = 0;                    // the first run reaches the edge
+      }
+    }
+    if (isBlackpx == 1 && isWhitepx == 0) TotalBlackrow += 1;
+  }
+  free(p.pixels);
+  double share = (double)TotalBlackrow / H;
+  return share * share;
+}
