@@ -58,12 +58,16 @@ double getVerticalStrokeWidth(const char* filepath, double avg,
                               double SkewAngle);
 
 // Axis of stress of a bowl (an o) in whole degrees, from -45 to 45: stroke
-// thicknesses along rays from the centre at right angles are compared, and
-// the pair of greatest ratio gives the angle. An o thickest at left and right
-// gives 0; thick parts turned counter-clockwise on the page by a small angle
-// give about minus that angle. 0.0 when the file cannot be read or the
-// ratio stays at or below 1.6 (2.0 for designs so thin that rays are counted
-// in pixels).
+// thicknesses along rays from the centre, from the left edge and from the top
+// edge, are compared at right angles, and the pair of greatest ratio gives
+// the angle. An o thickest at left and right gives about 0; its thick parts
+// turned counter-clockwise on the page by a small angle give about minus
+// that angle, and thick parts near the top and bottom turned
+// counter-clockwise from the vertical give about plus the angle. 0.0 when
+// the file cannot be read or the ratio stays at or below 1.6 (2.0 for
+// designs so thin that rays are counted in pixels). A blank picture gives
+// 44.0: its unrecorded rays (-1) divided by smoothed ones near 0 make a
+// large ratio.
 double getStressAngle(const char* file);
 
 // Slope in degrees of the underside of the middle bar of an e, from the first
