@@ -287,14 +287,12 @@ TEST(VerticalStrokeWidth, BarThicknessBesideTheStemLeavingPaleEdgesOut) {
 TEST(VerticalStrokeWidth, DeskewsByTheGivenAngleFirst) {
   // The same T drawn leaning 45 degrees (one pixel right per row going up):
   // the 45 degree shear makes it upright again in whole pixels.
+  const Picture upright = paleTopT();
   Picture leaning(90, 48);
-  for (int y = 2; y <= 42; y++) {
-    int shift = 42 - y;
-    for (int x = 0; x < 40; x++) {
-      uint32_t c = paleTopT().at(x, y);
-      if (c != testsupport::kWhite) leaning.set(x + shift, y, c);
-    }
-  }
+  for (int y = 2; y <= 42; y++)
+    for (int x = 0; x < 40; x++)
+      if (upright.at(x, y) != testsupport::kWhite)
+        leaning.set(x + 42 - y, y, upright.at(x, y));
   TempDir dir;
   std::string path = save(dir, leaning);
   EXPECT_DOUBLE_EQ(getVerticalStrokeWidth(path.c_str(), 0.0, 45.0), 5.0);
