@@ -36,6 +36,17 @@ inline double pixelDarkness(uint32 pixel) {
 // A pixel has ink when its darkness is not 0.
 inline bool hasInk(uint32 pixel) { return pixelDarkness(pixel) != 0.0; }
 
+// Darkness of pixel (x, y), or 0.0 when (x, y) lies outside the picture:
+// measurements whose walks can step past the picture's edge (the box of a
+// blank picture, rays, rows below the box) see white there instead of
+// reading past the pixels.
+inline double darknessAt(const uint32* picture, int width, int height, int x,
+                         int y) {
+  if (picture == NULL || x < 0 || y < 0 || x >= width || y >= height)
+    return 0.0;
+  return pixelDarkness(picture[(size_t)y * width + x]);
+}
+
 // Singly linked list of doubles; nodes come from malloc one by one and are
 // freed by the function that built the list.
 struct GreyMapList {

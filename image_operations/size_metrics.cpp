@@ -63,12 +63,6 @@ double boxTotal(const BoxedPicture& p, int W, int H) {
 
 }  // namespace
 
-double darknessAt(const uint32* picture, int width, int height, int x, int y) {
-  if (picture == NULL || x < 0 || y < 0 || x >= width || y >= height)
-    return 0.0;
-  return pixelDarkness(picture[(size_t)y * width + x]);
-}
-
 double getHeight(const char* file1) {
   BoxedPicture p;
   if (!readBoxed(file1, &p)) return 0.0;

@@ -14,8 +14,6 @@
 // picture (the box of a blank picture in a tiny file, rows below the box) reads
 // as white.
 
-// Darkness of pixel (x, y), or 0.0 when (x, y) lies outside the picture.
-double darknessAt(const uint32* picture, int width, int height, int x, int y);
 
 // Ink height, 72.0 * H / FontSizePx. 0.0 when the file cannot be read; a blank
 // picture gives 2.
