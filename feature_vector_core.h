@@ -85,6 +85,10 @@ void freeFONTData(FONT_DATA* FD);
 // ink, else 1. Every file is checked.
 int validateImages(const char* path);
 
+// How much the glyphs of the sample line lose by touching: the ink of
+// font.png over the summed ink of its 36 glyph pictures, capped at 1.0.
+double isConnectedglyphs(const char* fontFolder);
+
 // qsort comparator for doubles, ascending.
 int sort(const void* x, const void* y);
 
