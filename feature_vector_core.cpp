@@ -243,12 +243,16 @@ static void stepSkew(FONT_DATA* FD, SequenceState& st) {
   double skews[9];
   for (int i = 0; i < 9; i++)
     skews[i] = calculateSkew(ImagePath(st.folder, SkewImage[i]));
+  FD->skew = skewFromStems(skews);
+}
+
+double skewFromStems(double skews[9]) {
   qsort(skews, 9, sizeof(double), sort);
   double sum = 0.0;
   for (int i = 1; i <= 7; i++) sum += skews[i];
   double mean = sum / 7.0;
   mean = mean > 0 ? mean + 0.5 : mean - 0.5;
-  FD->skew = (int)mean;
+  return (int)mean;
 }
 
 // Step 2: the median of five stroke widths.
@@ -390,14 +394,18 @@ static void stepAllCaps(FONT_DATA* FD, SequenceState& st) {
     sum += getAllCaps(ImagePath(st.folder, pair[0]),
                       ImagePath(st.folder, pair[1]));
   double mean = sum / 5.0;
-  if (mean < 0.5) {
-    FD->isAllCaps = 1.0;
-  } else {
-    FD->isAllCaps = 2.0;
-    if (0.96 < FD->corpusRatio && FD->corpusRatio < 1.04) FD->isAllCaps = 3.0;
-    if (getsmalliFontVal(ImagePath(st.folder, "105-i")) > 0)
-      FD->isAllCaps = 0.0;
-  }
+  // The i is looked at only when the lower case is drawn like capitals.
+  double smalli =
+      mean < 0.5 ? 0.0 : getsmalliFontVal(ImagePath(st.folder, "105-i"));
+  FD->isAllCaps = allCapsClass(mean, FD->corpusRatio, smalli);
+}
+
+double allCapsClass(double meanAllCaps, double corpusRatio, double smalliVal) {
+  if (meanAllCaps < 0.5) return 1.0;
+  double result = 2.0;
+  if (0.96 < corpusRatio && corpusRatio < 1.04) result = 3.0;
+  if (smalliVal > 0) result = 0.0;
+  return result;
 }
 
 // Step 11: the sample line.
@@ -418,13 +426,18 @@ static void stepSymbolFont(FONT_DATA* FD, SequenceState& st) {
                     0);
   st.t_avgX /= 52.0;
   st.intersection_Avg /= 9.0;
-  if (0.1 > st.isBoxesFont || Diffpercent == 0) {
-    FD->isSymbolFont = 10.0;
-  } else {
-    double val = Diffpercent * st.intersection_Avg * pow(FD->corpusRatio, 4) *
-                 st.t_avgX / 2.0;
-    FD->isSymbolFont = val > 10.0 ? 10.0 : val;
-  }
+  FD->isSymbolFont = symbolFontValue(st.isBoxesFont, Diffpercent,
+                                     st.intersection_Avg, FD->corpusRatio,
+                                     st.t_avgX);
+}
+
+double symbolFontValue(double isBoxesFont, double Diffpercent,
+                       double intersection_Avg, double corpusRatio,
+                       double t_avgX) {
+  if (0.1 > isBoxesFont || Diffpercent == 0) return 10.0;
+  double val =
+      Diffpercent * intersection_Avg * pow(corpusRatio, 4) * t_avgX / 2.0;
+  return val > 10.0 ? 10.0 : val;
 }
 
 double isConnectedglyphs(const char* fontFolder) {
@@ -446,16 +459,15 @@ static void stepSerifFont(FONT_DATA* FD, SequenceState& st) {
   double serifI = getFontSerifInfo(ImagePath(st.folder, "73-I"), 0);
   double MinSerif = serifL < serifT ? serifL : serifT;
   if (serifI < MinSerif) MinSerif = serifI;
-  if (MinSerif < 0)
-    FD->isSerifFont = 0.0;
-  else if (MinSerif > 4)
-    FD->isSerifFont = 4.0;
-  else if (MinSerif > 3)
-    FD->isSerifFont = 3.0;
-  else if (MinSerif > 2)
-    FD->isSerifFont = 2.0;
-  else
-    FD->isSerifFont = MinSerif;
+  FD->isSerifFont = serifClass(MinSerif);
+}
+
+double serifClass(double MinSerif) {
+  if (MinSerif < 0) return 0.0;
+  if (MinSerif > 4) return 4.0;
+  if (MinSerif > 3) return 3.0;
+  if (MinSerif > 2) return 2.0;
+  return MinSerif;
 }
 
 // Step 15: vertical stem width over the horizontal bar's thickness.
@@ -505,24 +517,32 @@ static void stepBlackLetter(FONT_DATA* FD, SequenceState& st) {
     FD->isNotBlackLetter = 1.0;
     return;
   }
-  double blackness = getBlackletterness(ImagePath(st.folder, "111-olar"), 1);
-  double edginess = getEdginess(ImagePath(st.folder, "111-olar"), 0.0);
-  double diagonalnessX =
+  BlackLetterSigns signs;
+  signs.blackness = getBlackletterness(ImagePath(st.folder, "111-olar"), 1);
+  signs.edginess = getEdginess(ImagePath(st.folder, "111-olar"), 0.0);
+  signs.diagonalnessX =
       (getDiagonalSerifs(ImagePath(st.folder, "120-x"), 0) +
        getDiagonalSerifs(ImagePath(st.folder, "110-n"), 0) +
        getDiagonalSerifs(ImagePath(st.folder, "101-e"), 1)) /
       3.0;
+  signs.skew = skew;
+  signs.isConnected = isConnected;
+  signs.freeHand = freeHand;
+  signs.avggrey = avggrey;
+  FD->isNotBlackLetter = blackLetterValue(FD, signs);
+}
 
+double blackLetterValue(const FONT_DATA* FD, const BlackLetterSigns& s) {
   bool notBlackLetter =
-      (edginess > 9.0 && blackness > 0.1) || edginess > 12.0 ||
-      blackness > 0.5 || diagonalnessX > 0.725 || FD->Contrast > 12.0 ||
+      (s.edginess > 9.0 && s.blackness > 0.1) || s.edginess > 12.0 ||
+      s.blackness > 0.5 || s.diagonalnessX > 0.725 || FD->Contrast > 12.0 ||
       FD->isSerifFont < 0.5 || FD->SelCurviness < 0.2 ||
-      FD->SelCurviness > 0.4 || isConnected < 0.97 ||
-      FD->stressAngle > -4.0 || skew > 13.0 || FD->isDarkPix < 0.6 ||
-      (avggrey < 0.3 && freeHand > 0.175) ||
-      (blackness > 0.1 && freeHand > 0.175) || FD->isSymbolFont > 1.5 ||
+      FD->SelCurviness > 0.4 || s.isConnected < 0.97 ||
+      FD->stressAngle > -4.0 || s.skew > 13.0 || FD->isDarkPix < 0.6 ||
+      (s.avggrey < 0.3 && s.freeHand > 0.175) ||
+      (s.blackness > 0.1 && s.freeHand > 0.175) || FD->isSymbolFont > 1.5 ||
       FD->isAllCaps == 2.0 || FD->isAllCaps == 3.0;
-  FD->isNotBlackLetter = notBlackLetter ? 1.0 : blackness;
+  return notBlackLetter ? 1.0 : s.blackness;
 }
 
 // Step 27: 1 for a two-storey a, 2 for a two-storey g, 3 for both.

@@ -89,6 +89,42 @@ int validateImages(const char* path);
 // font.png over the summed ink of its 36 glyph pictures, capped at 1.0.
 double isConnectedglyphs(const char* fontFolder);
 
+// The arithmetic of the measurement steps that combine several results.
+
+// Skew in whole degrees from the slants of nine stems: sorted (in place),
+// lowest and highest dropped, the mean of the other seven rounded half away
+// from zero.
+double skewFromStems(double skews[9]);
+
+// isSerifFont from the least serif value of L, T and I: below 0 gives 0,
+// values above 2 are made coarse (2, 3 or 4), 0 to 2 stay as they are.
+double serifClass(double MinSerif);
+
+// isAllCaps: 1 distinct lower case (mean below 0.5), else 2, or 3 at a
+// lower-to-capital height ratio strictly between 0.96 and 1.04, and 0 when
+// the i still has its dot (smalliVal above 0).
+double allCapsClass(double meanAllCaps, double corpusRatio, double smalliVal);
+
+// isSymbolFont: 10 when every glyph has the same centre (isBoxesFont below
+// 0.1) or look-alike letters are drawn alike (Diffpercent 0); otherwise the
+// product of the signs, capped at 10.
+double symbolFontValue(double isBoxesFont, double Diffpercent,
+                       double intersection_Avg, double corpusRatio,
+                       double t_avgX);
+
+// The measured signs against blackletter, beside the record's fields.
+struct BlackLetterSigns {
+  double blackness, edginess, diagonalnessX;
+  double skew;         // |skew|, at least 1
+  double isConnected;  // the record's value, already to the fourth power
+  double freeHand;     // isFreeHand, or 0.001 for 0
+  double avggrey;      // mean grey of the 52 glyphs
+};
+
+// isNotBlackLetter once the T has passed its test: 1.0 if any sign against
+// blackletter holds, otherwise the bowl's blackness.
+double blackLetterValue(const FONT_DATA* FD, const BlackLetterSigns& signs);
+
 // qsort comparator for doubles, ascending.
 int sort(const void* x, const void* y);
 
