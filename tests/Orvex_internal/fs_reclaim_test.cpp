@@ -104,23 +104,25 @@ TEST(ReclaimLadder, ShrinkingTheBudgetReclaimsUntilItFits) {
 }
 
 TEST(ReclaimLadder, ANewCacheEntryReusesOneTheLadderFreed) {
-  // 127 entries fill one lump, each in its own bucket; the budget then has
-  // no room for a second lump.
+  // 127 entries fill one lump, each in its own bucket, every other one held
+  // by a caller; the budget then has no room for a second lump.
   Engine e(1000000);
   LFNT* lfnt = makeLfnt(&e.st);
   SFNT* sfnt = makeSfnt(&e.st, lfnt);
-  for (int i = 0; i < 127; i++) addCacheEntry(&e.st, i, sfnt, 0);
+  for (int i = 0; i < 127; i++) addCacheEntry(&e.st, i, sfnt, 0, i % 2 == 0);
   e.fillBudget();
   FS_ULONG full = e.used();
   FS_MASTER_LUMP* lump = e.server()->list_of_lumps;
-  // The trim frees one entry per bucket, putting 127 things back on the
-  // chain, and the new entry is taken from there.
+  // The trim frees the 63 unheld entries, one per bucket, which go back on
+  // the chain of the lump that the 64 held ones keep alive; the new entry
+  // is taken from there without a new lump.
   CACHE_ENTRY* c = CACHE_ENTRY_calloc(&e.st);
   ASSERT_NE(nullptr, c);
   EXPECT_EQ(0u, e.st.error);
   EXPECT_EQ(lump, c->master);
+  EXPECT_EQ(65u, lump->ref_count);
   EXPECT_EQ(full, e.used());
-  EXPECT_EQ(0u, sfnt->cache_count);
+  EXPECT_EQ(64u, sfnt->cache_count);
   CACHE_ENTRY_free(&e.st, c);
 }
 
