@@ -7,6 +7,10 @@ packages=(
   cmake g++ make pkg-config
   libpng-dev zlib1g-dev
   libgtest-dev libbenchmark-dev
+  # Tests only: real fonts to load, and libfreetype as an independent oracle
+  # to compare the engine against (the library itself never links it).
+  fonts-dejavu-core fonts-liberation2 fonts-freefont-ttf fonts-noto-core
+  libfreetype-dev
 )
 
 missing=()
