@@ -11,7 +11,9 @@
 #include <iostream>
 
 #include "image_operations/image_access.h"
+#include "image_operations/curviness_direction.h"
 #include "image_operations/letterform.h"
+#include "image_operations/serifs.h"
 #include "image_operations/size_metrics.h"
 #include "image_operations/slant_stroke.h"
 
