@@ -16,6 +16,7 @@
 #include "image_operations/serifs.h"
 #include "image_operations/size_metrics.h"
 #include "image_operations/slant_stroke.h"
+#include "image_operations/style_classes.h"
 
 extern "C" const int FontSizePx = 72;
 

@@ -5,6 +5,7 @@
 #include <math.h>
 #include <stdlib.h>
 
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -35,12 +36,6 @@ std::vector<std::string> split(const std::string& line) {
   std::string f;
   while (std::getline(s, f, ',')) fields.push_back(f);
   return fields;
-}
-
-std::string zeros(int n) {
-  std::string line;
-  for (int i = 0; i < n; i++) line += i ? ",0.00000000" : "0.00000000";
-  return line + "\n";
 }
 
 }  // namespace
@@ -166,75 +161,97 @@ TEST(GetFontFeatureVector, NullFolderGivesNullAndErrorOne) {
   EXPECT_EQ(error, 1);
 }
 
-TEST(GetFontFeatureVector, EmptyFrameGivesZerosAndTheMeanAsChecksum) {
-  TempDir dir;
+// A real font's picture folder, for the tests of the text's form.
+class MeasuredFolder : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixture folders";
+    folder_ = testsupport::fixturesDir() + "/LiberationSerif/Images";
+  }
+  const char* folder() const { return folder_.c_str(); }
+  std::string folder_;
+};
+
+TEST_F(MeasuredFolder, ChecksumIsTheMeanAndTheAdvanceSpreadIsValue47) {
   int error = 0;
-  double checksum = 0.0;
+  double checksum = 123.0;
   std::unique_ptr<double, FreeDeleter> values(
-      GetFontFeatureVector(dir.path().c_str(), &error, &checksum, 0.0));
+      GetFontFeatureVector(folder(), &error, &checksum, 29.0));
   ASSERT_NE(values, nullptr);
   EXPECT_EQ(error, 0);
-  for (int i = 0; i < 58; i++) EXPECT_EQ(values.get()[i], 0.0);
-  EXPECT_EQ(checksum, 0.0);
-
-  // The advance spread is value 47; the checksum is the mean of all 58.
-  values.reset(GetFontFeatureVector(dir.path().c_str(), &error, &checksum, 29.0));
   EXPECT_EQ(values.get()[47], 29.0);
-  EXPECT_EQ(checksum, 0.5);
+  double sum = 0.0;
+  for (int i = 0; i < 58; i++) sum += values.get()[i];
+  EXPECT_DOUBLE_EQ(checksum, sum / 58.0);
 }
 
 TEST(GetFeatureVector, NullFolderIsErrorOne) {
   EXPECT_EQ(vectorText(nullptr), "Error=1");
 }
 
-TEST(GetFeatureVector, LineIsFiftyEightFixedPointValues) {
+TEST(GetFeatureVector, AFolderWithoutPicturesIsRefused) {
+  // With no pictures the measurements give their failure values, and some
+  // combinations of them (0 / 0 in the connectedness) are not numbers.
   TempDir dir;
-  EXPECT_EQ(vectorText(dir.path().c_str()), zeros(58));
-  // RemoveDuplicateFont other than 1 is like 0.
-  EXPECT_EQ(vectorText(dir.path().c_str(), 2), zeros(58));
-
-  std::string line = vectorText(dir.path().c_str(), 0, 1.5);
-  std::vector<std::string> fields = split(line);
-  ASSERT_EQ(fields.size(), 58u);
-  EXPECT_EQ(fields[47], "1.50000000");
+  EXPECT_EQ(vectorText(dir.path().c_str()), "Error=8");
 }
 
-TEST(GetFeatureVector, ChecksumColumnLeadsWhenAsked) {
-  TempDir dir;
-  std::string line = vectorText(dir.path().c_str(), 1, 58.0);
+TEST_F(MeasuredFolder, LineIsFiftyEightFixedPointValues) {
+  std::string line = vectorText(folder(), 0, 1.5);
+  ASSERT_EQ(line.back(), '\n');
+  EXPECT_EQ(line.find('\n'), line.size() - 1);
+  EXPECT_EQ(line.find(' '), std::string::npos);
+  std::vector<std::string> fields = split(line.substr(0, line.size() - 1));
+  ASSERT_EQ(fields.size(), 58u);
+  for (const std::string& f : fields) {
+    size_t point = f.find('.');
+    ASSERT_NE(point, std::string::npos) << f;
+    EXPECT_EQ(f.size() - point - 1, 8u) << f;  // eight decimals
+  }
+  EXPECT_EQ(fields[47], "1.50000000");
+  // RemoveDuplicateFont other than 1 is like 0.
+  EXPECT_EQ(vectorText(folder(), 2, 1.5), line);
+}
+
+TEST_F(MeasuredFolder, ChecksumColumnLeadsWhenAsked) {
+  std::string plain = vectorText(folder());
+  std::string line = vectorText(folder(), 1);
   std::vector<std::string> fields = split(line);
   ASSERT_EQ(fields.size(), 59u);
-  EXPECT_EQ(fields[0], "1.0000000000");  // 58 / 58
-  EXPECT_EQ(fields[48], "58.00000000");
-  EXPECT_EQ(line.back(), '\n');
-  EXPECT_EQ(vectorText(dir.path().c_str(), 1), "0.0000000000," + zeros(58));
+  size_t point = fields[0].find('.');
+  EXPECT_EQ(fields[0].size() - point - 1, 10u);  // ten decimals
+  EXPECT_EQ(line.substr(line.find(',') + 1), plain);
+  // The column is the mean of the 58 printed values, to their precision.
+  double sum = 0.0;
+  for (size_t i = 1; i < fields.size(); i++) sum += atof(fields[i].c_str());
+  EXPECT_NEAR(atof(fields[0].c_str()), sum / 58.0, 1e-8);
 }
 
-TEST(GetFeatureVector, NotANumberAnywhereGivesErrorEightAlone) {
-  TempDir dir;
-  EXPECT_EQ(vectorText(dir.path().c_str(), 0, NAN), "Error=8");
-  EXPECT_EQ(vectorText(dir.path().c_str(), 1, NAN), "Error=8");
+TEST_F(MeasuredFolder, NotANumberAnywhereGivesErrorEightAlone) {
+  EXPECT_EQ(vectorText(folder(), 0, NAN), "Error=8");
+  EXPECT_EQ(vectorText(folder(), 1, NAN), "Error=8");
 }
 
-TEST(GetFeatureVector, InfinityIsPrintedNotRefused) {
-  TempDir dir;
-  std::vector<std::string> fields =
-      split(vectorText(dir.path().c_str(), 0, INFINITY));
+TEST_F(MeasuredFolder, InfinityIsPrintedNotRefused) {
+  std::vector<std::string> fields = split(vectorText(folder(), 0, INFINITY));
   ASSERT_EQ(fields.size(), 58u);
   EXPECT_EQ(fields[47], "inf");
 }
 
-TEST(GetFeatureVector, ThousandFoldersAnnounceThemselves) {
+TEST_F(MeasuredFolder, ThousandFoldersAnnounceThemselves) {
   TempDir dir;
-  std::string folder = dir.mkdir("1000");
+  std::string numbered = dir.file("1000");
+  std::filesystem::copy(folder_, numbered);
   testing::internal::CaptureStdout();
-  std::string line = vectorText(folder.c_str());
+  std::string line = vectorText(numbered.c_str());
   std::string out = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(line, zeros(58));
-  EXPECT_EQ(out, "\nGot Path: " + folder + "\n\n0FeatArray\n");
+  // The first value in the stream's default form (six significant digits).
+  std::ostringstream first;
+  first << atof(line.c_str());
+  EXPECT_EQ(out, "\nGot Path: " + numbered + "\n\n" + first.str() + "FeatArray\n");
 
   testing::internal::CaptureStdout();
-  vectorText(dir.path().c_str());
+  vectorText(folder());
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
