@@ -119,7 +119,10 @@ struct BoxCopy {
 // flanks end at (startX, endY) and (endX, endY).
 double inkOutsideV(const BoxCopy& box, int startX, int endX, int endY,
                    int pivotX, int pivotY) {
-  double rise = pivotY - endY;
+  // The slopes are quotients of whole pixel distances, truncated toward 0:
+  // a flank rising less than it runs has slope 0 and counts as flat, so
+  // only feet of 45 degrees or steeper are measured as a V.
+  const int rise = pivotY - endY;
   double m1 = (pivotX - startX) != 0 ? rise / (pivotX - startX) : 0.0;
   double m2 = (pivotX - endX) != 0 ? rise / (pivotX - endX) : 0.0;
   if (fabs(m1) <= 0.1 || fabs(m2) <= 0.1) return 1.0;
@@ -297,6 +300,11 @@ double getBlackletterness(const char* filePath, int mode) {
       break;
     endY -= 1;
 
+    // Each flank follows the border outward and then steps back off a white
+    // pixel. A flank that ends where it started (its pixel in the new row is
+    // no border pixel, or the border rises straight up) ends the climb one
+    // row lower. So every round that goes on has moved both flanks, and the
+    // repeat counts below stay at 0; they are kept as the climb has them.
     const int fromStartX = startX;
     while (box.border(startX, endY) && startX > 0) startX -= 1;
     if (startX != fromStartX && !box.border(startX, endY)) startX += 1;

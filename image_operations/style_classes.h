@@ -24,14 +24,15 @@ double testTforBlackletter(const char* filePath, int isToph);
 // like a bowl: four middle columns and four middle rows of the full picture
 // should each cross two strokes (crossings of a single pixel do not count);
 // when both the columns and the rows fail that, 1.0 comes back.
-// Then, in the ink box, the lowest ink row gives the point of the V, both
-// flanks are climbed along the outer border pixels until they stop widening
-// (ten rounds without change) or the border leaves them, and two lines are
-// drawn from the point to the ends of the row reached. The result is the
-// share of ink (darkness above 0.15) lying below those lines, outside the V:
-// 0.0 for a perfect V. 1.0 when the V is too small (width times depth of at
-// most 4, or a depth below 2 with a flank shorter than 2) or nearly flat
-// (a flank slope of 0.1 or less), which is the round bowl of most designs.
+// Then, in the ink box, the lowest ink row gives the point of the V, and
+// both flanks are climbed along the outer border pixels for as long as each
+// moves outward in every row; two lines are drawn from the point to the ends
+// of the row reached. The result is the share of ink (darkness above 0.15)
+// lying below those lines, outside the V: 0.0 for a perfect V. The slopes
+// are whole-pixel quotients truncated toward 0, so a foot flatter than 45
+// degrees has slope 0 and counts as flat: 1.0, as for the round bowl of most
+// designs. 1.0 also when the V is too small (width times depth of at most 4,
+// or a depth below 2 with a flank shorter than 2).
 // `mode` 0 looks for the bottom only in the left two thirds of the box.
 // 0.0 when the file cannot be read.
 double getBlackletterness(const char* filePath, int mode);
