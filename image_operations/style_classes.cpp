@@ -62,7 +62,8 @@ bool bowlLinesFail(const StylePicture& pic, bool columns) {
     lastIntersections = intersections;
     bool searchWhite = false;
     for (int pos = 0; pos < length; pos++) {
-      double value = columns ? pic.darkness(line, pos) : pic.darkness(pos, line);
+      double value =
+          columns ? pic.darkness(line, pos) : pic.darkness(pos, line);
       if ((!searchWhite && value > 0) || (searchWhite && value == 0)) {
         if (!searchWhite)
           lastY = pos;
@@ -459,8 +460,8 @@ double getHollowFont(const char* file) {
   int Hollowcnthorz = 0;
   for (int y = 0; y <= lastLine; y++) {
     double blackpxval = 0;
-    Hollowcnthorz += hollowLine(
-        [&](int x) { return pic.boxDarkness(x, y); }, W, W - 1, &blackpxval);
+    Hollowcnthorz += hollowLine([&](int x) { return pic.boxDarkness(x, y); }, W,
+                                W - 1, &blackpxval);
     if (blackpxval > W / 2) Hollowcnthorz -= 1;
   }
 

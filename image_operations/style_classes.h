@@ -49,20 +49,22 @@ double getStencilsFont(const char* filepath);
 // 1.0 for a segmented stroke: in the middle rows of the ink box (30 % to
 // 70 % of the height) no row holds a second run of ink, the first run of the
 // rows narrows and then widens again, its narrowest width is more than 0.1
-// and less than 0.5 of its widest, and the last of those rows ends its run
-// inside the box. Otherwise the contour-walk curviness
-// curviness_borderPath(filepath, SkewAngle, 1): a value below 1 for any real
-// outline, not a number for a blank picture. The sequence averages the two
-// kinds of value together on purpose. 0.0 when the file cannot be read.
+// and less than 0.5 of its widest, and the last of those rows holds ink.
+// Otherwise the contour-walk curviness
+// curviness_borderPath(filepath, SkewAngle, 1), the diagonal steps per
+// border pixel of the outline (0.0 for straight edges, not a number for a
+// blank picture). The sequence averages the two kinds of value together on
+// purpose. 0.0 when the file cannot be read.
 double getDigitalFont(const char* filepath, double SkewAngle);
 
 // Share of hollow lines in an outline letter: rows and columns of the ink
-// box (and the line just past its bottom or right edge) that show ink, white,
-// ink again count 1 each; every line whose ink sums to more than half the
-// box's width (rows) or height (columns), in whole pixels by integer
-// division, takes 1 off its direction's count, whether or not it counted.
-// Counts below 0 become 0. Result: (column count + row count) / (W + H) of
-// the box. A solid bar gives 0.0; 0.0 also when the file cannot be read.
+// box that show ink, white, ink again count 1 each (the rows go on to the
+// row just below the box, the columns to the pixel just below it). Every
+// line whose ink sums to more than half the box's width (rows) or height
+// (columns), halved by integer division, takes 1 off its direction's count,
+// whether or not it counted. Counts below 0 become 0. Result: (column count
+// + row count) / (W + H) of the box. A solid bar gives 0.0; 0.0 also when
+// the file cannot be read.
 double getHollowFont(const char* file);
 
 // Share of pixel positions whose darkness differs (compared exactly) between

@@ -139,7 +139,8 @@ TEST(StyleClassesTest, TCrossingsCountTwoPerStemRowAndSinglePrecisionMeans) {
   // rows: (15 * 2 + 3 * 2) / 15 = 2.4, in floats.
   Glyph crossed = stem;
   crossed.rect(19, 22, 22, 24);
-  double v = testTforBlackletter(files.write("crossed", crossed.pic).c_str(), 0);
+  double v =
+      testTforBlackletter(files.write("crossed", crossed.pic).c_str(), 0);
   EXPECT_EQ((double)2.4f, v);
   EXPECT_GE(v, 2.4);  // the sequence's threshold lets exactly 2.4 through
 
@@ -154,7 +155,8 @@ TEST(StyleClassesTest, TCrossingsCountTwoPerStemRowAndSinglePrecisionMeans) {
 
 TEST(StyleClassesTest, TCrossingsOfBlankOrMissingPictureAreZero) {
   Files files;
-  EXPECT_EQ(0.0, testTforBlackletter(files.write("blank", Picture(20, 20)).c_str(), 0));
+  EXPECT_EQ(0.0, testTforBlackletter(
+                     files.write("blank", Picture(20, 20)).c_str(), 0));
   EXPECT_EQ(0.0, testTforBlackletter(files.missing().c_str(), 0));
 }
 
@@ -165,7 +167,8 @@ TEST(StyleClassesTest, PointedBowlFootHasNoInkOutsideItsV) {
   // flank lines from the point (20, 51) to (0, 31) and (40, 31) run along
   // the outer edge and all ink lies on or above them: no fault, 0.0.
   Files files;
-  EXPECT_EQ(0.0, getBlackletterness(files.write("o", angularO(0).pic).c_str(), 1));
+  EXPECT_EQ(0.0,
+            getBlackletterness(files.write("o", angularO(0).pic).c_str(), 1));
 }
 
 TEST(StyleClassesTest, InkBelowTheFlankLinesIsCountedAsFault) {
@@ -186,7 +189,8 @@ TEST(StyleClassesTest, FootFlatterThanFortyFiveDegreesIsNoV) {
   // reaches row 29, spanning 0..40: a rise of 18 over a run of 20 truncates
   // to a slope of 0, a flat bottom: 1.0.
   Files files;
-  EXPECT_EQ(1.0, getBlackletterness(files.write("o", angularO(2).pic).c_str(), 1));
+  EXPECT_EQ(1.0,
+            getBlackletterness(files.write("o", angularO(2).pic).c_str(), 1));
 }
 
 TEST(StyleClassesTest, RoundBowlIsNoBlackletterAndAngularScoresLower) {
@@ -207,9 +211,11 @@ TEST(StyleClassesTest, BlackletterFailureValues) {
   // crossings a line, mean 2 < 3.5), two issues, 1.0 before the V search.
   Glyph block(30, 30);
   block.rect(0, 0, 29, 29);
-  EXPECT_EQ(1.0, getBlackletterness(files.write("block", block.pic).c_str(), 1));
+  EXPECT_EQ(1.0,
+            getBlackletterness(files.write("block", block.pic).c_str(), 1));
   // Blank: no crossings either way, 1.0 as well.
-  EXPECT_EQ(1.0, getBlackletterness(files.write("blank", Picture(20, 20)).c_str(), 1));
+  EXPECT_EQ(1.0, getBlackletterness(
+                     files.write("blank", Picture(20, 20)).c_str(), 1));
   EXPECT_EQ(0.0, getBlackletterness(files.missing().c_str(), 1));
 }
 
@@ -252,7 +258,8 @@ TEST(StyleClassesTest, StencilBridgeOfFaintInkStillCountsAsGap) {
 TEST(StyleClassesTest, StencilFailureValues) {
   Files files;
   // A blank picture's 2 by 2 box is one white column: counted as cut.
-  EXPECT_EQ(1.0, getStencilsFont(files.write("blank", Picture(20, 20)).c_str()));
+  EXPECT_EQ(1.0,
+            getStencilsFont(files.write("blank", Picture(20, 20)).c_str()));
   EXPECT_EQ(0.0, getStencilsFont(files.missing().c_str()));
 }
 
@@ -263,7 +270,8 @@ TEST(StyleClassesTest, SegmentedStrokeIsDigital) {
   // 8, then 6, 4, 2 (narrowing), a blank row, 2, 4, 6, 8 (widening); 2 / 8
   // = 0.25, and row 41 ends its run at column 8.
   Files files;
-  EXPECT_EQ(1.0, getDigitalFont(files.write("c", segmentedC().pic).c_str(), 0.0));
+  EXPECT_EQ(1.0,
+            getDigitalFont(files.write("c", segmentedC().pic).c_str(), 0.0));
 }
 
 TEST(StyleClassesTest, SmoothOrClosedStrokeFallsBackOnContourCurviness) {
@@ -293,7 +301,8 @@ TEST(StyleClassesTest, SmoothOrClosedStrokeFallsBackOnContourCurviness) {
 
 TEST(StyleClassesTest, DigitalFailureValues) {
   Files files;
-  EXPECT_TRUE(isnan(getDigitalFont(files.write("blank", Picture(20, 20)).c_str(), 0.0)));
+  EXPECT_TRUE(isnan(
+      getDigitalFont(files.write("blank", Picture(20, 20)).c_str(), 0.0)));
   EXPECT_EQ(0.0, getDigitalFont(files.missing().c_str(), 0.0));
 }
 
@@ -308,7 +317,8 @@ TEST(StyleClassesTest, OutlineLetterShowsHollowLines) {
   Glyph outline(20, 40);
   outline.rect(0, 0, 19, 39);
   outline.rect(2, 2, 17, 37, kWhite);
-  EXPECT_DOUBLE_EQ(44.0 / 60.0, getHollowFont(files.write("outline", outline.pic).c_str()));
+  EXPECT_DOUBLE_EQ(44.0 / 60.0,
+                   getHollowFont(files.write("outline", outline.pic).c_str()));
 
   // Solid, every line carries more than half its length: counts below 0
   // become 0.
@@ -363,7 +373,8 @@ TEST(StyleClassesTest, ReversedComparisonReadsSecondPictureMirrored) {
   std::string f = files.write("F", letterF().pic);
   std::string mirrored = files.write("mirrored", m.pic);
   EXPECT_EQ(0.0, getSymbolFont(f.c_str(), mirrored.c_str(), 1));
-  EXPECT_DOUBLE_EQ(208.0 / 600.0, getSymbolFont(f.c_str(), mirrored.c_str(), 0));
+  EXPECT_DOUBLE_EQ(208.0 / 600.0,
+                   getSymbolFont(f.c_str(), mirrored.c_str(), 0));
 }
 
 TEST(StyleClassesTest, SymbolFailureValues) {
@@ -379,7 +390,8 @@ TEST(StyleClassesTest, SymbolFailureValues) {
 
 TEST(StyleClassesTest, DarkPixelShareCountsInkAboveSevenTenths) {
   Files files;
-  EXPECT_EQ(1.0, percentDarkPixels(files.write("black", Picture(10, 10, kBlack)).c_str()));
+  EXPECT_EQ(1.0, percentDarkPixels(
+                     files.write("black", Picture(10, 10, kBlack)).c_str()));
   // Three black pixels, grey 76 (darkness 179/255 = 0.702, dark), grey 77
   // (178/255 = 0.698, not) and grey 254 (ink, faint): 4 of 6.
   Picture mixed(10, 10);
@@ -389,8 +401,10 @@ TEST(StyleClassesTest, DarkPixelShareCountsInkAboveSevenTenths) {
   mixed.set(1, 2, grey(76));
   mixed.set(2, 2, grey(77));
   mixed.set(3, 2, grey(254));
-  EXPECT_DOUBLE_EQ(4.0 / 6.0, percentDarkPixels(files.write("mixed", mixed).c_str()));
-  EXPECT_TRUE(isnan(percentDarkPixels(files.write("blank", Picture(10, 10)).c_str())));
+  EXPECT_DOUBLE_EQ(4.0 / 6.0,
+                   percentDarkPixels(files.write("mixed", mixed).c_str()));
+  EXPECT_TRUE(
+      isnan(percentDarkPixels(files.write("blank", Picture(10, 10)).c_str())));
   EXPECT_EQ(0.0, percentDarkPixels(files.missing().c_str()));
 }
 
@@ -436,27 +450,28 @@ TEST(StyleClassesTest, ClassExamplesScoreOnTheClassSideOfTextFonts) {
   Glyph outline(20, 40);
   outline.rect(0, 0, 19, 39);
   outline.rect(2, 2, 17, 37, kWhite);
-  const double hollow = getHollowFont(files.write("outline", outline.pic).c_str());
+  const double hollow =
+      getHollowFont(files.write("outline", outline.pic).c_str());
   const double angular =
       getBlackletterness(files.write("angular", angularO(0).pic).c_str(), 1);
 
   for (const char* font : kFixtureFonts) {
     SCOPED_TRACE(font);
-    const std::string images = testsupport::fixturesDir() + "/" + font + "/Images/";
+    const std::string images =
+        testsupport::fixturesDir() + "/" + font + "/Images/";
     const double skew = fixtureSkew(images);
-    EXPECT_GT(stencil,
-              fixtureMean(images,
-                          {"66-B", "67-C", "68-D", "69-E", "70-F", "79-O",
-                           "111-o", "80-P", "99-c", "98-b", "100-d", "112-p",
-                           "113-q"},
-                          getStencilsFont));
-    EXPECT_GT(digital,
-              fixtureMean(images,
-                          {"67-C", "99-c", "79-O", "111-o", "68-D", "69-E"},
-                          [skew](const char* f) { return getDigitalFont(f, skew); }));
-    EXPECT_GT(hollow, fixtureMean(images,
-                                  {"73-I", "105-i", "108-l", "69-E", "70-F"},
-                                  getHollowFont));
+    EXPECT_GT(stencil, fixtureMean(images,
+                                   {"66-B", "67-C", "68-D", "69-E", "70-F",
+                                    "79-O", "111-o", "80-P", "99-c", "98-b",
+                                    "100-d", "112-p", "113-q"},
+                                   getStencilsFont));
+    EXPECT_GT(
+        digital,
+        fixtureMean(images, {"67-C", "99-c", "79-O", "111-o", "68-D", "69-E"},
+                    [skew](const char* f) { return getDigitalFont(f, skew); }));
+    EXPECT_GT(hollow,
+              fixtureMean(images, {"73-I", "105-i", "108-l", "69-E", "70-F"},
+                          getHollowFont));
     EXPECT_LT(angular,
               getBlackletterness((images + "111-olar.png").c_str(), 1));
     // Text fonts are no T of blackletter crossings.
