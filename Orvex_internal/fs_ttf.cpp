@@ -594,10 +594,11 @@ void store_name(const FS_BYTE* s, FS_ULONG bytes, FS_ULONG step,
   field[chars] = '\0';
 }
 
-// One pass over the name records of one platform and language; stops once
-// the full name, family name and copyright are all filled.
+// One pass over the name records of one platform and language. With
+// `stopWhenFilled` it ends once the full name, family name and copyright are
+// all filled.
 void name_pass(const FS_BYTE* table, FS_ULONG len, FS_USHORT platform,
-               FS_USHORT language, TTF_NAME* name) {
+               FS_USHORT language, bool stopWhenFilled, TTF_NAME* name) {
   FS_CURSOR c = cursor_at(table, len);
   cursor_skip(&c, 2);
   FS_ULONG count = cursor_u16(&c);
@@ -635,7 +636,8 @@ void name_pass(const FS_BYTE* table, FS_ULONG len, FS_USHORT platform,
       default:
         break;
     }
-    if (name->font_name[0] && name->font_family_name[0] && name->copyright[0])
+    if (stopWhenFilled && name->font_name[0] && name->font_family_name[0] &&
+        name->copyright[0])
       return;
   }
 }
@@ -923,11 +925,11 @@ TTF_OS2* get_os2_table(FS_STATE* state, TTF* ttf) {
 }
 
 void get_abbreviated_name(const FS_BYTE* table, FS_ULONG len, TTF_NAME* name) {
-  name_pass(table, len, 3, 1033, name);
+  name_pass(table, len, 3, 1033, true, name);
   // Pass two fills what pass one left empty, and overwrites what it found
-  // as well: it has no guard.
+  // as well: it has no guard, and runs through all the records.
   if (!name->font_name[0] || !name->font_family_name[0] || !name->copyright[0])
-    name_pass(table, len, 1, 0, name);
+    name_pass(table, len, 1, 0, false, name);
   fill_not_found(name->font_name);
   fill_not_found(name->font_family_name);
   fill_not_found(name->copyright);

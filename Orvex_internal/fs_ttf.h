@@ -360,9 +360,11 @@ void get_os2(const FS_BYTE* table, FS_ULONG len, TTF_OS2* os2);
 TTF_NAME* get_name(FS_STATE* state, TTF* ttf);
 
 // Fills `name` from `len` bytes of a `name` table: IDs 4, 1, 3 and 0, from
-// platform 3 language 1033, then (when a field is still empty) platform 1
-// language 0; cut to fit with the `_too_long` flags; "NOT FOUND" for an
-// empty full name, family name or copyright.
+// platform 3 language 1033 (low bytes of the 16-bit units) until the full
+// name, family name and copyright are filled; then, when one of those is
+// still empty, from every platform 1 language 0 record, which overwrite what
+// the first pass found. Cut to fit with the `_too_long` flags; "NOT FOUND"
+// for an empty full name, family name or copyright.
 void get_abbreviated_name(const FS_BYTE* table, FS_ULONG len, TTF_NAME* name);
 
 // True when some `cmap` subtable stands at an odd offset.
