@@ -161,8 +161,8 @@ void decode_maxp(const FS_BYTE* raw, FS_ULONG len, TTF_MAXP* m) {
   m->maxComponentDepth = cursor_u16(&c);
 }
 
-// Reads a required table whole and decodes it into a new record of `size`
-// bytes. Null with 405 when absent, or with the heap's or read's error.
+// Reads a required table whole and decodes it into a new native record.
+// Null with 405 when absent, or with the heap's or read's error.
 template <typename Record>
 Record* read_header_table(FS_STATE* state, TTF* ttf, FS_ULONG tag,
                           void (*decode)(const FS_BYTE*, FS_ULONG, Record*)) {
@@ -191,7 +191,7 @@ bool header_converts(const FS_BYTE* raw) {
 
 /* ---- The load's steps, in order ---- */
 
-// Steps 2 and 3: the font's source, and how much data it has.
+// The font's source, and how much data it has.
 bool open_source(FS_STATE* state, TTF* ttf, FILECHAR* path, FS_BYTE* memptr) {
   if (memptr != nullptr) {
     ttf->memptr = memptr;
@@ -207,7 +207,7 @@ bool open_source(FS_STATE* state, TTF* ttf, FILECHAR* path, FS_BYTE* memptr) {
   return state->error == SUCCESS;
 }
 
-// Step 4: a compressed font can only be used from memory.
+// A compressed font can only be used from memory.
 bool refuse_compressed_file(FS_STATE* state, TTF* ttf) {
   if (is_memory_font(ttf)) return true;
   int compressed = is_zrp3(state, ttf);
@@ -219,7 +219,7 @@ bool refuse_compressed_file(FS_STATE* state, TTF* ttf) {
   return true;
 }
 
-// Step 5: the collection header, when there is one, gives this member's
+// The collection header, when there is one, gives this member's
 // place.
 bool read_collection_header(FS_STATE* state, TTF* ttf, FS_ULONG index) {
   FS_BYTE head[16];
@@ -260,7 +260,7 @@ bool read_collection_header(FS_STATE* state, TTF* ttf, FS_ULONG index) {
   return true;
 }
 
-// Steps 6 and 7: the sfnt header and its directory, converted.
+// The sfnt header and its directory, converted.
 bool read_table_directory(FS_STATE* state, TTF* ttf, FS_BOOLEAN validate) {
   FS_BYTE first[kSfntHeaderBytes];
   ttf_read_buf(state, ttf, ttf->ttf_offset, sizeof first, first);
@@ -308,7 +308,7 @@ bool tables_inside_data(FS_STATE* state, TTF* ttf) {
   return true;
 }
 
-// Step 9: a CFF font's `maxp` is synthesised around its glyph count. A
+// A CFF font's `maxp` is synthesised around its glyph count. A
 // version other than 0.5 is recorded as 453 and left for the next
 // allocation to clear: it is tolerated.
 bool synthesise_cff_maxp(FS_STATE* state, TTF* ttf) {
@@ -328,7 +328,7 @@ bool synthesise_cff_maxp(FS_STATE* state, TTF* ttf) {
   return true;
 }
 
-// Step 10: a `glyf` font's outline tables and its `maxp`.
+// A `glyf` font's outline tables and its `maxp`.
 bool load_glyf_tables(FS_STATE* state, TTF* ttf, FS_BYTE fnt_type) {
   if (fnt_type == FNT_TYPE_OTT) return false;  // 405 of the CFF lookup stands
   FS_ULONG off = 0, len = 0;
@@ -356,7 +356,7 @@ bool load_glyf_tables(FS_STATE* state, TTF* ttf, FS_BYTE fnt_type) {
   return true;
 }
 
-// Step 11: `head`, with its magic number.
+// `head`, with its magic number.
 bool load_head(FS_STATE* state, TTF* ttf) {
   ttf->head = read_header_table(state, ttf, TAG_head, decode_head);
   if (ttf->head == nullptr) return false;
@@ -369,7 +369,7 @@ bool load_head(FS_STATE* state, TTF* ttf) {
 
 enum GlyphFormat { kOrdinary, kCcc, kDdd };
 
-// Step 12: the engine's compact formats by `head.glyphDataFormat`.
+// The engine's compact formats by `head.glyphDataFormat`.
 GlyphFormat classify_glyph_format(FS_SHORT format) {
   if ((format >= 0x0200 && format <= 0x02FF) ||
       (format >= 0x0400 && format <= 0x04FF) ||
@@ -381,7 +381,7 @@ GlyphFormat classify_glyph_format(FS_SHORT format) {
   return kOrdinary;
 }
 
-// Step 13: the metrics headers; `hmtx` required, `vmtx` with its `vhea`.
+// The metrics headers; `hmtx` required, `vmtx` with its `vhea`.
 bool load_metrics_headers(FS_STATE* state, TTF* ttf) {
   ttf->hhea = read_header_table(state, ttf, TAG_hhea, decode_hhea);
   if (ttf->hhea == nullptr) return false;
@@ -395,7 +395,7 @@ bool load_metrics_headers(FS_STATE* state, TTF* ttf) {
   return ttf->vhea != nullptr;
 }
 
-// Step 14: the packing parameters that a compact font keeps at the front of
+// The packing parameters that a compact font keeps at the front of
 // `hmtx` and `vmtx`. Bytes of the `ddd` format are taken unsigned.
 bool load_ccc_info(FS_STATE* state, TTF* ttf, GlyphFormat kind) {
   CCC_INFO& ci = ttf->ccc_info;
@@ -442,7 +442,7 @@ bool load_ccc_info(FS_STATE* state, TTF* ttf, GlyphFormat kind) {
   return true;
 }
 
-// Step 15: the whole `cmap`, in place for a plain memory font, moved to
+// The whole `cmap`, in place for a plain memory font, moved to
 // even offsets when a subtable stands at an odd one.
 bool load_cmap(FS_STATE* state, TTF* ttf) {
   FS_ULONG off = 0, len = 0;
@@ -478,7 +478,7 @@ bool read_optional_table(FS_STATE* state, TTF* ttf, FS_ULONG tag,
   return *out != nullptr;
 }
 
-// Step 17: the hinting tables, read whole.
+// The hinting tables, read whole.
 bool load_hinting_tables(FS_STATE* state, TTF* ttf) {
   FS_ULONG len = 0;
   FS_BYTE* cvt = nullptr;
@@ -494,7 +494,7 @@ bool load_hinting_tables(FS_STATE* state, TTF* ttf) {
   return true;
 }
 
-// Step 18: room for the interpreter's function and instruction definitions.
+// Room for the interpreter's function and instruction definitions.
 bool alloc_interpreter_defs(FS_STATE* state, TTF* ttf) {
   const FS_ULONG kDefBytes = 8;
   if (ttf->maxp->maxFunctionDefs != 0) {
@@ -510,7 +510,7 @@ bool alloc_interpreter_defs(FS_STATE* state, TTF* ttf) {
   return true;
 }
 
-// Step 19: the bitmap location table, colour first; each needs its data.
+// The bitmap location table, colour first; each needs its data.
 bool load_bitmap_location(FS_STATE* state, TTF* ttf) {
   FS_ULONG off = 0;
   FS_ULONG dataTag;
@@ -529,7 +529,7 @@ bool load_bitmap_location(FS_STATE* state, TTF* ttf) {
   return state->error == SUCCESS;
 }
 
-// Step 20: something to draw glyphs from. Refused with `error` left at 0.
+// Something to draw glyphs from. Refused with `error` left at 0.
 bool has_glyph_source(FS_STATE* state, TTF* ttf) {
   if (ttf->eblc_offset != 0 || ttf->cff != nullptr) return true;
   if (ttf->glyf_size != 0 && ttf->loca != nullptr) return true;
@@ -537,7 +537,7 @@ bool has_glyph_source(FS_STATE* state, TTF* ttf) {
   return false;
 }
 
-// Steps 21 and 22: offsets of on-demand tables, the small whole tables, and
+// Offsets of on-demand tables, the small whole tables, and
 // `nstk`, whose count word and the words it counts turn native.
 bool load_optional_tables(FS_STATE* state, TTF* ttf) {
   if (!get_ttf_table_info(state, ttf, TAG_kern, &ttf->kern_offset, nullptr))
@@ -563,7 +563,7 @@ bool load_optional_tables(FS_STATE* state, TTF* ttf) {
   return true;
 }
 
-// Step 23: `OS/2` when there is one; `name` is required.
+// `OS/2` when there is one; `name` is required.
 bool load_os2_and_name(FS_STATE* state, TTF* ttf) {
   ttf->os2 = get_os2_table(state, ttf);
   if (ttf->os2 == nullptr) {
@@ -574,7 +574,7 @@ bool load_os2_and_name(FS_STATE* state, TTF* ttf) {
   return ttf->name != nullptr;
 }
 
-// Step 24: device metrics tables, by offset.
+// Device metrics tables, by offset.
 void load_device_metrics_offsets(FS_STATE* state, TTF* ttf) {
   if (!get_ttf_table_info(state, ttf, TAG_VDMX, &ttf->vdmx_offset, nullptr))
     forgive_miss(state);
@@ -693,6 +693,7 @@ void* ttf_read(FS_STATE* state, TTF* ttf, FS_ULONG offset, FS_ULONG size) {
 void ttf_read_buf(FS_STATE* state, TTF* ttf, FS_ULONG offset, FS_ULONG size,
                   FS_BYTE* p) {
   if (size == 0) return;
+  state->error = SUCCESS;
   if (ttf->decomp != nullptr) {
     QSX_RA_TT_Decomp* decomp = (QSX_RA_TT_Decomp*)ttf->decomp;
     FS_ULONG got = size;

@@ -329,7 +329,8 @@ void* ttf_read_ex(FS_STATE* state, TTF* ttf, FS_ULONG offset, FS_ULONG size,
 void* ttf_read(FS_STATE* state, TTF* ttf, FS_ULONG offset, FS_ULONG size);
 
 // Fills the caller's buffer with `size` bytes at `offset`; what lies beyond
-// the data becomes zeros. 104 when a seek fails.
+// the data becomes zeros. Clears `error`, or sets 104 when a seek fails.
+// Size 0 does nothing.
 void ttf_read_buf(FS_STATE* state, TTF* ttf, FS_ULONG offset, FS_ULONG size,
                   FS_BYTE* p);
 
