@@ -8,6 +8,7 @@
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_tlist.h"
+#include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
 
 using namespace enginetest;
@@ -205,8 +206,10 @@ TEST(ReclaimLadder, FontDataIsUnloadedButNeverWhileLoadingOrCurrent) {
   LFNT* lfnt = makeLfnt(&e.st, 0);
   FNTSET* set = makeFntset(&e.st, lfnt);
   set->count_added = 1;
-  static int fontData;  // stands for a loaded TrueType record
-  lfnt->fnt = &fontData;
+  lfnt->fnt = load_ttf(&e.st,
+                       (FILECHAR*)"/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
+                       nullptr, 0, 0, 0, 0, 0);
+  ASSERT_NE(nullptr, lfnt->fnt);
   lfnt->cmap_cache = (FS_CMAP_CACHE*)FSS_calloc(&e.st, 1024);
   SFNT* sfnt = makeSfnt(&e.st, lfnt, true);
   sfnt->ref_count = 1;

@@ -1,0 +1,105 @@
+// fontvec info as a person runs it: the real binary on real and built fonts,
+// its "key: value" lines, the engine's error on standard error, exit codes.
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include <string>
+
+#include "support/sfnt_builder.h"
+#include "support/test_support.h"
+
+namespace {
+
+struct ToolRun {
+  int status;
+  std::string out;
+};
+
+ToolRun fontvec(const std::string& args, const std::string& errFile = "") {
+  std::string command = std::string(FONTVEC_EXE) + " " + args + " 2>" +
+                        (errFile.empty() ? "/dev/null" : errFile);
+  FILE* p = popen(command.c_str(), "r");
+  ToolRun r{-1, ""};
+  if (p == nullptr) return r;
+  char buffer[4096];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) r.out.append(buffer, n);
+  int status = pclose(p);
+  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return r;
+}
+
+}  // namespace
+
+TEST(FontvecInfo, PrintsWhatTheLoaderReadOfARealFont) {
+  ToolRun r = fontvec("info /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out,
+            "faces: 1\n"
+            "glyphs: 6253\n"
+            "units_per_em: 2048\n"
+            "bbox: -2090 -948 3673 2524\n"
+            "ascender: 1901\n"
+            "descender: -483\n"
+            "outlines: glyf\n");
+}
+
+TEST(FontvecInfo, CollectionMembersAndCffContainers) {
+  testsupport::TempDir dir;
+  sfnt::Font a = sfnt::minimalGlyfFont();
+  sfnt::Font b = sfnt::minimalCffFont(7);
+  b.set("head", sfnt::head(2048, -5, -6, 70, 80));
+  std::string ttc = dir.file("pair.ttc");
+  testsupport::writeBytes(ttc, sfnt::asString(sfnt::buildCollection({a, b})));
+
+  ToolRun first = fontvec("info " + ttc);
+  EXPECT_EQ(first.status, 0);
+  EXPECT_EQ(first.out,
+            "faces: 2\nglyphs: 2\nunits_per_em: 1000\nbbox: -10 -200 600 800\n"
+            "ascender: 800\ndescender: -200\noutlines: glyf\n");
+  ToolRun second = fontvec("info --index 1 " + ttc);
+  EXPECT_EQ(second.status, 0);
+  EXPECT_EQ(second.out,
+            "faces: 2\nglyphs: 7\nunits_per_em: 2048\nbbox: -5 -6 70 80\n"
+            "ascender: 800\ndescender: -200\noutlines: CFF\n");
+
+  std::string otf = dir.file("one.otf");
+  testsupport::writeBytes(otf, sfnt::asString(sfnt::build(b)));
+  ToolRun cff = fontvec("info " + otf);
+  EXPECT_EQ(cff.status, 0);
+  EXPECT_NE(cff.out.find("outlines: CFF\n"), std::string::npos);
+}
+
+TEST(FontvecInfo, RefusedFontsGiveTheEngineErrorAndExitOne) {
+  testsupport::TempDir dir;
+  std::string err = dir.file("err.txt");
+  std::string ttc = dir.file("pair.ttc");
+  testsupport::writeBytes(ttc, sfnt::asString(sfnt::buildCollection(
+                                   {sfnt::minimalGlyfFont(),
+                                    sfnt::minimalGlyfFont()})));
+  ToolRun past = fontvec("info --index 2 " + ttc, err);
+  EXPECT_EQ(past.status, 1);
+  EXPECT_EQ(past.out, "");
+  EXPECT_NE(testsupport::readBytes(err).find(
+                "error 404: face index beyond the collection"),
+            std::string::npos);
+
+  std::string empty = dir.file("empty.ttf");
+  testsupport::writeBytes(empty, "");
+  EXPECT_EQ(fontvec("info " + empty, err).status, 1);
+  EXPECT_NE(testsupport::readBytes(err).find("error 403"), std::string::npos);
+
+  EXPECT_EQ(fontvec("info " + dir.file("absent.ttf"), err).status, 1);
+  EXPECT_NE(testsupport::readBytes(err).find("error 102"), std::string::npos);
+}
+
+TEST(FontvecInfo, UsageErrorsExitTwo) {
+  EXPECT_EQ(fontvec("info").status, 2);
+  EXPECT_EQ(fontvec("info a.ttf b.ttf").status, 2);
+  EXPECT_EQ(fontvec("info --index x a.ttf").status, 2);
+  EXPECT_EQ(fontvec("info --index -1 a.ttf").status, 2);
+  EXPECT_EQ(fontvec("info --bogus a.ttf").status, 2);
+  ToolRun help = fontvec("--help");
+  EXPECT_NE(help.out.find("info FONT [--index N]"), std::string::npos);
+}

@@ -1,0 +1,89 @@
+// fontvec info: what the engine's container loader reads from a font file,
+// one "key: value" line each. Starts a private engine client, loads the face,
+// prints, and ends the client.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_ttf.h"
+#include "tools/fontvec/commands.h"
+
+namespace {
+
+// Enough for the resident tables of any ordinary font.
+const FS_ULONG kInfoHeap = 64u << 20;
+
+// The engine's type of an sfnt file: 7 for a CFF OpenType font ("OTTO"),
+// else 0.
+FS_BYTE sfntType(const char* path) {
+  FILE* f = fopen(path, "rb");
+  if (f == NULL) return 0;
+  char head[3] = {0, 0, 0};
+  size_t n = fread(head, 1, sizeof head, f);
+  fclose(f);
+  return n == 3 && memcmp(head, "OTT", 3) == 0 ? FNT_TYPE_OTT : 0;
+}
+
+bool parseIndex(const char* text, FS_ULONG* index) {
+  char* end = NULL;
+  unsigned long v = strtoul(text, &end, 10);
+  if (text[0] == '\0' || text[0] == '-' || *end != '\0' || v > 0xFFFFFFFFul)
+    return false;
+  *index = (FS_ULONG)v;
+  return true;
+}
+
+void printInfo(const TTF* ttf) {
+  printf("faces: %lu\n", ttf->ttc_header
+                             ? (unsigned long)ttf->ttc_header->numFonts
+                             : 1ul);
+  printf("glyphs: %u\n", (unsigned)ttf->maxp->numGlyphs);
+  printf("units_per_em: %u\n", (unsigned)ttf->head->unitsPerEm);
+  printf("bbox: %d %d %d %d\n", ttf->head->xMin, ttf->head->yMin,
+         ttf->head->xMax, ttf->head->yMax);
+  printf("ascender: %d\n", ttf->hhea->yAscender);
+  printf("descender: %d\n", ttf->hhea->yDescender);
+  printf("outlines: %s\n", ttf->cff ? "CFF" : "glyf");
+}
+
+}  // namespace
+
+int fontvec_info(int argc, char** argv) {
+  const char* path = NULL;
+  FS_ULONG index = 0;
+  for (int i = 0; i < argc; i++) {
+    if (strcmp(argv[i], "--index") == 0 && i + 1 < argc) {
+      if (!parseIndex(argv[++i], &index)) return fontvec_usage("info");
+    } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
+      return fontvec_usage("info");
+    } else if (path == NULL) {
+      path = argv[i];
+    } else {
+      return fontvec_usage("info");
+    }
+  }
+  if (path == NULL) return fontvec_usage("info");
+
+  FS_STATE state;
+  if (FSS_init(&state, kInfoHeap) != 0) {
+    fontvec_error("the font engine did not start (error %lu: %s)",
+                  (unsigned long)state.error, FS_error_message(state.error));
+    return 1;
+  }
+  TTF* ttf = load_ttf(&state, (FILECHAR*)path, NULL, index, 0, 0, 0,
+                      sfntType(path));
+  int status = 0;
+  if (ttf == NULL) {
+    fontvec_error("%s: error %lu: %s", path, (unsigned long)state.error,
+                  state.error ? FS_error_message(state.error)
+                              : "no outlines nor bitmaps in the font");
+    status = 1;
+  } else {
+    printInfo(ttf);
+    unload_ttf(&state, ttf);
+  }
+  FSS_exit(&state);
+  return status;
+}
