@@ -14,18 +14,11 @@
 using testsupport::kBlack;
 using testsupport::kWhite;
 using testsupport::Picture;
+using testsupport::savePicture;
 using testsupport::TempDir;
 using testsupport::writePicture;
 
 namespace {
-
-// Writes the picture into `dir` and returns the file's path.
-std::string save(const TempDir& dir, const Picture& picture,
-                 const std::string& name = "glyph.png") {
-  std::string path = dir.file(name);
-  writePicture(path, picture);
-  return path;
-}
 
 // The four census shares of a file, in the order dir0, dir45, dir90, dir135.
 struct Shares {
@@ -86,7 +79,7 @@ Picture horizontalBar() {
 
 TEST(DirectionCensus, HorizontalBarCountsItsLongSidesHorizontal) {
   TempDir dir;
-  Shares s = sharesOf(save(dir, horizontalBar()));
+  Shares s = sharesOf(savePicture(dir, horizontalBar()));
   // Rows 3 and 5 without their ends pass W-E: 14 + 14 = 28 dir0. The two ends
   // of row 4 pass N-S: dir90, leaving code 3. Ends fitting no test count in
   // the class of the code left last: (2,3) with the starting code 2 and
@@ -100,7 +93,7 @@ TEST(DirectionCensus, HorizontalBarCountsItsLongSidesHorizontal) {
 
 TEST(DirectionCensus, RisingDiagonalBarCountsMostlyNeSw) {
   TempDir dir;
-  Shares s = sharesOf(save(dir, risingBar()));
+  Shares s = sharesOf(savePicture(dir, risingBar()));
   // Rows 3..8: each pixel has ink of the same x + y at upper right and lower
   // left, so NE-SW takes all 18. Row 2: (10,2) passes W-E; its ends fit no
   // test and count in class 2 (the starting code, then W-E's code): dir90.
@@ -119,7 +112,7 @@ TEST(DirectionCensus, PixelFittingNoTestCountsInTheClassNumberedByTheLastCode) {
   Picture p(12, 12);
   for (int k = 2; k <= 9; k++) p.set(k, k, kBlack);
   TempDir dir;
-  Shares s = sharesOf(save(dir, p));
+  Shares s = sharesOf(savePicture(dir, p));
   EXPECT_DOUBLE_EQ(s.dir0, 0.0);
   EXPECT_DOUBLE_EQ(s.dir45, 1.0 / 8);
   EXPECT_DOUBLE_EQ(s.dir90, 1.0 / 8);
@@ -128,7 +121,7 @@ TEST(DirectionCensus, PixelFittingNoTestCountsInTheClassNumberedByTheLastCode) {
 
 TEST(DirectionCensus, SquareOutlineSplitsBetweenHorizontalAndVertical) {
   TempDir dir;
-  Shares s = sharesOf(save(dir, square()));
+  Shares s = sharesOf(savePicture(dir, square()));
   // Top and bottom rows without corners: 18 + 18 dir0. Side columns without
   // corners pass N-S: 36 dir90. Corners fit nothing: (2,2), (21,2) and
   // (21,21) follow code 2 (dir90), (2,21) follows the N-S of (21,20) (dir135).
@@ -185,7 +178,7 @@ TEST(DirectionCensus, NullBufferGivesMinusOneAndNoCount) {
 
 TEST(Curviness, NarrowStrokeOrderPrefersHorizontalOverDiagonal) {
   TempDir dir;
-  std::string bar = save(dir, risingBar());
+  std::string bar = savePicture(dir, risingBar());
   // Wide order: 18 of 24 border pixels diagonal (see the census above).
   EXPECT_DOUBLE_EQ(getCurviness(bar.c_str(), 0.0, 5.0), 0.75);
   EXPECT_DOUBLE_EQ(getCurviness(bar.c_str(), 0.0, 3.0), 0.75);
@@ -197,14 +190,14 @@ TEST(Curviness, NarrowStrokeOrderPrefersHorizontalOverDiagonal) {
 TEST(Curviness, SquareIsNearlyStraightAndDiscIsCurved) {
   TempDir dir;
   // The square's census, in either order: only the corner (2,21) diagonal.
-  std::string sq = save(dir, square(), "square.png");
+  std::string sq = savePicture(dir, "square.png", square());
   EXPECT_DOUBLE_EQ(getCurviness(sq.c_str(), 0.0, 0.0), 1.0 / 76);
   EXPECT_DOUBLE_EQ(getCurviness(sq.c_str(), 0.0, 5.0), 1.0 / 76);
   // A circle's outline runs diagonal over a good part of its length: in each
   // eighth of a turn about 0.29 r of its 0.71 r pixels step diagonally, and
   // on a disc diagonal neighbours line up along the rim from about 22.5 to
   // 67.5 degrees, half the turn.
-  std::string round = save(dir, disc(), "disc.png");
+  std::string round = savePicture(dir, "disc.png", disc());
   EXPECT_GT(getCurviness(round.c_str(), 0.0, 0.0), 0.25);
   EXPECT_LT(getCurviness(round.c_str(), 0.0, 0.0), 0.75);
   EXPECT_GT(getCurviness(round.c_str(), 0.0, 5.0), 0.25);
@@ -214,7 +207,7 @@ TEST(Curviness, SquareIsNearlyStraightAndDiscIsCurved) {
 
 TEST(BorderPathCurviness, SquareWalksWithoutDiagonalStepsAndTurnsThreeTimes) {
   TempDir dir;
-  std::string sq = save(dir, square());
+  std::string sq = savePicture(dir, square());
   EXPECT_DOUBLE_EQ(curviness_borderPath(sq.c_str(), 0.0, 1), 0.0);
   // The walk starts at (2,2) going down; the corners at (2,21), (21,21) and
   // (21,2) turn by 2, 2 and 6 direction indices; the closing step onto (2,2)
@@ -226,7 +219,7 @@ TEST(BorderPathCurviness, SquareWalksWithoutDiagonalStepsAndTurnsThreeTimes) {
 
 TEST(BorderPathCurviness, DiscStepsDiagonallyAlongAboutATenthToAHalf) {
   TempDir dir;
-  std::string round = save(dir, disc());
+  std::string round = savePicture(dir, disc());
   // The outline of a digital circle steps diagonally on sqrt(2) - 1 = 0.41 of
   // its steps; dividing by all border pixels, a few more than steps where the
   // rim is two pixels thick diagonally, lowers that somewhat.
@@ -237,7 +230,7 @@ TEST(BorderPathCurviness, DiscStepsDiagonallyAlongAboutATenthToAHalf) {
 
 TEST(BorderPathCurviness, WalksEveryContourOfARing) {
   TempDir dir;
-  std::string ring = save(dir, squareRing());
+  std::string ring = savePicture(dir, squareRing());
   EXPECT_DOUBLE_EQ(curviness_borderPath(ring.c_str(), 0.0, 1), 0.0);
   // The outer outline (40 pixels, 3 sharp turns), then from the lowest
   // unwalked key (4,4) the hole's outline (24 pixels): down, right at (4,10),
@@ -251,7 +244,7 @@ TEST(BorderPathCurviness, DeskewingALeaningShapeStraightensItsWalk) {
   Picture p(44, 26);
   p.fillSheared(4, 13, 3, 22, 1.0);
   TempDir dir;
-  std::string path = save(dir, p);
+  std::string path = savePicture(dir, p);
   EXPECT_DOUBLE_EQ(curviness_borderPath(path.c_str(), 45.0, 1), 0.0);
   // Upright rectangle census: only its lower left corner counts diagonal,
   // of 2 * 10 + 2 * 18 = 56 border pixels.
@@ -332,12 +325,12 @@ TEST(Edginess, SquareCornersTurnAndDiscDoesNot) {
   // last one, at 78 - r, counts only for r = 8 (2 + 2 steps in window 72).
   // r = 4: 17, 36, 55: 3. r = 5: 16, 35, 54: 4. r = 6: 15, 34, 53: 4.
   // r = 7: 14, 33, 52: 4. r = 8: 13, 32, 51, 70: 4. 19 / 5.
-  std::string sq = save(dir, square(), "square.png");
+  std::string sq = savePicture(dir, "square.png", square());
   EXPECT_DOUBLE_EQ(getEdginess(sq.c_str(), 0.0), 3.8);
   // Along a disc of radius 20 the direction turns by 4 / 20 rad, about 11
   // degrees, per window; the pixel staircase adds at most about 27 degrees
   // (between windows of 4 straight and 3 + 1 steps and back), never past 45.
-  std::string round = save(dir, disc(), "disc.png");
+  std::string round = savePicture(dir, "disc.png", disc());
   EXPECT_DOUBLE_EQ(getEdginess(round.c_str(), 0.0), 0.0);
 }
 
@@ -363,7 +356,7 @@ TEST(Intersections, PlusSignCarriesTheInkStateFromLineToLine) {
   p.fillRect(3, 10, 20, 13);
   TempDir dir;
   int int_x = -1, int_y = -1;
-  getIntersections(save(dir, p).c_str(), &int_x, &int_y);
+  getIntersections(savePicture(dir, p).c_str(), &int_x, &int_y);
   // Lines 5, 7 and 9 cross one arm: 2 each, 6 on either side. Column 11 lies
   // in the vertical arm: ink from its start (7) and never white, so the
   // state stays "looking for white" through row 11, column 13 and row 13,
@@ -382,7 +375,7 @@ TEST(Intersections, BoxyOCountsBothStrokesOfEachLine) {
   p.fillRect(7, 7, 16, 16, kWhite);
   TempDir dir;
   int int_x = -1, int_y = -1;
-  getIntersections(save(dir, p).c_str(), &int_x, &int_y);
+  getIntersections(savePicture(dir, p).c_str(), &int_x, &int_y);
   EXPECT_EQ(int_x, 8);
   EXPECT_EQ(int_y, 9);
 }
@@ -399,7 +392,7 @@ TEST(Intersections, RowScansStartAtMinYInsteadOfMinX) {
   p.fillRect(3, 16, 20, 19);
   TempDir dir;
   int int_x = -1, int_y = -1;
-  getIntersections(save(dir, p).c_str(), &int_x, &int_y);
+  getIntersections(savePicture(dir, p).c_str(), &int_x, &int_y);
   EXPECT_EQ(int_x, 8);
   EXPECT_EQ(int_y, 8);
 }
@@ -417,7 +410,7 @@ TEST(Intersections, FractionalRowShiftsTheScanSideways) {
   p.fillRect(13, 4, 16, 25);
   TempDir dir;
   int int_x = -1, int_y = -1;
-  getIntersections(save(dir, p).c_str(), &int_x, &int_y);
+  getIntersections(savePicture(dir, p).c_str(), &int_x, &int_y);
   EXPECT_EQ(int_x, 4);
   EXPECT_EQ(int_y, 0);
 }
@@ -464,7 +457,7 @@ TEST(Symmetry, LetterLMatchesPartlyUnderEitherSymmetry) {
   EXPECT_DOUBLE_EQ(symmetryValue(box.data(), 10, 10, 0), 29.0 / 50);
   EXPECT_DOUBLE_EQ(symmetryValue(box.data(), 10, 10, 1), 17.0 / 50);
   TempDir dir;
-  EXPECT_DOUBLE_EQ(getSymmetry(save(dir, l).c_str(), 0.0), 29.0 / 50);
+  EXPECT_DOUBLE_EQ(getSymmetry(savePicture(dir, l).c_str(), 0.0), 29.0 / 50);
 }
 
 TEST(Symmetry, SymmetricShapesScoreOne) {
@@ -473,7 +466,7 @@ TEST(Symmetry, SymmetricShapesScoreOne) {
   Picture t = letterT();
   std::vector<uint32_t> box = boxOf(t);
   EXPECT_DOUBLE_EQ(symmetryValue(box.data(), 10, 10, 0), 1.0);
-  EXPECT_DOUBLE_EQ(getSymmetry(save(dir, t, "t.png").c_str(), 0.0), 1.0);
+  EXPECT_DOUBLE_EQ(getSymmetry(savePicture(dir, "t.png", t).c_str(), 0.0), 1.0);
   // Two squares at opposite corners map onto each other under a half turn,
   // and not at all in the mirror: the larger, 1.0, is taken.
   Picture z(14, 14);
@@ -482,7 +475,7 @@ TEST(Symmetry, SymmetricShapesScoreOne) {
   box = boxOf(z);
   EXPECT_DOUBLE_EQ(symmetryValue(box.data(), 10, 10, 1), 1.0);
   EXPECT_DOUBLE_EQ(symmetryValue(box.data(), 10, 10, 0), 0.0);
-  EXPECT_DOUBLE_EQ(getSymmetry(save(dir, z, "z.png").c_str(), 0.0), 1.0);
+  EXPECT_DOUBLE_EQ(getSymmetry(savePicture(dir, "z.png", z).c_str(), 0.0), 1.0);
 }
 
 TEST(Symmetry, OddWidthLeavesTheOutermostColumnsUncompared) {
@@ -505,7 +498,7 @@ TEST(Symmetry, OddWidthLeavesTheOutermostColumnsUncompared) {
 
 TEST(FailureValues, BlankPictureGivesNotANumberForTheRatios) {
   TempDir dir;
-  std::string blank = save(dir, Picture(20, 20));
+  std::string blank = savePicture(dir, Picture(20, 20));
   EXPECT_TRUE(std::isnan(getCurviness(blank.c_str(), 0.0, 0.0)));
   EXPECT_TRUE(std::isnan(curviness_borderPath(blank.c_str(), 0.0, 1)));
   Shares s = sharesOf(blank);
@@ -519,7 +512,7 @@ TEST(FailureValues, BlankPictureGivesNotANumberForTheRatios) {
   EXPECT_EQ(int_x, 0);
   EXPECT_EQ(int_y, 0);
   // Tiny pictures: the blank box 1..0 reaches past their edge.
-  std::string tiny = save(dir, Picture(1, 1), "tiny.png");
+  std::string tiny = savePicture(dir, "tiny.png", Picture(1, 1));
   EXPECT_EQ(getEdginess(tiny.c_str(), 0.0), 0.0);
   EXPECT_EQ(getSymmetry(tiny.c_str(), 0.0), 1.0);
   getIntersections(tiny.c_str(), &int_x, &int_y);
@@ -550,7 +543,7 @@ TEST(FailureValues, InkToEveryEdgeEndsEveryWalk) {
   // steps past the side edges wrap to the neighbouring row.
   Picture solid(12, 10, kBlack);
   TempDir dir;
-  std::string path = save(dir, solid);
+  std::string path = savePicture(dir, solid);
   Shares s = sharesOf(path);
   EXPECT_DOUBLE_EQ(s.dir0 + s.dir45 + s.dir90 + s.dir135, 1.0);
   EXPECT_GE(curviness_borderPath(path.c_str(), 0.0, 1), 0.0);

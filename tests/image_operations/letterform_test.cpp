@@ -11,17 +11,11 @@
 
 using testsupport::kWhite;
 using testsupport::Picture;
+using testsupport::savePicture;
 using testsupport::TempDir;
 using testsupport::writePicture;
 
 namespace {
-
-std::string save(const TempDir& dir, const std::string& name,
-                 const Picture& p) {
-  std::string path = dir.file(name);
-  writePicture(path, p);
-  return path;
-}
 
 // A ring like an o: every column crosses at most two strokes.
 Picture ring() {
@@ -54,9 +48,9 @@ TEST(AllCaps, SameCentreOfInkMeansCapitalLikeAndMissingMeansOrigin) {
   wider.fillRect(3, 2, 13, 21);
   l.fillRect(2, 2, 2, 5);
   l.fillRect(2, 5, 4, 5);
-  std::string b = save(dir, "box.png", box);
-  std::string w = save(dir, "wider.png", wider);
-  std::string el = save(dir, "l.png", l);
+  std::string b = savePicture(dir, "box.png", box);
+  std::string w = savePicture(dir, "wider.png", wider);
+  std::string el = savePicture(dir, "l.png", l);
   EXPECT_EQ(getAllCaps(b.c_str(), b.c_str()), 1.0);
   // Centres (0.45, 0.475) and (5 / 11, 0.475): 0.0045^2 is far below 0.0015.
   EXPECT_EQ(getAllCaps(b.c_str(), w.c_str()), 1.0);
@@ -85,10 +79,10 @@ Picture letterI(uint32_t gap) {
 
 TEST(SmallI, AWhiteOrFaintRowBetweenDotAndStemIsAGap) {
   TempDir dir;
-  std::string dotted = save(dir, "dotted.png", letterI(kWhite));
+  std::string dotted = savePicture(dir, "dotted.png", letterI(kWhite));
   EXPECT_EQ(getsmalliFontVal(dotted.c_str()), 1.0);
   // Dotless: every row of the band carries the same ink.
-  std::string dotless = save(dir, "dotless.png", letterI(0x000000));
+  std::string dotless = savePicture(dir, "dotless.png", letterI(0x000000));
   EXPECT_EQ(getsmalliFontVal(dotless.c_str()), 0.0);
   EXPECT_EQ(getsmalliFontVal(dir.file("absent.png").c_str()), 0.0);
 
@@ -96,10 +90,10 @@ TEST(SmallI, AWhiteOrFaintRowBetweenDotAndStemIsAGap) {
   // the peak row's 4.0 is under 5 per cent, and no pixel is darker than 0.5.
   Picture faint = letterI(kWhite);
   faint.fillRect(4, 6, 4, 8, 0xF0F0F0);
-  std::string f = save(dir, "faint.png", faint);
+  std::string f = savePicture(dir, "faint.png", faint);
   EXPECT_EQ(getsmalliFontVal(f.c_str()), 1.0);
   // Four such pixels make 0.235 per row, 5.9 per cent of the peak: no gap.
-  std::string full = save(dir, "full.png", letterI(0xF0F0F0));
+  std::string full = savePicture(dir, "full.png", letterI(0xF0F0F0));
   EXPECT_EQ(getsmalliFontVal(full.c_str()), 0.0);
 }
 
@@ -115,24 +109,24 @@ TEST(SmallI, OnePixelDarkerThanHalfClosesTheGap) {
   }
   pale.fillRect(20, 6, 20, 8, 0x808080);
   dark.fillRect(20, 6, 20, 8, 0x7F7F7F);
-  EXPECT_EQ(getsmalliFontVal(save(dir, "pale.png", pale).c_str()), 1.0);
-  EXPECT_EQ(getsmalliFontVal(save(dir, "dark.png", dark).c_str()), 0.0);
+  EXPECT_EQ(getsmalliFontVal(savePicture(dir, "pale.png", pale).c_str()), 1.0);
+  EXPECT_EQ(getsmalliFontVal(savePicture(dir, "dark.png", dark).c_str()), 0.0);
 }
 
 TEST(TwoStorey, ColumnsCrossingMoreStrokesThanTheLimitCount) {
   TempDir dir;
   // Three bars: columns 3..12 cross 3 strokes, the stem ends the run.
   // Box x 3..14: 10 / 12.
-  std::string a = save(dir, "a.png", stackedBars({{2, 4}, {10, 12}, {18, 20}}));
+  std::string a = savePicture(dir, "a.png", stackedBars({{2, 4}, {10, 12}, {18, 20}}));
   EXPECT_DOUBLE_EQ(isTowStoryag(a.c_str(), 0), 10.0 / 12.0);
   // For a g the limit is 3: three strokes are a one-storey g.
   EXPECT_DOUBLE_EQ(isTowStoryag(a.c_str(), 1), 0.0);
   // Four bars pass the g limit.
-  std::string g = save(dir, "g.png",
+  std::string g = savePicture(dir, "g.png",
                        stackedBars({{2, 3}, {7, 8}, {12, 13}, {17, 18}}));
   EXPECT_DOUBLE_EQ(isTowStoryag(g.c_str(), 1), 10.0 / 12.0);
   // An o crosses two strokes at most.
-  std::string o = save(dir, "o.png", ring());
+  std::string o = savePicture(dir, "o.png", ring());
   EXPECT_DOUBLE_EQ(isTowStoryag(o.c_str(), 0), 0.0);
 }
 
@@ -147,20 +141,20 @@ TEST(TwoStorey, RunsNeedTwoColumnsAndAClosingColumnAndStrokesAnEnd) {
     two.set(10, y, 0);
     two.set(11, y, 0);
   }
-  EXPECT_DOUBLE_EQ(isTowStoryag(save(dir, "one.png", one).c_str(), 0), 0.0);
+  EXPECT_DOUBLE_EQ(isTowStoryag(savePicture(dir, "one.png", one).c_str(), 0), 0.0);
   // Box x 3..11: a run of 2 over a width of 9.
-  EXPECT_DOUBLE_EQ(isTowStoryag(save(dir, "two.png", two).c_str(), 0),
+  EXPECT_DOUBLE_EQ(isTowStoryag(savePicture(dir, "two.png", two).c_str(), 0),
                    2.0 / 9.0);
 
   // Bars running into the picture's right edge: the run is never closed.
   Picture edge(16, 24);
   for (int y : {2, 10, 18}) edge.fillRect(3, y, 15, y + 2);
-  EXPECT_DOUBLE_EQ(isTowStoryag(save(dir, "edge.png", edge).c_str(), 0), 0.0);
+  EXPECT_DOUBLE_EQ(isTowStoryag(savePicture(dir, "edge.png", edge).c_str(), 0), 0.0);
 
   // A stroke counts where it ends: with the lowest bar on the picture's last
   // row the columns count two strokes.
   std::string f =
-      save(dir, "low.png", stackedBars({{2, 4}, {10, 12}, {19, 23}}));
+      savePicture(dir, "low.png", stackedBars({{2, 4}, {10, 12}, {19, 23}}));
   EXPECT_DOUBLE_EQ(isTowStoryag(f.c_str(), 0), 0.0);
   EXPECT_DOUBLE_EQ(isTowStoryag(dir.file("absent.png").c_str(), 0), 0.0);
 }
@@ -183,7 +177,7 @@ TEST(CounterOpenness, SmallestOpeningAboveTheLowestStrokeOnTheRight) {
   TempDir dir;
   // Columns 10..16 going up: ink at 19, white at 16 (y1), ink at 4 (y2):
   // 16 - 4 + 1 = 13. Columns 17 and 18 are white.
-  EXPECT_EQ(getCounterOpenness(save(dir, "c.png", letterC()).c_str()), 13);
+  EXPECT_EQ(getCounterOpenness(savePicture(dir, "c.png", letterC()).c_str()), 13);
 
   // An e: a bar at rows 10..11 and the eye closed at x 14..16. Its terminal
   // rises to rows 15..19 at x 15..16, so the opening there is 14 - 11 + 1.
@@ -191,7 +185,7 @@ TEST(CounterOpenness, SmallestOpeningAboveTheLowestStrokeOnTheRight) {
   e.fillRect(3, 10, 16, 11);
   e.fillRect(14, 2, 16, 11);
   e.fillRect(15, 15, 16, 19);
-  EXPECT_EQ(getCounterOpenness(save(dir, "e.png", e).c_str()), 4);
+  EXPECT_EQ(getCounterOpenness(savePicture(dir, "e.png", e).c_str()), 4);
 }
 
 TEST(CounterOpenness, LeftHalfIsNotLookedAt) {
@@ -201,7 +195,7 @@ TEST(CounterOpenness, LeftHalfIsNotLookedAt) {
   Picture p(20, 24);
   p.fillRect(2, 10, 8, 12);
   p.fillRect(2, 14, 8, 16);
-  EXPECT_EQ(getCounterOpenness(save(dir, "left.png", p).c_str()), 24);
+  EXPECT_EQ(getCounterOpenness(savePicture(dir, "left.png", p).c_str()), 24);
   EXPECT_EQ(getCounterOpenness(dir.file("absent.png").c_str()), -1);
 }
 
@@ -222,7 +216,7 @@ Picture threeBars() {
 
 TEST(CounterCloseness, MeasuresTheBowlOfAAndTheEyeOfE) {
   TempDir dir;
-  std::string f = save(dir, "bars.png", threeBars());
+  std::string f = savePicture(dir, "bars.png", threeBars());
   // a: changes 2 and 3, 16 - 10 + 1 = 7 in each of 10 columns: 70 / (24 * 10).
   EXPECT_DOUBLE_EQ(getCounterCloseness(f.c_str(), 1), 7.0 / 24.0);
   // e: changes 4 and 5, 8 - 3 + 1 = 6.
@@ -232,7 +226,7 @@ TEST(CounterCloseness, MeasuresTheBowlOfAAndTheEyeOfE) {
 TEST(CounterCloseness, OnlyColumnsCrossingThreeStrokesBeforeTheLastCount) {
   TempDir dir;
   // A ring crosses two strokes per column: no column, 0.0.
-  EXPECT_DOUBLE_EQ(getCounterCloseness(save(dir, "o.png", ring()).c_str(), 1),
+  EXPECT_DOUBLE_EQ(getCounterCloseness(savePicture(dir, "o.png", ring()).c_str(), 1),
                    0.0);
   // The last column would give a bowl of 16 - 6 + 1 = 11, but is not
   // scanned: the mean stays 7 / 24.
@@ -240,7 +234,7 @@ TEST(CounterCloseness, OnlyColumnsCrossingThreeStrokesBeforeTheLastCount) {
   p.fillRect(19, 2, 19, 3);
   p.fillRect(19, 5, 19, 6);
   p.fillRect(19, 17, 19, 19);
-  EXPECT_DOUBLE_EQ(getCounterCloseness(save(dir, "last.png", p).c_str(), 1),
+  EXPECT_DOUBLE_EQ(getCounterCloseness(savePicture(dir, "last.png", p).c_str(), 1),
                    7.0 / 24.0);
   EXPECT_DOUBLE_EQ(getCounterCloseness(dir.file("absent.png").c_str(), 1),
                    -1.0);

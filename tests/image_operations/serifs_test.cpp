@@ -15,32 +15,13 @@
 
 using testsupport::kBlack;
 using testsupport::Picture;
+using testsupport::measureDrawn;
+using testsupport::Glyph;
+using testsupport::greyPixel;
 using testsupport::TempDir;
 using testsupport::writePicture;
 
 namespace {
-
-// Writes the picture into a fresh folder and returns the measurement.
-template <typename Measure>
-double measured(const Picture& picture, Measure measure) {
-  TempDir dir;
-  std::string path = dir.file("glyph.png");
-  writePicture(path, picture);
-  return measure(path.c_str());
-}
-
-// A picture of box size w x h with room around it, drawn in box positions.
-struct Glyph {
-  Picture pic;
-  Glyph(int w, int h) : pic(w + 5, h + 5) {}
-  void rect(int x0, int y0, int x1, int y1, uint32_t colour = kBlack) {
-    pic.fillRect(x0 + 2, y0 + 2, x1 + 2, y1 + 2, colour);
-  }
-  void set(int x, int y, uint32_t colour) { pic.set(x + 2, y + 2, colour); }
-};
-
-// Grey of byte value g: darkness (255 - g) / 255.
-uint32_t grey(int g) { return (uint32_t)g * 0x010101u; }
 
 // The same letter leaning right by one pixel per row, so that a shear of 45
 // degrees about the middle row (refY = height / 2) stands it upright again:
@@ -138,8 +119,8 @@ Picture wedgeH(bool smooth) {
     int bottom = 12 - x / 2;
     g.rect(x, top, x, bottom);
     if (smooth) {
-      g.set(x, top, grey(40 + 10 * x));
-      g.set(x, bottom, grey(100 + 10 * x));
+      g.set(x, top, greyPixel(40 + 10 * x));
+      g.set(x, bottom, greyPixel(100 + 10 * x));
     }
   }
   return g.pic;
@@ -198,7 +179,7 @@ Picture stemA(bool flare) {
 }
 
 double serifInfo(const Picture& p, int isupperRemove) {
-  return measured(
+  return measureDrawn(
       p, [&](const char* f) { return getFontSerifInfo(f, isupperRemove); });
 }
 
@@ -304,7 +285,7 @@ struct Bracket {
 Bracket bracketOf(const Picture& p, double skew, double preStd = 0.0,
                   double preGrey = 0.0) {
   Bracket b = {preStd, preGrey};
-  double ret = measured(p, [&](const char* f) {
+  double ret = measureDrawn(p, [&](const char* f) {
     return subSerifType(f, skew, &b.stdDev, &b.grey);
   });
   EXPECT_EQ(ret, 0.0);
@@ -375,7 +356,7 @@ const Wedge kPreset = {7.0, 7.0, 7.0, 7.0};
 
 Wedge wedgeOf(const Picture& p) {
   Wedge w = kPreset;
-  double ret = measured(p, [&](const char* f) {
+  double ret = measureDrawn(p, [&](const char* f) {
     return WedgeSerifType(f, &w.angleTop, &w.angleBottom, &w.fitTop,
                           &w.fitBottom);
   });
@@ -428,7 +409,7 @@ TEST(HeadWedge, NoWedgeOrAFallingTopEdgeLeavesThePresets) {
   g.rect(16, 24, 47, 31);
   for (int x = 0; x <= 7; x++) {
     g.rect(x, 1 + x, x, 12);
-    g.set(x, 1 + x, grey(40 + 10 * x));
+    g.set(x, 1 + x, greyPixel(40 + 10 * x));
   }
   expectPreset(wedgeOf(g.pic));
 }
@@ -448,7 +429,7 @@ TEST(HeadWedge, FailuresLeaveThePresets) {
 namespace {
 
 double ascenderOf(const Picture& p) {
-  return measured(p, AscenderStdDvSerifness);
+  return measureDrawn(p, AscenderStdDvSerifness);
 }
 
 }  // namespace
@@ -474,7 +455,7 @@ TEST(AscenderUnevenness, AFaintFirstColumnIsLeftOut) {
   // Column 1 at darkness 0.2 (mean below 0.3) is passed over: columns 2..5
   // hold 3, 4, 5, 6, mean 4.5, deviations 1.5 + 0.5 + 0.5 + 1.5 over 4.
   const int wedge[6] = {2, 3, 4, 5, 6, 7};
-  EXPECT_DOUBLE_EQ(ascenderOf(ascender(wedge, grey(204))), 1.0);
+  EXPECT_DOUBLE_EQ(ascenderOf(ascender(wedge, greyPixel(204))), 1.0);
 }
 
 TEST(AscenderUnevenness, AnEmptyColumnInsideTheSerifCountsAsZero) {
@@ -504,7 +485,7 @@ TEST(AscenderUnevenness, FailuresGiveZero) {
 namespace {
 
 double diagonalOf(const Picture& p, int mode) {
-  return measured(p, [&](const char* f) { return getDiagonalSerifs(f, mode); });
+  return measureDrawn(p, [&](const char* f) { return getDiagonalSerifs(f, mode); });
 }
 
 }  // namespace
@@ -555,7 +536,7 @@ TEST(DiagonalFeet, BlankGivesNoDiagonalAndAMissingFileZero) {
 namespace {
 
 double flareOf(const Picture& p, double skew) {
-  return measured(p, [&](const char* f) { return getFlaredStems(f, skew); });
+  return measureDrawn(p, [&](const char* f) { return getFlaredStems(f, skew); });
 }
 
 }  // namespace

@@ -10,18 +10,11 @@
 #include "support/test_support.h"
 
 using testsupport::Picture;
+using testsupport::savePicture;
 using testsupport::TempDir;
 using testsupport::writePicture;
 
 namespace {
-
-// Writes `p` into `dir` under `name` and returns the path.
-std::string save(const TempDir& dir, const std::string& name,
-                 const Picture& p) {
-  std::string path = dir.file(name);
-  writePicture(path, p);
-  return path;
-}
 
 // A solid black 10 x 20 box at x 3..12, y 2..21 of a 16 x 26 picture.
 Picture solidBox() {
@@ -48,7 +41,7 @@ const double kGrey80 = 127.0 / 255.0;  // darkness of 0x808080
 
 TEST(SizeMetrics, SolidBoxGivesItsSizeFullGreyAndCentre) {
   TempDir dir;
-  std::string f = save(dir, "box.png", solidBox());
+  std::string f = savePicture(dir, "box.png", solidBox());
   EXPECT_DOUBLE_EQ(getHeight(f.c_str()), 20.0);
   EXPECT_DOUBLE_EQ(getAspectRatio(f.c_str()), 20.0 / 30.0);
   EXPECT_DOUBLE_EQ(getAvgGrey(f.c_str()), 1.0);
@@ -74,7 +67,7 @@ TEST(SizeMetrics, SolidBoxGivesItsSizeFullGreyAndCentre) {
 
 TEST(SizeMetrics, LShapeCentreAndHistogramsFollowTheLineMeans) {
   TempDir dir;
-  std::string l = save(dir, "l.png", letterL());
+  std::string l = savePicture(dir, "l.png", letterL());
   double cx = 0, cy = 0, ax = 0, ay = 0;
   GetCenterOfGravity(l.c_str(), &cx, &cy, &ax, &ay);
   // Row means 0, 0, 0, 1: gravX = 1 / 4 = 0.25, then / W 3.
@@ -98,13 +91,13 @@ TEST(SizeMetrics, RowsWithTwoRunsAreLeftOutOfTheFillFactor) {
   Picture p(14, 14);
   p.fillRect(2, 2, 11, 11);
   p.fillRect(5, 5, 8, 8, testsupport::kWhite);
-  std::string f = save(dir, "holed.png", p);
+  std::string f = savePicture(dir, "holed.png", p);
   EXPECT_DOUBLE_EQ(getfillFactor(f.c_str()), 0.36);
   EXPECT_DOUBLE_EQ(pixelCount(f.c_str()), 84.0);
   EXPECT_DOUBLE_EQ(getAvgGrey(f.c_str()), 0.84);
 
   // A run ending in white counts as well: every row of the L is one run.
-  std::string l = save(dir, "l.png", letterL());
+  std::string l = savePicture(dir, "l.png", letterL());
   EXPECT_DOUBLE_EQ(getfillFactor(l.c_str()), 1.0);
 
   // Three runs in a row: the second run rules the row out for good.
@@ -113,7 +106,7 @@ TEST(SizeMetrics, RowsWithTwoRunsAreLeftOutOfTheFillFactor) {
   comb.fillRect(2, 2, 6, 4);
   comb.set(3, 2, testsupport::kWhite);
   comb.set(5, 2, testsupport::kWhite);
-  std::string c = save(dir, "comb.png", comb);
+  std::string c = savePicture(dir, "comb.png", comb);
   EXPECT_DOUBLE_EQ(getfillFactor(c.c_str()), (2.0 / 3.0) * (2.0 / 3.0));
 }
 
@@ -124,7 +117,7 @@ TEST(SizeMetrics, PaleAndGreyPixelsAreInkWithTheirDarkness) {
   p.set(2, 2, 0x000000);
   p.set(3, 2, 0x808080);
   p.set(4, 2, 0xFEFEFE);
-  std::string f = save(dir, "greys.png", p);
+  std::string f = savePicture(dir, "greys.png", p);
   EXPECT_DOUBLE_EQ(pixelCount(f.c_str()), 3.0);
   // (1 + 127/255 + 1/255) / 3 = (383/255) / 3.
   EXPECT_DOUBLE_EQ(getAvgGrey(f.c_str()), (1.0 + kGrey80 + 1.0 / 255.0) / 3);
@@ -132,7 +125,7 @@ TEST(SizeMetrics, PaleAndGreyPixelsAreInkWithTheirDarkness) {
 
 TEST(SizeMetrics, BlankPictureGivesTheTwoByTwoBoxAndNoAspect) {
   TempDir dir;
-  std::string f = save(dir, "blank.png", Picture(12, 12));
+  std::string f = savePicture(dir, "blank.png", Picture(12, 12));
   EXPECT_DOUBLE_EQ(getHeight(f.c_str()), 2.0);
   EXPECT_DOUBLE_EQ(getAvgGrey(f.c_str()), 0.0);
   EXPECT_DOUBLE_EQ(pixelCount(f.c_str()), 0.0);
@@ -150,7 +143,7 @@ TEST(SizeMetrics, BlankPictureGivesTheTwoByTwoBoxAndNoAspect) {
   EXPECT_DOUBLE_EQ(getStringWidth(f.c_str()), 1.0);
 
   // A 1 x 1 blank picture: the 2 x 2 box lies mostly outside and reads white.
-  std::string tiny = save(dir, "tiny.png", Picture(1, 1));
+  std::string tiny = savePicture(dir, "tiny.png", Picture(1, 1));
   EXPECT_DOUBLE_EQ(getHeight(tiny.c_str()), 2.0);
   EXPECT_DOUBLE_EQ(getAvgGrey(tiny.c_str()), 0.0);
   EXPECT_DOUBLE_EQ(getWidthHistogramNumber(tiny.c_str()), 0.0);
@@ -186,7 +179,7 @@ TEST(StringWidth, SpansFirstToLastInkColumnSkippingColumnZero) {
   Picture p(40, 10);
   p.fillRect(5, 3, 9, 6);
   p.fillRect(20, 3, 29, 6);
-  std::string f = save(dir, "string.png", p);
+  std::string f = savePicture(dir, "string.png", p);
   EXPECT_DOUBLE_EQ(getStringWidth(f.c_str()), 25.0);  // 29 - 5 + 1
   EXPECT_DOUBLE_EQ(getSquareStringWidth(f.c_str()), 625.0);
 
@@ -195,7 +188,7 @@ TEST(StringWidth, SpansFirstToLastInkColumnSkippingColumnZero) {
   Picture edge(30, 10);
   edge.set(0, 4, 0);
   edge.fillRect(10, 3, 19, 6);
-  EXPECT_DOUBLE_EQ(getStringWidth(save(dir, "edge.png", edge).c_str()), 10.0);
+  EXPECT_DOUBLE_EQ(getStringWidth(savePicture(dir, "edge.png", edge).c_str()), 10.0);
 }
 
 TEST(MonoSpaced, FourthPowerOfTheWidthRatioFoldedBelowOne) {
@@ -203,8 +196,8 @@ TEST(MonoSpaced, FourthPowerOfTheWidthRatioFoldedBelowOne) {
   Picture narrow(40, 8), wide(70, 8);
   narrow.fillRect(5, 2, 29, 5);  // 25 wide
   wide.fillRect(5, 2, 54, 5);    // 50 wide
-  std::string n = save(dir, "n.png", narrow);
-  std::string w = save(dir, "w.png", wide);
+  std::string n = savePicture(dir, "n.png", narrow);
+  std::string w = savePicture(dir, "w.png", wide);
   std::string missing = dir.file("absent.png");
   EXPECT_DOUBLE_EQ(isMonoSpaced(w.c_str(), n.c_str()), 0.0625);  // 0.5^4
   EXPECT_DOUBLE_EQ(isMonoSpaced(n.c_str(), w.c_str()), 0.0625);  // 1 / 2^4
@@ -232,7 +225,7 @@ Picture bandedString() {
 
 TEST(AvgGreyUsingHistogram, FindsTheDarkestWindowOfRows) {
   TempDir dir;
-  std::string f = save(dir, "band.png", bandedString());
+  std::string f = savePicture(dir, "band.png", bandedString());
   // Window of 3: 1+1+4 = 6, 1+4+4 = 9, 4+4+1 = 9, 4+1+1 = 6: 9 / (3 * 4).
   EXPECT_DOUBLE_EQ(getAvgGreyUsingHistogram(f.c_str(), 3.0), 0.75);
   // A window of the box's height: the slide does not run, 12 / (6 * 4).

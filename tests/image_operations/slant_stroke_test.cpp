@@ -13,25 +13,12 @@
 #include "support/test_support.h"
 
 using testsupport::Picture;
+using testsupport::savePicture;
+using testsupport::measureDrawn;
 using testsupport::TempDir;
 using testsupport::writePicture;
 
 namespace {
-
-// Writes the picture into `dir` and returns the file's path.
-std::string save(const TempDir& dir, const Picture& picture,
-                 const std::string& name = "glyph.png") {
-  std::string path = dir.file(name);
-  writePicture(path, picture);
-  return path;
-}
-
-// Calls `measure` on a picture written to a fresh folder.
-template <typename Measure>
-double measured(const Picture& picture, Measure measure) {
-  TempDir dir;
-  return measure(save(dir, picture).c_str());
-}
 
 // A bowl: the disc of radius 40 about (44, 44) in a 90 x 90 picture, less a
 // lens-shaped counter (the overlap of two discs of radius 39 whose centres
@@ -157,7 +144,7 @@ TEST(CalculateSkew, UprightBarOfWholePixelsIsZero) {
   // refY gets a fraction above 0.0001), so only 0 keeps the width of 6.
   Picture p(20, 46);
   p.fillRect(5, 3, 10, 42);
-  EXPECT_EQ(measured(p, calculateSkew), 0.0);
+  EXPECT_EQ(measureDrawn(p, calculateSkew), 0.0);
 }
 
 TEST(CalculateSkew, BarLeaningFortyFiveDegreesGivesTheLimits) {
@@ -165,10 +152,10 @@ TEST(CalculateSkew, BarLeaningFortyFiveDegreesGivesTheLimits) {
   // back in one column range of whole pixels, which no smaller angle does.
   Picture right(120, 70);
   right.fillSheared(10, 15, 5, 64, 1.0);
-  EXPECT_EQ(measured(right, calculateSkew), 45.0);
+  EXPECT_EQ(measureDrawn(right, calculateSkew), 45.0);
   Picture left(120, 70);
   left.fillSheared(70, 75, 5, 64, -1.0);
-  EXPECT_EQ(measured(left, calculateSkew), -45.0);
+  EXPECT_EQ(measureDrawn(left, calculateSkew), -45.0);
 }
 
 TEST(CalculateSkew, ShearedBarsRecoverTheirAngleWithinOneDegree) {
@@ -181,7 +168,7 @@ TEST(CalculateSkew, ShearedBarsRecoverTheirAngleWithinOneDegree) {
   for (double angle : angles) {
     Picture p(200, 130);
     p.fillSheared(60, 67, 5, 124, tan(angle * M_PI / 180.0));
-    EXPECT_NEAR(measured(p, calculateSkew), angle, 1.0) << angle;
+    EXPECT_NEAR(measureDrawn(p, calculateSkew), angle, 1.0) << angle;
   }
 }
 
@@ -189,7 +176,7 @@ TEST(CalculateSkew, MissingFileGivesZeroAndBlankPictureFortyFive) {
   TempDir dir;
   EXPECT_EQ(calculateSkew(dir.file("absent.png").c_str()), 0.0);
   // Every shear of a blank picture has the same box, and the last tie wins.
-  EXPECT_EQ(measured(Picture(10, 10), calculateSkew), 45.0);
+  EXPECT_EQ(measureDrawn(Picture(10, 10), calculateSkew), 45.0);
 }
 
 // --- getStrokeWidth and getStrokeWidthToWidthRatio ------------------------
@@ -197,13 +184,13 @@ TEST(CalculateSkew, MissingFileGivesZeroAndBlankPictureFortyFive) {
 TEST(StrokeWidth, SolidBarGivesItsWidthAndGreyEdgesCountByDarkness) {
   Picture bar(20, 44);
   bar.fillRect(5, 2, 10, 41);
-  EXPECT_DOUBLE_EQ(measured(bar, getStrokeWidth), 6.0);
+  EXPECT_DOUBLE_EQ(measureDrawn(bar, getStrokeWidth), 6.0);
 
   // Four black columns and one of grey byte 0x80: 4 + 127 / 255.
   Picture soft(20, 44);
   soft.fillRect(5, 2, 8, 41);
   soft.fillRect(9, 2, 9, 41, 0x808080);
-  EXPECT_DOUBLE_EQ(measured(soft, getStrokeWidth), 4.0 + 127.0 / 255.0);
+  EXPECT_DOUBLE_EQ(measureDrawn(soft, getStrokeWidth), 4.0 + 127.0 / 255.0);
 }
 
 TEST(StrokeWidth, RunCountsOnlyWhenWiderThanTheRowsEarlierRuns) {
@@ -211,12 +198,12 @@ TEST(StrokeWidth, RunCountsOnlyWhenWiderThanTheRowsEarlierRuns) {
   Picture narrowFirst(30, 44);
   narrowFirst.fillRect(2, 2, 4, 41);
   narrowFirst.fillRect(10, 2, 14, 41);
-  EXPECT_DOUBLE_EQ(measured(narrowFirst, getStrokeWidth), 4.0);
+  EXPECT_DOUBLE_EQ(measureDrawn(narrowFirst, getStrokeWidth), 4.0);
   // Runs 5 then 3: the 3 is not wider than the 5, so only 5 counts.
   Picture wideFirst(30, 44);
   wideFirst.fillRect(2, 2, 6, 41);
   wideFirst.fillRect(12, 2, 14, 41);
-  EXPECT_DOUBLE_EQ(measured(wideFirst, getStrokeWidth), 5.0);
+  EXPECT_DOUBLE_EQ(measureDrawn(wideFirst, getStrokeWidth), 5.0);
 }
 
 TEST(StrokeWidth, BandRowsAndTheRatiosShorterBand) {
@@ -230,23 +217,23 @@ TEST(StrokeWidth, BandRowsAndTheRatiosShorterBand) {
   p.fillRect(4, 6, 5, 7);    // box rows 4, 5: 2 wide
   p.fillRect(4, 8, 7, 8);    // box row 6: 4 wide
   // (2 + 2 + 4) / 3 rows.
-  EXPECT_DOUBLE_EQ(measured(p, getStrokeWidth), 8.0 / 3.0);
+  EXPECT_DOUBLE_EQ(measureDrawn(p, getStrokeWidth), 8.0 / 3.0);
   // Rows 4 and 5 only: mean 2, over the box width 8.
-  EXPECT_DOUBLE_EQ(measured(p, getStrokeWidthToWidthRatio), 0.25);
+  EXPECT_DOUBLE_EQ(measureDrawn(p, getStrokeWidthToWidthRatio), 0.25);
 }
 
 TEST(StrokeWidth, NoInkInTheBandOrNoFileGivesZero) {
   TempDir dir;
   EXPECT_EQ(getStrokeWidth(dir.file("absent.png").c_str()), 0.0);
   EXPECT_EQ(getStrokeWidthToWidthRatio(dir.file("absent.png").c_str()), 0.0);
-  EXPECT_EQ(measured(Picture(10, 10), getStrokeWidth), 0.0);
-  EXPECT_EQ(measured(Picture(10, 10), getStrokeWidthToWidthRatio), 0.0);
+  EXPECT_EQ(measureDrawn(Picture(10, 10), getStrokeWidth), 0.0);
+  EXPECT_EQ(measureDrawn(Picture(10, 10), getStrokeWidthToWidthRatio), 0.0);
   // Two blocks with a gap across the whole middle band (box rows 3..7 of 10).
   Picture gap(12, 14);
   gap.fillRect(2, 2, 8, 4);
   gap.fillRect(2, 10, 8, 11);
-  EXPECT_EQ(measured(gap, getStrokeWidth), 0.0);
-  EXPECT_EQ(measured(gap, getStrokeWidthToWidthRatio), 0.0);
+  EXPECT_EQ(measureDrawn(gap, getStrokeWidth), 0.0);
+  EXPECT_EQ(measureDrawn(gap, getStrokeWidthToWidthRatio), 0.0);
 }
 
 // --- getVerticalStrokeWidth -----------------------------------------------
@@ -273,14 +260,14 @@ TEST(VerticalStrokeWidth, BarThicknessBesideTheStemLeavingPaleEdgesOut) {
   // 5 black ones remain. Stem columns sum 29. The lowest cluster is 5.
   double avg = 0.37;  // has no effect
   TempDir dir;
-  std::string path = save(dir, paleTopT());
+  std::string path = savePicture(dir, paleTopT());
   EXPECT_DOUBLE_EQ(getVerticalStrokeWidth(path.c_str(), avg, 0.0), 5.0);
 
   // A mid-grey top row (127 / 255, not under 0.3) is counted.
   Picture grey = paleTopT();
   grey.fillRect(2, 2, 32, 2, 0x808080);
   EXPECT_DOUBLE_EQ(
-      getVerticalStrokeWidth(save(dir, grey, "g.png").c_str(), avg, 0.0),
+      getVerticalStrokeWidth(savePicture(dir, "g.png", grey).c_str(), avg, 0.0),
       5.0 + 127.0 / 255.0);
 }
 
@@ -294,7 +281,7 @@ TEST(VerticalStrokeWidth, DeskewsByTheGivenAngleFirst) {
       if (upright.at(x, y) != testsupport::kWhite)
         leaning.set(x + 42 - y, y, upright.at(x, y));
   TempDir dir;
-  std::string path = save(dir, leaning);
+  std::string path = savePicture(dir, leaning);
   EXPECT_DOUBLE_EQ(getVerticalStrokeWidth(path.c_str(), 0.0, 45.0), 5.0);
   EXPECT_NE(getVerticalStrokeWidth(path.c_str(), 0.0, 0.0), 5.0);
 }
@@ -307,7 +294,7 @@ TEST(VerticalStrokeWidth, FallsBackToTheStemWidthWhenNoColumnIsDark) {
   p.fillRect(10, 2, 13, 31, 0x808080);
   p.fillRect(10, 32, 13, 41);
   p.fillRect(2, 41, 21, 41);
-  EXPECT_DOUBLE_EQ(measured(p, [](const char* f) {
+  EXPECT_DOUBLE_EQ(measureDrawn(p, [](const char* f) {
                      return getVerticalStrokeWidth(f, 0.0, 0.0);
                    }),
                    4.0);
@@ -319,7 +306,7 @@ TEST(VerticalStrokeWidth, MissingFileGivesZeroAndBlankPictureOne) {
             0.0);
   // Blank: box 1, 1, 0, 0 (2 x 2), no stem found, so startX = endX = 0 and
   // the stem width is 1; the widened span 1..0 is empty, and 1 comes back.
-  EXPECT_EQ(measured(Picture(10, 10),
+  EXPECT_EQ(measureDrawn(Picture(10, 10),
                      [](const char* f) {
                        return getVerticalStrokeWidth(f, 0.0, 12.0);
                      }),
@@ -330,7 +317,7 @@ TEST(VerticalStrokeWidth, MissingFileGivesZeroAndBlankPictureOne) {
 
 TEST(StressAngle, EvenBowlHasNoAxis) {
   // Thickness 8 all round: the ratios stay near 1.
-  EXPECT_EQ(measured(evenBowl(), getStressAngle), 0.0);
+  EXPECT_EQ(measureDrawn(evenBowl(), getStressAngle), 0.0);
 }
 
 // Precision of the stress angle on these bowls: +-2 degrees. Each ray sums
@@ -343,7 +330,7 @@ TEST(StressAngle, BowlThickAtTheSidesGivesAboutZero) {
   // 16 thick left and right, 4 at top and bottom: the horizontal ray from
   // the left against the vertical one from the top (entries 45 and 135) has
   // the greatest ratio, about 4, so stressAng is 45 and the result 45 - 45.
-  EXPECT_NEAR(measured(lensBowl(0), getStressAngle), 0.0, 2.0);
+  EXPECT_NEAR(measureDrawn(lensBowl(0), getStressAngle), 0.0, 2.0);
 }
 
 TEST(StressAngle, ThickPartsTurnedGiveMinusTheirAngle) {
@@ -353,15 +340,15 @@ TEST(StressAngle, ThickPartsTurnedGiveMinusTheirAngle) {
   // thin point. That pair, entry i = a + 45 = 25, has the greatest ratio and
   // the left ray is the thicker, so stressAng = 25 and the result is -20.
   // Turned clockwise it is the mirror case, +20.
-  EXPECT_NEAR(measured(lensBowl(20), getStressAngle), -20.0, 2.0);
-  EXPECT_NEAR(measured(lensBowl(-20), getStressAngle), 20.0, 2.0);
+  EXPECT_NEAR(measureDrawn(lensBowl(20), getStressAngle), -20.0, 2.0);
+  EXPECT_NEAR(measureDrawn(lensBowl(-20), getStressAngle), 20.0, 2.0);
 }
 
 TEST(StressAngle, ThickPartsNearTheVerticalReadFromTheTopRays) {
   // Thick part at 90 + 15 degrees: the top ray at a = -15 (pointing 105)
   // is the thick one against the left ray at a = -15 (pointing 195, the thin
   // point): i = 30, stressAng = 90 - 30 = 60, result 15.
-  EXPECT_NEAR(measured(lensBowl(105), getStressAngle), 15.0, 2.0);
+  EXPECT_NEAR(measureDrawn(lensBowl(105), getStressAngle), 15.0, 2.0);
 }
 
 TEST(StressAngle, MissingFileGivesZeroAndBlankPictureFortyFour) {
@@ -372,7 +359,7 @@ TEST(StressAngle, MissingFileGivesZeroAndBlankPictureFortyFour) {
   // smoothing, entries 90, 91 and 92 are -1/3, -1/9 and 0, so i = 1 gives
   // -1 / (-1/9) = 9, the greatest ratio, with the top entry the larger:
   // stressAng = 90 - 1 = 89, and 9 > 2.0 in pixel mode gives 89 - 45.
-  EXPECT_EQ(measured(Picture(10, 10), getStressAngle), 44.0);
+  EXPECT_EQ(measureDrawn(Picture(10, 10), getStressAngle), 44.0);
 }
 
 // --- getESlant ------------------------------------------------------------
@@ -381,7 +368,7 @@ TEST(ESlant, SlopeOfTheBarsUndersideFromFirstToLastThreeStrokeColumn) {
   // Columns 6..25 cross bottom, bar and top (6 changes); 26 and 27 lack the
   // bottom. First point (6, 20), last (25, 20 - floor(19 / 4)) = (25, 16):
   // atan(-4 / 19) = -11.8887 degrees (with pi as 3.14159265).
-  EXPECT_NEAR(measured(boxyE(), getESlant), -11.888658, 1e-6);
+  EXPECT_NEAR(measureDrawn(boxyE(), getESlant), -11.888658, 1e-6);
 }
 
 TEST(ESlant, StepRightAfterTheStartRestartsTheLine) {
@@ -390,7 +377,7 @@ TEST(ESlant, StepRightAfterTheStartRestartsTheLine) {
   // stays (25, 16): atan(-4 / 18) = -12.5288 degrees.
   Picture e = boxyE();
   e.fillRect(6, 21, 6, 24);
-  EXPECT_NEAR(measured(e, getESlant), -12.528808, 1e-6);
+  EXPECT_NEAR(measureDrawn(e, getESlant), -12.528808, 1e-6);
 }
 
 TEST(ESlant, FourColumnsCrossingMoreStrokesVoidTheSlope) {
@@ -398,18 +385,18 @@ TEST(ESlant, FourColumnsCrossingMoreStrokesVoidTheSlope) {
   // have 8 changes and leave the line; the slope stands.
   Picture three = boxyE();
   three.fillRect(10, 25, 12, 26);
-  EXPECT_NEAR(measured(three, getESlant), -11.888658, 1e-6);
+  EXPECT_NEAR(measureDrawn(three, getESlant), -11.888658, 1e-6);
   // In four columns the count reaches 4 and the result is 0.
   Picture four = boxyE();
   four.fillRect(10, 25, 13, 26);
-  EXPECT_EQ(measured(four, getESlant), 0.0);
+  EXPECT_EQ(measureDrawn(four, getESlant), 0.0);
 }
 
 TEST(ESlant, NoThreeStrokeColumnGivesZeroAndMissingFileMinusOne) {
   Picture bar(20, 40);
   bar.fillRect(5, 2, 10, 37);
-  EXPECT_EQ(measured(bar, getESlant), 0.0);
-  EXPECT_EQ(measured(Picture(10, 10), getESlant), 0.0);
+  EXPECT_EQ(measureDrawn(bar, getESlant), 0.0);
+  EXPECT_EQ(measureDrawn(Picture(10, 10), getESlant), 0.0);
   TempDir dir;
   EXPECT_EQ(getESlant(dir.file("absent.png").c_str()), -1.0);
 }

@@ -19,23 +19,12 @@
 using testsupport::kBlack;
 using testsupport::kWhite;
 using testsupport::Picture;
+using testsupport::Glyph;
+using testsupport::greyPixel;
 using testsupport::TempDir;
 using testsupport::writePicture;
 
 namespace {
-
-// A picture of box size w x h with room around it, drawn in box positions.
-struct Glyph {
-  Picture pic;
-  Glyph(int w, int h) : pic(w + 5, h + 5) {}
-  void rect(int x0, int y0, int x1, int y1, uint32_t colour = kBlack) {
-    pic.fillRect(x0 + 2, y0 + 2, x1 + 2, y1 + 2, colour);
-  }
-  void set(int x, int y, uint32_t colour) { pic.set(x + 2, y + 2, colour); }
-};
-
-// Grey of byte value g: darkness (255 - g) / 255.
-uint32_t grey(int g) { return (uint32_t)g * 0x010101u; }
 
 // Pictures written into one temporary folder.
 struct Files {
@@ -249,9 +238,9 @@ TEST(StyleClassesTest, StencilBridgeOfFaintInkStillCountsAsGap) {
   Glyph g(21, 20);
   g.rect(0, 0, 9, 19);
   g.rect(11, 0, 20, 19);
-  g.set(10, 10, grey(250));
+  g.set(10, 10, greyPixel(250));
   EXPECT_EQ(1.0, getStencilsFont(files.write("faint", g.pic).c_str()));
-  g.set(10, 10, grey(100));
+  g.set(10, 10, greyPixel(100));
   EXPECT_EQ(0.0, getStencilsFont(files.write("dark", g.pic).c_str()));
 }
 
@@ -398,9 +387,9 @@ TEST(StyleClassesTest, DarkPixelShareCountsInkAboveSevenTenths) {
   mixed.set(1, 1, kBlack);
   mixed.set(2, 1, kBlack);
   mixed.set(3, 1, kBlack);
-  mixed.set(1, 2, grey(76));
-  mixed.set(2, 2, grey(77));
-  mixed.set(3, 2, grey(254));
+  mixed.set(1, 2, greyPixel(76));
+  mixed.set(2, 2, greyPixel(77));
+  mixed.set(3, 2, greyPixel(254));
   EXPECT_DOUBLE_EQ(4.0 / 6.0,
                    percentDarkPixels(files.write("mixed", mixed).c_str()));
   EXPECT_TRUE(

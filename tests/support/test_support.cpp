@@ -169,6 +169,17 @@ void writePicture(const std::string& path, const Picture& picture,
   png_write_end(w.png, nullptr);
 }
 
+std::string savePicture(const TempDir& dir, const std::string& name,
+                        const Picture& picture) {
+  std::string path = dir.file(name);
+  writePicture(path, picture);
+  return path;
+}
+
+std::string savePicture(const TempDir& dir, const Picture& picture) {
+  return savePicture(dir, "glyph.png", picture);
+}
+
 void writeBytes(const std::string& path, const std::string& bytes) {
   std::ofstream out(path, std::ios::binary);
   out << bytes;

@@ -69,6 +69,35 @@ void writePicture(const std::string& path, const Picture& picture,
                   PngKind kind = PngKind::kRgb8,
                   const std::vector<uint8_t>& alpha = {});
 
+// Writes `picture` into `dir` under `name` and returns the file's path.
+std::string savePicture(const TempDir& dir, const std::string& name,
+                        const Picture& picture);
+// The same under the name "glyph.png".
+std::string savePicture(const TempDir& dir, const Picture& picture);
+
+// Writes the picture into a fresh folder and returns what `measure` gives
+// for the file's path.
+template <typename Measure>
+double measureDrawn(const Picture& picture, Measure measure) {
+  TempDir dir;
+  return measure(savePicture(dir, picture).c_str());
+}
+
+// Grey of byte value g (darkness (255 - g) / 255).
+inline uint32_t greyPixel(int g) { return (uint32_t)g * 0x010101u; }
+
+// A glyph picture laid out like the renderer's: the ink box w x h drawn at
+// (2, 2) with 3 white pixels to its right and below; drawing is in box
+// positions.
+struct Glyph {
+  Picture pic;
+  Glyph(int w, int h) : pic(w + 5, h + 5) {}
+  void rect(int x0, int y0, int x1, int y1, uint32_t colour = kBlack) {
+    pic.fillRect(x0 + 2, y0 + 2, x1 + 2, y1 + 2, colour);
+  }
+  void set(int x, int y, uint32_t colour) { pic.set(x + 2, y + 2, colour); }
+};
+
 // Writes raw bytes to a file.
 void writeBytes(const std::string& path, const std::string& bytes);
 std::string readBytes(const std::string& path);
