@@ -636,6 +636,7 @@ FS_LONG FSS_add_font_with_offset(FS_STATE* state, const FILECHAR* name,
                                  FS_ULONG index, FS_ULONG data_offset,
                                  FS_ULONG data_length) {
   if (state == nullptr || state->server == nullptr) return ERR_BAD_ARGUMENT;
+  if (name != nullptr && name[0] == 0) return fail(state, ERR_BAD_ARGUMENT);
   bool was_new = false;
   FNTSET* set = get_set_for_client(state, path, memptr, index, data_offset,
                                    data_length, &was_new);

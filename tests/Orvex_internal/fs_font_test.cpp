@@ -464,6 +464,7 @@ TEST_F(FontLoad, ASecondNameOrATakenNameIsRefused) {
   EXPECT_EQ(addedNamed(st, "text")->add_count, 2u);
   EXPECT_EQ(FSS_add_font(st, "text", kDejaVuSerif, nullptr, 0),
             ERR_FONT_NAME_NOT_UNIQUE);
+  EXPECT_EQ(FSS_add_font(st, "", kDejaVuSerif, nullptr, 0), ERR_BAD_ARGUMENT);
   // The refused font's set, which nobody holds, is gone at once.
   EXPECT_EQ(countSets(st), 1);
   EXPECT_EQ(countLfnts(st), 1);
