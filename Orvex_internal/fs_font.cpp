@@ -111,8 +111,8 @@ FNTSET* create_linked_FNTSET(FS_STATE* state, FNTSET* set,
   return nullptr;
 }
 
-// Finds the font set holding a component named `name` among the sets of
-// several fonts (linked fonts) of this client: the current one first.
+// The component named `name` of a set of several fonts (a linked font);
+// null for a set of one font, which is found by its own name instead.
 CFNT* FNTSET_find_named_CFNT(FNTSET* set, const FILECHAR* name) {
   if (set == nullptr || set->num_fonts < 2 || set->cfnt == nullptr)
     return nullptr;
