@@ -10,6 +10,7 @@ packages=(
   # Tests only: real fonts to load, and libfreetype as an independent oracle
   # to compare the engine against (the library itself never links it).
   fonts-dejavu-core fonts-liberation2 fonts-freefont-ttf fonts-noto-core
+  fonts-blankenburg
   libfreetype-dev
 )
 
