@@ -1,0 +1,433 @@
+// Character mapping. First the subtable readers, one per format, on the raw
+// big-endian bytes; each checks that its arrays lie inside the table before
+// it reads them, and reads single words through checked readers. Then the
+// inverse mapping, the subtable directory, and the mapping on a loaded font.
+#include "Orvex_internal/fs_cmap.h"
+
+#include "Orvex_internal/fs_bytes.h"
+#include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_ttf.h"
+
+namespace {
+
+const FS_ULONG kNotMapped = 0xFFFF;  // inverse mapping: no code
+const FS_ULONG kLargestUnrolledRange = 16384;
+const FS_ULONG kFormat8Groups = 8208;  // behind the 8192-byte is32 array
+const FS_ULONG kFormat12Groups = 16;
+const FS_ULONG kGroupBytes = 12;
+
+// True when n bytes at `at` lie inside the avail bytes of a subtable.
+inline bool fits(FS_ULONG avail, FS_UINT64 at, FS_UINT64 n) {
+  return at + n <= avail;
+}
+
+// Checked readers: 0 for a word that does not lie inside.
+inline FS_USHORT u16_at(const FS_BYTE* sub, FS_ULONG avail, FS_UINT64 at) {
+  return fits(avail, at, 2) ? get_u16(sub + at) : 0;
+}
+inline FS_ULONG u32_at(const FS_BYTE* sub, FS_ULONG avail, FS_UINT64 at) {
+  return fits(avail, at, 4) ? get_u32(sub + at) : 0;
+}
+inline FS_ULONG u24(const FS_BYTE* p) {
+  return ((FS_ULONG)p[0] << 16) | ((FS_ULONG)p[1] << 8) | (FS_ULONG)p[2];
+}
+
+inline bool is_power_of_two(FS_ULONG v) { return v != 0 && (v & (v - 1)) == 0; }
+
+// The position of the first key not below `id` among n keys, where key(i)
+// reads the i-th key. The search the stored header words drive: range =
+// 1 << selector, halved when it equals n; start at 0, or at n - range - 1
+// when key(range) is below id; then halving steps jump forward while the
+// key before the step's end is below id. A linear scan ends it. A range
+// that is no power of two, or is not below n, goes straight to the scan.
+// Returns n when every key is below id.
+template <typename KeyAt>
+FS_ULONG search_keys(FS_ULONG n, FS_ULONG range, FS_ULONG id, KeyAt key) {
+  if (range == n) range >>= 1;
+  FS_ULONG pos = 0;
+  if (is_power_of_two(range) && range < n && range <= kLargestUnrolledRange) {
+    if (key(range) < id) pos = n - range - 1;
+    for (FS_ULONG step = range >> 1; step != 0; step >>= 1)
+      if (key(pos + step - 1) < id) pos += step;
+  }
+  while (pos < n && key(pos) < id) pos++;
+  return pos;
+}
+
+// The largest power of two not above n (0 for 0): the range a search of
+// groups starts from, as no header word stores it.
+FS_ULONG largest_power_of_two(FS_ULONG n) {
+  FS_ULONG r = 0;
+  for (FS_ULONG p = 1; p != 0 && p <= n; p <<= 1) r = p;
+  return r;
+}
+
+// Format 4's layout: segCount and the byte offsets of its four arrays.
+struct Segments4 {
+  FS_ULONG count;
+  FS_ULONG ends, starts, deltas, rangeOffsets;
+};
+
+// The segment arrays of a format 4 subtable, or false when they do not fit.
+bool segments_4(const FS_BYTE* sub, FS_ULONG avail, Segments4* s) {
+  if (sub == nullptr || !fits(avail, 0, 14)) return false;
+  s->count = get_u16(sub + 6) / 2;
+  s->ends = 14;
+  s->starts = 16 + 2 * s->count;
+  s->deltas = s->starts + 2 * s->count;
+  s->rangeOffsets = s->deltas + 2 * s->count;
+  return fits(avail, s->rangeOffsets, 2 * (FS_UINT64)s->count);
+}
+
+// The layout of a format 8 or 12 subtable: group count and where groups
+// begin, or false when they do not fit.
+bool groups_at(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG first,
+               FS_ULONG* count) {
+  if (sub == nullptr || !fits(avail, first - 4, 4)) return false;
+  *count = get_u32(sub + first - 4);
+  return fits(avail, first, (FS_UINT64)kGroupBytes * *count);
+}
+
+FS_USHORT map_groups(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG first,
+                     FS_ULONG id) {
+  FS_ULONG n = 0;
+  if (!groups_at(sub, avail, first, &n) || n == 0) return 0;
+  const FS_BYTE* groups = sub + first;
+  FS_ULONG pos = search_keys(n, largest_power_of_two(n), id, [&](FS_ULONG i) {
+    return get_u32(groups + kGroupBytes * i + 4);
+  });
+  if (pos >= n) pos = n - 1;  // the forward scan stops at the last group
+  const FS_BYTE* g = groups + kGroupBytes * pos;
+  FS_ULONG start = get_u32(g), end = get_u32(g + 4);
+  if (id < start || id > end) return 0;
+  return (FS_USHORT)(get_u32(g + 8) + (id - start));
+}
+
+// The subtable at `offset` with the bytes behind it, or null when it leaves
+// no room for its format word.
+const FS_BYTE* subtable_at(const FS_BYTE* cmap, FS_ULONG length,
+                           FS_ULONG offset, FS_ULONG* avail) {
+  if (cmap == nullptr || !fits(length, offset, 2)) return nullptr;
+  *avail = length - offset;
+  return cmap + offset;
+}
+
+// The seven Unicode pairs, in the order a substitute is chosen.
+const FS_USHORT kSubstitutions[7][2] = {{3, 10}, {0, 6}, {0, 4}, {3, 1},
+                                        {0, 3},  {0, 1}, {0, 0}};
+
+}  // namespace
+
+/* ---- Subtable readers ---- */
+
+FS_USHORT map_char_0(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
+  if (sub == nullptr || id > 255 || !fits(avail, 6 + id, 1)) return 0;
+  return sub[6 + id];
+}
+
+FS_USHORT map_char_2(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
+  FS_ULONG subHeader = 518 + 2 * ((id >> 8) & 0xFF);
+  if (sub == nullptr || !fits(avail, subHeader, 8)) return 0;
+  const FS_BYTE* h = sub + subHeader;
+  FS_LONG index = (FS_LONG)(id & 0xFF) - (FS_LONG)get_u16(h);
+  if (index < 0 || index >= (FS_LONG)get_u16(h + 2)) return 0;
+  FS_ULONG word = get_u16(h + 6) / 2 + 3 + (FS_ULONG)index;
+  FS_USHORT glyph = u16_at(sub, avail, subHeader + 2 * (FS_UINT64)word);
+  if (glyph != 0) glyph = (FS_USHORT)(glyph + get_u16(h + 4));
+  return glyph;
+}
+
+FS_USHORT map_char_4(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
+  Segments4 s;
+  if (!segments_4(sub, avail, &s) || s.count == 0) return 0;
+  FS_ULONG selector = get_u16(sub + 10);
+  FS_ULONG range = selector < 16 ? 1u << selector : 0;
+  const FS_BYTE* ends = sub + s.ends;
+  FS_ULONG pos = search_keys(s.count, range, id, [&](FS_ULONG i) {
+    return (FS_ULONG)get_u16(ends + 2 * i);
+  });
+  if (pos >= s.count) return 0;
+  FS_ULONG start = get_u16(sub + s.starts + 2 * pos);
+  if (start > id) return 0;
+  if (pos == s.count - 1 && start == 0xFFFF && get_u16(ends + 2 * pos) == 0xFFFF)
+    return 0;
+  FS_USHORT delta = get_u16(sub + s.deltas + 2 * pos);
+  FS_ULONG rangeOffsetAt = s.rangeOffsets + 2 * pos;
+  FS_ULONG rangeOffset = get_u16(sub + rangeOffsetAt);
+  if (rangeOffset <= 1) return (FS_USHORT)(id + delta);
+  FS_UINT64 at = rangeOffsetAt + 2 * ((FS_UINT64)rangeOffset / 2 + (id - start));
+  FS_USHORT glyph = u16_at(sub, avail, at);
+  if (glyph != 0) glyph = (FS_USHORT)(glyph + delta);
+  return glyph;
+}
+
+FS_USHORT map_char_5(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
+  if (sub == nullptr || !fits(avail, 0, 14)) return 0;
+  FS_ULONG n = get_u16(sub + 6) / 2;
+  FS_ULONG lengths = 14 + 2 * n, words = lengths + n;
+  if (n == 0 || !fits(avail, words, 2 * (FS_UINT64)n)) return 0;
+  FS_ULONG selector = get_u16(sub + 10);
+  FS_ULONG range = selector < 16 ? 1u << selector : 0;
+  const FS_BYTE* ends = sub + 14;
+  FS_ULONG pos = search_keys(n, range, id, [&](FS_ULONG i) {
+    return (FS_ULONG)get_u16(ends + 2 * i);
+  });
+  if (pos >= n) return 0;
+  FS_LONG end = get_u16(ends + 2 * pos);
+  FS_LONG v = (FS_TINY)sub[lengths + pos];
+  FS_ULONG wordAt = words + 2 * pos;
+  FS_USHORT word = get_u16(sub + wordAt);
+  if (v >= 1) {
+    if ((FS_LONG)id < end - v + 1) return 0;
+    return (FS_USHORT)(id + word);
+  }
+  FS_LONG start = end + v + 1;
+  if ((FS_LONG)id < start) return 0;
+  FS_UINT64 at = wordAt + 2 * ((FS_UINT64)word / 2 + ((FS_LONG)id - start));
+  return u16_at(sub, avail, at);
+}
+
+FS_USHORT map_char_6(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
+  if (sub == nullptr || !fits(avail, 0, 10)) return 0;
+  FS_ULONG first = get_u16(sub + 6), count = get_u16(sub + 8);
+  if (id < first || id - first >= count) return 0;
+  return u16_at(sub, avail, 10 + 2 * (FS_UINT64)(id - first));
+}
+
+FS_USHORT map_char_8(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
+  return map_groups(sub, avail, kFormat8Groups, id);
+}
+
+FS_USHORT map_char_12(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
+  return map_groups(sub, avail, kFormat12Groups, id);
+}
+
+FS_USHORT map_char_14(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id,
+                      FS_ULONG varSelector) {
+  if (sub == nullptr || !fits(avail, 0, 10)) return 0;
+  FS_ULONG records = get_u32(sub + 6);
+  if (!fits(avail, 10, 11 * (FS_UINT64)records)) return 0;
+  FS_ULONG nonDefault = 0;
+  bool found = false;
+  for (FS_ULONG i = 0; i < records && !found; i++) {
+    const FS_BYTE* r = sub + 10 + 11 * i;
+    if (u24(r) == varSelector) {
+      nonDefault = get_u32(r + 7);
+      found = true;
+    }
+  }
+  if (nonDefault == 0 || !fits(avail, nonDefault, 4)) return 0;
+  FS_ULONG mappings = get_u32(sub + nonDefault);
+  if (!fits(avail, (FS_UINT64)nonDefault + 4, 5 * (FS_UINT64)mappings))
+    return 0;
+  for (FS_ULONG i = 0; i < mappings; i++) {
+    const FS_BYTE* m = sub + nonDefault + 4 + 5 * i;
+    FS_ULONG unicode = u24(m);
+    if (unicode > id) return 0;
+    if (unicode == id) return get_u16(m + 3);
+  }
+  return 0;
+}
+
+FS_USHORT cmap_subtable_format(const FS_BYTE* cmap, FS_ULONG length,
+                               FS_ULONG offset) {
+  FS_ULONG avail = 0;
+  const FS_BYTE* sub = subtable_at(cmap, length, offset, &avail);
+  return sub ? get_u16(sub) : 0xFFFF;
+}
+
+FS_USHORT cmap_map_subtable(const FS_BYTE* cmap, FS_ULONG length,
+                            FS_ULONG offset, FS_ULONG id, FS_ULONG varSelector,
+                            FS_BOOLEAN* bad_code) {
+  if (bad_code) *bad_code = 0;
+  FS_ULONG avail = 0;
+  const FS_BYTE* sub = subtable_at(cmap, length, offset, &avail);
+  if (sub == nullptr) return 0;
+  FS_USHORT format = get_u16(sub);
+  if (id >= 0x10000 && format < 8) {
+    if (bad_code) *bad_code = 1;
+    return 0;
+  }
+  switch (format) {
+    case 0: return map_char_0(sub, avail, id);
+    case 2: return map_char_2(sub, avail, id);
+    case 4: return map_char_4(sub, avail, id);
+    case 5: return map_char_5(sub, avail, id);
+    case 6: return map_char_6(sub, avail, id);
+    case 8: return map_char_8(sub, avail, id);
+    case 12: return map_char_12(sub, avail, id);
+    case 14: return map_char_14(sub, avail, id, varSelector);
+    default: return 0;
+  }
+}
+
+/* ---- Inverse mapping ---- */
+
+FS_ULONG inverse_map_char_4(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG gi) {
+  if (gi == 0 || sub == nullptr) return 0;
+  Segments4 s;
+  if (!segments_4(sub, avail, &s)) return kNotMapped;
+  for (FS_ULONG i = 0; i < s.count; i++) {
+    FS_ULONG start = get_u16(sub + s.starts + 2 * i);
+    FS_ULONG end = get_u16(sub + s.ends + 2 * i);
+    if (start == 0xFFFF) return kNotMapped;
+    FS_USHORT delta = get_u16(sub + s.deltas + 2 * i);
+    FS_ULONG rangeOffsetAt = s.rangeOffsets + 2 * i;
+    FS_ULONG rangeOffset = get_u16(sub + rangeOffsetAt);
+    if (rangeOffset != 0) {
+      FS_UINT64 first = rangeOffsetAt + (FS_UINT64)rangeOffset;
+      for (FS_ULONG code = start; code <= end; code++) {
+        FS_UINT64 at = first + 2 * (FS_UINT64)(code - start);
+        if (!fits(avail, at, 2)) break;
+        if (get_u16(sub + at) == gi) return code;
+      }
+    } else {
+      FS_ULONG code = (FS_USHORT)(gi - delta);
+      if (code >= start && code <= end) return code;
+    }
+  }
+  return kNotMapped;
+}
+
+FS_ULONG inverse_map_char_12(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG gi) {
+  FS_ULONG n = 0;
+  if (!groups_at(sub, avail, kFormat12Groups, &n) || n == 0) return kNotMapped;
+  const FS_BYTE* groups = sub + kFormat12Groups;
+  auto holds = [&](FS_ULONG i, FS_ULONG* code) {
+    const FS_BYTE* g = groups + kGroupBytes * i;
+    FS_ULONG start = get_u32(g), end = get_u32(g + 4), glyph = get_u32(g + 8);
+    if (end < start || gi < glyph || gi - glyph > end - start) return false;
+    *code = gi - glyph + start;
+    return true;
+  };
+  // The last group starting at or below gi, when groups go in glyph order.
+  FS_ULONG pos = search_keys(n, largest_power_of_two(n), gi + 1, [&](FS_ULONG i) {
+    return get_u32(groups + kGroupBytes * i + 8);
+  });
+  FS_ULONG code = 0;
+  for (FS_ULONG i = pos ? pos - 1 : 0; i < n; i++)
+    if (holds(i, &code)) return code;
+  for (FS_ULONG i = 0; i < n; i++)
+    if (holds(i, &code)) return code;
+  return kNotMapped;
+}
+
+/* ---- The subtable directory ---- */
+
+FS_ULONG offset_to_cmap(const FS_BYTE* cmap, FS_ULONG length,
+                        FS_USHORT platform, FS_USHORT encoding) {
+  if (cmap == nullptr || !fits(length, 0, 4)) return 0;
+  FS_ULONG n = get_u16(cmap + 2);
+  for (FS_ULONG i = 0; i < n && fits(length, 4 + 8 * i, 8); i++) {
+    const FS_BYTE* r = cmap + 4 + 8 * i;
+    if (get_u16(r) != platform || get_u16(r + 2) != encoding) continue;
+    FS_ULONG offset = get_u32(r + 4);
+    return fits(length, offset, 2) ? offset : 0;
+  }
+  return 0;
+}
+
+FS_ULONG GetEncodingSubstitution(const FS_BYTE* cmap, FS_ULONG length,
+                                 FS_USHORT platform, FS_USHORT encoding,
+                                 FS_USHORT* used_platform,
+                                 FS_USHORT* used_encoding) {
+  bool unicodePair = false;
+  for (const FS_USHORT* pair : kSubstitutions)
+    if (pair[0] == platform && pair[1] == encoding) unicodePair = true;
+  if (!unicodePair) return 0;
+  for (const FS_USHORT* pair : kSubstitutions) {
+    FS_ULONG offset = offset_to_cmap(cmap, length, pair[0], pair[1]);
+    if (offset != 0) {
+      if (used_platform) *used_platform = pair[0];
+      if (used_encoding) *used_encoding = pair[1];
+      return offset;
+    }
+  }
+  return 0;
+}
+
+void cmap_code_ranges(const FS_BYTE* cmap, FS_ULONG length, FS_ULONG offset,
+                      void (*visit)(void* ctx, FS_ULONG first, FS_ULONG last),
+                      void* ctx) {
+  FS_ULONG avail = 0;
+  const FS_BYTE* sub = subtable_at(cmap, length, offset, &avail);
+  if (sub == nullptr) return;
+  switch (get_u16(sub)) {
+    case 0:
+      visit(ctx, 0, 255);
+      break;
+    case 2:
+      for (FS_ULONG high = 0; high < 256; high++) {
+        FS_ULONG at = 518 + 2 * high;
+        if (!fits(avail, at, 8)) break;
+        FS_ULONG first = get_u16(sub + at), count = get_u16(sub + at + 2);
+        if (count == 0 || first > 255) continue;
+        FS_ULONG last = first + count - 1 > 255 ? 255 : first + count - 1;
+        visit(ctx, (high << 8) | first, (high << 8) | last);
+      }
+      break;
+    case 4: {
+      Segments4 s;
+      if (!segments_4(sub, avail, &s)) break;
+      for (FS_ULONG i = 0; i < s.count; i++) {
+        FS_ULONG start = get_u16(sub + s.starts + 2 * i);
+        FS_ULONG end = get_u16(sub + s.ends + 2 * i);
+        if (start <= end) visit(ctx, start, end);
+      }
+      break;
+    }
+    case 5: {
+      FS_ULONG n = fits(avail, 0, 14) ? get_u16(sub + 6) / 2 : 0;
+      if (!fits(avail, 14 + 3 * n, 2 * (FS_UINT64)n)) break;
+      for (FS_ULONG i = 0; i < n; i++) {
+        FS_LONG end = get_u16(sub + 14 + 2 * i);
+        FS_LONG v = (FS_TINY)sub[14 + 2 * n + i];
+        FS_LONG start = v >= 1 ? end - v + 1 : end + v + 1;
+        if (start < 0) start = 0;
+        if (start <= end) visit(ctx, (FS_ULONG)start, (FS_ULONG)end);
+      }
+      break;
+    }
+    case 6: {
+      if (!fits(avail, 0, 10)) break;
+      FS_ULONG first = get_u16(sub + 6), count = get_u16(sub + 8);
+      FS_ULONG last = first + count - 1 > 0xFFFF ? 0xFFFF : first + count - 1;
+      if (count != 0) visit(ctx, first, last);
+      break;
+    }
+    case 8:
+    case 12: {
+      FS_ULONG first = get_u16(sub) == 8 ? kFormat8Groups : kFormat12Groups;
+      FS_ULONG n = 0;
+      if (!groups_at(sub, avail, first, &n)) break;
+      for (FS_ULONG i = 0; i < n; i++) {
+        const FS_BYTE* g = sub + first + kGroupBytes * i;
+        if (get_u32(g) <= get_u32(g + 4)) visit(ctx, get_u32(g), get_u32(g + 4));
+      }
+      break;
+    }
+    default:
+      break;
+  }
+}
+
+/* ---- On a loaded font ---- */
+
+FS_USHORT ttf_map_char(FS_STATE* state, TTF* ttf, FS_ULONG cmap_offset,
+                       FS_ULONG id, FS_ULONG varSelector) {
+  FS_BOOLEAN bad_code = 0;
+  FS_USHORT glyph =
+      ttf ? cmap_map_subtable((const FS_BYTE*)ttf->cmap, ttf->cmap_length,
+                              cmap_offset, id, varSelector, &bad_code)
+          : 0;
+  state->error = bad_code ? ERR_BAD_GLYF_INDEX : SUCCESS;
+  return glyph;
+}
+
+FS_BOOLEAN CFNT_charInRange(UniRange upc, FS_ULONG id) {
+  if (upc.range1 >= 0xFFFFFFFE && upc.range2 >= 0xFFFFFFFE) return 1;
+  FS_ULONG block = (id & 0xFFFF) >> 10;
+  if (block < 32) return (upc.range1 >> block) & 1;
+  if (block < 64) return (upc.range2 >> (block - 32)) & 1;
+  return 1;
+}
