@@ -9,6 +9,7 @@
 #include "Orvex_internal/adf.h"
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_kern.h"
 #include "Orvex_internal/fs_scratch.h"
@@ -53,19 +54,12 @@ void free_fntset_records(FS_STATE* state, FNTSET* set) {
 
 }  // namespace
 
-/* ---- Type checks and font deletion: stand-ins ---- */
+/* ---- Type checks: stand-in ---- */
 
 // Stand-in until the glyph result records: the fixed-width types hold.
 FS_LONG check_types(FS_STATE* state) {
   (void)state;
   return 0;
-}
-
-// Stand-in until the font object model: no font can have been added.
-FS_LONG FSS_delete_font(FS_STATE* state, const FILECHAR* name) {
-  (void)name;
-  state->error = ERR_FONT_NOT_FOUND;
-  return ERR_FONT_NOT_FOUND;
 }
 
 /* ---- Font object removal ---- */

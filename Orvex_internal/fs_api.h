@@ -58,10 +58,6 @@ FS_ULONG FS_get_heap_used(FS_STATE* state);
 // the glyph result records: the types are fixed-width here, so 0.
 FS_LONG check_types(FS_STATE* state);
 
-// Deletes this client's font of that name. Stand-in until the font object
-// model: no font can be added yet, so 301.
-FS_LONG FSS_delete_font(FS_STATE* state, const FILECHAR* name);
-
 // Ends a font set: each component's loaded font loses a reference, and one
 // left without any goes with its scaled fonts. Frees the set's records,
 // unlinks and frees it.

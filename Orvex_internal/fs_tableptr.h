@@ -19,6 +19,11 @@ struct TABLE_PTR_REC {
 // no record can be lent yet, so 0.
 int squeeze_table_ptrs(FS_STATE* state, FNTSET* fntset);
 
+// True when a lent record of `fntset` is held at font-set level, or its
+// LFNT is used by fewer than two sets. Stand-in: false.
+FS_BOOLEAN any_used_fntset_or_unshared_lfnt_table_ptrs(FS_STATE* state,
+                                                       FNTSET* fntset);
+
 // True when a lent component-level record of `fntset` has exactly
 // `lfntOfInterest` as its source. Stand-in: false.
 FS_BOOLEAN any_used_lfnt_table_ptrs(FS_STATE* state, FNTSET* fntset,
