@@ -6,6 +6,7 @@
 
 #include "Orvex_internal/fs_bytes.h"
 #include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_ttf.h"
 
 namespace {
@@ -110,6 +111,66 @@ const FS_BYTE* subtable_at(const FS_BYTE* cmap, FS_ULONG length,
   if (cmap == nullptr || !fits(length, offset, 2)) return nullptr;
   *avail = length - offset;
   return cmap + offset;
+}
+
+const FS_ULONG kGlyphIndexInput = 0x4000;  // flag: ids are glyph indices
+const FS_USHORT kNoCmap = 0xFFFF;
+
+// The loaded font's data, loading it when the ladder has unloaded it. Null
+// with the error when it can't be had.
+TTF* loaded_ttf(FS_STATE* state, LFNT* lfnt) {
+  if (lfnt->fnt == nullptr && load_fnt(state, lfnt) != 0) return nullptr;
+  if (lfnt->fnt == nullptr) {
+    state->error = ERR_FONT_NOT_LOADED;
+    return nullptr;
+  }
+  return (TTF*)lfnt->fnt;
+}
+
+// The component `tfnt` becomes the one the last mapping chose.
+void set_current(FS_STATE* state, FS_USHORT index, TFNT* tfnt) {
+  state->cur_font = index;
+  state->cur_lfnt = tfnt->cfnt ? tfnt->cfnt->lfnt : nullptr;
+  state->cur_sfnt = tfnt->sfnt;
+}
+
+// The plane's coverage mask of a component; planes without one admit all.
+FS_BOOLEAN covers(const CFNT* cfnt, FS_ULONG id) {
+  switch (id & 0xF0000) {
+    case 0x00000: return CFNT_charInRange(cfnt->bmp, id);
+    case 0x10000: return CFNT_charInRange(cfnt->smp, id);
+    case 0x20000: return CFNT_charInRange(cfnt->sip, id);
+    case 0xE0000: return CFNT_charInRange(cfnt->ssp, id);
+    default: return 1;
+  }
+}
+
+bool is_unicode_cmap(FS_USHORT platform, FS_USHORT encoding) {
+  return platform == 3 && (encoding == 1 || encoding == 10);
+}
+
+// Glyph-index mode: `id` counts through the components' glyphs in the set's
+// numbering; the component whose range holds it answers.
+FS_USHORT map_glyph_index(FS_STATE* state, FNTSET* set, FS_ULONG id) {
+  TFNT* tfnts = state->cur_typeset.tfntarray;
+  for (FS_USHORT i = 0; i < set->num_fonts; i++) {
+    TFNT* tfnt = &tfnts[i];
+    if (tfnt->cfnt == nullptr || tfnt->cfnt->lfnt == nullptr) return 0;
+    if (tfnt->cmap_offset == 0 &&
+        map_font(state, tfnt, state->platform, state->encoding) != 0)
+      return 0;
+    FS_LONG index = (FS_LONG)id - (FS_LONG)tfnt->cfnt->start_index;
+    if (index < 0) break;
+    TTF* ttf = loaded_ttf(state, tfnt->cfnt->lfnt);
+    if (ttf == nullptr) return 0;
+    if ((FS_ULONG)index < ttf->maxp->numGlyphs) {
+      set_current(state, i, tfnt);
+      state->error = SUCCESS;
+      return (FS_USHORT)index;
+    }
+  }
+  state->error = ERR_BAD_GLYF_INDEX;
+  return 0;
 }
 
 // The seven Unicode pairs, in the order a substitute is chosen.
@@ -430,4 +491,262 @@ FS_BOOLEAN CFNT_charInRange(UniRange upc, FS_ULONG id) {
   if (block < 32) return (upc.range1 >> block) & 1;
   if (block < 64) return (upc.range2 >> (block - 32)) & 1;
   return 1;
+}
+
+/* ---- The client's cmap over the current set ---- */
+
+FS_ULONG LFNT_get_cmap_offset(FS_STATE* state, LFNT* lfnt, FS_USHORT platform,
+                              FS_USHORT encoding) {
+  state->error = SUCCESS;
+  if (platform == kNoCmap && encoding == kNoCmap) return 0;
+  if (lfnt == nullptr) {
+    state->error = ERR_NO_CURRENT_LFNT;
+    return 0;
+  }
+  TTF* ttf = loaded_ttf(state, lfnt);
+  if (ttf == nullptr) return 0;
+  FS_ULONG offset = offset_to_cmap((const FS_BYTE*)ttf->cmap, ttf->cmap_length,
+                                   platform, encoding);
+  if (offset == 0) state->error = ERR_CMAP_NOT_FOUND;
+  return offset;
+}
+
+FS_USHORT LFNT_map_char(FS_STATE* state, LFNT* lfnt, FS_ULONG cmap_offset,
+                        FS_ULONG id, FS_ULONG varSelector) {
+  if (cmap_offset == 0) {
+    cmap_offset =
+        LFNT_get_cmap_offset(state, lfnt, state->platform, state->encoding);
+    if (cmap_offset == 0) return 0;
+  }
+  TTF* ttf = loaded_ttf(state, lfnt);
+  if (ttf == nullptr) return 0;
+  return ttf_map_char(state, ttf, cmap_offset, id, varSelector);
+}
+
+FS_LONG map_font(FS_STATE* state, TFNT* tfnt, FS_USHORT platform,
+                 FS_USHORT encoding) {
+  TYPESET* typeset = &state->cur_typeset;
+  if (typeset->fntset == nullptr || tfnt == nullptr) {
+    state->error = ERR_NO_CURRENT_FONT;
+    return ERR_NO_CURRENT_FONT;
+  }
+  state->platform = kNoCmap;
+  state->encoding = kNoCmap;
+  LFNT* lfnt = tfnt->cfnt ? tfnt->cfnt->lfnt : nullptr;
+  FS_ULONG offset = LFNT_get_cmap_offset(state, lfnt, platform, encoding);
+  if (state->error == ERR_CMAP_NOT_FOUND && platform != state->varPlatform &&
+      encoding != state->varEncoding) {
+    TTF* ttf = (TTF*)lfnt->fnt;
+    offset = GetEncodingSubstitution((const FS_BYTE*)ttf->cmap,
+                                     ttf->cmap_length, platform, encoding,
+                                     nullptr, nullptr);
+    if (offset != 0) state->error = SUCCESS;
+  }
+  tfnt->cmap_offset = offset;
+  if (state->error != SUCCESS && typeset->capacity > 1)
+    state->error = SUCCESS;  // another component may serve
+  state->platform = platform;
+  state->encoding = encoding;
+  return (FS_LONG)state->error;
+}
+
+FS_USHORT map_char(FS_STATE* state, FS_ULONG id, FS_ULONG varSelector) {
+  state->error = SUCCESS;
+  FNTSET* set = state->cur_typeset.fntset;
+  if (set == nullptr || state->cur_typeset.tfntarray == nullptr) {
+    state->error = ERR_NO_CURRENT_FONT;
+    return 0;
+  }
+  TFNT* tfnts = state->cur_typeset.tfntarray;
+  FS_USHORT count = set->num_fonts;
+  if (count > state->cur_typeset.capacity) count = state->cur_typeset.capacity;
+  bool glyphIndexMode = (state->flags & kGlyphIndexInput) != 0 ||
+                        (state->platform == kNoCmap && state->encoding == kNoCmap);
+  if (glyphIndexMode) return map_glyph_index(state, set, id);
+  // The cache answers for Unicode cmaps. U+0000 stays out of it: a fresh,
+  // zeroed entry would read as a recorded miss of that code.
+  bool fastPath = is_unicode_cmap(state->platform, state->encoding);
+  for (FS_USHORT i = 0; i < count; i++) {
+    TFNT* tfnt = &tfnts[i];
+    LFNT* lfnt = tfnt->cfnt ? tfnt->cfnt->lfnt : nullptr;
+    if (lfnt == nullptr) return 0;
+    if (tfnt->cmap_offset == 0 &&
+        map_font(state, tfnt, state->platform, state->encoding) != 0)
+      return 0;
+    FS_CMAP_CACHE* slot = nullptr;
+    if (fastPath) {
+      if (lfnt->cmap_cache != nullptr && id <= 0xFFFF && id != 0)
+        slot = &lfnt->cmap_cache[(FS_USHORT)((FS_USHORT)id * 16807u) &
+                                 lfnt->cmap_cache_mod];
+      if (slot != nullptr && slot->unicode == id) {
+        if (slot->index == 0) continue;  // a recorded miss
+        set_current(state, i, tfnt);
+        return slot->index;
+      }
+      if (!covers(tfnt->cfnt, id)) continue;
+    }
+    FS_USHORT glyph = LFNT_map_char(state, lfnt, tfnt->cmap_offset, id, varSelector);
+    if (state->error == ERR_BAD_GLYF_INDEX || state->error == ERR_CMAP_NOT_FOUND) {
+      state->error = SUCCESS;  // not in this component's subtable
+      continue;
+    }
+    if (state->error != SUCCESS) return 0;
+    if (slot != nullptr) {
+      slot->unicode = (FS_USHORT)id;
+      slot->index = glyph;
+    }
+    if (glyph != 0) {
+      set_current(state, i, tfnt);
+      return glyph;
+    }
+  }
+  if (count > 0) set_current(state, 0, &tfnts[0]);
+  state->error = SUCCESS;
+  return 0;
+}
+
+/* ---- Client calls ---- */
+
+FS_LONG FSS_set_cmap(FS_STATE* state, FS_USHORT platform, FS_USHORT encoding) {
+  if (state->platform == platform && state->encoding == encoding) {
+    state->error = SUCCESS;
+    return 0;
+  }
+  TYPESET* typeset = &state->cur_typeset;
+  for (FS_USHORT i = 0; i < typeset->capacity && typeset->tfntarray; i++)
+    typeset->tfntarray[i].cmap_offset = 0;
+  TFNT* first = typeset->capacity && typeset->fntset ? &typeset->tfntarray[0]
+                                                     : nullptr;
+  map_font(state, first, platform, encoding);
+  state->platform = platform;
+  state->encoding = encoding;
+  return (FS_LONG)state->error;
+}
+
+FS_LONG FSS_get_cmap(FS_STATE* state, FS_USHORT* platform,
+                     FS_USHORT* encoding) {
+  if (platform == nullptr || encoding == nullptr) {
+    state->error = ERR_BAD_ARGUMENT;
+    return ERR_BAD_ARGUMENT;
+  }
+  *platform = state->platform;
+  *encoding = state->encoding;
+  state->error = SUCCESS;
+  return 0;
+}
+
+FS_LONG FS_set_cmap_variant(FS_STATE* state, FS_USHORT platform,
+                            FS_USHORT encoding) {
+  state->varPlatform = platform;
+  state->varEncoding = encoding;
+  state->error = SUCCESS;
+  return 0;
+}
+
+FS_LONG FS_get_cmap_variant(FS_STATE* state, FS_USHORT* platform,
+                            FS_USHORT* encoding) {
+  if (platform == nullptr || encoding == nullptr) {
+    state->error = ERR_BAD_ARGUMENT;
+    return ERR_BAD_ARGUMENT;
+  }
+  *platform = state->varPlatform;
+  *encoding = state->varEncoding;
+  state->error = SUCCESS;
+  return 0;
+}
+
+namespace {
+
+// map_char through the client's cmap, in the set's numbering.
+FS_USHORT map_in_set_numbering(FS_STATE* state, FS_ULONG id,
+                               FS_ULONG varSelector) {
+  FS_ULONG flags = state->flags;
+  state->flags &= ~kGlyphIndexInput;
+  FS_USHORT glyph = map_char(state, id, varSelector);
+  if (state->error == SUCCESS)
+    glyph = (FS_USHORT)(glyph + state->cur_typeset.tfntarray[state->cur_font]
+                                    .cfnt->start_index);
+  state->flags = flags;
+  return glyph;
+}
+
+}  // namespace
+
+FS_USHORT FSS_map_char(FS_STATE* state, FS_ULONG id) {
+  return map_in_set_numbering(state, id, 0);
+}
+
+FS_USHORT FSS_map_char_variant(FS_STATE* state, FS_ULONG id,
+                               FS_ULONG varSelector) {
+  if (varSelector == 0) return FSS_map_char(state, id);
+  FS_USHORT platform = state->platform, encoding = state->encoding;
+  FS_USHORT glyph = 0;
+  FS_ULONG error = (FS_ULONG)FSS_set_cmap(state, state->varPlatform,
+                                          state->varEncoding);
+  if (error == SUCCESS) {
+    glyph = map_in_set_numbering(state, id, varSelector);
+    error = state->error;
+  } else if (error == ERR_CMAP_NOT_FOUND) {
+    error = SUCCESS;  // no variation subtable: the plain mapping serves
+  }
+  FSS_set_cmap(state, platform, encoding);
+  if (state->error == SUCCESS) state->error = error;
+  return state->error == SUCCESS ? glyph : 0;
+}
+
+FS_ULONG FSS_inverse_map_char(FS_STATE* state, FS_ULONG gi) {
+  return inverse_map_char(state, gi, nullptr);
+}
+
+/* ---- Inverse mapping on the current set ---- */
+
+FS_ULONG inverse_map_char_tfnt(FS_STATE* state, FS_ULONG gi, TFNT* tfnt) {
+  if (tfnt == nullptr || tfnt->cfnt == nullptr || tfnt->cfnt->lfnt == nullptr) {
+    state->error = ERR_NO_CURRENT_LFNT;
+    return kNotMapped;
+  }
+  if (gi <= tfnt->cfnt->start_index) {
+    state->error = ERR_BAD_GLYF_INDEX;
+    return kNotMapped;
+  }
+  if (tfnt->cmap_offset == 0)
+    map_font(state, tfnt, state->platform, state->encoding);
+  if (tfnt->cmap_offset == 0) {
+    state->error = ERR_UNICODE_CMAP_NEEDED;
+    return kNotMapped;
+  }
+  TTF* ttf = loaded_ttf(state, tfnt->cfnt->lfnt);
+  if (ttf == nullptr) return kNotMapped;
+  state->error = SUCCESS;
+  FS_ULONG avail = 0;
+  const FS_BYTE* sub = subtable_at((const FS_BYTE*)ttf->cmap, ttf->cmap_length,
+                                   tfnt->cmap_offset, &avail);
+  FS_ULONG local = gi - tfnt->cfnt->start_index;
+  switch (sub ? get_u16(sub) : 0xFFFF) {
+    case 4: return inverse_map_char_4(sub, avail, local);
+    case 12: return inverse_map_char_12(sub, avail, local);
+    default: return kNotMapped;
+  }
+}
+
+FS_ULONG inverse_map_char(FS_STATE* state, FS_ULONG gi, TFNT* current_tfnt) {
+  if (!is_unicode_cmap(state->platform, state->encoding)) return kNotMapped;
+  FNTSET* set = state->cur_typeset.fntset;
+  if (set == nullptr || state->cur_typeset.tfntarray == nullptr) {
+    state->error = ERR_NO_CURRENT_FONT;
+    return kNotMapped;
+  }
+  if (current_tfnt != nullptr) {
+    FS_ULONG code = inverse_map_char_tfnt(state, gi, current_tfnt);
+    return state->error == SUCCESS ? code : kNotMapped;
+  }
+  FS_USHORT count = set->num_fonts;
+  if (count > state->cur_typeset.capacity) count = state->cur_typeset.capacity;
+  for (FS_USHORT i = 0; i < count; i++) {
+    FS_ULONG code =
+        inverse_map_char_tfnt(state, gi, &state->cur_typeset.tfntarray[i]);
+    if (state->error != SUCCESS) return kNotMapped;
+    if (code != kNotMapped) return code;
+  }
+  return kNotMapped;
 }

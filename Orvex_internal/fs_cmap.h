@@ -117,6 +117,89 @@ void cmap_code_ranges(const FS_BYTE* cmap, FS_ULONG length, FS_ULONG offset,
 FS_USHORT ttf_map_char(FS_STATE* state, TTF* ttf, FS_ULONG cmap_offset,
                        FS_ULONG id, FS_ULONG varSelector);
 
+// Offset of the subtable for (platform, encoding) in the loaded font `lfnt`,
+// loading it when unloaded. Both 0xFFFF: 0 with no error (no cmap: codes
+// are glyph indices). No such subtable: 0 with 402; a load failure: 0 with
+// its error.
+FS_ULONG LFNT_get_cmap_offset(FS_STATE* state, LFNT* lfnt, FS_USHORT platform,
+                              FS_USHORT encoding);
+
+// The glyph of `id` in the subtable at `cmap_offset` of `lfnt` (0: the
+// offset is looked up again for the client's cmap), loading the font when
+// unloaded. 406 for an `id` of 0x10000 or above in a format below 8; an
+// unknown format gives 0 with no error.
+FS_USHORT LFNT_map_char(FS_STATE* state, LFNT* lfnt, FS_ULONG cmap_offset,
+                        FS_ULONG id, FS_ULONG varSelector);
+
+// Resolves the subtable of component `tfnt` for (platform, encoding) into
+// `tfnt->cmap_offset`, and makes the pair the client's cmap. A missing
+// Unicode subtable is replaced by GetEncodingSubstitution unless the pair
+// shares its platform or its encoding with the variation cmap. In a set of
+// several components a failure is forgiven (another may serve). Returns 0,
+// 305 with no font set, 402 no such subtable, or a load error.
+FS_LONG map_font(FS_STATE* state, TFNT* tfnt, FS_USHORT platform,
+                 FS_USHORT encoding);
+
+// The glyph index of character `id` (with `varSelector` when the client's
+// cmap is a variation subtable) within the first component of the current
+// set that has it, and that component becomes the current one (`cur_font`,
+// `cur_lfnt`, `cur_sfnt`). With no cmap chosen, or the glyph-index flag
+// 0x4000 set, `id` is a glyph index in the set's numbering. A character no
+// component has gives 0 with no error, and component 0 becomes current.
+// Errors: 305 no font set; 406 a glyph index out of range; 402 or a load
+// error from resolving the subtable of a single-component set.
+FS_USHORT map_char(FS_STATE* state, FS_ULONG id, FS_ULONG varSelector);
+
+/* ---- Client calls ---- */
+
+// Chooses the client's cmap. The pair already chosen: 0 and nothing done.
+// Otherwise every component's subtable is resolved afresh (the first now,
+// the others when first used) and the pair is kept even when it failed, so
+// that repeating it returns 0. Returns 0 or map_font's error.
+FS_LONG FSS_set_cmap(FS_STATE* state, FS_USHORT platform, FS_USHORT encoding);
+
+// The client's cmap; 0xFFFF, 0xFFFF when none is chosen. Returns 0, 521 for
+// a null out pointer.
+FS_LONG FSS_get_cmap(FS_STATE* state, FS_USHORT* platform,
+                     FS_USHORT* encoding);
+
+// Sets or reads the cmap consulted for variation selectors (0, 5 at start).
+FS_LONG FS_set_cmap_variant(FS_STATE* state, FS_USHORT platform,
+                            FS_USHORT encoding);
+FS_LONG FS_get_cmap_variant(FS_STATE* state, FS_USHORT* platform,
+                            FS_USHORT* encoding);
+
+// The glyph index of `id` in the set's numbering (component start added),
+// through the client's cmap whatever the glyph-index flag says. 0 for a
+// character no component has; errors as map_char.
+FS_USHORT FSS_map_char(FS_STATE* state, FS_ULONG id);
+
+// The glyph of `id` followed by variation selector `varSelector`, from the
+// variation cmap's own glyphs, in the set's numbering. 0 when the pair has
+// no glyph of its own (the caller then maps `id` alone) or when the font
+// has no variation subtable (no error); other failures give 0 with their
+// error. A `varSelector` of 0 is FSS_map_char. The client's cmap is the same
+// afterwards.
+FS_USHORT FSS_map_char_variant(FS_STATE* state, FS_ULONG id,
+                               FS_ULONG varSelector);
+
+// The character code of glyph `gi` (set numbering) through the client's
+// Unicode cmap: inverse_map_char over all components.
+FS_ULONG FSS_inverse_map_char(FS_STATE* state, FS_ULONG gi);
+
+/* ---- Inverse mapping on the current set ---- */
+
+// The code whose glyph is `gi`, for a client cmap of (3,1) or (3,10) only,
+// else 0xFFFF. With `current_tfnt` null each component is asked in turn
+// until one answers; any error gives 0xFFFF (the code stays in `error`).
+FS_ULONG inverse_map_char(FS_STATE* state, FS_ULONG gi, TFNT* current_tfnt);
+
+// The code of glyph `gi` in component `tfnt`: `gi` must lie above the
+// component's `start_index` (else 406), and `gi - start_index` is sought in
+// its format 4 or 12 subtable; other formats give 0xFFFF. 520 when the
+// component has no subtable for the client's cmap.
+FS_ULONG inverse_map_char_tfnt(FS_STATE* state, FS_ULONG gi, TFNT* tfnt);
+
 // True when the plane's coverage mask admits `id`: both words at 0xFFFFFFFE
 // or above admit everything; otherwise bit (code within plane >> 10) of
 // `range1` (blocks 0 to 31) or `range2` (32 to 63).
