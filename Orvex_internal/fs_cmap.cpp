@@ -335,16 +335,19 @@ FS_ULONG inverse_map_char_4(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG gi) {
     FS_USHORT delta = get_u16(sub + s.deltas + 2 * i);
     FS_ULONG rangeOffsetAt = s.rangeOffsets + 2 * i;
     FS_ULONG rangeOffset = get_u16(sub + rangeOffsetAt);
-    if (rangeOffset != 0) {
-      FS_UINT64 first = rangeOffsetAt + (FS_UINT64)rangeOffset;
-      for (FS_ULONG code = start; code <= end; code++) {
-        FS_UINT64 at = first + 2 * (FS_UINT64)(code - start);
-        if (!fits(avail, at, 2)) break;
-        if (get_u16(sub + at) == gi) return code;
-      }
-    } else {
+    if (rangeOffset <= 1) {  // the forward rule's id + idDelta
       FS_ULONG code = (FS_USHORT)(gi - delta);
       if (code >= start && code <= end) return code;
+      continue;
+    }
+    // The segment's glyph words as the forward rule reads them: the first
+    // that gives gi names the code.
+    FS_UINT64 first = rangeOffsetAt + 2 * ((FS_UINT64)rangeOffset / 2);
+    for (FS_ULONG code = start; code <= end; code++) {
+      FS_UINT64 at = first + 2 * (FS_UINT64)(code - start);
+      if (!fits(avail, at, 2)) break;
+      FS_USHORT word = get_u16(sub + at);
+      if (word != 0 && (FS_USHORT)(word + delta) == gi) return code;
     }
   }
   return kNotMapped;

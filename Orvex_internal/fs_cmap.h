@@ -69,11 +69,11 @@ FS_USHORT cmap_map_subtable(const FS_BYTE* cmap, FS_ULONG length,
 FS_USHORT cmap_subtable_format(const FS_BYTE* cmap, FS_ULONG length,
                                FS_ULONG offset);
 
-// Inverse mapping of a format 4 subtable: the code whose glyph is `gi`.
-// Segments in order: one with a non-zero `idRangeOffset` is searched for a
-// glyph word equal to `gi`; one with 0 answers `gi - idDelta` when `gi` lies
-// in its shifted range. The closing segment (start 0xFFFF) ends the search.
-// 0 for a `gi` of 0 or a null table, 0xFFFF when no code maps there.
+// Inverse mapping of a format 4 subtable: the first code, segment by
+// segment, that map_char_4 maps to `gi`. A segment mapped by `idDelta`
+// answers `gi - idDelta` when that lies in it; one with glyph words is
+// scanned. The closing segment (start 0xFFFF) ends the search. 0 for a `gi`
+// of 0 or a null table, 0xFFFF when no code maps there.
 FS_ULONG inverse_map_char_4(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG gi);
 
 // Inverse mapping of a format 12 subtable: `gi + startCharCode -
