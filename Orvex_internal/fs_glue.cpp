@@ -9,15 +9,12 @@
 #include <string.h>
 
 #include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
 
 namespace {
-
-const FS_ULONG FONTFLAG_STROKE = 2;
-const FS_ULONG FONTFLAG_CCC = 8;
-const FS_ULONG FONTFLAG_DDD = 16;
 
 FS_LONG fail(FS_STATE* state, FS_LONG error) {
   state->error = (FS_ULONG)error;

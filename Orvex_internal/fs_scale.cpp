@@ -8,6 +8,7 @@
 #include <string.h>
 
 #include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glue.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_ttf.h"
@@ -280,14 +281,9 @@ FS_LONG check_scale(FS_STATE* state, TTF_HEAD* head, FS_FIXED s00,
 
 FS_LONG scaler_load_font(FS_STATE* state, LFNT* lfnt) {
   if (lfnt->fnt != nullptr) return 0;
-  lfnt->loading = 1;
-  TTF* ttf = load_ttf(state, lfnt->path, lfnt->memptr, lfnt->index,
-                      lfnt->data_offset, lfnt->data_length, 0, lfnt->fnt_type);
-  lfnt->loading = 0;
-  if (ttf == nullptr) return fail(state, state->error ? (FS_LONG)state->error
-                                                      : ERR_FONT_NOT_LOADED);
-  lfnt->fnt = ttf;
-  return 0;
+  FS_LONG err = load_fnt(state, lfnt);
+  if (err == 0 && lfnt->fnt == nullptr) err = ERR_FONT_NOT_LOADED;
+  return err ? fail(state, err) : 0;
 }
 
 void delete_key(FS_STATE* state, void* k) {

@@ -154,8 +154,8 @@ FS_LONG check_sfnt(FS_STATE* state);
 // Frees a key of a TrueType font with its private space. Accepts null.
 void delete_key(FS_STATE* state, void* key);
 
-// Loads a font's data when it is not loaded: 0, or the loader's error (304
-// when the loader gives none).
+// Loads a font's data through load_fnt when it is not loaded: 0, or the
+// loader's error (304 when the loader gives none).
 FS_LONG scaler_load_font(FS_STATE* state, LFNT* lfnt);
 
 #endif

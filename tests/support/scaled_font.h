@@ -1,7 +1,8 @@
-// Test helper: a root engine client holding one font (from a file, or from
-// bytes kept by the helper) and a scaled font on it made current, built on
-// the server the way font loading builds them, so that ending the client
-// frees everything. Used by the scaler's unit and oracle tests.
+// Test helper: a root engine client holding one loaded font (from a file, or
+// from bytes kept by the helper) and scaled fonts on it made current, linked
+// into the server's lists so that ending the client frees everything. The
+// scale setter of the glyph request pipeline will build these; until then
+// the records are made here by hand. Used by the scaler's unit and oracle tests.
 #ifndef TESTS_SUPPORT_SCALED_FONT_H
 #define TESTS_SUPPORT_SCALED_FONT_H
 
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glue.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_scale.h"
@@ -32,6 +34,7 @@ class ScaledFont {
   // The font: a file path, or bytes (kept here) when `bytes` is not empty.
   void setFont(const std::string& path, const std::vector<uint8_t>& bytes = {}) {
     lfnt = (LFNT*)FSS_calloc(&st, sizeof(LFNT));
+    lfnt->fnt_type = FNT_TYPE_TTF;
     if (bytes.empty()) {
       lfnt->path = (FILECHAR*)FSS_malloc(&st, (FS_ULONG)path.size() + 1);
       memcpy(lfnt->path, path.c_str(), path.size() + 1);

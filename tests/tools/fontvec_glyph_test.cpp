@@ -74,3 +74,13 @@ TEST(FontvecGlyph, ARealGlyphAndTheRefusals) {
   EXPECT_EQ(2, fontvec("glyph " + font + " --glyph 1").status);
   EXPECT_EQ(2, fontvec("glyph " + font + " --glyph 1 --ppem 0").status);
 }
+
+TEST(FontvecGlyph, CharactersGoThroughTheCharacterMap) {
+  const std::string font = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+  ToolRun byChar = fontvec("glyph " + font + " --char U+0041 --ppem 12 --points");
+  ToolRun byGlyph = fontvec("glyph " + font + " --glyph 36 --ppem 12 --points");
+  EXPECT_EQ(0, byChar.status);
+  EXPECT_EQ(byGlyph.out, byChar.out);
+  EXPECT_EQ(2, fontvec("glyph " + font + " --char 41 --ppem 12").status);
+  EXPECT_EQ(2, fontvec("glyph " + font + " --char U+41 --glyph 36 --ppem 12").status);
+}

@@ -1,13 +1,16 @@
 // fontvec glyph: one glyph's scaled points as the scaler leaves them, in
 // 26.6 units with the origin at the left phantom place, and the rounded
-// advance. Starts a private engine client, loads the face, scales it to the
-// asked pixels per em, fetches the glyph and prints it.
+// advance. Starts a private engine client, adds and sets the font, scales
+// it to the asked pixels per em, maps the character (or takes the glyph
+// index), fetches the glyph and prints it.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glue.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_scale.h"
@@ -29,29 +32,33 @@ bool parseNumber(const char* text, int base, unsigned long max,
   return true;
 }
 
-// The scaled font the engine would make for this face at `ppem`, built on
-// the client's server so that ending the client frees it.
-SFNT* scaledFont(FS_STATE* st, const char* path, FS_ULONG index,
-                 unsigned long ppem) {
-  LFNT* lfnt = (LFNT*)FSS_calloc(st, sizeof(LFNT));
-  if (lfnt == NULL) return NULL;
-  size_t n = strlen(path) + 1;
-  lfnt->path = (FILECHAR*)FSS_malloc(st, (FS_ULONG)n);
-  if (lfnt->path == NULL) {
-    FSS_free(st, lfnt);
-    return NULL;
-  }
-  memcpy(lfnt->path, path, n);
-  lfnt->index = index;
-  lfnt->next = st->server->loaded_fonts;
-  st->server->loaded_fonts = lfnt;
+// Character maps in the order the renderer tries them.
+const FS_USHORT kCmapPreference[][2] = {{3, 10}, {0, 6}, {0, 4}, {3, 1},
+                                        {1, 0},  {0, 3}, {0, 1}, {0, 0}};
+
+// Adds and sets the font, gives its first component a scaled font at
+// `ppem` (the records the scale setter will make) and chooses a character
+// map. Returns 0 or the engine's error.
+FS_LONG setUp(FS_STATE* st, const char* path, FS_ULONG index,
+              unsigned long ppem) {
+  FILECHAR name[256];
+  if (FSS_load_font(st, path, NULL, index, sizeof name, name) != 0 ||
+      FSS_set_font(st, name) != 0)
+    return (FS_LONG)st->error;
+  TFNT* tfnt = &st->cur_typeset.tfntarray[0];
   SFNT* sfnt = (SFNT*)FSS_calloc(st, sizeof(SFNT));
-  if (sfnt == NULL) return NULL;
-  sfnt->lfnt = lfnt;
+  if (sfnt == NULL) return (FS_LONG)st->error;
+  sfnt->lfnt = tfnt->cfnt->lfnt;
   sfnt->user_scale[0] = sfnt->user_scale[3] = (FS_FIXED)(ppem << 16);
+  sfnt->ref_count = 1;
   sfnt->next = st->server->scaled_fonts;
   st->server->scaled_fonts = sfnt;
-  return sfnt;
+  tfnt->sfnt = sfnt;
+  st->cur_sfnt = sfnt;
+  for (const FS_USHORT* pair : kCmapPreference)
+    if (FSS_set_cmap(st, pair[0], pair[1]) == 0) break;
+  st->error = 0;
+  return 0;
 }
 
 int engineError(const char* path, FS_STATE* st) {
@@ -96,11 +103,6 @@ int fontvec_glyph(int argc, char** argv) {
   }
   if (path == NULL || ppem == 0 || haveGlyph == haveChar)
     return fontvec_usage("glyph");
-  if (haveChar) {
-    fontvec_error("--char needs character mapping, which is not built yet; "
-                  "use --glyph");
-    return 1;
-  }
   (void)points;  // the points are what this command prints
 
   FS_STATE st;
@@ -110,15 +112,18 @@ int fontvec_glyph(int argc, char** argv) {
     return 1;
   }
   int status = 0;
-  SFNT* sfnt = scaledFont(&st, path, (FS_ULONG)index, ppem);
-  if (sfnt == NULL) {
+  if (setUp(&st, path, (FS_ULONG)index, ppem) != 0) {
     status = engineError(path, &st);
   } else {
-    st.cur_sfnt = sfnt;
+    if (haveChar) {
+      // A glyph index of 0 for an unmapped code: its .notdef glyph.
+      glyph = map_char(&st, (FS_ULONG)code, 0);
+      if (st.error != 0) status = engineError(path, &st);
+    }
     st.flags |= FLAGS_NO_HINTS;
-    if (check_sfnt(&st) != 0) {
-      status = engineError(path, &st);
-    } else {
+    SFNT* sfnt = st.cur_sfnt;
+    if (status == 0 && check_sfnt(&st) != 0) status = engineError(path, &st);
+    if (status == 0) {
       fsg_SplineKey* key = (fsg_SplineKey*)sfnt->senv->ttkey;
       key->glyphIndex = (FS_USHORT)glyph;
       FS_FIXED dx, dy;
