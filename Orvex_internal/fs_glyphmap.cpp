@@ -1,9 +1,11 @@
 // The client flag word: FS_set_flags acts on the exact value it is given, so
-// that each flag family keeps its own rule of what a new flag clears.
+// that each flag family keeps its own rule of what a new flag clears. Also
+// the start-up proof of the build's type assumptions.
 #include "Orvex_internal/fs_glyphmap.h"
 
 #include <initializer_list>
 
+#include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_err.h"
 
 namespace {
@@ -86,3 +88,38 @@ FS_LONG FS_set_flags(FS_STATE* state, FS_ULONG effect) {
 }
 
 FS_ULONG FS_get_flags(FS_STATE* state) { return state->flags; }
+
+FS_LONG check_types(FS_STATE* state) {
+  FS_LONG err = 0;
+  // Volatile, so that the checks run on the host rather than in the
+  // compiler's head.
+  volatile FS_USHORT one = 1;
+  const volatile FS_BYTE* bytes = (const volatile FS_BYTE*)&one;
+  volatile FS_BYTE cell = 255;
+  volatile FS_TINY tiny = (FS_TINY)cell;
+  volatile FS_TINY tmax = 127;
+  volatile FS_USHORT us = 65535;
+  volatile FS_SHORT smax = 32767;
+  volatile FS_SHORT szero = 0;
+  volatile FS_ULONG ul = 0xFFFFFFFFu;
+  volatile FS_ULONG lmax = 0x7FFFFFFF;
+  volatile FS_INT64 a = 12345678, b = 87654321;
+  if (bytes[1] == 1) {
+    err = ERR_TYPE_ENDIAN;  // big-endian host
+  } else if (sizeof(FS_TINY) != 1 || sizeof(FS_BYTE) != 1 || tiny >= 0 ||
+             (FS_TINY)(tmax + 1) > 0 || (FS_TINY)(tiny - tiny - 1) > 0) {
+    err = ERR_TYPE_TINY;
+  } else if (!(cell >= 255) || (FS_BYTE)(cell + 1) != 0) {
+    err = ERR_TYPE_BYTE;
+  } else if (us != 65535 || (FS_SHORT)(smax + 1) >= 0 ||
+             (FS_SHORT)(szero - 1) >= 0) {
+    err = ERR_TYPE_SHORT;
+  } else if (ul != 0xFFFFFFFFu || (FS_LONG)(lmax + 1u) >= 0 ||
+             (FS_LONG)(ul) >= 0) {
+    err = ERR_TYPE_LONG;
+  } else if ((a + b) * b / b != 12345678 + 87654321) {
+    err = ERR_TYPE_INT64;
+  }
+  if (state != nullptr) state->error = (FS_ULONG)err;
+  return err;
+}

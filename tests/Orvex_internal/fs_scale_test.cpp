@@ -1,6 +1,6 @@
 // The scaler's arithmetic and checks: the three scaling functions, the
-// decomposition and italicising of a scale, the limits of check_scale, the
-// flag word, and the scaled environment a real font gets.
+// decomposition and italicising of a scale, the limits of check_scale, and
+// the scaled environment a real font gets.
 #include <gtest/gtest.h>
 
 #include "Orvex_internal/fs_err.h"
@@ -119,36 +119,6 @@ TEST(CheckScale, OnePixelPassesLessIsRefusedAndLargeGlyphsAreMarked) {
   // Twice the em at 0x30000000 is past the limit.
   head.xMax = 4096;
   EXPECT_EQ(ERR_SCALE_LIMIT, check_scale(&st, &head, 0x30000000, 0, 0, ONE));
-}
-
-TEST(FlagWord, FamiliesClearTheirOthersAndUnknownValuesAreRefused) {
-  FS_STATE st;
-  memset(&st, 0, sizeof st);
-  EXPECT_EQ(ERR_UNKNOWN_FLAG, FS_set_flags(&st, 0));
-  EXPECT_EQ(0u, st.flags);
-  EXPECT_EQ(0, FS_set_flags(&st, FLAGS_ADD_WEIGHT));
-  EXPECT_EQ(0, FS_set_flags(&st, FLAGS_REGULARBOLD));
-  EXPECT_EQ(FLAGS_REGULARBOLD, st.flags);
-  EXPECT_EQ(0, FS_set_flags(&st, FLAGS_EMBOSSED));
-  EXPECT_EQ(0, FS_set_flags(&st, FLAGS_OUTLINED_SOFT));
-  EXPECT_EQ(FLAGS_REGULARBOLD | FLAGS_OUTLINED_SOFT, st.flags);
-  EXPECT_EQ(0, FS_set_flags(&st, ~FLAGS_EFFECTS));
-  EXPECT_EQ(FLAGS_REGULARBOLD, st.flags);
-  EXPECT_EQ(0, FS_set_flags(&st, ~FLAGS_REGULARBOLD));
-
-  // Any vertical complement drops whichever vertical flag is up.
-  EXPECT_EQ(0, FS_set_flags(&st, FLAGS_VERTICAL_ROTATE_LEFT_ON));
-  EXPECT_EQ(0, FS_set_flags(&st, ~FLAGS_VERTICAL_ON));
-  EXPECT_EQ(0u, st.flags);
-
-  EXPECT_EQ(ERR_FLAG_UNSUPPORTED, FS_set_flags(&st, 0x8000));
-  EXPECT_EQ(ERR_FLAG_UNSUPPORTED, FS_set_flags(&st, ~0x8000u));
-  EXPECT_EQ(ERR_UNKNOWN_FLAG, FS_set_flags(&st, 0x2000));
-  EXPECT_EQ(ERR_UNKNOWN_FLAG, FS_set_flags(&st, 0x200000));
-  EXPECT_EQ(0u, FS_get_flags(&st));
-  EXPECT_EQ(0, FS_set_flags(&st, FLAGS_NO_HINTS));
-  EXPECT_EQ(0u, st.error);
-  EXPECT_EQ(FLAGS_NO_HINTS, FS_get_flags(&st));
 }
 
 TEST(ScaleFont, ARealFontGetsItsEnvironmentAndSharedWorkspace) {
