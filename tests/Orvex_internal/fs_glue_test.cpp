@@ -189,3 +189,47 @@ TEST(GlyphFetch, MatrixAppliesAfterScalingAndAdvancesScaleAlone) {
 }
 
 }  // namespace
+
+namespace {
+
+// The scaled control values in the key's private font space.
+F26DOT6 controlValue(testsupport::ScaledFont& f, int i) {
+  fsg_SplineKey* k = f.key();
+  return ((F26DOT6*)(k->memoryBases[3] + k->offset_controlValues))[i];
+}
+
+TEST(PreProgram, ControlValuesAreScaledUnlessTheFontHasFLNT) {
+  sfnt::Font font = glyffont::font({glyffont::triangle()});
+  sfnt::Bytes cvt;
+  sfnt::u16(cvt, 100);
+  sfnt::u16(cvt, (uint32_t)-50);
+  font.set("cvt ", cvt);
+  Fixture plain(font);
+  ASSERT_TRUE(plain.ok);
+  EXPECT_EQ(2, plain.f.key()->cvtCount);
+  EXPECT_EQ(64, controlValue(plain.f, 0));   // 100 x 0.64
+  EXPECT_EQ(-32, controlValue(plain.f, 1));  // -50 x 0.64
+
+  font.set("FLNT", sfnt::Bytes(4, 0));
+  Fixture flint(font);
+  ASSERT_TRUE(flint.ok);
+  EXPECT_EQ(0, controlValue(flint.f, 0));
+  EXPECT_EQ(0, controlValue(flint.f, 1));
+  ASSERT_EQ(0, flint.f.fetch(0));  // glyphs still come
+  EXPECT_EQ(3, flint.f.element()->np);
+}
+
+TEST(ScaleFont, AWorkspaceBeyondTheHeapIs201AndNothingStays) {
+  // 60000 points of room at about 26 bytes each pass a 1 MB heap.
+  testsupport::ScaledFont f(1u << 20);
+  f.setFont("", sfnt::build(glyffont::font({glyffont::triangle()}, {}, 60000)));
+  EXPECT_EQ(ERR_MALLOC_FAIL, f.setPpem(10));
+  FS_ULONG used = FS_get_heap_used(&f.st);
+  EXPECT_EQ(ERR_MALLOC_FAIL, f.setPpem(12));
+  EXPECT_EQ(nullptr, f.st.cur_sfnt->senv);
+  // Only the new scaled font record was added.
+  EXPECT_EQ(used + 8 + ((sizeof(SFNT) + 7) & ~7u), FS_get_heap_used(&f.st));
+  EXPECT_EQ(0, f.st.server->workspaceSize);
+}
+
+}  // namespace
