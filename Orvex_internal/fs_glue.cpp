@@ -116,7 +116,7 @@ FS_LONG sfnt_UnfoldCurve(FS_STATE* state, fsg_SplineKey* key, FS_CURSOR* c,
                          FS_LONG* pointsOut) {
   FS_LONG base = el->np;
   FS_LONG cbase = el->nc;
-  if (numberContours > (FS_SHORT)key->maxp->maxContours ||
+  if ((FS_LONG)numberContours > (FS_LONG)key->maxp->maxContours ||
       cbase + numberContours > key->max_contours)
     return fail(state, ERR_TOO_MANY_CONTOURS);
   FS_LONG prev = -1;

@@ -19,6 +19,7 @@ namespace {
 const FS_FIXED kScaleLimit = 0x40000000;      // any entry or scaled corner
 const FS_FIXED kLargeGlyphLimit = 0x10000000;  // sets FLAGS_LARGE_SCALE
 const FS_FIXED kPixelDiameter = 92682;         // the square root of 2, 16.16
+const FS_USHORT kMaxElementPoints = 32767 - 8; // room for the phantom places
 
 FS_LONG mag(FS_LONG v) { return v < 0 ? -v : v; }
 
@@ -324,7 +325,11 @@ FS_LONG scale_font_ttf(FS_STATE* state, SFNT* sfnt, FS_FIXED s00, FS_FIXED s01,
   key->max_points = maxp->maxPoints > maxp->maxCompositePoints
                         ? maxp->maxPoints
                         : maxp->maxCompositePoints;
+  // Point and contour numbers are FS_SHORT in the element records.
+  if (key->max_points > kMaxElementPoints) key->max_points = kMaxElementPoints;
+  if (key->max_contours > kMaxElementPoints) key->max_contours = kMaxElementPoints;
   key->max_twilight = maxp->maxTwilightPoints;
+  if (key->max_twilight > kMaxElementPoints) key->max_twilight = kMaxElementPoints;
   key->user_scale[0] = s00;
   key->user_scale[1] = s01;
   key->user_scale[2] = s10;

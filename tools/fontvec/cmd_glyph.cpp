@@ -38,9 +38,10 @@ const FS_USHORT kCmapPreference[][2] = {{3, 10}, {0, 6}, {0, 4}, {3, 1},
 
 // Adds and sets the font, gives its first component a scaled font at
 // `ppem` (the records the scale setter will make) and chooses a character
-// map. Returns 0 or the engine's error.
+// map (*mapped says whether one was accepted). Returns 0 or the engine's
+// error.
 FS_LONG setUp(FS_STATE* st, const char* path, FS_ULONG index,
-              unsigned long ppem) {
+              unsigned long ppem, bool* mapped) {
   FILECHAR name[256];
   if (FSS_load_font(st, path, NULL, index, sizeof name, name) != 0 ||
       FSS_set_font(st, name) != 0)
@@ -55,8 +56,12 @@ FS_LONG setUp(FS_STATE* st, const char* path, FS_ULONG index,
   st->server->scaled_fonts = sfnt;
   tfnt->sfnt = sfnt;
   st->cur_sfnt = sfnt;
+  *mapped = false;
   for (const FS_USHORT* pair : kCmapPreference)
-    if (FSS_set_cmap(st, pair[0], pair[1]) == 0) break;
+    if (FSS_set_cmap(st, pair[0], pair[1]) == 0) {
+      *mapped = true;
+      break;
+    }
   st->error = 0;
   return 0;
 }
@@ -112,10 +117,14 @@ int fontvec_glyph(int argc, char** argv) {
     return 1;
   }
   int status = 0;
-  if (setUp(&st, path, (FS_ULONG)index, ppem) != 0) {
+  bool mapped = false;
+  if (setUp(&st, path, (FS_ULONG)index, ppem, &mapped) != 0) {
     status = engineError(path, &st);
   } else {
-    if (haveChar) {
+    if (haveChar && !mapped) {
+      fontvec_error("%s: no character map", path);
+      status = 1;
+    } else if (haveChar) {
       // A glyph index of 0 for an unmapped code: its .notdef glyph.
       glyph = map_char(&st, (FS_ULONG)code, 0);
       if (st.error != 0) status = engineError(path, &st);
