@@ -56,12 +56,6 @@ void free_fntset_records(FS_STATE* state, FNTSET* set) {
 
 /* ---- Type checks: stand-in ---- */
 
-// Stand-in until the glyph result records: the fixed-width types hold.
-FS_LONG check_types(FS_STATE* state) {
-  (void)state;
-  return 0;
-}
-
 /* ---- Font object removal ---- */
 
 void unload_cmap_cache(FS_STATE* state, LFNT* lfnt) {

@@ -54,8 +54,8 @@ FS_ULONG FS_get_version(FS_STATE* state);
 // Bytes charged to the budget, headers included; 0 without a server.
 FS_ULONG FS_get_heap_used(FS_STATE* state);
 
-// Proves the build's type assumptions, reporting 601 to 609. Stand-in until
-// the glyph result records: the types are fixed-width here, so 0.
+// Proves the build's type assumptions, reporting 601 to 609 (defined with
+// the glyph result records, fs_glyphmap.cpp).
 FS_LONG check_types(FS_STATE* state);
 
 // Ends a font set: each component's loaded font loses a reference, and one

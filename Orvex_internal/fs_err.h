@@ -40,7 +40,10 @@
   X(405, ERR_TABLE_NOT_FOUND, "font table absent")                            \
   X(406, ERR_BAD_GLYF_INDEX, "glyph index out of range")                      \
   X(407, ERR_BAD_GLYF_FORMAT, "glyph data malformed")                         \
-  X(418, ERR_GPOS_POINT, "GPOS point index out of range")                     \
+  X(412, ERR_KEY_STATE, "scaler key not in the needed state")                \
+  X(418, ERR_GPOS_POINT, "GPOS point index out of range, or a glyph has more " \
+                         "points than maxp allows")                           \
+  X(419, ERR_TOO_MANY_CONTOURS, "glyph has more contours than maxp allows")   \
   X(427, ERR_SBIT_METRICS, "embedded bitmap metrics missing")                 \
   X(428, ERR_SBIT_MERGE, "embedded composite bitmap merge failed")            \
   X(429, ERR_SBIT_FORMAT, "embedded bitmap index format unknown")             \

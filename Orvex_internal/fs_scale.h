@@ -1,18 +1,21 @@
-// The scaled environment of a scaled font and its scaler key. The reclaim
-// ladder frees environments and marks keys for rebuilding; making them
-// arrives with the scaler, which will complete the key record.
+// The scaler: prepares a scaled font (its SENV and fsg_SplineKey) for glyph
+// work from the user's 2x2 scale, and checks and decomposes that scale.
+// Called by the glyph request pipeline and font metrics; calls the TrueType
+// glyph reader and grid fit (fs_glue), the container, heap and scratch space.
 #ifndef ORVEX_INTERNAL_FS_SCALE_H
 #define ORVEX_INTERNAL_FS_SCALE_H
 
 #include "Orvex_internal/fs_state.h"
 
 struct TTF_MAXP;
+struct TTF_HEAD;
 
+// Per scaled font.
 struct SENV {
   FS_USHORT xppm, yppm;  // rounded
-  FS_BOOLEAN vanilla;
+  FS_BOOLEAN vanilla;    // s00 > 0, s11 > 0, s01 = s10 = 0
   FS_ULONG hdmx_group_offset;
-  FS_BYTE render_behavior;
+  FS_BYTE render_behavior;  // bit 1 gridfit, bit 2 gray, bit 4 distance field
   FS_SHORT stroke_width;
   FS_SHORT language;
   FS_FIXED cap_round, cap_square, x_round, x_square, base_round, base_square;
@@ -21,15 +24,138 @@ struct SENV {
   void* ttkey;  // the fsg_SplineKey
 };
 
-// The scaler's per-scaled-font key; its leading fields. A null `maxp` tells
-// the scaler to rebuild the key from the scaled font's matrix.
+// How font units become 26.6 along one axis: function 0 (shift), 1 (divide)
+// or 2 (multiply by `scl`), chosen by compute_scaling.
+struct scale_rec {
+  FS_LONG N;
+  FS_LONG D;
+  FS_FIXED scl;
+  FS_SHORT shift;
+  FS_SHORT fn;
+};
+
+// Sets up `rec` to scale font units of an `em`-unit font by `scalar`
+// (16.16 pixels per em) into 26.6.
+void compute_scaling(scale_rec* rec, FS_FIXED scalar, FS_LONG em);
+
+// One value through a scale_rec: font units in, 26.6 out.
+F26DOT6 scale_value(const scale_rec* rec, FS_LONG v);
+
+// One of a glyph's element records: the twilight zone (element 0) or the
+// glyph (element 1). Arrays lie in the server's workspace and have room for
+// the font's largest glyph and its 8 phantom places.
+struct fnt_ElementType {
+  F26DOT6* x;   // hinted 26.6
+  F26DOT6* y;
+  F26DOT6* ox;  // scaled, unhinted
+  F26DOT6* oy;
+  FS_LONG* oox;  // font units
+  FS_LONG* ooy;
+  FS_BYTE* onCurve;
+  FS_SHORT* sp;  // contour starts
+  FS_SHORT* ep;  // contour ends
+  FS_BYTE* f;    // interpreter touch flags
+  FS_SHORT nc;
+  FS_SHORT np;   // points, phantom places not counted
+};
+
+struct fsg_OffsetInfo {
+  FS_ULONG x, y, ox, oy, oox, ooy, onCurve, sp, ep, f;
+};
+
+struct fsg_ElementInfo {
+  FS_ULONG stackBaseOffset;
+  fsg_OffsetInfo offsets[2];
+  fnt_ElementType interpreterElements[2];  // 0 twilight, 1 glyph
+};
+
+// Metrics of the glyph being fetched, font units.
+struct fsg_Metrics {
+  FS_LONG lsb_x, lsb_y, rsb_x, rsb_y;
+  FS_LONG lsb, aw;
+  FS_LONG tsb_x, tsb_y, bsb_x, bsb_y;
+  FS_LONG tsb, ah;
+  FS_BOOLEAN useMyMetrics;
+};
+
+// Key states.
+const FS_SHORT KEY_INITIALISED = 1;
+const FS_SHORT KEY_SFNT_READY = 2;
+const FS_SHORT KEY_TRANSFORM_READY = 4;
+
+// The scaler's per-scaled-font key. A null `maxp` tells the scaler to
+// rebuild the key from the scaled font's matrix (the reclaim ladder sets it
+// when the font's data goes).
 struct fsg_SplineKey {
   SFNT* sfnt;
   TTF_MAXP* maxp;
+  FS_USHORT glyphIndex;        // the top glyph of the fetch under way
+  FS_BYTE* memoryBases[4];     // 1 the key, 3 the private font space
+  fsg_ElementInfo elementInfoRec;
+  FS_USHORT emResolution;
+  FS_FIXED fixedPointSize;
+  FS_FIXED interpScalar, metricScalar;  // of the CVT's axis
+  FS_FIXED interpScalarX, interpScalarY, metricScalarX, metricScalarY;
+  scale_rec scaleX, scaleY, scaleCVT;
+  FS_FIXED cvtStretchX, cvtStretchY;
+  FS_FIXED currentTMatrix[3][3];  // what is left of the scale after scaleX/Y
+  FS_BOOLEAN identityTransformation;
+  FS_USHORT fontFlags;  // head.flags
+  FS_FIXED pixelDiameter;
+  FS_SHORT state;
+  FS_ULONG scanControl;
+  FS_ULONG offset_storage, offset_controlValues;
+  FS_LONG cvtCount;
+  FS_USHORT numberOf_LongHorMetrics;
+  FS_USHORT max_contours, max_points;  // element room, phantoms not counted
+  FS_USHORT max_twilight;
+  FS_USHORT num_comps, num_contours, num_points;
+  FS_BOOLEAN localTIsIdentity;
+  FIXED_VECTOR tInfo;
+  FS_BOOLEAN executePrePgm, executeFontPgm, read_programs;
+  FS_BOOLEAN useMyMetrics;
+  fsg_Metrics metrics;  // of the top glyph
+  FS_ULONG loca_length, hmtx_length, vmtx_length;
+  FS_ULONG workspace_need, private_size;
+  FS_FIXED user_scale[4];  // s00, s01, s10, s11
 };
 
-// Frees a key of a TrueType or CFF font with whatever it owns. Stand-in until
-// the scaler: the key is one heap block.
+// Splits a scale into pixels per em along x and y (16.16, magnitudes) and
+// the tangent of its shear. A non-diagonal scale with an entry of magnitude
+// 0x40000000 or more is 502; a column of zeros or two parallel columns 503.
+// Returns 0 or the error.
+FS_LONG get_scale_inputs(FS_FIXED* scale, FS_FIXED* xppm, FS_FIXED* yppm,
+                         FS_FIXED* tan_s);
+
+// Italicises `scale` (s00, s01, s10, s11) by the tangent tan_i_a: the
+// shear grows so that the combined slant is that of both. Returns 0 or the
+// error of get_scale_inputs, leaving the scale unchanged then.
+FS_LONG modify_scale(FS_FIXED* scale, FS_FIXED tan_i_a);
+
+// Checks a scale against a font's box: clears FLAGS_LARGE_SCALE, gives 502
+// for pixels per em below 1.0 or an entry or scaled box corner at 0x40000000
+// or more, 304 without `head`, and sets FLAGS_LARGE_SCALE when a corner
+// reaches 0x10000000. Returns 0 or the error, also in `error`.
+FS_LONG check_scale(FS_STATE* state, TTF_HEAD* head, FS_FIXED s00,
+                    FS_FIXED s01, FS_FIXED s10, FS_FIXED s11);
+
+// Builds the scaled environment and key of a TrueType `sfnt` at the scale
+// (s00, s01, s10, s11). Loads the font when needed. Returns 0, or the error
+// (201, 304, 405, 502, 503, 436 for a font with no TrueType outlines), with
+// nothing left allocated.
+FS_LONG scale_font_ttf(FS_STATE* state, SFNT* sfnt, FS_FIXED s00, FS_FIXED s01,
+                       FS_FIXED s10, FS_FIXED s11);
+
+// Makes sure the client's current scaled font is ready for glyph work:
+// 302 without one, 303 without its loaded font, 304 when that can't be
+// loaded; builds a missing environment. Returns 0 or the error.
+FS_LONG check_sfnt(FS_STATE* state);
+
+// Frees a key of a TrueType font with its private space. Accepts null.
 void delete_key(FS_STATE* state, void* key);
+
+// Loads a font's data through load_fnt when it is not loaded: 0, or the
+// loader's error (304 when the loader gives none).
+FS_LONG scaler_load_font(FS_STATE* state, LFNT* lfnt);
 
 #endif

@@ -456,6 +456,7 @@ bool load_cmap(FS_STATE* state, TTF* ttf) {
     if (ttf->cmap == nullptr && state->error) return false;
     ttf->own_cmap = 1;
   }
+  ttf->cmap_length = ttf->cmap ? len : 0;
   if (cmap_offsets_odd((const FS_BYTE*)ttf->cmap, ttf->cmap ? len : 0)) {
     state->error = (FS_ULONG)create_aligned_cmap_table(state, ttf, len);
     if (state->error) return false;
@@ -857,6 +858,7 @@ FS_LONG create_aligned_cmap_table(FS_STATE* state, TTF* ttf, FS_ULONG len) {
   if (ttf->own_cmap) FSS_free(state, ttf->cmap);
   ttf->cmap = (TTF_CMAP*)copy;
   ttf->own_cmap = 1;
+  ttf->cmap_length = total;
   return SUCCESS;
 }
 

@@ -287,6 +287,7 @@ struct TTF {
   FS_ULONG avail_length;
   FS_ULONG dir_entries;   // directory entries read: bounds every walk
   FS_BOOLEAN dir_native;  // the directory was converted to native order
+  FS_ULONG cmap_length;   // bytes of `cmap` held (an aligned copy's too)
 };
 
 // Loads one font: from `memptr` when given (path ignored), else from the file

@@ -1,12 +1,19 @@
 // fontvec info: what the engine's container loader reads from a font file,
-// one "key: value" line each. Starts a private engine client, loads the face,
-// prints, and ends the client.
+// one "key: value" line each; with --cmap, the character map the renderer
+// would choose, one "U+XXXX GLYPH" line per mapped code. Starts a private
+// engine client, loads the face, prints, and ends the client.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
+#include <utility>
+#include <vector>
+
 #include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "tools/fontvec/commands.h"
 
@@ -48,13 +55,72 @@ void printInfo(const TTF* ttf) {
   printf("outlines: %s\n", ttf->cff ? "CFF" : "glyf");
 }
 
+// The renderer's preference list of character maps, in its order.
+const FS_USHORT kCmapPreference[][2] = {{3, 10}, {0, 6}, {0, 4}, {3, 1},
+                                        {1, 0},  {0, 3}, {0, 1}, {0, 0}};
+const FS_ULONG kLastUnicode = 0x10FFFF;
+
+typedef std::vector<std::pair<FS_ULONG, FS_ULONG>> Ranges;
+
+void addRange(void* ctx, FS_ULONG first, FS_ULONG last) {
+  ((Ranges*)ctx)->push_back({first, last});
+}
+
+// Chooses the cmap as the renderer does and prints each mapped code of it in
+// ascending order. Returns the exit code.
+int printCmap(FS_STATE* state, const char* path, FS_ULONG index) {
+  FILECHAR name[256];
+  if (FSS_load_font(state, path, NULL, index, sizeof name, name) != 0 ||
+      FSS_set_font(state, name) != 0) {
+    fontvec_error("%s: error %lu: %s", path, (unsigned long)state->error,
+                  FS_error_message(state->error));
+    return 1;
+  }
+  const FS_USHORT* chosen = NULL;
+  for (const FS_USHORT* pair : kCmapPreference)
+    if (FSS_set_cmap(state, pair[0], pair[1]) == 0) {
+      chosen = pair;
+      break;
+    }
+  if (chosen == NULL || (chosen[0] == 1 && chosen[1] == 0)) {
+    fontvec_error("%s: no Unicode character map", path);
+    return 1;
+  }
+  // The codes the chosen subtable may map, sorted and merged.
+  TTF* ttf = (TTF*)state->cur_typeset.fntset->metric_font->fnt;
+  Ranges ranges;
+  cmap_code_ranges((const FS_BYTE*)ttf->cmap, ttf->cmap_length,
+                   state->cur_typeset.tfntarray[0].cmap_offset, addRange,
+                   &ranges);
+  std::sort(ranges.begin(), ranges.end());
+  FS_ULONG next = 0;  // codes below it are printed
+  for (const auto& r : ranges) {
+    FS_ULONG last = std::min(r.second, kLastUnicode);
+    for (FS_ULONG code = std::max(r.first, next); code <= last; code++) {
+      FS_USHORT glyph = FSS_map_char(state, code);
+      if (state->error != 0) {
+        fontvec_error("%s: error %lu: %s", path, (unsigned long)state->error,
+                      FS_error_message(state->error));
+        return 1;
+      }
+      if (glyph != 0) printf("U+%04lX %u\n", (unsigned long)code, (unsigned)glyph);
+    }
+    next = std::max(next, last + 1);
+  }
+  FSS_delete_font(state, name);
+  return 0;
+}
+
 }  // namespace
 
 int fontvec_info(int argc, char** argv) {
   const char* path = NULL;
   FS_ULONG index = 0;
+  bool cmap = false;
   for (int i = 0; i < argc; i++) {
-    if (strcmp(argv[i], "--index") == 0 && i + 1 < argc) {
+    if (strcmp(argv[i], "--cmap") == 0) {
+      cmap = true;
+    } else if (strcmp(argv[i], "--index") == 0 && i + 1 < argc) {
       if (!parseIndex(argv[++i], &index)) return fontvec_usage("info");
     } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
       return fontvec_usage("info");
@@ -71,6 +137,11 @@ int fontvec_info(int argc, char** argv) {
     fontvec_error("the font engine did not start (error %lu: %s)",
                   (unsigned long)state.error, FS_error_message(state.error));
     return 1;
+  }
+  if (cmap) {
+    int status = printCmap(&state, path, index);
+    FSS_exit(&state);
+    return status;
   }
   TTF* ttf = load_ttf(&state, (FILECHAR*)path, NULL, index, 0, 0, 0,
                       sfntType(path));

@@ -13,6 +13,7 @@ struct FontvecCommand {
 
 int fontvec_measure(int argc, char** argv);
 int fontvec_info(int argc, char** argv);
+int fontvec_glyph(int argc, char** argv);
 
 // Prints "fontvec: " and the message to standard error.
 void fontvec_error(const char* format, ...)

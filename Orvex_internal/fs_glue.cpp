@@ -1,0 +1,511 @@
+// The TrueType glyph reader and grid fit. A glyph's bytes come from `glyf`
+// through the container's read path and are decoded with a bounds-checked
+// cursor; points go into the key's glyph element, each simple glyph with its
+// 8 phantom places, scaled to 26.6 by the key's per-axis scaling.
+// Components are loaded behind the points already there, transformed and
+// moved as they return. The instruction interpreter enters at marked seams.
+#include "Orvex_internal/fs_glue.h"
+
+#include <string.h>
+
+#include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_font.h"
+#include "Orvex_internal/fs_glyphmap.h"
+#include "Orvex_internal/fs_ttf.h"
+#include "Orvex_internal/fs_xmalloc.h"
+
+namespace {
+
+FS_LONG fail(FS_STATE* state, FS_LONG error) {
+  state->error = (FS_ULONG)error;
+  return error;
+}
+
+TTF* key_ttf(fsg_SplineKey* key) {
+  if (key->sfnt == nullptr || key->sfnt->lfnt == nullptr) return nullptr;
+  return (TTF*)key->sfnt->lfnt->fnt;
+}
+
+bool compact_format(fsg_SplineKey* key) {
+  return (key->sfnt->lfnt->fontflags & (FONTFLAG_CCC | FONTFLAG_DDD)) != 0;
+}
+
+// `n` bytes at `pos` of a table of `length` bytes at `table` (offsets from
+// the font's start) into `out`; what lies beyond the table reads as zeros.
+void read_table_bytes(FS_STATE* state, TTF* ttf, FS_ULONG table,
+                      FS_ULONG length, FS_ULONG pos, FS_ULONG n, FS_BYTE* out) {
+  memset(out, 0, n);
+  if (pos >= length) return;
+  FS_ULONG have = length - pos < n ? length - pos : n;
+  FS_ULONG saved = state->error;
+  ttf_read_buf(state, ttf, table + pos, have, out);
+  state->error = saved;
+}
+
+FS_LONG fix_mul(FS_LONG a, FS_LONG b) { return varmul_64(a, b, 16); }
+
+// Points the two element records into the server's workspace, which may
+// have moved or grown since the key was made.
+FS_LONG fs_SetUpKey(FS_STATE* state, fsg_SplineKey* key) {
+  const FS_SHORT needed =
+      KEY_INITIALISED | KEY_SFNT_READY | KEY_TRANSFORM_READY;
+  if ((key->state & needed) != needed || key->maxp == nullptr)
+    return fail(state, ERR_KEY_STATE);
+  FS_SERVER* server = state->server;
+  if (server->workspace == nullptr ||
+      (FS_ULONG)server->workspaceSize < key->workspace_need)
+    return fail(state, ERR_KEY_STATE);
+  FS_BYTE* p = server->workspace;
+  fsg_ElementInfo* info = &key->elementInfoRec;
+  FS_ULONG rooms[2] = {(FS_ULONG)key->max_twilight + 8,
+                       (FS_ULONG)key->max_points + 8};
+  FS_ULONG contours[2] = {1, (FS_ULONG)key->max_contours + 1};
+  for (int e = 0; e < 2; e++) {
+    fnt_ElementType* el = &info->interpreterElements[e];
+    FS_ULONG n = rooms[e];
+    el->x = (F26DOT6*)p, p += n * sizeof(F26DOT6);
+    el->y = (F26DOT6*)p, p += n * sizeof(F26DOT6);
+    el->ox = (F26DOT6*)p, p += n * sizeof(F26DOT6);
+    el->oy = (F26DOT6*)p, p += n * sizeof(F26DOT6);
+    el->oox = (FS_LONG*)p, p += n * sizeof(FS_LONG);
+    el->ooy = (FS_LONG*)p, p += n * sizeof(FS_LONG);
+    el->sp = (FS_SHORT*)p, p += contours[e] * sizeof(FS_SHORT);
+    el->ep = (FS_SHORT*)p, p += contours[e] * sizeof(FS_SHORT);
+    el->onCurve = p, p += n;
+    el->f = p, p += n;
+    p = server->workspace + (((p - server->workspace) + 7) & ~7);
+    el->nc = 0;
+    el->np = 0;
+  }
+  info->stackBaseOffset = (FS_ULONG)(p - server->workspace);
+  return 0;
+}
+
+// The 8 phantom places of a glyph in font units, behind its points.
+void set_phantoms(fnt_ElementType* el, FS_LONG at, FS_LONG xMin, FS_LONG yMax,
+                  const fsg_Metrics* m) {
+  FS_LONG left = xMin - m->lsb;
+  FS_LONG right = left + m->aw;
+  FS_LONG* x = el->oox + at;
+  FS_LONG* y = el->ooy + at;
+  x[0] = x[4] = left;
+  x[1] = right;
+  x[5] = xMin;
+  x[2] = x[3] = (x[0] + x[1]) / 2;
+  x[6] = x[7] = (x[4] + x[5]) / 2;
+  y[0] = y[1] = y[4] = y[5] = 0;
+  y[2] = y[6] = m->ah;  // the vertical places come from the advance height
+  y[3] = 2 * m->ah;
+  y[7] = yMax;
+}
+
+// Scales points [from, from + n) from font units into ox/oy and copies them
+// to x/y.
+void scale_points(fsg_SplineKey* key, fnt_ElementType* el, FS_LONG from,
+                  FS_LONG n) {
+  for (FS_LONG i = from; i < from + n; i++) {
+    el->ox[i] = el->x[i] = scale_value(&key->scaleX, el->oox[i]);
+    el->oy[i] = el->y[i] = scale_value(&key->scaleY, el->ooy[i]);
+  }
+}
+
+// The simple glyph `data` (its header read) into the element at its
+// current end: contours, flags and coordinates as `glyf` stores them.
+FS_LONG sfnt_UnfoldCurve(FS_STATE* state, fsg_SplineKey* key, FS_CURSOR* c,
+                         FS_SHORT numberContours, fnt_ElementType* el,
+                         FS_LONG* pointsOut) {
+  FS_LONG base = el->np;
+  FS_LONG cbase = el->nc;
+  if ((FS_LONG)numberContours > (FS_LONG)key->maxp->maxContours ||
+      cbase + numberContours > key->max_contours)
+    return fail(state, ERR_TOO_MANY_CONTOURS);
+  FS_LONG prev = -1;
+  for (FS_SHORT i = 0; i < numberContours; i++) {
+    FS_LONG end = cursor_u16(c);
+    if (c->overrun || end <= prev) return fail(state, ERR_BAD_GLYF_FORMAT);
+    prev = end;
+  }
+  FS_LONG n = prev + 1;
+  if (n > key->maxp->maxPoints || base + n + 8 > (FS_LONG)key->max_points + 8)
+    return fail(state, ERR_TOO_MANY_POINTS);
+  // Contour ends again, now that they are known to fit.
+  c->pos -= 2 * (FS_ULONG)numberContours;
+  for (FS_SHORT i = 0; i < numberContours; i++) {
+    FS_LONG end = cursor_u16(c);
+    el->sp[cbase + i] = (FS_SHORT)(i == 0 ? base : el->ep[cbase + i - 1] + 1);
+    el->ep[cbase + i] = (FS_SHORT)(base + end);
+  }
+  FS_USHORT numberInstructions = cursor_u16(c);
+  cursor_skip(c, numberInstructions);  // the interpreter will run them
+
+  FS_BYTE* f = el->f + base;
+  for (FS_LONG i = 0; i < n && !c->overrun;) {
+    FS_BYTE flag = cursor_u8(c);
+    f[i++] = flag;
+    if (flag & 8) {
+      FS_LONG repeat = cursor_u8(c);
+      if (repeat > n - i) return fail(state, ERR_BAD_GLYF_FORMAT);
+      while (repeat-- > 0) f[i++] = flag;
+    }
+  }
+  if (c->overrun) return fail(state, ERR_BAD_GLYF_FORMAT);
+  FS_LONG v = 0;
+  for (FS_LONG i = 0; i < n; i++) {
+    FS_BYTE flag = f[i];
+    if (flag & 2) {
+      FS_LONG d = cursor_u8(c);
+      v += (flag & 16) ? d : -d;
+    } else if (!(flag & 16)) {
+      v += cursor_s16(c);
+    }
+    el->oox[base + i] = v;
+  }
+  v = 0;
+  for (FS_LONG i = 0; i < n; i++) {
+    FS_BYTE flag = f[i];
+    if (flag & 4) {
+      FS_LONG d = cursor_u8(c);
+      v += (flag & 32) ? d : -d;
+    } else if (!(flag & 32)) {
+      v += cursor_s16(c);
+    }
+    el->ooy[base + i] = v;
+  }
+  if (c->overrun) return fail(state, ERR_BAD_GLYF_FORMAT);
+  for (FS_LONG i = 0; i < n; i++) {
+    el->onCurve[base + i] = f[i] & 1;
+    f[i] = 0;  // from here on the interpreter's touch flags
+  }
+  el->nc = (FS_SHORT)(cbase + numberContours);
+  *pointsOut = n;
+  return 0;
+}
+
+// x' = xx x + xy y, y' = yx x + yy y on points [from, to), in 16.16.
+void transform_points(fnt_ElementType* el, FS_LONG from, FS_LONG to,
+                      const fsg_Component* t) {
+  for (FS_LONG i = from; i < to; i++) {
+    F26DOT6 x = el->x[i], y = el->y[i];
+    el->x[i] = el->ox[i] = fix_mul(x, t->xx) + fix_mul(y, t->xy);
+    el->y[i] = el->oy[i] = fix_mul(x, t->yx) + fix_mul(y, t->yy);
+  }
+}
+
+// Loads glyph `index` at the end of the glyph element: its points, then its
+// 8 phantom places (not counted in np). `level` is the nesting depth.
+FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
+                 int level, FS_BOOLEAN useHints) {
+  TTF* ttf = key_ttf(key);
+  fnt_ElementType* el = fsg_glyph_element(key);
+  if (index >= key->maxp->numGlyphs) return fail(state, ERR_BAD_GLYF_INDEX);
+  // A stroke font's `nstk` list and the autohinters join here with hinting.
+  (void)useHints;
+
+  FS_ULONG offset = 0, length = 0;
+  FS_LONG err = get_glyph_parms(state, key, index, &offset, &length);
+  if (err) return err;
+  fsg_Metrics m;
+  err = get_glyph_metrics(state, key, index, &m);
+  if (err) return err;
+
+  FS_LONG base = el->np;
+  if (base + 8 > (FS_LONG)key->max_points + 8) return fail(state, ERR_TOO_MANY_POINTS);
+  if (length == 0) {
+    set_phantoms(el, base, 0, 0, &m);
+    scale_points(key, el, base, 8);
+    return 0;
+  }
+  if (length < 10) return fail(state, ERR_BAD_GLYF_FORMAT);
+  FS_BYTE* data = (FS_BYTE*)ttf_read(state, ttf, offset, length);
+  if (data == nullptr) return state->error ? (FS_LONG)state->error : (FS_LONG)ERR_MALLOC_FAIL;
+  FS_CURSOR c = cursor_at(data, length);
+  FS_SHORT numberContours = cursor_s16(&c);
+  cursor_skip(&c, 2);  // xMin, read below with the others
+  FS_LONG xMin = get_s16(data + 2);
+  FS_LONG yMax = get_s16(data + 8);
+  cursor_skip(&c, 6);
+
+  if (numberContours >= 0) {
+    FS_LONG n = 0;
+    if (numberContours > 0)
+      err = sfnt_UnfoldCurve(state, key, &c, numberContours, el, &n);
+    if (err == 0) {
+      set_phantoms(el, base + n, xMin, yMax, &m);
+      scale_points(key, el, base, n + 8);
+      el->np = (FS_SHORT)(base + n);
+      key->num_points = (FS_USHORT)el->np;
+      key->num_contours = (FS_USHORT)el->nc;
+    }
+    FSS_free(state, data);
+    return err;
+  }
+  if (numberContours != -1) {
+    FSS_free(state, data);
+    return fail(state, ERR_BAD_GLYF_FORMAT);
+  }
+
+  // Composite: its own phantom places first, kept aside while the
+  // components fill the element.
+  F26DOT6 phx[8], phy[8];
+  set_phantoms(el, base, xMin, yMax, &m);
+  scale_points(key, el, base, 8);
+  for (int i = 0; i < 8; i++) phx[i] = el->x[base + i], phy[i] = el->y[base + i];
+
+  FS_ULONG pos = 10;
+  fsg_Component comp;
+  do {
+    err = read_comp_parms_ttf(data, length, &pos, key->maxp->numGlyphs, &comp);
+    if (err) break;
+    key->num_comps++;
+    if (level + 1 > FSG_MAX_COMPONENT_LEVEL) {
+      err = ERR_BAD_GLYF_FORMAT;
+      break;
+    }
+    if (comp.index == key->glyphIndex) continue;  // the top glyph in itself
+    FS_LONG compStart = el->np;
+    err = get_comp(state, key, comp.index, level + 1, useHints);
+    if (err) break;
+    FS_LONG compEnd = el->np;
+    if (comp.flags & USE_MY_METRICS) {
+      for (int i = 0; i < 8; i++)
+        phx[i] = el->x[compEnd + i], phy[i] = el->y[compEnd + i];
+      key->useMyMetrics = 1;
+    }
+    if (comp.flags &
+        (WE_HAVE_A_SCALE | WE_HAVE_AN_X_AND_Y_SCALE | WE_HAVE_A_TWO_BY_TWO))
+      transform_points(el, compStart, compEnd, &comp);
+    F26DOT6 dx, dy;
+    if (comp.flags & ARGS_ARE_XY_VALUES) {
+      dx = scale_value(&key->scaleX, comp.arg1);
+      dy = scale_value(&key->scaleY, comp.arg2);
+    } else {
+      // Anchor points: the component's point arg2 lands on the
+      // composite's point arg1.
+      FS_LONG k = base + comp.arg1, l = compStart + comp.arg2;
+      if (k >= compStart || l >= compEnd) {
+        err = ERR_BAD_GLYF_FORMAT;
+        break;
+      }
+      dx = el->x[k] - el->x[l];
+      dy = el->y[k] - el->y[l];
+    }
+    for (FS_LONG i = compStart; i < compEnd; i++) {
+      el->x[i] = el->ox[i] = el->x[i] + dx;
+      el->y[i] = el->oy[i] = el->y[i] + dy;
+    }
+  } while (comp.flags & MORE_COMPONENTS);
+  // WE_HAVE_INSTRUCTIONS: the composite's own program follows the last
+  // component; the interpreter runs it over the joined points.
+  FSS_free(state, data);
+  if (err) return fail(state, err);
+  for (int i = 0; i < 8; i++) {
+    el->x[el->np + i] = el->ox[el->np + i] = phx[i];
+    el->y[el->np + i] = el->oy[el->np + i] = phy[i];
+  }
+  key->num_points = (FS_USHORT)el->np;
+  key->num_contours = (FS_USHORT)el->nc;
+  return 0;
+}
+
+}  // namespace
+
+FS_LONG read_comp_parms_ttf(const FS_BYTE* data, FS_ULONG length,
+                            FS_ULONG* pos, FS_USHORT numGlyphs,
+                            fsg_Component* comp) {
+  FS_CURSOR c = cursor_at(data, length, *pos);
+  memset(comp, 0, sizeof *comp);
+  comp->flags = cursor_u16(&c);
+  comp->index = cursor_u16(&c);
+  if (comp->flags & ARG_1_AND_2_ARE_WORDS) {
+    FS_USHORT a = cursor_u16(&c), b = cursor_u16(&c);
+    comp->arg1 = (comp->flags & ARGS_ARE_XY_VALUES) ? (FS_SHORT)a : a;
+    comp->arg2 = (comp->flags & ARGS_ARE_XY_VALUES) ? (FS_SHORT)b : b;
+  } else {
+    FS_BYTE a = cursor_u8(&c), b = cursor_u8(&c);
+    comp->arg1 = (comp->flags & ARGS_ARE_XY_VALUES) ? (FS_TINY)a : a;
+    comp->arg2 = (comp->flags & ARGS_ARE_XY_VALUES) ? (FS_TINY)b : b;
+  }
+  comp->xx = comp->yy = FIXED_ONE;
+  // Scales are 2.14 in the file, times 4 into 16.16.
+  if (comp->flags & WE_HAVE_A_SCALE) {
+    comp->xx = comp->yy = (FS_FIXED)cursor_s16(&c) * 4;
+  } else if (comp->flags & WE_HAVE_AN_X_AND_Y_SCALE) {
+    comp->xx = (FS_FIXED)cursor_s16(&c) * 4;
+    comp->yy = (FS_FIXED)cursor_s16(&c) * 4;
+  } else if (comp->flags & WE_HAVE_A_TWO_BY_TWO) {
+    comp->xx = (FS_FIXED)cursor_s16(&c) * 4;
+    comp->yx = (FS_FIXED)cursor_s16(&c) * 4;
+    comp->xy = (FS_FIXED)cursor_s16(&c) * 4;
+    comp->yy = (FS_FIXED)cursor_s16(&c) * 4;
+  }
+  *pos = c.pos;
+  if (c.overrun) return ERR_BAD_GLYF_FORMAT;
+  if (comp->index >= numGlyphs) return ERR_BAD_GLYF_INDEX;
+  return 0;
+}
+
+FS_LONG get_glyph_parms(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
+                        FS_ULONG* offset, FS_ULONG* length) {
+  *offset = 0;
+  *length = 0;
+  TTF* ttf = key_ttf(key);
+  if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
+  if (index >= key->maxp->numGlyphs) return fail(state, ERR_BAD_GLYF_INDEX);
+  if (compact_format(key)) return fail(state, ERR_FORMAT_NOT_SUPPORTED);
+  const FS_BYTE* loca = (const FS_BYTE*)ttf->loca;
+  if (loca == nullptr) return 0;
+  FS_ULONG a, b;
+  if (ttf->head->indexToLocFormat == 0) {
+    if ((index + 2) * 2 > key->loca_length) return 0;
+    a = (FS_ULONG)get_u16(loca + index * 2) * 2;
+    b = (FS_ULONG)get_u16(loca + index * 2 + 2) * 2;
+  } else {
+    if ((index + 2) * 4 > key->loca_length) return 0;
+    a = get_u32(loca + index * 4);
+    b = get_u32(loca + index * 4 + 4);
+  }
+  if (b <= a || b > ttf->glyf_size) return 0;  // out of order or past `glyf`
+  *offset = ttf->glyf_offset + a;
+  *length = b - a;
+  return 0;
+}
+
+FS_LONG get_glyph_metrics(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
+                          fsg_Metrics* m) {
+  memset(m, 0, sizeof *m);
+  TTF* ttf = key_ttf(key);
+  if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
+  if (compact_format(key)) return fail(state, ERR_FORMAT_NOT_SUPPORTED);
+  FS_BYTE b[4];
+  FS_ULONG nlong = key->numberOf_LongHorMetrics;
+  if (nlong > 0) {
+    if (index < nlong) {
+      read_table_bytes(state, ttf, ttf->hmtx_offset, key->hmtx_length,
+                       4 * index, 4, b);
+      m->aw = get_u16(b);
+      m->lsb = get_s16(b + 2);
+    } else {
+      read_table_bytes(state, ttf, ttf->hmtx_offset, key->hmtx_length,
+                       4 * (nlong - 1), 2, b);
+      m->aw = get_u16(b);
+      read_table_bytes(state, ttf, ttf->hmtx_offset, key->hmtx_length,
+                       4 * nlong + 2 * (index - nlong), 2, b);
+      m->lsb = get_s16(b);
+    }
+  }
+  FS_ULONG nvlong = ttf->vhea ? ttf->vhea->numOfLongVerMetrics : 0;
+  if (ttf->vmtx_offset != 0 && nvlong > 0) {
+    if (index < nvlong) {
+      read_table_bytes(state, ttf, ttf->vmtx_offset, key->vmtx_length,
+                       4 * index, 4, b);
+      m->ah = get_u16(b);
+      m->tsb = get_s16(b + 2);
+    } else {
+      read_table_bytes(state, ttf, ttf->vmtx_offset, key->vmtx_length,
+                       4 * (nvlong - 1), 2, b);
+      m->ah = get_u16(b);
+      read_table_bytes(state, ttf, ttf->vmtx_offset, key->vmtx_length,
+                       4 * nvlong + 2 * (index - nvlong), 2, b);
+      m->tsb = get_s16(b);
+    }
+  } else {
+    FS_LONG asc, desc;
+    if (ttf->os2 != nullptr) {
+      asc = ttf->os2->sTypoAscender;
+      desc = ttf->os2->sTypoDescender;
+    } else {
+      asc = ttf->hhea ? ttf->hhea->yAscender : 0;
+      desc = ttf->hhea ? ttf->hhea->yDescender : 0;
+    }
+    m->ah = asc - desc;
+    m->tsb = ttf->head->yMax - asc;
+  }
+  return 0;
+}
+
+FS_LONG get_glyph_advance(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
+                          FS_FIXED* dx, FS_FIXED* dy, FS_SHORT* i_dx,
+                          FS_SHORT* i_dy) {
+  *dx = *dy = 0;
+  *i_dx = *i_dy = 0;
+  if (index >= key->maxp->numGlyphs) return fail(state, ERR_BAD_GLYF_INDEX);
+  fsg_Metrics m;
+  FS_LONG err = get_glyph_metrics(state, key, index, &m);
+  if (err) return err;
+  const FS_FIXED* s = key->user_scale;  // s00, s01, s10, s11
+  FS_LONG em = key->emResolution;
+  if (state->flags & FLAGS_VERTICAL_ON) {
+    // Down the page: the y column of the scale, negated.
+    *dx = -muldiv_64(m.ah, s[1], em);
+    *dy = -muldiv_64(m.ah, s[3], em);
+  } else {
+    *dx = muldiv_64(m.aw, s[0], em);
+    *dy = muldiv_64(m.aw, s[2], em);
+  }
+  if (s[1] == 0 && s[2] == 0) {
+    *i_dx = (FS_SHORT)((*dx + 0x8000) >> 16);
+    *i_dy = (FS_SHORT)((*dy + 0x8000) >> 16);
+  }
+  state->error = SUCCESS;
+  return 0;
+}
+
+FS_LONG fsg_RunPreProgram(FS_STATE* state, fsg_SplineKey* key) {
+  TTF* ttf = key_ttf(key);
+  if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
+  if (ttf->isFlintTablePresent) return 0;  // neither CVT scaling nor `prep`
+  F26DOT6* cvt = (F26DOT6*)(key->memoryBases[3] + key->offset_controlValues);
+  const FS_BYTE* raw = (const FS_BYTE*)ttf->cvt;
+  for (FS_LONG i = 0; i < key->cvtCount && raw != nullptr; i++)
+    cvt[i] = scale_value(&key->scaleCVT, get_s16(raw + 2 * i));
+  FS_LONG err = fs_SetUpKey(state, key);
+  if (err) return err;
+  fnt_ElementType* twilight = &key->elementInfoRec.interpreterElements[0];
+  FS_ULONG n = (FS_ULONG)key->max_twilight + 8;
+  memset(twilight->x, 0, n * sizeof(F26DOT6));
+  memset(twilight->y, 0, n * sizeof(F26DOT6));
+  memset(twilight->ox, 0, n * sizeof(F26DOT6));
+  memset(twilight->oy, 0, n * sizeof(F26DOT6));
+  // `prep` runs here once the instruction interpreter exists, and its
+  // graphic state becomes the key's default.
+  key->executePrePgm = 0;
+  state->server->workspace_sfnt = key->sfnt;
+  return 0;
+}
+
+FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints) {
+  state->error = SUCCESS;
+  state->outl_char = 0;
+  state->any_hints = 0;
+  state->level = 0;
+  key->num_comps = key->num_contours = key->num_points = 0;
+  key->useMyMetrics = 0;
+  TTF* ttf = key_ttf(key);
+  if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
+  if (ttf->cff != nullptr || ttf->loca == nullptr)
+    return fail(state, ERR_FONT_TYPE_UNSUPPORTED);
+  FS_LONG err = fs_SetUpKey(state, key);
+  if (err) return err;
+  if (state->server->workspace_sfnt != key->sfnt) {
+    err = fsg_RunPreProgram(state, key);
+    if (err) return err;
+  }
+  // Hints take part when the client allows them; the interpreter that
+  // applies them is not built, so the points stay as scaled.
+  FS_BOOLEAN hints = useHints && !(state->flags & FLAGS_NO_HINTS);
+  err = get_glyph_metrics(state, key, key->glyphIndex, &key->metrics);
+  if (err) return err;
+  err = get_comp(state, key, key->glyphIndex, 0, hints);
+  if (err) return err;
+  if (!key->identityTransformation) {
+    fnt_ElementType* el = fsg_glyph_element(key);
+    FS_FIXED(*m)[3] = key->currentTMatrix;
+    for (FS_LONG i = 0; i < el->np + 8; i++) {
+      F26DOT6 x = el->x[i], y = el->y[i];
+      el->x[i] = fix_mul(x, m[0][0]) + fix_mul(y, m[1][0]);
+      el->y[i] = fix_mul(x, m[0][1]) + fix_mul(y, m[1][1]);
+    }
+  }
+  state->error = SUCCESS;
+  return 0;
+}

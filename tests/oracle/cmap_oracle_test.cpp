@@ -1,0 +1,390 @@
+// Differential checks of character mapping against libfreetype, used here
+// as a test-only oracle: for the Debian fonts, every code the chosen Unicode
+// subtable covers maps, through the client call FSS_map_char, to the glyph
+// libfreetype gives for the same subtable, and every code libfreetype finds
+// mapped maps the same here. Hand-built subtables of the other published
+// formats, and a variation-selector subtable added to a real font, are
+// compared the same way.
+#include <dirent.h>
+#include <ft2build.h>
+#include FT_FREETYPE_H
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_cmap.h"
+#include "Orvex_internal/fs_font.h"
+#include "Orvex_internal/fs_ttf.h"
+#include "support/sfnt_builder.h"
+#include "support/test_support.h"
+
+using sfnt::Bytes;
+
+namespace {
+
+const char kDejaVuSans[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+const FS_ULONG kLastUnicode = 0x10FFFF;
+
+std::vector<std::string> filesIn(const std::string& folder) {
+  std::vector<std::string> files;
+  DIR* d = opendir(folder.c_str());
+  if (d == nullptr) return files;
+  while (dirent* e = readdir(d)) {
+    std::string name = e->d_name;
+    if (name.size() > 4 && (name.compare(name.size() - 4, 4, ".ttf") == 0 ||
+                            name.compare(name.size() - 4, 4, ".otf") == 0))
+      files.push_back(folder + "/" + name);
+  }
+  closedir(d);
+  std::sort(files.begin(), files.end());
+  return files;
+}
+
+// Every font of the three families and of Noto (the sweep walks the covered
+// ranges only, which keeps it quick).
+std::vector<std::string> sweptFonts() {
+  std::vector<std::string> fonts;
+  for (const char* folder : {"/usr/share/fonts/truetype/dejavu",
+                             "/usr/share/fonts/truetype/liberation2",
+                             "/usr/share/fonts/truetype/freefont"})
+    for (const std::string& f : filesIn(folder)) fonts.push_back(f);
+  std::vector<std::string> noto = filesIn("/usr/share/fonts/truetype/noto");
+  fonts.insert(fonts.end(), noto.begin(), noto.end());
+  return fonts;
+}
+
+void addRange(void* ctx, FS_ULONG first, FS_ULONG last) {
+  ((std::vector<std::pair<FS_ULONG, FS_ULONG>>*)ctx)->push_back({first, last});
+}
+
+// The engine's side: a font added, set as the client's current font, and a
+// cmap chosen; codes go through FSS_map_char, the client call.
+class EngineMap {
+ public:
+  explicit EngineMap(FS_STATE* st) : st_(st) {}
+  ~EngineMap() {
+    if (name_[0]) FSS_delete_font(st_, name_);
+  }
+
+  bool openFile(const std::string& path) {
+    return FSS_load_font(st_, path.c_str(), nullptr, 0, sizeof name_, name_) ==
+               0 &&
+           FSS_set_font(st_, name_) == 0;
+  }
+  bool openMemory(const Bytes& font) {
+    return FSS_load_font(st_, nullptr, (FS_BYTE*)font.data(), 0, sizeof name_,
+                         name_) == 0 &&
+           FSS_set_font(st_, name_) == 0;
+  }
+  // The Unicode subtable the renderer's preference list settles on: (3,10)
+  // is asked first, and a font without it gets the first of the seven
+  // Unicode pairs it holds. The pair found is given back for the oracle.
+  bool chooseUnicode(FS_USHORT* platform, FS_USHORT* encoding) {
+    if (FSS_set_cmap(st_, 3, 10) != 0) return false;
+    return GetEncodingSubstitution(cmap(), ttf()->cmap_length, 3, 10, platform,
+                                   encoding) == offset();
+  }
+  bool choose(FS_USHORT platform, FS_USHORT encoding) {
+    return FSS_set_cmap(st_, platform, encoding) == 0 && offset() != 0;
+  }
+  FS_USHORT map(FS_ULONG code) { return FSS_map_char(st_, code); }
+  FS_USHORT mapVariant(FS_ULONG code, FS_ULONG selector) {
+    return FSS_map_char_variant(st_, code, selector);
+  }
+  std::vector<std::pair<FS_ULONG, FS_ULONG>> ranges() {
+    std::vector<std::pair<FS_ULONG, FS_ULONG>> r;
+    cmap_code_ranges(cmap(), ttf()->cmap_length, offset(), addRange, &r);
+    return r;
+  }
+  FS_ULONG offset() { return st_->cur_typeset.tfntarray[0].cmap_offset; }
+
+ private:
+  TTF* ttf() { return (TTF*)st_->cur_typeset.fntset->metric_font->fnt; }
+  const FS_BYTE* cmap() { return (const FS_BYTE*)ttf()->cmap; }
+  FS_STATE* st_;
+  FILECHAR name_[64] = {0};
+};
+
+class CmapAgainstFreetype : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(FT_Init_FreeType(&lib), 0);
+    ASSERT_EQ(FSS_init(&st, 64u << 20), 0);
+  }
+  void TearDown() override {
+    FSS_exit(&st);
+    FT_Done_FreeType(lib);
+  }
+
+  // libfreetype's face on the subtable (platform, encoding), or null.
+  FT_Face ftFace(const FT_Open_Args& args, FS_USHORT platform,
+                 FS_USHORT encoding) {
+    FT_Face face = nullptr;
+    if (FT_Open_Face(lib, &args, 0, &face) != 0) return nullptr;
+    for (int i = 0; i < face->num_charmaps; i++) {
+      FT_CharMap m = face->charmaps[i];
+      if (m->platform_id == platform && m->encoding_id == encoding) {
+        FT_Set_Charmap(face, m);
+        return face;
+      }
+    }
+    FT_Done_Face(face);
+    return nullptr;
+  }
+
+  // Compares both ways: each code of the engine's ranges (up to U+10FFFF),
+  // then each code libfreetype enumerates. Returns the codes compared.
+  size_t compareMaps(EngineMap& engine, FT_Face face, const std::string& what) {
+    size_t compared = 0, mismatches = 0;
+    for (auto r : engine.ranges()) {
+      for (FS_ULONG c = r.first; c <= r.second && c <= kLastUnicode; c++) {
+        FT_UInt expected = FT_Get_Char_Index(face, c);
+        FS_USHORT got = engine.map(c);
+        compared++;
+        if (got != expected && mismatches++ < 5)
+          ADD_FAILURE() << what << " U+" << std::hex << c << ": " << std::dec
+                        << got << " where libfreetype gives " << expected;
+      }
+    }
+    FT_UInt gi = 0;
+    for (FT_ULong c = FT_Get_First_Char(face, &gi); gi != 0;
+         c = FT_Get_Next_Char(face, c, &gi)) {
+      FS_USHORT got = engine.map(c);
+      compared++;
+      if (got != gi && mismatches++ < 5)
+        ADD_FAILURE() << what << " enumerated U+" << std::hex << c << ": "
+                      << std::dec << got << " where libfreetype gives " << gi;
+    }
+    EXPECT_EQ(mismatches, 0u) << what;
+    return compared;
+  }
+
+  FT_Open_Args fileArgs(const std::string& path) {
+    FT_Open_Args args = {};
+    args.flags = FT_OPEN_PATHNAME;
+    args.pathname = (FT_String*)path.c_str();
+    return args;
+  }
+  FT_Open_Args memoryArgs(const Bytes& font) {
+    FT_Open_Args args = {};
+    args.flags = FT_OPEN_MEMORY;
+    args.memory_base = font.data();
+    args.memory_size = (FT_Long)font.size();
+    return args;
+  }
+
+  FT_Library lib;
+  FS_STATE st;
+};
+
+TEST_F(CmapAgainstFreetype, ChosenUnicodeMapOfEveryDebianFontAgrees) {
+  std::vector<std::string> fonts = sweptFonts();
+  if (fonts.empty()) GTEST_SKIP() << "no Debian fonts installed";
+  size_t notoCount = 0, compared = 0;
+  for (const std::string& path : fonts) {
+    if (path.find("/noto/") != std::string::npos) notoCount++;
+    EngineMap engine(&st);
+    ASSERT_TRUE(engine.openFile(path)) << path << ": " << st.error;
+    FS_USHORT platform = 0, encoding = 0;
+    ASSERT_TRUE(engine.chooseUnicode(&platform, &encoding)) << path;
+    FT_Face face = ftFace(fileArgs(path), platform, encoding);
+    ASSERT_NE(face, nullptr) << path;
+    compared += compareMaps(engine, face, path);
+    FT_Done_Face(face);
+  }
+  EXPECT_GE(notoCount, 30u);
+  EXPECT_GT(compared, 100000u);
+  RecordProperty("codes_compared", (int)compared);
+}
+
+/* ---- Hand-built subtables in a real font ---- */
+
+// DejaVu Sans with its `cmap` replaced by `records` (platform, encoding and
+// subtable bytes), in the order given.
+struct Record {
+  FS_USHORT platform, encoding;
+  Bytes subtable;
+};
+
+Bytes fontWithCmap(const std::vector<Record>& records) {
+  Bytes file = sfnt::asBytes(testsupport::readBytes(kDejaVuSans));
+  sfnt::Font font = sfnt::read(file);
+  Bytes cmap;
+  sfnt::u16(cmap, 0);
+  sfnt::u16(cmap, (uint32_t)records.size());
+  uint32_t offset = 4 + 8 * (uint32_t)records.size();
+  for (const Record& r : records) {
+    sfnt::u16(cmap, r.platform);
+    sfnt::u16(cmap, r.encoding);
+    sfnt::u32(cmap, offset);
+    offset += (uint32_t)r.subtable.size();
+  }
+  for (const Record& r : records)
+    cmap.insert(cmap.end(), r.subtable.begin(), r.subtable.end());
+  font.set("cmap", cmap);
+  return sfnt::build(font);
+}
+
+// The (3,1) subtable of DejaVu Sans, as it stands in the file.
+Bytes dejaVuUnicodeSubtable() {
+  Bytes file = sfnt::asBytes(testsupport::readBytes(kDejaVuSans));
+  sfnt::Font font = sfnt::read(file);
+  const Bytes& cmap = *font.find("cmap");
+  uint32_t n = sfnt::getU16(cmap, 2);
+  for (uint32_t i = 0; i < n; i++) {
+    size_t r = 4 + 8 * i;
+    if (sfnt::getU16(cmap, r) == 3 && sfnt::getU16(cmap, r + 2) == 1) {
+      uint32_t at = sfnt::getU32(cmap, r + 4);
+      uint32_t len = sfnt::getU16(cmap, at + 2);
+      return Bytes(cmap.begin() + at, cmap.begin() + at + len);
+    }
+  }
+  return Bytes();
+}
+
+void u24(Bytes& b, uint32_t v) {
+  sfnt::u8(b, v >> 16);
+  sfnt::u16(b, v & 0xFFFF);
+}
+
+TEST_F(CmapAgainstFreetype, HandBuiltFormats0_6_8_12Agree) {
+  // Format 0: code c maps to (c * 7) % 200.
+  Bytes f0;
+  sfnt::u16(f0, 0);
+  sfnt::u16(f0, 262);
+  sfnt::u16(f0, 0);
+  for (int c = 0; c < 256; c++) sfnt::u8(f0, (c * 7) % 200);
+  // Format 6: 300 codes from U+0400, glyph 1000 - i (some 0).
+  Bytes f6;
+  sfnt::u16(f6, 6);
+  sfnt::u16(f6, 10 + 600);
+  sfnt::u16(f6, 0);
+  sfnt::u16(f6, 0x400);
+  sfnt::u16(f6, 300);
+  for (int i = 0; i < 300; i++) sfnt::u16(f6, i % 17 ? 1000 - i : 0);
+  // Groups shared by formats 8 and 12, in both planes.
+  const uint32_t groups[][3] = {{0x20, 0x7E, 3},        {0xA0, 0xFF, 100},
+                                {0x1000, 0x1000, 1500}, {0x10000, 0x1002F, 2000},
+                                {0x1F600, 0x1F64F, 2500}, {0x10FF00, 0x10FF0F, 3000}};
+  Bytes f12;
+  sfnt::u16(f12, 12);
+  sfnt::u16(f12, 0);
+  sfnt::u32(f12, 16 + 12 * 6);
+  sfnt::u32(f12, 0);
+  sfnt::u32(f12, 6);
+  for (auto& g : groups) {
+    sfnt::u32(f12, g[0]);
+    sfnt::u32(f12, g[1]);
+    sfnt::u32(f12, g[2]);
+  }
+  Bytes f8;
+  sfnt::u16(f8, 8);
+  sfnt::u16(f8, 0);
+  sfnt::u32(f8, 8208 + 12 * 6);
+  sfnt::u32(f8, 0);
+  Bytes is32(8192, 0);
+  for (auto& g : groups)  // high halves of the 32-bit codes are marked
+    for (uint32_t c = g[0]; c <= g[1]; c++)
+      if (c > 0xFFFF) is32[(c >> 16) / 8] |= (uint8_t)(0x80 >> ((c >> 16) % 8));
+  f8.insert(f8.end(), is32.begin(), is32.end());
+  sfnt::u32(f8, 6);
+  for (auto& g : groups) {
+    sfnt::u32(f8, g[0]);
+    sfnt::u32(f8, g[1]);
+    sfnt::u32(f8, g[2]);
+  }
+  const struct {
+    FS_USHORT platform, encoding;
+    Bytes* subtable;
+  } cases[] = {{1, 0, &f0}, {3, 1, &f6}, {3, 10, &f12}, {3, 10, &f8}};
+  for (auto& c : cases) {
+    Bytes font = fontWithCmap({{c.platform, c.encoding, *c.subtable}});
+    EngineMap engine(&st);
+    ASSERT_TRUE(engine.openMemory(font));
+    ASSERT_TRUE(engine.choose(c.platform, c.encoding));
+    FT_Face face = ftFace(memoryArgs(font), c.platform, c.encoding);
+    ASSERT_NE(face, nullptr) << "format " << sfnt::getU16(*c.subtable, 0);
+    EXPECT_GT(compareMaps(engine, face,
+                          "format " + std::to_string(sfnt::getU16(*c.subtable, 0))),
+              100u);
+    FT_Done_Face(face);
+  }
+}
+
+TEST_F(CmapAgainstFreetype, VariationSelectorsAgreeOnTheirOwnGlyphs) {
+  // No installed font has a (0,5) subtable, so one is added to DejaVu Sans:
+  // U+FE00 with a default range and own glyphs, U+FE01 with a default range
+  // only, U+E0100 with own glyphs only.
+  Bytes f14;
+  const uint32_t selectors = 3;
+  uint32_t defaultFE00 = 10 + 11 * selectors;        // 2 ranges: 4 + 8
+  uint32_t ownFE00 = defaultFE00 + 4 + 4 * 2;        // 4 mappings: 4 + 20
+  uint32_t defaultFE01 = ownFE00 + 4 + 5 * 4;        // 1 range: 4 + 4
+  uint32_t ownE0100 = defaultFE01 + 4 + 4 * 1;       // 3 mappings: 4 + 15
+  uint32_t length = ownE0100 + 4 + 5 * 3;
+  sfnt::u16(f14, 14);
+  sfnt::u32(f14, length);
+  sfnt::u32(f14, selectors);
+  u24(f14, 0xFE00);
+  sfnt::u32(f14, defaultFE00);
+  sfnt::u32(f14, ownFE00);
+  u24(f14, 0xFE01);
+  sfnt::u32(f14, defaultFE01);
+  sfnt::u32(f14, 0);
+  u24(f14, 0xE0100);
+  sfnt::u32(f14, 0);
+  sfnt::u32(f14, ownE0100);
+  sfnt::u32(f14, 2);  // default ranges of U+FE00: 0x30..0x39, 0x41..0x43
+  u24(f14, 0x30);
+  sfnt::u8(f14, 9);
+  u24(f14, 0x41);
+  sfnt::u8(f14, 2);
+  sfnt::u32(f14, 4);  // own glyphs of U+FE00
+  const uint32_t ownA[][2] = {{0x44, 70}, {0x45, 71}, {0x100, 72}, {0x2260, 73}};
+  for (auto& m : ownA) {
+    u24(f14, m[0]);
+    sfnt::u16(f14, m[1]);
+  }
+  sfnt::u32(f14, 1);  // default range of U+FE01: 0x61..0x7A
+  u24(f14, 0x61);
+  sfnt::u8(f14, 25);
+  sfnt::u32(f14, 3);  // own glyphs of U+E0100
+  const uint32_t ownB[][2] = {{0x20, 80}, {0x4E00, 81}, {0x20000, 82}};
+  for (auto& m : ownB) {
+    u24(f14, m[0]);
+    sfnt::u16(f14, m[1]);
+  }
+  ASSERT_EQ(f14.size(), length);
+  Bytes unicode = dejaVuUnicodeSubtable();
+  ASSERT_FALSE(unicode.empty());
+  Bytes font = fontWithCmap({{0, 3, unicode}, {0, 5, f14}, {3, 1, unicode}});
+
+  EngineMap engine(&st);
+  ASSERT_TRUE(engine.openMemory(font));
+  ASSERT_TRUE(engine.choose(3, 1));
+  FT_Face face = ftFace(memoryArgs(font), 3, 1);
+  ASSERT_NE(face, nullptr);
+  std::vector<FT_ULong> codes;
+  for (FT_ULong c = 0; c < 0x300; c++) codes.push_back(c);
+  for (FT_ULong c : {0x2260ul, 0x4E00ul, 0x20000ul, 0x10FFFFul}) codes.push_back(c);
+  int own = 0;
+  for (FT_ULong selector : {0xFE00ul, 0xFE01ul, 0xE0100ul, 0xFE0Ful}) {
+    for (FT_ULong c : codes) {
+      FT_UInt expected = FT_Face_GetCharVariantIndex(face, c, selector);
+      FT_Int isDefault = FT_Face_GetCharVariantIsDefault(face, c, selector);
+      FS_USHORT got = engine.mapVariant(c, selector);
+      // libfreetype also answers from the default table with the plain
+      // glyph; the engine leaves that fallback to its caller.
+      FT_UInt want = isDefault == 0 ? expected : 0;
+      EXPECT_EQ(got, want) << std::hex << "U+" << c << " with U+" << selector;
+      if (isDefault == 0) own++;
+    }
+  }
+  EXPECT_EQ(own, 7);
+  FT_Done_Face(face);
+}
+
+}  // namespace

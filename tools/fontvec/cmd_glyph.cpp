@@ -1,0 +1,158 @@
+// fontvec glyph: one glyph's scaled points as the scaler leaves them, in
+// 26.6 units with the origin at the left phantom place, and the rounded
+// advance. Starts a private engine client, adds and sets the font, scales
+// it to the asked pixels per em, maps the character (or takes the glyph
+// index), fetches the glyph and prints it.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_cmap.h"
+#include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_font.h"
+#include "Orvex_internal/fs_glue.h"
+#include "Orvex_internal/fs_glyphmap.h"
+#include "Orvex_internal/fs_scale.h"
+#include "Orvex_internal/fs_ttf.h"
+#include "Orvex_internal/fs_xmalloc.h"
+#include "tools/fontvec/commands.h"
+
+namespace {
+
+const FS_ULONG kGlyphHeap = 64u << 20;
+
+bool parseNumber(const char* text, int base, unsigned long max,
+                 unsigned long* out) {
+  char* end = NULL;
+  if (text[0] == '\0' || text[0] == '-') return false;
+  unsigned long v = strtoul(text, &end, base);
+  if (*end != '\0' || v > max) return false;
+  *out = v;
+  return true;
+}
+
+// Character maps in the order the renderer tries them.
+const FS_USHORT kCmapPreference[][2] = {{3, 10}, {0, 6}, {0, 4}, {3, 1},
+                                        {1, 0},  {0, 3}, {0, 1}, {0, 0}};
+
+// Adds and sets the font, gives its first component a scaled font at
+// `ppem` (the records the scale setter will make) and chooses a character
+// map (*mapped says whether one was accepted). Returns 0 or the engine's
+// error.
+FS_LONG setUp(FS_STATE* st, const char* path, FS_ULONG index,
+              unsigned long ppem, bool* mapped) {
+  FILECHAR name[256];
+  if (FSS_load_font(st, path, NULL, index, sizeof name, name) != 0 ||
+      FSS_set_font(st, name) != 0)
+    return (FS_LONG)st->error;
+  TFNT* tfnt = &st->cur_typeset.tfntarray[0];
+  SFNT* sfnt = (SFNT*)FSS_calloc(st, sizeof(SFNT));
+  if (sfnt == NULL) return (FS_LONG)st->error;
+  sfnt->lfnt = tfnt->cfnt->lfnt;
+  sfnt->user_scale[0] = sfnt->user_scale[3] = (FS_FIXED)(ppem << 16);
+  sfnt->ref_count = 1;
+  sfnt->next = st->server->scaled_fonts;
+  st->server->scaled_fonts = sfnt;
+  tfnt->sfnt = sfnt;
+  st->cur_sfnt = sfnt;
+  *mapped = false;
+  for (const FS_USHORT* pair : kCmapPreference)
+    if (FSS_set_cmap(st, pair[0], pair[1]) == 0) {
+      *mapped = true;
+      break;
+    }
+  st->error = 0;
+  return 0;
+}
+
+int engineError(const char* path, FS_STATE* st) {
+  fontvec_error("%s: error %lu: %s", path, (unsigned long)st->error,
+                FS_error_message(st->error));
+  return 1;
+}
+
+}  // namespace
+
+int fontvec_glyph(int argc, char** argv) {
+  const char* path = NULL;
+  unsigned long glyph = 0, ppem = 0, index = 0, code = 0;
+  bool haveGlyph = false, haveChar = false, points = false;
+  for (int i = 0; i < argc; i++) {
+    const char* a = argv[i];
+    if (strcmp(a, "--glyph") == 0 && i + 1 < argc) {
+      if (!parseNumber(argv[++i], 10, 0xFFFF, &glyph)) return fontvec_usage("glyph");
+      haveGlyph = true;
+    } else if (strcmp(a, "--char") == 0 && i + 1 < argc) {
+      const char* t = argv[++i];
+      if (strncmp(t, "U+", 2) != 0 || !parseNumber(t + 2, 16, 0x10FFFF, &code))
+        return fontvec_usage("glyph");
+      haveChar = true;
+    } else if (strcmp(a, "--ppem") == 0 && i + 1 < argc) {
+      if (!parseNumber(argv[++i], 10, 16383, &ppem) || ppem == 0)
+        return fontvec_usage("glyph");
+    } else if (strcmp(a, "--index") == 0 && i + 1 < argc) {
+      if (!parseNumber(argv[++i], 10, 0xFFFFFFFFul, &index))
+        return fontvec_usage("glyph");
+    } else if (strcmp(a, "--points") == 0) {
+      points = true;
+    } else if (strcmp(a, "--no-hints") == 0) {
+      // Unhinted is all the scaler gives until the interpreter exists.
+    } else if (a[0] == '-' && a[1] != '\0') {
+      return fontvec_usage("glyph");
+    } else if (path == NULL) {
+      path = a;
+    } else {
+      return fontvec_usage("glyph");
+    }
+  }
+  if (path == NULL || ppem == 0 || haveGlyph == haveChar)
+    return fontvec_usage("glyph");
+  (void)points;  // the points are what this command prints
+
+  FS_STATE st;
+  if (FSS_init(&st, kGlyphHeap) != 0) {
+    fontvec_error("the font engine did not start (error %lu: %s)",
+                  (unsigned long)st.error, FS_error_message(st.error));
+    return 1;
+  }
+  int status = 0;
+  bool mapped = false;
+  if (setUp(&st, path, (FS_ULONG)index, ppem, &mapped) != 0) {
+    status = engineError(path, &st);
+  } else {
+    if (haveChar && !mapped) {
+      fontvec_error("%s: no character map", path);
+      status = 1;
+    } else if (haveChar) {
+      // A glyph index of 0 for an unmapped code: its .notdef glyph.
+      glyph = map_char(&st, (FS_ULONG)code, 0);
+      if (st.error != 0) status = engineError(path, &st);
+    }
+    st.flags |= FLAGS_NO_HINTS;
+    SFNT* sfnt = st.cur_sfnt;
+    if (status == 0 && check_sfnt(&st) != 0) status = engineError(path, &st);
+    if (status == 0) {
+      fsg_SplineKey* key = (fsg_SplineKey*)sfnt->senv->ttkey;
+      key->glyphIndex = (FS_USHORT)glyph;
+      FS_FIXED dx, dy;
+      FS_SHORT idx, idy;
+      if (fsg_GridFit(&st, key, 0) != 0 ||
+          get_glyph_advance(&st, key, glyph, &dx, &dy, &idx, &idy) != 0) {
+        status = engineError(path, &st);
+      } else {
+        fnt_ElementType* el = fsg_glyph_element(key);
+        F26DOT6 ox = el->x[el->np], oy = el->y[el->np];
+        for (FS_SHORT c = 0; c < el->nc; c++) {
+          if (c > 0) printf("\n");
+          for (FS_LONG p = el->sp[c]; p <= el->ep[c]; p++)
+            printf("%ld %ld %s\n", (long)(el->x[p] - ox), (long)(el->y[p] - oy),
+                   el->onCurve[p] ? "on" : "off");
+        }
+        printf("advance: %ld\n", (long)(((dx + 0x8000) >> 16) * 64));
+      }
+    }
+  }
+  FSS_exit(&st);
+  return status;
+}
