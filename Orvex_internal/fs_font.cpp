@@ -111,8 +111,8 @@ FNTSET* create_linked_FNTSET(FS_STATE* state, FNTSET* set,
   return nullptr;
 }
 
-// Finds the font set holding a component named `name` among the sets of
-// several fonts (linked fonts) of this client: the current one first.
+// The component named `name` of a set of several fonts (a linked font);
+// null for a set of one font, which is found by its own name instead.
 CFNT* FNTSET_find_named_CFNT(FNTSET* set, const FILECHAR* name) {
   if (set == nullptr || set->num_fonts < 2 || set->cfnt == nullptr)
     return nullptr;
@@ -636,6 +636,7 @@ FS_LONG FSS_add_font_with_offset(FS_STATE* state, const FILECHAR* name,
                                  FS_ULONG index, FS_ULONG data_offset,
                                  FS_ULONG data_length) {
   if (state == nullptr || state->server == nullptr) return ERR_BAD_ARGUMENT;
+  if (name != nullptr && name[0] == 0) return fail(state, ERR_BAD_ARGUMENT);
   bool was_new = false;
   FNTSET* set = get_set_for_client(state, path, memptr, index, data_offset,
                                    data_length, &was_new);

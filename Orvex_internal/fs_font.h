@@ -65,7 +65,8 @@ FS_LONG FSS_load_font_with_offset(FS_STATE* state, const FILECHAR* path,
 // Adds a font under the caller's `name` (null: a unique name built from the
 // font's own). Adding a font again under its name, or under null, counts one
 // more add. Errors as FSS_load_font, and 311 when this client added the font
-// under another name, 314 when `name` names another font here.
+// under another name, 314 when `name` names another font here, 521 for an
+// empty name.
 FS_LONG FSS_add_font(FS_STATE* state, const FILECHAR* name,
                      const FILECHAR* path, FS_BYTE* memptr, FS_ULONG index);
 FS_LONG FSS_add_font_with_offset(FS_STATE* state, const FILECHAR* name,

@@ -2,7 +2,8 @@
 // takes first, the FS_SERVER that a root client shares with its children
 // (fonts, glyph cache, heap budget, scan-conversion work records), and the
 // chain of font objects the server keeps. Plain records; the functions that
-// work on them live in fs_api, fs_xmalloc, fs_scratch and fs_typeset.
+// work on them live in fs_api, fs_xmalloc, fs_scratch, fs_font and
+// fs_typeset.
 #ifndef ORVEX_INTERNAL_FS_STATE_H
 #define ORVEX_INTERNAL_FS_STATE_H
 
