@@ -261,8 +261,11 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
     if (d > mx) mx = d;
     return mx < lo || mn > hi;
   };
+  static const int kPoints[4] = {1, 1, 2, 3};
   for (FS_SHORT k = 0; k < o->num; k++) {
     int t = o->type[k] & 0x7F;
+    // An element whose points would run past the arrays ends the walk.
+    if (p + (t < 4 ? kPoints[t] : 1) > o->np) break;
     if (t == FS_MOVETO) {
       cx = o->x[p];
       cy = o->y[p];
@@ -450,7 +453,7 @@ FS_GRAYMAP* make_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_USHORT gmaptype) 
 }
 
 FS_GRAYMAP* trim_convert(FS_STATE* state, FS_GRAYMAP* gmap, FS_USHORT type) {
-  if (gmap == nullptr) return nullptr;
+  if (gmap == nullptr || gmap->bitsPerPixel != 8) return gmap;
   int bits = (type & 0x404) ? 4 : (type & 0x202) ? 2 : 8;
   int blank = bits == 4 ? 15 : bits == 2 ? 63 : 0;
   FS_LONG r0 = -1, r1 = -1, c0 = 0x7FFF, c1 = -1;
