@@ -668,6 +668,8 @@ FS_OUTLINE* internal_get_outline(FS_STATE* state, FS_ULONG id) {
     printf("Error: cannot generate outline. No glyf, loca or cff table found!\n");
     return nullptr;
   }
+  // The reference lines the autohinters read are measured here once per
+  // scaled font, when the metrics services provide them.
   return find_or_make_outline(state, state->cur_lfnt, state->cur_sfnt, id, index);
 }
 
