@@ -459,13 +459,17 @@ FS_GRAYMAP* trim_convert(FS_STATE* state, FS_GRAYMAP* gmap, FS_USHORT type) {
   FS_LONG r0 = -1, r1 = -1, c0 = 0x7FFF, c1 = -1;
   for (FS_LONG y = 0; y < gmap->height; y++) {
     const FS_BYTE* row = gmap->bits + y * gmap->bpl;
-    for (FS_LONG x = 0; x < gmap->width; x++) {
-      if (row[x] <= blank) continue;
-      if (r0 < 0) r0 = y;
-      r1 = y;
-      if (x < c0) c0 = x;
-      if (x > c1) c1 = x;
-    }
+    // Only columns left of the box so far can move its left side, and
+    // only columns right of it its right side.
+    FS_LONG x = 0;
+    while (x < gmap->width && row[x] <= blank) x++;
+    if (x == gmap->width) continue;
+    if (r0 < 0) r0 = y;
+    r1 = y;
+    if (x < c0) c0 = x;
+    FS_LONG e = gmap->width - 1;
+    while (e > c1 && row[e] <= blank) e--;
+    if (e > c1) c1 = e;
   }
   FS_LONG w = r0 < 0 ? 0 : c1 - c0 + 1, h = r0 < 0 ? 0 : r1 - r0 + 1;
   FS_LONG bpl = bits == 8 ? w : bits == 4 ? (w + 1) / 2 : (w + 3) / 4;
