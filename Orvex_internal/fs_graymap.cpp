@@ -352,6 +352,24 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
   return 1;
 }
 
+// The seam of the image effects: pixel boldness of small stroke sizes,
+// then emboss or engrave, the outlines, and soften, each by its flag. The
+// effects unit fills this in; until then the map passes unchanged.
+FS_GRAYMAP* graymap_effects(FS_STATE* state, FS_GRAYMAP* g) {
+  (void)state;
+  return g;
+}
+
+// The seam of embedded graymaps: the font's own gray glyph at this size,
+// or null to render from the outline. The embedded bitmap unit fills this
+// in (with pixel boldness and the same effects); none are read yet.
+FS_GRAYMAP* embedded_graymap(FS_STATE* state, FS_USHORT index, FS_USHORT type) {
+  (void)state;
+  (void)index;
+  (void)type;
+  return nullptr;
+}
+
 // The depth an empty glyph's record reports.
 FS_SHORT empty_depth(FS_USHORT type) {
   if (type & 8) return 8;
@@ -444,9 +462,8 @@ FS_GRAYMAP* make_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_USHORT gmaptype) 
     g = trim_convert(state, g, gmaptype);
     if (g == nullptr) return nullptr;
   }
-  // Pixel boldness of small stroke sizes and the image effects (emboss,
-  // engrave, outlines, soften) are applied here by the effects unit, in
-  // that order, when their flags are set.
+  g = graymap_effects(state, g);
+  if (g == nullptr) return nullptr;
   if (!two_bit) g = trim_convert(state, g, gmaptype);
   if (g != nullptr) state->error = 0;
   return g;
@@ -528,9 +545,14 @@ FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
     state->error = 0;
     return g;
   }
-  // Embedded graymaps of the font are looked up here by the embedded
-  // bitmap unit before any outline is made.
   SFNT* sfnt = state->cur_sfnt;
+  g = embedded_graymap(state, index, type);
+  if (g != nullptr) {
+    save_graymap_to_cache(state, index, g, type, phasex, phasey);
+    state->flags = flags;
+    state->error = 0;
+    return g;
+  }
   if (sfnt == nullptr) {
     state->flags = flags;
     state->error = ERR_NO_CURRENT_SFNT;
