@@ -192,3 +192,36 @@ TEST_F(Cache, AdvanceAndBoxCodesFollowTheTypeBitsInOrder) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(GraymapPhase, QuarterPixelPhasesMoveTheGlyphRightAndDown) {
+  // 'l' of DejaVu Sans (glyph 79) at 64 ppem: x 6.03125 .. 11.78125, y 0 ..
+  // 48.625. Phase x 1 moves it to 6.28125: its left column keeps 0.71875
+  // (184), its right column 11 takes 1 (255) and column 12 0.03125 (8).
+  // Phase y 1 moves it down to -0.25 .. 48.375: a row below the baseline
+  // covered 0.25 (64), the top row 0.375 (96).
+  testsupport::ScaledFont f;
+  f.setFont(kDejaVu);
+  ASSERT_EQ(0, f.setPpem(64));
+  f.st.cur_lfnt = f.lfnt;
+  f.st.flags |= FLAGS_NO_HINTS;
+  FS_GRAYMAP* g = get_graymap(&f.st, 79, 79, FS_MAP_GRAYMAP8, 1, 0);
+  ASSERT_NE(nullptr, g);
+  EXPECT_EQ(6, g->lo_x);
+  EXPECT_EQ(7, g->width);
+  const FS_BYTE* mid = g->bits + 20 * g->bpl;
+  EXPECT_EQ(184, mid[0]);
+  EXPECT_EQ(255, mid[5]);
+  EXPECT_EQ(8, mid[6]);
+  FSS_free_char(&f.st, g);
+  g = get_graymap(&f.st, 79, 79, FS_MAP_GRAYMAP8, 0, 1);
+  ASSERT_NE(nullptr, g);
+  EXPECT_EQ(48, g->hi_y);
+  EXPECT_EQ(50, g->height);  // rows 48 down to -1
+  EXPECT_EQ(96, g->bits[2]);
+  EXPECT_EQ(64, g->bits[49 * g->bpl + 2]);
+  FSS_free_char(&f.st, g);
+}
+
+}  // namespace
