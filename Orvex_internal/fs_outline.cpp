@@ -456,7 +456,7 @@ FS_OUTLINE* embolden_outline(FS_STATE* state, FS_OUTLINE* o, FS_LONG* n_types,
   FS_FIXED cx = 0, cy = 0;  // the current point written
   int sign = 1, dir = 1, start_sign = 1;
   auto flip = [&]() {
-    e.line(cx + vx * dir / 1, cy + vy * dir / 1);
+    e.line(cx + vx * dir, cy + vy * dir);
     cx += vx * dir;
     cy += vy * dir;
     sign = -sign;
