@@ -243,8 +243,8 @@ FS_LONG LFNT_get_ascender_descender_leading(FS_STATE* state, LFNT* lfnt,
   FS_USHORT ppem = (FS_USHORT)((emSize + 0x8000) >> 16);
   FS_SHORT yMax = 0, yMin = 0;
   if (LFNT_get_vdmx_pair(state, lfnt, ppem, ppem, &yMax, &yMin) == 0) {
-    *ascender = (FS_FIXED)yMax << 16;
-    *descender = -((FS_FIXED)yMin << 16);
+    *ascender = (FS_FIXED)yMax * 65536;
+    *descender = -((FS_FIXED)yMin * 65536);
     FS_LONG gap = ttf->os2 ? ttf->os2->sTypoLineGap : ttf->hhea->yLineGap;
     *leading = scaled(gap, emSize, ttf->head->unitsPerEm);
     *source = FsAscDescLeadSource_VDMX_TABLE;
@@ -298,7 +298,7 @@ FS_LONG FSS_get_ascender_descender_leading(FS_STATE* state,
                                             (FS_FIXED)senv->yppm << 16, &a, &d,
                                             &l, &src) != 0)
       return (FS_LONG)state->error;
-    FS_FIXED shift = (FS_FIXED)tfnt->sfnt->vertical_shift << 16;
+    FS_FIXED shift = (FS_FIXED)tfnt->sfnt->vertical_shift * 65536;
     a += shift;
     d -= shift;
     int taken = 0;
