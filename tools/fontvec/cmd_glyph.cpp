@@ -1,18 +1,23 @@
 // fontvec glyph: one glyph's scaled points as the scaler leaves them, in
 // 26.6 units with the origin at the left phantom place, and the rounded
-// advance. Starts a private engine client, adds and sets the font, scales
-// it to the asked pixels per em, maps the character (or takes the glyph
-// index), fetches the glyph and prints it.
+// advance; or with --png its 8-bit graymap as a grey PNG. Starts a private
+// engine client, adds and sets the font, scales it to the asked pixels per
+// em, maps the character (or takes the glyph index), fetches the glyph and
+// prints or renders it.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include <png.h>
+
 #include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glue.h"
 #include "Orvex_internal/fs_glyphmap.h"
+#include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
@@ -66,6 +71,39 @@ FS_LONG setUp(FS_STATE* st, const char* path, FS_ULONG index,
   return 0;
 }
 
+// Writes an 8-bit graymap as a grey PNG, ink dark on white. A map with no
+// pixels becomes one white pixel, PNG having no empty image. False when the
+// file can't be written.
+bool writeGraymapPng(const char* out, const FS_GRAYMAP* g) {
+  FILE* fp = fopen(out, "wb");
+  if (fp == NULL) return false;
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, NULL, NULL, NULL);
+  png_infop info = png ? png_create_info_struct(png) : NULL;
+  if (info == NULL || setjmp(png_jmpbuf(png))) {
+    png_destroy_write_struct(&png, &info);
+    fclose(fp);
+    return false;
+  }
+  png_uint_32 w = g->width > 0 ? (png_uint_32)g->width : 1;
+  png_uint_32 h = g->height > 0 ? (png_uint_32)g->height : 1;
+  png_init_io(png, fp);
+  png_set_IHDR(png, info, w, h, 8, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  png_bytep row = (png_bytep)malloc(w);
+  for (png_uint_32 y = 0; y < h; y++) {
+    for (png_uint_32 x = 0; x < w; x++)
+      row[x] = (png_byte)(g->width > 0 && g->height > 0
+                              ? 255 - g->bits[y * (png_uint_32)g->bpl + x]
+                              : 255);
+    png_write_row(png, row);
+  }
+  free(row);
+  png_write_end(png, info);
+  png_destroy_write_struct(&png, &info);
+  return fclose(fp) == 0;
+}
+
 int engineError(const char* path, FS_STATE* st) {
   fontvec_error("%s: error %lu: %s", path, (unsigned long)st->error,
                 FS_error_message(st->error));
@@ -78,6 +116,7 @@ int fontvec_glyph(int argc, char** argv) {
   const char* path = NULL;
   unsigned long glyph = 0, ppem = 0, index = 0, code = 0;
   bool haveGlyph = false, haveChar = false, points = false;
+  const char* pngOut = NULL;
   for (int i = 0; i < argc; i++) {
     const char* a = argv[i];
     if (strcmp(a, "--glyph") == 0 && i + 1 < argc) {
@@ -94,6 +133,8 @@ int fontvec_glyph(int argc, char** argv) {
     } else if (strcmp(a, "--index") == 0 && i + 1 < argc) {
       if (!parseNumber(argv[++i], 10, 0xFFFFFFFFul, &index))
         return fontvec_usage("glyph");
+    } else if (strcmp(a, "--png") == 0 && i + 1 < argc) {
+      pngOut = argv[++i];
     } else if (strcmp(a, "--points") == 0) {
       points = true;
     } else if (strcmp(a, "--no-hints") == 0) {
@@ -108,7 +149,7 @@ int fontvec_glyph(int argc, char** argv) {
   }
   if (path == NULL || ppem == 0 || haveGlyph == haveChar)
     return fontvec_usage("glyph");
-  (void)points;  // the points are what this command prints
+  if (points && pngOut != NULL) return fontvec_usage("glyph");
 
   FS_STATE st;
   if (FSS_init(&st, kGlyphHeap) != 0) {
@@ -132,7 +173,21 @@ int fontvec_glyph(int argc, char** argv) {
     st.flags |= FLAGS_NO_HINTS;
     SFNT* sfnt = st.cur_sfnt;
     if (status == 0 && check_sfnt(&st) != 0) status = engineError(path, &st);
-    if (status == 0) {
+    if (status == 0 && pngOut != NULL) {
+      FS_GRAYMAP* g = get_graymap(&st, (FS_ULONG)(haveChar ? code : glyph),
+                                  (FS_USHORT)glyph, FS_MAP_GRAYMAP8, 0, 0);
+      if (g == NULL) {
+        status = engineError(path, &st);
+      } else {
+        if (!writeGraymapPng(pngOut, g)) {
+          fontvec_error("%s: cannot write the PNG file", pngOut);
+          status = 1;
+        } else {
+          printf("%d %d %d %d\n", g->lo_x, g->hi_y, g->width, g->height);
+        }
+        FSS_free_char(&st, g);
+      }
+    } else if (status == 0) {
       fsg_SplineKey* key = (fsg_SplineKey*)sfnt->senv->ttkey;
       key->glyphIndex = (FS_USHORT)glyph;
       FS_FIXED dx, dy;

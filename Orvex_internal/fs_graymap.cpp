@@ -1,0 +1,571 @@
+// The graymap scan converter: exact area coverage without sub-scanlines.
+// Each line piece inside one pixel cell records the signed area to its
+// right and its signed height; one sweep along a row sums them. Work goes
+// band by band through the server's fixed RASTER record, then the map is
+// trimmed and cut to 8, 4 or 2 bits. Called by the glyph request pipeline.
+#include "Orvex_internal/fs_graymap.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include "Orvex_internal/fs_cache.h"
+#include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_font.h"
+#include "Orvex_internal/fs_outline.h"
+#include "Orvex_internal/fs_scale.h"
+#include "Orvex_internal/fs_xmalloc.h"
+
+namespace {
+
+const FS_FIXED ONE = 65536;
+const FS_LONG GRAYMAP_HEADER = 40;  // the record up to its pixels
+
+FS_FIXED floor_px(FS_FIXED v) { return v & (FS_FIXED)0xFFFF0000; }
+FS_FIXED ceil_px(FS_FIXED v) {
+  return (FS_FIXED)(((FS_INT64)v + 0xFFFF) & ~(FS_INT64)0xFFFF);
+}
+FS_FIXED fabs_(FS_FIXED v) { return v < 0 ? -v : v; }
+
+// The x of the segment at height y, and the y at column edge x.
+FS_FIXED x_at(FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1, FS_FIXED y) {
+  return (FS_FIXED)(x0 + ((FS_INT64)(y - y0) * (x1 - x0)) / (y1 - y0));
+}
+FS_FIXED y_at(FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1, FS_FIXED x) {
+  return (FS_FIXED)(y0 + ((FS_INT64)(x - x0) * (y1 - y0)) / (x1 - x0));
+}
+
+// Whether the pixels of the map get a spare column for pixel boldness.
+bool pixel_bold(FS_STATE* state) {
+  if (state->flags & FLAGS_ADD_WEIGHT) return true;
+  LFNT* lfnt = state->cur_lfnt;
+  FS_LONG lpm = state->lpm;
+  if (lpm == 0 && state->cur_sfnt && state->cur_sfnt->senv)
+    lpm = state->cur_sfnt->senv->yppm;
+  return lfnt != nullptr && (lfnt->fontflags & FONTFLAG_STIK_64) && lpm < 27 &&
+         (state->flags & (FLAGS_REGULARBOLD | FLAGS_FRACTBOLD)) == 0;
+}
+
+FS_SHORT bold_width(FS_STATE* state) {
+  SFNT* sfnt = state->cur_sfnt;
+  return sfnt && sfnt->senv ? sfnt->senv->bold_width : 0;
+}
+
+}  // namespace
+
+FS_GRAYMAP* new_graymap_8(FS_STATE* state, FS_OUTLINE* outl) {
+  FS_LONG lo_x = floor_px(outl->lo_x) >> 16, hi_x = ceil_px(outl->hi_x) >> 16;
+  FS_LONG lo_y = floor_px(outl->lo_y) >> 16, hi_y = ceil_px(outl->hi_y) >> 16;
+  if (pixel_bold(state)) {
+    FS_SHORT bw = bold_width(state);
+    if (bw != 0) lo_x--;
+    if (bw > 1) hi_x++;
+  }
+  FS_LONG width = hi_x - lo_x, height = hi_y - lo_y;
+  FS_LONG size = GRAYMAP_HEADER + width * height;
+  FS_GRAYMAP* g = (FS_GRAYMAP*)FSS_calloc(state, (FS_ULONG)(size < 48 ? 48 : size));
+  if (g == nullptr) return nullptr;
+  g->size = size;
+  g->lo_x = (FS_SHORT)lo_x;
+  g->hi_y = (FS_SHORT)(hi_y - 1);
+  g->width = (FS_SHORT)width;
+  g->height = (FS_SHORT)height;
+  g->bpl = (FS_SHORT)width;
+  g->bitsPerPixel = 8;
+  g->type = 8;
+  g->i_dx = outl->i_dx;
+  g->i_dy = outl->i_dy;
+  g->dx = outl->dx;
+  g->dy = outl->dy;
+  return g;
+}
+
+FS_LONG arc_length(FS_OUTLINE* outl) {
+  FS_INT64 sum = 0;
+  for (FS_SHORT i = 1; i < outl->np; i++)
+    sum += fabs_(outl->x[i] - outl->x[i - 1]) + fabs_(outl->y[i] - outl->y[i - 1]);
+  return (FS_LONG)(sum >> 16);
+}
+
+int add_thang(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
+  if (r->next_thang > RASTER_THANGS - 1) return 0;
+  FS_LONG y = (FS_LONG)(((FS_INT64)y0 + y1) >> 17);
+  FS_LONG row = r->top - y;
+  if (row < 0 || row > RASTER_ROWS - 1) return 1;
+  FS_FIXED h = y1 - y0;
+  FS_FIXED mid = (FS_FIXED)(((FS_INT64)x0 + x1) / 2);
+  FS_FIXED w = ONE - (mid & 0xFFFF);
+  FS_FIXED a;
+  if (h >= ONE)
+    a = w;
+  else if (w >= ONE)
+    a = h;
+  else
+    a = (FS_FIXED)(((FS_INT64)h * w + 32768) >> 16);
+  THANG* t = &r->thangs[r->next_thang++];
+  t->x = (FS_SHORT)(((FS_INT64)x0 + x1) >> 17);
+  t->y = (FS_SHORT)y;
+  t->a = r->dir > 0 ? a : -a;
+  t->f = r->dir > 0 ? h : -h;
+  t->next = r->rows[row];
+  r->rows[row] = t;
+  return 1;
+}
+
+namespace {
+
+// One piece inside a single row: split at column edges.
+int row_piece(RASTER* r, FS_FIXED X0, FS_FIXED Y0, FS_FIXED X1, FS_FIXED Y1,
+              FS_FIXED xa, FS_FIXED ya, FS_FIXED xb, FS_FIXED yb) {
+  while (true) {
+    if (xb > xa) {
+      FS_FIXED edge = floor_px(xa) + ONE;
+      if (xb <= edge) break;
+      FS_FIXED ye = y_at(X0, Y0, X1, Y1, edge);
+      if (ye < ya) ye = ya;
+      if (ye > yb) ye = yb;
+      if (ye > ya && !add_thang(r, xa, ya, edge, ye)) return 0;
+      xa = edge;
+      ya = ye;
+    } else if (xb < xa) {
+      FS_FIXED edge = floor_px(xa - 1);
+      if (xb >= edge) break;
+      FS_FIXED ye = y_at(X0, Y0, X1, Y1, edge);
+      if (ye < ya) ye = ya;
+      if (ye > yb) ye = yb;
+      if (ye > ya && !add_thang(r, xa, ya, edge, ye)) return 0;
+      xa = edge;
+      ya = ye;
+    } else {
+      break;
+    }
+  }
+  if (yb > ya) return add_thang(r, xa, ya, xb, yb);
+  return 1;
+}
+
+}  // namespace
+
+int do_line(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
+  if (y0 == y1) return 1;  // a horizontal edge has no height
+  if (y0 < y1) {
+    r->dir = 1;
+  } else {
+    r->dir = -1;
+    FS_FIXED t = x0;
+    x0 = x1;
+    x1 = t;
+    t = y0;
+    y0 = y1;
+    y1 = t;
+  }
+  const FS_FIXED X0 = x0, Y0 = y0, X1 = x1, Y1 = y1;
+  if (r->num_bands > 1) {
+    if (y1 <= r->band_ymin || y0 >= r->band_ymax) return 1;
+    if (y0 < r->band_ymin) {
+      x0 = x_at(X0, Y0, X1, Y1, r->band_ymin);
+      y0 = r->band_ymin;
+    }
+    if (y1 > r->band_ymax) {
+      x1 = x_at(X0, Y0, X1, Y1, r->band_ymax);
+      y1 = r->band_ymax;
+    }
+  }
+  // Row by row, each row's piece then column by column.
+  while (y0 < y1) {
+    FS_FIXED edge = floor_px(y0) + ONE;
+    FS_FIXED ye = y1 < edge ? y1 : edge;
+    FS_FIXED xe = ye == y1 ? x1 : x_at(X0, Y0, X1, Y1, ye);
+    if (!row_piece(r, X0, Y0, X1, Y1, x0, y0, xe, ye)) return 0;
+    x0 = xe;
+    y0 = ye;
+  }
+  return 1;
+}
+
+void do_band(RASTER* r) {
+  FS_GRAYMAP* g = r->gmap;
+  FS_LONG nrows = (r->band_ymax - r->band_ymin) >> 16;
+  if (nrows >= RASTER_ROWS) return;
+  for (FS_LONG row = 1; row <= nrows; row++) {
+    FS_LONG gy = g->hi_y - (r->top - row);
+    THANG* t = r->rows[row];
+    if (t == nullptr || gy < 0 || gy >= g->height) continue;
+    FS_LONG cmin = 0x7FFFFFFF, cmax = -1;
+    for (; t != nullptr; t = t->next) {
+      FS_LONG c = t->x - g->lo_x;
+      if (c < 0) c = 0;
+      if (c < cmin) cmin = c;
+      if (c > cmax) cmax = c;
+      if (c >= g->width) continue;
+      r->areas[c] += t->a;
+      r->nexts[c] += t->f;
+    }
+    if (cmax >= g->width) cmax = g->width - 1;
+    FS_BYTE* out = g->bits + gy * g->bpl;
+    FS_FIXED carry = 0;
+    for (FS_LONG c = cmin; c <= cmax; c++) {
+      FS_FIXED v = r->areas[c] + carry;
+      if (v != 0) {
+        FS_FIXED gray = fabs_(v) >> 8;
+        out[c] = (FS_BYTE)(gray > 255 ? 255 : gray);
+      }
+      carry += r->nexts[c];
+      r->areas[c] = 0;
+      r->nexts[c] = 0;
+    }
+  }
+}
+
+namespace {
+
+// The server's raster, made at first use, with `areas` at least `width`.
+RASTER* get_raster(FS_STATE* state, FS_LONG width) {
+  FS_SERVER* server = state->server;
+  RASTER* r = server->raster;
+  if (r == nullptr) {
+    r = (RASTER*)FSS_calloc(state, sizeof(RASTER));
+    if (r == nullptr) return nullptr;
+    r->areasize = 0;
+    server->raster = r;
+  }
+  r->ref_count++;  // the ladder spares it from here on
+  FS_LONG want = width > 50 ? width : 50;
+  if (r->areasize < want || r->areas == nullptr) {
+    FS_FIXED* a = (FS_FIXED*)FSS_calloc(state, (FS_ULONG)(8 * want));
+    if (a == nullptr) {
+      r->ref_count--;
+      return nullptr;
+    }
+    FSS_free(state, r->areas);
+    r->areas = a;
+    r->areasize = want;
+  }
+  r->nexts = r->areas + r->areasize;
+  return r;
+}
+
+// Walks the outline's elements for one band. 1 done, 0 store full, -1 the
+// curve stack overflowed.
+int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
+  FS_FIXED cx = 0, cy = 0;
+  FS_LONG p = 0;
+  FS_FIXED lo = r->band_ymin, hi = r->band_ymax;
+  auto misses = [&](FS_FIXED a, FS_FIXED b, FS_FIXED c, FS_FIXED d) {
+    FS_FIXED mn = a, mx = a;
+    if (b < mn) mn = b;
+    if (b > mx) mx = b;
+    if (c < mn) mn = c;
+    if (c > mx) mx = c;
+    if (d < mn) mn = d;
+    if (d > mx) mx = d;
+    return mx < lo || mn > hi;
+  };
+  for (FS_SHORT k = 0; k < o->num; k++) {
+    int t = o->type[k] & 0x7F;
+    if (t == FS_MOVETO) {
+      cx = o->x[p];
+      cy = o->y[p];
+      p++;
+    } else if (t == FS_LINETO) {
+      FS_FIXED x = o->x[p], y = o->y[p];
+      p++;
+      if (!misses(cy, y, y, y) && !do_line(r, cx, cy, x, y)) return 0;
+      cx = x;
+      cy = y;
+    } else if (t == FS_QUADTO) {
+      FS_FIXED* s = r->stack = r->stack_base;
+      s[0] = cx; s[1] = cy; s[2] = o->x[p]; s[3] = o->y[p];
+      s[4] = o->x[p + 1]; s[5] = o->y[p + 1];
+      FS_LONG depth = 6;
+      cx = o->x[p + 1];
+      cy = o->y[p + 1];
+      p += 2;
+      while (depth > 0) {
+        depth -= 6;
+        FS_FIXED* q = s + depth;
+        FS_FIXED x0 = q[0], y0 = q[1], x1 = q[2], y1 = q[3], x2 = q[4], y2 = q[5];
+        if (misses(y0, y1, y2, y2)) continue;
+        FS_FIXED ax = (x0 >> 1) + (x1 >> 1), ay = (y0 >> 1) + (y1 >> 1);
+        FS_FIXED bx = (x1 >> 1) + (x2 >> 1), by = (y1 >> 1) + (y2 >> 1);
+        FS_FIXED mx = (ax >> 1) + (bx >> 1), my = (ay >> 1) + (by >> 1);
+        FS_FIXED ddx = fabs_(x1 - mx), ddy = fabs_(y1 - my);
+        FS_FIXED d = ddx > ddy ? ddx + ((ddy * 3) >> 3) : ddy + ((ddx * 3) >> 3);
+        if (d >= err && depth < RASTER_STACK) {
+          if (depth + 12 > RASTER_STACK) return -1;
+          // Second half below, first half on top.
+          FS_FIXED* h = s + depth;
+          h[0] = mx; h[1] = my; h[2] = bx; h[3] = by; h[4] = x2; h[5] = y2;
+          h[6] = x0; h[7] = y0; h[8] = ax; h[9] = ay; h[10] = mx; h[11] = my;
+          depth += 12;
+        } else if (!do_line(r, x0, y0, x2, y2)) {
+          return 0;
+        }
+      }
+    } else if (t == FS_CUBETO) {
+      FS_FIXED* s = r->stack = r->stack_base;
+      s[0] = cx; s[1] = cy; s[2] = o->x[p]; s[3] = o->y[p];
+      s[4] = o->x[p + 1]; s[5] = o->y[p + 1]; s[6] = o->x[p + 2]; s[7] = o->y[p + 2];
+      FS_LONG depth = 8;
+      cx = o->x[p + 2];
+      cy = o->y[p + 2];
+      p += 3;
+      while (depth > 0) {
+        depth -= 8;
+        FS_FIXED* q = s + depth;
+        FS_FIXED x0 = q[0], y0 = q[1], x1 = q[2], y1 = q[3];
+        FS_FIXED x2 = q[4], y2 = q[5], x3 = q[6], y3 = q[7];
+        if (misses(y0, y1, y2, y3)) continue;
+        FS_FIXED ax = (x0 >> 1) + (x1 >> 1), ay = (y0 >> 1) + (y1 >> 1);
+        FS_FIXED bx = (x1 >> 1) + (x2 >> 1), by = (y1 >> 1) + (y2 >> 1);
+        FS_FIXED cx2 = (x2 >> 1) + (x3 >> 1), cy2 = (y2 >> 1) + (y3 >> 1);
+        FS_FIXED dx = (ax >> 1) + (bx >> 1), dy = (ay >> 1) + (by >> 1);
+        FS_FIXED ex = (bx >> 1) + (cx2 >> 1), ey = (by >> 1) + (cy2 >> 1);
+        FS_FIXED fx = (dx >> 1) + (ex >> 1), fy = (dy >> 1) + (ey >> 1);
+        FS_FIXED d1 = DistanceNorm(x1 - dx, y1 - dy);
+        FS_FIXED d2 = DistanceNorm(x2 - ex, y2 - ey);
+        FS_FIXED d = d1 > d2 ? d1 : d2;
+        if (d >= err && depth < RASTER_STACK) {
+          if (depth + 16 > RASTER_STACK) return -1;
+          FS_FIXED* h = s + depth;
+          h[0] = fx; h[1] = fy; h[2] = ex; h[3] = ey;
+          h[4] = cx2; h[5] = cy2; h[6] = x3; h[7] = y3;
+          h[8] = x0; h[9] = y0; h[10] = ax; h[11] = ay;
+          h[12] = dx; h[13] = dy; h[14] = fx; h[15] = fy;
+          depth += 16;
+        } else if (!do_line(r, x0, y0, x3, y3)) {
+          return 0;
+        }
+      }
+    } else {
+      // Any other code ends nothing and draws nothing: it acts as a move.
+      if (p < o->np) {
+        cx = o->x[p];
+        cy = o->y[p];
+        p++;
+      }
+    }
+  }
+  return 1;
+}
+
+// The depth an empty glyph's record reports.
+FS_SHORT empty_depth(FS_USHORT type) {
+  if (type & 8) return 8;
+  if (type & 2) return 2;
+  return 4;
+}
+
+}  // namespace
+
+FS_GRAYMAP* make_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_USHORT gmaptype) {
+  if (outl == nullptr) {
+    state->error = ERR_BAD_ARGUMENT;
+    return nullptr;
+  }
+  if (outl->num == 0 || outl->np == 0) {
+    FS_GRAYMAP* g = (FS_GRAYMAP*)FSS_calloc(state, sizeof(FS_GRAYMAP));
+    if (g == nullptr) return nullptr;
+    g->size = GRAYMAP_HEADER;
+    g->i_dx = outl->i_dx;
+    g->i_dy = outl->i_dy;
+    g->dx = outl->dx;
+    g->dy = outl->dy;
+    g->bitsPerPixel = empty_depth(gmaptype);
+    g->type = gmaptype;
+    return g;
+  }
+  // Stroke skeletons are expanded to a filled outline by the stroke-font
+  // unit before they get here; this converter takes filled outlines.
+
+  FS_LONG lpm = state->lpm;
+  if (lpm == 0 && state->cur_sfnt && state->cur_sfnt->senv)
+    lpm = state->cur_sfnt->senv->yppm;
+  FS_FIXED err = lpm < 16 ? 2048 : lpm > 64 ? 8192 : lpm * 128;
+
+  FS_GRAYMAP* g = new_graymap_8(state, outl);
+  if (g == nullptr) return nullptr;
+  RASTER* r = get_raster(state, g->width);
+  if (r == nullptr) {
+    FSS_free(state, g);
+    return nullptr;
+  }
+  r->gmap = g;
+
+  FS_LONG height = g->height;
+  FS_LONG bands = arc_length(outl) / 512 + 1;
+  if (height + 2 * bands >= bands * 256) bands = (2 * bands + height) / 256 + 1;
+  bool doubled = false;
+  while (true) {
+    r->num_bands = bands;
+    FS_FIXED h = (FS_FIXED)(((FS_INT64)outl->hi_y - outl->lo_y) / bands);
+    int result = 1;
+    for (FS_LONG i = 0; i < bands && result == 1; i++) {
+      r->band_ymin = floor_px((FS_FIXED)(outl->lo_y + (FS_INT64)i * h));
+      r->band_ymax = ceil_px(i == bands - 1 ? outl->hi_y : r->band_ymin + h);
+      r->top = r->band_ymax >> 16;
+      memset(r->rows, 0, sizeof r->rows);
+      r->next_thang = 0;
+      result = walk_band(r, outl, err);
+      if (result == 1) do_band(r);
+    }
+    if (result == 1) break;
+    bool fail = result < 0;
+    if (!fail) {
+      // The cell store ran full: more bands, or once they outnumber the
+      // rows, a coarser flatness.
+      if (doubled && bands > height) {
+        err += 8192;
+        fail = err > 32768;
+      } else {
+        bands *= 2;
+        doubled = true;
+      }
+    }
+    if (fail) {
+      FSS_free(state, g);
+      r->gmap = nullptr;
+      r->ref_count--;
+      state->error = ERR_STACK_OVERFLOW;
+      return nullptr;
+    }
+    // Areas may hold a partial row of the failed band.
+    memset(r->areas, 0, (size_t)r->areasize * 8);
+    memset(g->bits, 0, (size_t)(g->bpl * g->height));
+  }
+  r->gmap = nullptr;
+  r->ref_count--;
+
+  bool two_bit = (gmaptype & 0x202) != 0 && (gmaptype & 0x404) == 0;
+  if (two_bit) {
+    g = trim_convert(state, g, gmaptype);
+    if (g == nullptr) return nullptr;
+  }
+  // Pixel boldness of small stroke sizes and the image effects (emboss,
+  // engrave, outlines, soften) are applied here by the effects unit, in
+  // that order, when their flags are set.
+  if (!two_bit) g = trim_convert(state, g, gmaptype);
+  if (g != nullptr) state->error = 0;
+  return g;
+}
+
+FS_GRAYMAP* trim_convert(FS_STATE* state, FS_GRAYMAP* gmap, FS_USHORT type) {
+  if (gmap == nullptr) return nullptr;
+  int bits = (type & 0x404) ? 4 : (type & 0x202) ? 2 : 8;
+  int blank = bits == 4 ? 15 : bits == 2 ? 63 : 0;
+  FS_LONG r0 = -1, r1 = -1, c0 = 0x7FFF, c1 = -1;
+  for (FS_LONG y = 0; y < gmap->height; y++) {
+    const FS_BYTE* row = gmap->bits + y * gmap->bpl;
+    for (FS_LONG x = 0; x < gmap->width; x++) {
+      if (row[x] <= blank) continue;
+      if (r0 < 0) r0 = y;
+      r1 = y;
+      if (x < c0) c0 = x;
+      if (x > c1) c1 = x;
+    }
+  }
+  FS_LONG w = r0 < 0 ? 0 : c1 - c0 + 1, h = r0 < 0 ? 0 : r1 - r0 + 1;
+  FS_LONG bpl = bits == 8 ? w : bits == 4 ? (w + 1) / 2 : (w + 3) / 4;
+  FS_LONG size = GRAYMAP_HEADER + bpl * h;
+  FS_GRAYMAP* t = (FS_GRAYMAP*)FSS_calloc(state, (FS_ULONG)(size < 48 ? 48 : size));
+  if (t == nullptr) {
+    FSS_free(state, gmap);
+    return nullptr;
+  }
+  memcpy(t, gmap, GRAYMAP_HEADER);
+  t->cache_ptr = nullptr;
+  t->size = size;
+  t->width = (FS_SHORT)w;
+  t->height = (FS_SHORT)h;
+  t->bpl = (FS_SHORT)bpl;
+  t->bitsPerPixel = (FS_SHORT)bits;
+  t->type = type;
+  if (r0 >= 0) {
+    t->lo_x = (FS_SHORT)(gmap->lo_x + c0);
+    t->hi_y = (FS_SHORT)(gmap->hi_y - r0);
+  }
+  for (FS_LONG y = 0; y < h; y++) {
+    const FS_BYTE* src = gmap->bits + (y + r0) * gmap->bpl + c0;
+    FS_BYTE* dst = t->bits + y * bpl;
+    if (bits == 8) {
+      memcpy(dst, src, (size_t)w);
+    } else if (bits == 4) {
+      for (FS_LONG x = 0; x < w; x++)
+        dst[x >> 1] |= (FS_BYTE)((src[x] >> 4) << ((x & 1) ? 0 : 4));
+    } else {
+      for (FS_LONG x = 0; x < w; x++)
+        dst[x >> 2] |= (FS_BYTE)((src[x] >> 6) << (6 - 2 * (x & 3)));
+    }
+  }
+  FSS_free(state, gmap);
+  return t;
+}
+
+FS_GRAYMAP* copy_graymap(FS_STATE* state, FS_GRAYMAP* gmap) {
+  if (gmap == nullptr) return nullptr;
+  FS_LONG n = gmap->size < 48 ? 48 : gmap->size;
+  FS_GRAYMAP* c = (FS_GRAYMAP*)FSS_malloc(state, (FS_ULONG)n);
+  if (c == nullptr) return nullptr;
+  memcpy(c, gmap, (size_t)gmap->size);
+  c->cache_ptr = nullptr;
+  return c;
+}
+
+FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
+                        FS_USHORT type, FS_SHORT phasex, FS_SHORT phasey) {
+  FS_ULONG flags = state->flags;
+  state->flags |= FLAGS_GRAYSCALE;
+  FS_GRAYMAP* g = find_graymap_in_cache(state, index, type, phasex, phasey);
+  if (g != nullptr) {
+    state->flags = flags;
+    state->error = 0;
+    return g;
+  }
+  // Embedded graymaps of the font are looked up here by the embedded
+  // bitmap unit before any outline is made.
+  SFNT* sfnt = state->cur_sfnt;
+  if (sfnt == nullptr) {
+    state->flags = flags;
+    state->error = ERR_NO_CURRENT_SFNT;
+    return nullptr;
+  }
+  FS_OUTLINE* o = find_or_make_outline(state, state->cur_lfnt, sfnt, id, index);
+  if (o == nullptr) {
+    state->flags = flags;
+    return nullptr;
+  }
+  shift_outline(o, phasex, phasey);
+  g = make_graymap(state, o, type);
+  FSS_free(state, o);
+  if (g == nullptr) {
+    state->flags = flags;
+    return nullptr;
+  }
+  if (sfnt->vertical_shift != 0) {
+    if (sfnt->senv && sfnt->senv->vanilla) {
+      g->hi_y = (FS_SHORT)(g->hi_y + sfnt->vertical_shift);
+    } else {
+      FIXED_VECTOR p = {g->dx, g->dy};
+      fixed_norm(&p);
+      g->lo_x = (FS_SHORT)(g->lo_x + varmul_64(-p.y, sfnt->vertical_shift, 16));
+      g->hi_y = (FS_SHORT)(g->hi_y + varmul_64(p.x, sfnt->vertical_shift, 16));
+    }
+  }
+  save_graymap_to_cache(state, index, g, type, phasex, phasey);
+  state->flags = flags;
+  state->error = 0;
+  return g;
+}
+
+void dump_graymap(FS_GRAYMAP* g) {
+  if (g == nullptr) {
+    printf("graymap: null\n");
+    return;
+  }
+  printf("graymap: lo_x %d hi_y %d width %d height %d bpl %d bits %d\n", g->lo_x,
+         g->hi_y, g->width, g->height, g->bpl, g->bitsPerPixel);
+  for (FS_LONG y = 0; y < g->height; y++) {
+    for (FS_LONG x = 0; x < g->bpl; x++) printf("%02x", g->bits[y * g->bpl + x]);
+    printf("\n");
+  }
+}
