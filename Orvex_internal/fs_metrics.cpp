@@ -7,9 +7,13 @@
 #include <string.h>
 
 #include "Orvex_internal/fs_bytes.h"
+#include "Orvex_internal/fs_cache.h"
+#include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glue.h"
+#include "Orvex_internal/fs_glyphmap.h"
+#include "Orvex_internal/fs_outline.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
@@ -532,14 +536,213 @@ FS_USHORT FSS_get_ppem_size(FS_STATE* state, FS_USHORT pixel_height,
 
 /* ---- Reference lines ---- */
 
+namespace {
+
+const FS_ULONG kVerticalFlags = FLAGS_VERTICAL_ON |
+                                FLAGS_VERTICAL_ROTATE_RIGHT_ON |
+                                FLAGS_VERTICAL_ROTATE_LEFT_ON;
+const int kMarkSlot = 52;
+const int kUnitSlot = 7;
+
+// The client state the measuring changes, put back on every way out.
+struct SavedState {
+  FS_USHORT platform, encoding;
+  FS_ULONG flags, fontflags;
+};
+
+void restore(FS_STATE* state, LFNT* lfnt, const SavedState& saved) {
+  FSS_set_cmap(state, saved.platform, saved.encoding);
+  state->flags = saved.flags;
+  lfnt->fontflags = saved.fontflags;
+  state->error = SUCCESS;
+}
+
+// Bottom and top of the outline of character `code` in 26.6 pixels, from
+// the outline's extent (16.16) shifted right by 10. False, with nothing
+// changed, for a character the font lacks or whose outline fails.
+bool measure(FS_STATE* state, FS_ULONG code, F26DOT6* lo, F26DOT6* hi) {
+  FS_USHORT glyph = map_char(state, code, 0);
+  if (state->error != SUCCESS || glyph == 0) {
+    state->error = SUCCESS;
+    return false;
+  }
+  FS_OUTLINE* o = internal_get_outline(state, code);
+  if (o == nullptr) {
+    state->error = SUCCESS;
+    return false;
+  }
+  *lo = o->lo_y >> 10;
+  *hi = o->hi_y >> 10;
+  FSS_free_char(state, o);
+  return true;
+}
+
+// The lowest bottom and highest top over the letters of `codes`; untouched
+// when the font has none of them. True when one was measured.
+bool measure_extremes(FS_STATE* state, const FS_ULONG* codes, int n,
+                      F26DOT6* lowest, F26DOT6* highest) {
+  bool any = false;
+  for (int i = 0; i < n; i++) {
+    F26DOT6 lo, hi;
+    if (!measure(state, codes[i], &lo, &hi)) continue;
+    if (!any || lo < *lowest) *lowest = lo;
+    if (!any || hi > *highest) *highest = hi;
+    any = true;
+  }
+  return any;
+}
+
+// One alphabet's letters in the roles of the first six slots: the flat
+// capitals (slots 0 and 4), the round capital (1 and 5), the letters that
+// reach lowest (2) and the round small letter (3).
+struct Alphabet {
+  FS_ULONG flat[5];
+  int num_flat;
+  FS_ULONG round_capital;
+  FS_ULONG low[4];
+  int num_low;
+  FS_ULONG round_small;
+};
+
+const Alphabet kLatin = {{'B', 'E', 'H', 'T', 'Z'}, 5, 'O',
+                         {'w', 'x', 'y', 'z'}, 4, 'o'};
+const Alphabet kCyrillic = {{1045}, 1, 1054, {1083}, 1, 1086};
+const Alphabet kGreek = {{917}, 1, 927, {960}, 1, 959};
+
+void measure_alphabet(FS_STATE* state, const Alphabet& a, F26DOT6* r) {
+  F26DOT6 lo, hi;
+  measure_extremes(state, a.flat, a.num_flat, &r[0], &r[4]);
+  if (measure(state, a.round_capital, &lo, &hi)) {
+    r[1] = lo;
+    r[5] = hi;
+  }
+  F26DOT6 ignored = 0;
+  measure_extremes(state, a.low, a.num_low, &r[2], &ignored);
+  if (measure(state, a.round_small, &lo, &hi)) r[3] = lo;
+}
+
+// A script measured by its letters, each giving a bottom and a top slot
+// (-1: not kept), when a bit of one of the three ranges is on.
+struct ScriptLetter {
+  int range;  // 1, 2 or 3: ulUnicodeRange1..3
+  FS_ULONG mask;
+  FS_ULONG code;
+  int bottom, top;
+};
+
+// In the order the scripts are measured. Tamil, Sinhala, Thai and Khmer
+// (slots 28 to 31 and 36 to 46) are not among them: which of their
+// letters' bottoms and tops fill which slot is the autohinter's to say,
+// and it is not built; their slots stay 0.
+const ScriptLetter kScriptLetters[] = {
+    {2, 1u << 24, 54512, 12, 13},  // Hangul
+    {2, 1u << 24, 44032, 14, 15},
+    {1, 0x8000, 2366, 16, 17},     // Devanagari
+    {1, 0x10000, 2453, 18, 19},    // Bengali
+    {1, 0x20000, 2616, 20, 21},    // Gurmukhi
+    {1, 0x40000, 2719, 47, 49},    // Gujarati
+    {1, 0x40000, 2750, 48, 50},
+    {1, 1u << 21, 3077, 22, 23},   // Telugu
+    {1, 1u << 23, 3360, 24, 25},   // Malayalam
+    {1, 1u << 23, 3354, 26, 27},
+    {1, 0x80000, 2848, 32, 33},    // Oriya
+    {1, 0x80000, 2878, 34, 35},
+};
+
+bool is_indic_slot(int slot) {
+  return (slot >= 16 && slot <= 39) || (slot >= 47 && slot <= 50);
+}
+
+}  // namespace
+
 void get_ref_lines(FS_STATE* state) {
   SFNT* sfnt = state->cur_sfnt;
-  if (sfnt == nullptr || sfnt->ref_lines[52] != 0) return;
-  // Seam: the measuring fetches letters as outlines, which this build can't
-  // yet extract. The lines are marked measured so that this runs once per
-  // scaled font, and the font renders through the ordinary path. The
-  // client's cmap and flags are left exactly as they were.
-  memset(sfnt->ref_lines, 0, sizeof sfnt->ref_lines);
-  sfnt->ref_lines[52] = 1;
-  sfnt->rtgah_suitable = 0;
+  if (sfnt == nullptr || sfnt->ref_lines[kMarkSlot] != 0) return;
+  LFNT* lfnt = sfnt->lfnt;
+  F26DOT6* r = sfnt->ref_lines;
+  memset(r, 0, sizeof sfnt->ref_lines);
+  r[kMarkSlot] = 1;
+  if (lfnt == nullptr) return;
+  SavedState saved = {state->platform, state->encoding, state->flags,
+                      lfnt->fontflags};
+
+  // Only a text font is measured.
+  TTF* ttf = loaded_ttf(state, lfnt);
+  const TTF_OS2* os2 = ttf ? ttf->os2 : nullptr;
+  if (os2 == nullptr || (os2->panose[0] >= 3 && os2->panose[0] <= 5)) {
+    sfnt->rtgah_suitable = 0;
+    restore(state, lfnt, saved);
+    return;
+  }
+  FS_ULONG range1 = os2->ulUnicodeRange1 ? os2->ulUnicodeRange1 : 1;
+  FS_ULONG range2 = os2->ulUnicodeRange2, range3 = os2->ulUnicodeRange3;
+
+  if (FSS_set_cmap(state, 3, 1) != 0 && FSS_set_cmap(state, 3, 10) != 0) {
+    restore(state, lfnt, saved);
+    return;
+  }
+  state->flags &= ~(FLAGS_CMAP_OFF | kVerticalFlags | FLAGS_UNSUPPORTED);
+
+  // One alphabet, plain: no hints, no autohinting, no gray fitting. (Its
+  // hinted trial on "l", 1048 or 921 asks the autohinter whether it took
+  // hold of the glyph; the autohinter is not built, so the trial is not
+  // made.)
+  const Alphabet* alphabet = (range1 & 1)       ? &kLatin
+                             : (range1 & 0x200) ? &kCyrillic
+                             : (range1 & 0x80)  ? &kGreek
+                                                : nullptr;
+  state->flags &= ~(FLAGS_GRAYSCALE | FLAGS_FORCE_AUTOHINT);
+  state->flags |= FLAGS_NO_HINTS;
+  if (alphabet != nullptr) measure_alphabet(state, *alphabet, r);
+  if (r[kUnitSlot] == 0) r[kUnitSlot] = 64;
+
+  // The order the design of an alphabet must show, else no measuring.
+  if (!(r[1] >= r[0] && r[0] >= r[3] && r[3] >= r[2] && r[2] >= r[4] &&
+        r[4] >= r[5])) {
+    sfnt->rtgah_suitable = 0;
+    restore(state, lfnt, saved);
+    return;
+  }
+
+  // Nothing measured: the digits stand in.
+  bool digitsOnly = false;
+  if (r[0] == 0 && r[1] == 0) {
+    F26DOT6 lo, hi;
+    if (measure(state, '1', &lo, &hi)) r[4] = hi;
+    if (measure(state, '7', &lo, &hi)) r[0] = lo;
+    if (measure(state, '0', &lo, &hi)) {
+      r[1] = lo;
+      r[5] = hi;
+    }
+    r[2] = r[0];
+    r[3] = r[1];
+    digitsOnly = true;
+  }
+
+  // Other scripts, plain. (CJK, slots 8 to 11, takes its measures from the
+  // autohinter's key and waits for it.)
+  state->flags &= ~(FLAGS_GRAYSCALE | FLAGS_FORCE_AUTOHINT | FLAGS_REF_LINE_PASS);
+  state->flags |= FLAGS_NO_HINTS;
+  bool indic = false;
+  for (const ScriptLetter& s : kScriptLetters) {
+    FS_ULONG range = s.range == 1 ? range1 : s.range == 2 ? range2 : range3;
+    if ((range & s.mask) == 0) continue;
+    F26DOT6 lo, hi;
+    if (!measure(state, s.code, &lo, &hi)) continue;
+    r[s.bottom] = lo;
+    r[s.top] = hi;
+    if ((lo != 0 && is_indic_slot(s.bottom)) || (hi != 0 && is_indic_slot(s.top)))
+      indic = true;
+  }
+  if (r[47] < r[48]) {
+    F26DOT6 t = r[47];
+    r[47] = r[48];
+    r[48] = t;
+  }
+  bool arabic = (range3 & 8) || (range1 & 0x2000) || (range2 & 0x80000000u);
+  F26DOT6 lo, hi;
+  if (arabic && measure(state, 1578, &lo, &hi)) r[51] = hi;
+
+  restore(state, lfnt, saved);
+  if (digitsOnly && !indic) sfnt->rtgah_suitable = 0;
 }

@@ -181,12 +181,17 @@ FS_USHORT FSS_get_ppem_size(FS_STATE* state, FS_USHORT pixel_height,
 
 /* ---- Reference lines ---- */
 
-// Measures the reference lines of the current scaled font once (see
-// fs_metrics.cpp): letters of the scripts the font covers are fetched as
-// outlines and their tops and bottoms kept in `ref_lines`. Needs outline
-// extraction, which this build does not yet have: it only marks the lines
-// measured (`ref_lines[52]` 1, the others 0) and takes the autohinter's
-// suitability away, restoring the client's cmap and flags.
+// Measures the reference lines of the current scaled font once (while
+// `ref_lines[52]` is 0, which it then becomes 1): the bottoms and tops of
+// letters of the scripts the font's `OS/2` ranges name, as 26.6 pixels of
+// their plain outlines, through the Unicode cmap. A font without `OS/2`, a
+// non-text font, a font whose alphabet's bottoms and tops are not in the
+// order the check asks for, and one measured only by its digits lose
+// `rtgah_suitable`. The client's cmap and flags and the font's `fontflags`
+// are as before on every way out. Letters the font lacks leave 0. The
+// measures that ask the autohinter (its hinted trial, the CJK slots 8 to
+// 11) and the Tamil, Sinhala, Thai and Khmer slots are not taken in this
+// build and stay 0.
 void get_ref_lines(FS_STATE* state);
 
 #endif

@@ -1,8 +1,7 @@
 // Font metrics services on real fonts and fonts built byte by byte: the
 // FONT_METRICS record, line spacing from VDMX, OS/2 and hhea, VDMX ratio
 // matching with its remainders, hdmx widths with the remembered record, the
-// size that fits a height, design-unit glyph metrics, header records, and
-// the reference-line seam.
+// size that fits a height, design-unit glyph metrics and header records.
 #include <gtest/gtest.h>
 
 #include <string.h>
@@ -407,26 +406,6 @@ TEST(GlyphMetrics, DesignUnitsOfAGlyphAndOutOfRange) {
   EXPECT_EQ(aw, 0);
   EXPECT_EQ(lsb, 0);
   EXPECT_EQ(f.st.error, 0u);
-}
-
-TEST(RefLines, SeamMarksOnceAndLeavesCmapAndFlags) {
-  testsupport::TypesetFont f;
-  ASSERT_EQ(f.open(kDejaVuSans), 0);
-  ASSERT_EQ(f.setPpem(24), 0);
-  f.st.flags = FLAGS_GRAYSCALE | FLAGS_CMAP_OFF;
-  SFNT* sfnt = f.st.cur_sfnt;
-  sfnt->rtgah_suitable = 1;
-  sfnt->ref_lines[3] = 77;
-  get_ref_lines(&f.st);
-  EXPECT_EQ(sfnt->ref_lines[52], 1);
-  EXPECT_EQ(sfnt->ref_lines[3], 0);
-  EXPECT_EQ(sfnt->rtgah_suitable, 0);
-  EXPECT_EQ(f.st.flags, FLAGS_GRAYSCALE | FLAGS_CMAP_OFF);
-  EXPECT_EQ(f.st.platform, 0xFFFF);
-  // Measured once: a second call changes nothing.
-  sfnt->ref_lines[3] = 5;
-  get_ref_lines(&f.st);
-  EXPECT_EQ(sfnt->ref_lines[3], 5);
 }
 
 }  // namespace
