@@ -261,6 +261,106 @@ FS_LONG save_raster_icon_to_cache(FS_STATE* state, FS_USHORT index,
   return r;
 }
 
+FS_USHORT advance_cache_code(FS_USHORT type) {
+  if (type & 32) return 32579;
+  if (type & (1024 | 4096 | 16384)) return 32401;
+  if (type & (2048 | 8192 | 32768)) return 32381;
+  if (type & 512) return 32411;
+  if (type & 4) return 32609;
+  if (type & 8) return 32603;
+  if (type & 2) return 32611;
+  if (type & 1) return 32587;
+  return 0;
+}
+
+FS_USHORT bbox_cache_code(FS_USHORT type) {
+  if (type & 32) return 32621;
+  if (type & 4) return 32653;
+  if (type & 8) return 32647;
+  if (type & 2) return 32687;
+  if (type & 1024) return 32467;
+  if (type & (128 | 2048)) return 32443;
+  if (type & 512) return 32479;
+  if (type & 4096) return 32441;
+  if (type & 8192) return 32429;
+  if (type & 16384) return 32423;
+  if (type & 32768) return 32413;
+  if (type & 1) return 32633;
+  return 0;
+}
+
+namespace {
+
+// The neutral style of advances and boxes, for the span of one look-up or
+// save; the destructor gives the client its own flags and cutoffs back.
+struct NeutralStyle {
+  FS_STATE* state;
+  FS_ULONG flags;
+  ADF_F32 inside, outside;
+  NeutralStyle(FS_STATE* st, FS_USHORT type, bool box) : state(st) {
+    flags = st->flags;
+    inside = st->insideCutoff;
+    outside = st->outsideCutoff;
+    st->flags |= FLAGS_GRAYSCALE;
+    st->flags &= ~(FLAGS_ADD_WEIGHT | FLAGS_EFFECTS | FLAGS_SOFTENED |
+                   FLAGS_DEFAULT_CSM_ON);
+    if (type & 32) st->flags = 0;
+    if (type == 1) st->flags &= ~FLAGS_GRAYSCALE;
+    if (box && (type & 128)) {
+      // A distance field's box has the default contrast of its size.
+      FS_LONG c = current_lpm(st) * 10486 + 65536;
+      st->insideCutoff = c;
+      st->outsideCutoff = -c;
+      st->gamma = 65536;
+      st->flags |= FLAGS_DEFAULT_CSM_ON | FLAGS_GRAYSCALE;
+    }
+    // Other distance-field boxes take the font's own contrast values from
+    // the distance-field glue, which fills them in here.
+  }
+  ~NeutralStyle() {
+    state->flags = flags;
+    state->insideCutoff = inside;
+    state->outsideCutoff = outside;
+  }
+};
+
+bool font_loaded(FS_STATE* state) {
+  return state->cur_lfnt != nullptr && state->cur_lfnt->fnt != nullptr;
+}
+
+}  // namespace
+
+FS_ADVANCE* find_advance_in_cache(FS_STATE* state, FS_USHORT index,
+                                  FS_USHORT type) {
+  FS_USHORT code = advance_cache_code(type);
+  if (code == 0 || !font_loaded(state)) return nullptr;
+  NeutralStyle keep(state, type, false);
+  return (FS_ADVANCE*)find_in_cache(state, code, index, 0);
+}
+
+FS_LONG save_advance_to_cache(FS_STATE* state, FS_USHORT index, FS_USHORT type,
+                              FS_ADVANCE* p) {
+  FS_USHORT code = advance_cache_code(type);
+  if (code == 0 || !font_loaded(state)) return 0;
+  NeutralStyle keep(state, type, false);
+  return save_to_cache(state, code, index, 0, p);
+}
+
+FS_BITMAP* find_bbox_in_cache(FS_STATE* state, FS_USHORT index, FS_USHORT type) {
+  FS_USHORT code = bbox_cache_code(type);
+  if (code == 0 || !font_loaded(state)) return nullptr;
+  NeutralStyle keep(state, type, true);
+  return (FS_BITMAP*)find_in_cache(state, code, index, 0);
+}
+
+FS_LONG save_bbox_to_cache(FS_STATE* state, FS_USHORT index, FS_USHORT type,
+                           FS_BITMAP* p) {
+  FS_USHORT code = bbox_cache_code(type);
+  if (code == 0 || !font_loaded(state)) return 0;
+  NeutralStyle keep(state, type, true);
+  return save_to_cache(state, code, index, 0, p);
+}
+
 FS_LONG FSS_free_char(FS_STATE* state, void* p) {
   CACHED_RECORD* rec = (CACHED_RECORD*)p;
   if (rec == nullptr || rec->cache_ptr == nullptr) {

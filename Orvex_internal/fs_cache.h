@@ -92,6 +92,27 @@ FS_BITMAP* find_raster_icon_in_cache(FS_STATE* state, FS_USHORT index);
 FS_LONG save_raster_icon_to_cache(FS_STATE* state, FS_USHORT index,
                                   FS_BITMAP* p);
 
+// Advances and bounding boxes, keyed on a neutral style so that all effects
+// of one size share them: 0x400000 set; 0x200, the effects, 0x1000 and
+// 0x80000 cleared; all flags 0 for `type & 32`, 0x400000 cleared for type 1.
+// The client's flags are put back afterwards. The cache code follows the
+// type bit; a type with none of the known bits is neither found nor kept.
+// For distance-field boxes the contrast values are those the glyph will
+// have. Without a loaded current font: null, or 0 from the saves.
+struct FS_ADVANCE;
+FS_ADVANCE* find_advance_in_cache(FS_STATE* state, FS_USHORT index,
+                                  FS_USHORT type);
+FS_LONG save_advance_to_cache(FS_STATE* state, FS_USHORT index, FS_USHORT type,
+                              FS_ADVANCE* p);
+FS_BITMAP* find_bbox_in_cache(FS_STATE* state, FS_USHORT index, FS_USHORT type);
+FS_LONG save_bbox_to_cache(FS_STATE* state, FS_USHORT index, FS_USHORT type,
+                           FS_BITMAP* p);
+
+// The cache codes of an advance and a bounding box of glyphmap type
+// `type`, testing its bits in a fixed order; 0 for none.
+FS_USHORT advance_cache_code(FS_USHORT type);
+FS_USHORT bbox_cache_code(FS_USHORT type);
+
 // Gives back a glyph record: an uncached one (or null) is freed; a cached
 // one stays in the cache with one hold fewer, the scaled font's
 // active_count coming down when the last hold goes. Returns 0.

@@ -261,8 +261,11 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
     if (d > mx) mx = d;
     return mx < lo || mn > hi;
   };
+  static const int kPoints[4] = {1, 1, 2, 3};
   for (FS_SHORT k = 0; k < o->num; k++) {
     int t = o->type[k] & 0x7F;
+    // An element whose points would run past the arrays ends the walk.
+    if (p + (t < 4 ? kPoints[t] : 1) > o->np) break;
     if (t == FS_MOVETO) {
       cx = o->x[p];
       cy = o->y[p];
@@ -347,6 +350,24 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
     }
   }
   return 1;
+}
+
+// The seam of the image effects: pixel boldness of small stroke sizes,
+// then emboss or engrave, the outlines, and soften, each by its flag. The
+// effects unit fills this in; until then the map passes unchanged.
+FS_GRAYMAP* graymap_effects(FS_STATE* state, FS_GRAYMAP* g) {
+  (void)state;
+  return g;
+}
+
+// The seam of embedded graymaps: the font's own gray glyph at this size,
+// or null to render from the outline. The embedded bitmap unit fills this
+// in (with pixel boldness and the same effects); none are read yet.
+FS_GRAYMAP* embedded_graymap(FS_STATE* state, FS_USHORT index, FS_USHORT type) {
+  (void)state;
+  (void)index;
+  (void)type;
+  return nullptr;
 }
 
 // The depth an empty glyph's record reports.
@@ -441,28 +462,31 @@ FS_GRAYMAP* make_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_USHORT gmaptype) 
     g = trim_convert(state, g, gmaptype);
     if (g == nullptr) return nullptr;
   }
-  // Pixel boldness of small stroke sizes and the image effects (emboss,
-  // engrave, outlines, soften) are applied here by the effects unit, in
-  // that order, when their flags are set.
+  g = graymap_effects(state, g);
+  if (g == nullptr) return nullptr;
   if (!two_bit) g = trim_convert(state, g, gmaptype);
   if (g != nullptr) state->error = 0;
   return g;
 }
 
 FS_GRAYMAP* trim_convert(FS_STATE* state, FS_GRAYMAP* gmap, FS_USHORT type) {
-  if (gmap == nullptr) return nullptr;
+  if (gmap == nullptr || gmap->bitsPerPixel != 8) return gmap;
   int bits = (type & 0x404) ? 4 : (type & 0x202) ? 2 : 8;
   int blank = bits == 4 ? 15 : bits == 2 ? 63 : 0;
   FS_LONG r0 = -1, r1 = -1, c0 = 0x7FFF, c1 = -1;
   for (FS_LONG y = 0; y < gmap->height; y++) {
     const FS_BYTE* row = gmap->bits + y * gmap->bpl;
-    for (FS_LONG x = 0; x < gmap->width; x++) {
-      if (row[x] <= blank) continue;
-      if (r0 < 0) r0 = y;
-      r1 = y;
-      if (x < c0) c0 = x;
-      if (x > c1) c1 = x;
-    }
+    // Only columns left of the box so far can move its left side, and
+    // only columns right of it its right side.
+    FS_LONG x = 0;
+    while (x < gmap->width && row[x] <= blank) x++;
+    if (x == gmap->width) continue;
+    if (r0 < 0) r0 = y;
+    r1 = y;
+    if (x < c0) c0 = x;
+    FS_LONG e = gmap->width - 1;
+    while (e > c1 && row[e] <= blank) e--;
+    if (e > c1) c1 = e;
   }
   FS_LONG w = r0 < 0 ? 0 : c1 - c0 + 1, h = r0 < 0 ? 0 : r1 - r0 + 1;
   FS_LONG bpl = bits == 8 ? w : bits == 4 ? (w + 1) / 2 : (w + 3) / 4;
@@ -521,9 +545,14 @@ FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
     state->error = 0;
     return g;
   }
-  // Embedded graymaps of the font are looked up here by the embedded
-  // bitmap unit before any outline is made.
   SFNT* sfnt = state->cur_sfnt;
+  g = embedded_graymap(state, index, type);
+  if (g != nullptr) {
+    save_graymap_to_cache(state, index, g, type, phasex, phasey);
+    state->flags = flags;
+    state->error = 0;
+    return g;
+  }
   if (sfnt == nullptr) {
     state->flags = flags;
     state->error = ERR_NO_CURRENT_SFNT;

@@ -66,7 +66,8 @@ FS_GRAYMAP* make_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_USHORT gmaptype);
 // Cuts an 8-bit map to the depth of `type` (4 bits for 0x404, 2 bits for
 // 0x202, else 8), dropping the rows and columns with nothing above the
 // depth's blank level, and returns the new exact record; the old one is
-// freed. Null with 201 (the old map is freed too).
+// freed. Null with 201 (the old map is freed too). A map that is not of 8
+// bits comes back as it is.
 FS_GRAYMAP* trim_convert(FS_STATE* state, FS_GRAYMAP* gmap, FS_USHORT type);
 
 // A copy of a graymap in a fresh heap block, not cached. Null with 201.

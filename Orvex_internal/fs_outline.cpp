@@ -19,6 +19,11 @@ namespace {
 
 FS_LONG types_room(FS_LONG n_types) { return (n_types + 3) & ~3; }
 
+// 26.6 to 16.16 by a shift of 10, and a sum of two to 16.16 halved by a
+// shift of 9; done unsigned, so that negative values shift as bits.
+FS_FIXED f26_to_fixed(FS_LONG v) { return (FS_FIXED)((FS_ULONG)v << 10); }
+FS_FIXED f26_sum_half(FS_LONG a, FS_LONG b) { return (FS_FIXED)((FS_ULONG)(a + b) << 9); }
+
 // Lays out the arrays behind the header of an outline block.
 void place_arrays(FS_OUTLINE* o, FS_LONG n_types, FS_LONG n_points) {
   FS_BYTE* base = (FS_BYTE*)o + FS_OUTLINE_HEADER;
@@ -104,8 +109,8 @@ void walk_ttf(fnt_ElementType* el, FS_BOOLEAN filled, Emitter* e) {
   for (FS_SHORT c = 0; c < el->nc; c++) {
     FS_LONG s = el->sp[c], t = el->ep[c];
     if (s >= t) continue;  // a single point leaves no element
-    auto X = [&](FS_LONG i) { return (FS_FIXED)(el->x[i] << 10); };
-    auto Y = [&](FS_LONG i) { return (FS_FIXED)(el->y[i] << 10); };
+    auto X = [&](FS_LONG i) { return f26_to_fixed(el->x[i]); };
+    auto Y = [&](FS_LONG i) { return f26_to_fixed(el->y[i]); };
     bool on0 = (el->onCurve[s] & 1) != 0;
     bool on1 = (el->onCurve[s + 1] & 1) != 0;
     FS_FIXED fx, fy;
@@ -120,8 +125,8 @@ void walk_ttf(fnt_ElementType* el, FS_BOOLEAN filled, Emitter* e) {
       k = s + 2;
       closing = s;
     } else {
-      fx = (FS_FIXED)((el->x[s] + el->x[s + 1]) << 9);
-      fy = (FS_FIXED)((el->y[s] + el->y[s + 1]) << 9);
+      fx = f26_sum_half(el->x[s], el->x[s + 1]);
+      fy = f26_sum_half(el->y[s], el->y[s + 1]);
       k = s + 1;
       closing = s;
     }
@@ -141,8 +146,8 @@ void walk_cff(fnt_ElementType* el, Emitter* e) {
   for (FS_SHORT c = 0; c < el->nc; c++) {
     FS_LONG s = el->sp[c], t = el->ep[c];
     if (s >= t) continue;
-    auto X = [&](FS_LONG i) { return (FS_FIXED)(el->x[i] << 10); };
-    auto Y = [&](FS_LONG i) { return (FS_FIXED)(el->y[i] << 10); };
+    auto X = [&](FS_LONG i) { return f26_to_fixed(el->x[i]); };
+    auto Y = [&](FS_LONG i) { return f26_to_fixed(el->y[i]); };
     e->move(X(s), Y(s));
     FS_LONG i = s + 1;
     while (i <= t + 1) {
@@ -331,10 +336,10 @@ FS_OUTLINE* extract_outline(FS_STATE* state, fsg_SplineKey* key) {
   FS_LONG lpm = outline_lpm(state, sfnt);
   FS_FIXED dx, dy;
   if (state->flags & FLAGS_VERTICAL_ON) {
-    dx = (x[p + 2] - x[p + 3]) << 10;
-    dy = (y[p + 3] - y[p + 2]) << 10;
-    FS_FIXED ox = (FS_FIXED)(x[p + 2] << 10) & (FS_FIXED)0xFFFF0000;
-    FS_FIXED oy = (FS_FIXED)(y[p + 2] << 10) & (FS_FIXED)0xFFFF0000;
+    dx = f26_to_fixed(x[p + 2] - x[p + 3]);
+    dy = f26_to_fixed(y[p + 3] - y[p + 2]);
+    FS_FIXED ox = f26_to_fixed(x[p + 2]) & (FS_FIXED)0xFFFF0000;
+    FS_FIXED oy = f26_to_fixed(y[p + 2]) & (FS_FIXED)0xFFFF0000;
     for (FS_SHORT i = 0; i < o->np; i++) {
       o->x[i] -= ox;
       o->y[i] -= oy;
@@ -346,12 +351,12 @@ FS_OUTLINE* extract_outline(FS_STATE* state, fsg_SplineKey* key) {
       o->hi_y -= oy;
     }
   } else if (state->flags & FLAGS_VERTICAL_ROTATE_LEFT_ON) {
-    dx = (y[p + 1] - y[p]) << 10;
-    dy = (x[p + 1] - x[p]) << 10;
+    dx = f26_to_fixed(y[p + 1] - y[p]);
+    dy = f26_to_fixed(x[p + 1] - x[p]);
     if (!too_few) rotate_points(o, rotation_mid(state, lpm), true);
   } else if (state->flags & FLAGS_VERTICAL_ROTATE_RIGHT_ON) {
-    dx = (y[p] - y[p + 1]) << 10;
-    dy = (x[p] - x[p + 1]) << 10;
+    dx = f26_to_fixed(y[p] - y[p + 1]);
+    dy = f26_to_fixed(x[p] - x[p + 1]);
     if (!too_few) rotate_points(o, rotation_mid(state, lpm), false);
   } else {
     F26DOT6 x0 = x[p], x1 = x[p + 1];
@@ -360,8 +365,8 @@ FS_OUTLINE* extract_outline(FS_STATE* state, fsg_SplineKey* key) {
       x0 = (x0 + 32) & -64;
       x1 = (x1 + 32) & -64;
     }
-    dx = (x1 - x0) << 10;
-    dy = (y[p + 1] - y[p]) << 10;
+    dx = f26_to_fixed(x1 - x0);
+    dy = f26_to_fixed(y[p + 1] - y[p]);
   }
   o->dx = dx;
   o->dy = dy;
@@ -515,7 +520,7 @@ FS_OUTLINE* embolden_outline(FS_STATE* state, FS_OUTLINE* o, FS_LONG* n_types,
       } else {
         FS_INT64 num = -cross(vx, vy, d0x, d0y);
         FS_INT64 den = cross(vx, vy, d1x - d0x, d1y - d0y);
-        FS_FIXED tt = den != 0 ? (FS_FIXED)((num << 16) / den) : 0x8000;
+        FS_FIXED tt = den != 0 ? (FS_FIXED)((num * 65536) / den) : 0x8000;
         FS_FIXED qx = cx + fmul(tt, d0x), qy = cy + fmul(tt, d0y);
         FS_FIXED t2 = fmul(tt, tt);
         FS_FIXED mx = cx + 2 * fmul(tt, d0x) + fmul(t2, d1x - d0x);
@@ -663,6 +668,8 @@ FS_OUTLINE* internal_get_outline(FS_STATE* state, FS_ULONG id) {
     printf("Error: cannot generate outline. No glyf, loca or cff table found!\n");
     return nullptr;
   }
+  // The reference lines the autohinters read are measured here once per
+  // scaled font, when the metrics services provide them.
   return find_or_make_outline(state, state->cur_lfnt, state->cur_sfnt, id, index);
 }
 

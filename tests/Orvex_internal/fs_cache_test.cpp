@@ -156,3 +156,39 @@ TEST_F(Cache, ReclaimLadderEmptiesItBackToTheHeap) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(Cache, AdvancesAreSharedByAllEffectsOfOneSize) {
+  FS_ADVANCE* adv = (FS_ADVANCE*)FSS_calloc(&f.st, sizeof(FS_ADVANCE));
+  adv->size = sizeof(FS_ADVANCE);
+  adv->i_dx = 16;
+  ASSERT_EQ(1, save_advance_to_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP8, adv));
+  EXPECT_EQ(32603, adv->cache_ptr->type);  // the 8-bit graymap's advance code
+  FSS_free_char(&f.st, adv);
+  // Embossed and with added weight: the same advance comes back, and the
+  // client's flags are its own afterwards.
+  f.st.flags |= FLAGS_EMBOSSED | FLAGS_ADD_WEIGHT;
+  FS_ULONG flags = f.st.flags;
+  EXPECT_EQ(adv, find_advance_in_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP8));
+  EXPECT_EQ(flags, f.st.flags);
+  FSS_free_char(&f.st, adv);
+  // Another type's advance is another entry; the box codes are their own.
+  EXPECT_EQ(nullptr, find_advance_in_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP4));
+  EXPECT_EQ(nullptr, find_bbox_in_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP8));
+}
+
+TEST_F(Cache, AdvanceAndBoxCodesFollowTheTypeBitsInOrder) {
+  EXPECT_EQ(32579, advance_cache_code(32 | 8));  // 32 is tested first
+  EXPECT_EQ(32401, advance_cache_code(4096));
+  EXPECT_EQ(32381, advance_cache_code(32768));
+  EXPECT_EQ(32587, advance_cache_code(1));
+  EXPECT_EQ(0, advance_cache_code(0));
+  EXPECT_EQ(32443, bbox_cache_code(128));
+  EXPECT_EQ(32443, bbox_cache_code(2048));
+  EXPECT_EQ(32687, bbox_cache_code(2));
+  EXPECT_EQ(32413, bbox_cache_code(32768));
+  EXPECT_EQ(32633, bbox_cache_code(1));
+}
+
+}  // namespace
