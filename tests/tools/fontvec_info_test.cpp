@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <string>
 
 #include "support/sfnt_builder.h"
@@ -42,7 +43,10 @@ TEST(FontvecInfo, PrintsWhatTheLoaderReadOfARealFont) {
             "bbox: -2090 -948 3673 2524\n"
             "ascender: 1901\n"
             "descender: -483\n"
-            "outlines: glyf\n");
+            "outlines: glyf\n"
+            "family: DejaVu Sans\n"
+            "style: Regular\n"
+            "full_name: DejaVu Sans\n");
 }
 
 TEST(FontvecInfo, CollectionMembersAndCffContainers) {
@@ -57,18 +61,47 @@ TEST(FontvecInfo, CollectionMembersAndCffContainers) {
   EXPECT_EQ(first.status, 0);
   EXPECT_EQ(first.out,
             "faces: 2\nglyphs: 2\nunits_per_em: 1000\nbbox: -10 -200 600 800\n"
-            "ascender: 800\ndescender: -200\noutlines: glyf\n");
+            "ascender: 800\ndescender: -200\noutlines: glyf\n"
+            "family: Test\nstyle: Regular\nfull_name: Test Sans\n");
   ToolRun second = fontvec("info --index 1 " + ttc);
   EXPECT_EQ(second.status, 0);
   EXPECT_EQ(second.out,
             "faces: 2\nglyphs: 7\nunits_per_em: 2048\nbbox: -5 -6 70 80\n"
-            "ascender: 800\ndescender: -200\noutlines: CFF\n");
+            "ascender: 800\ndescender: -200\noutlines: CFF\n"
+            "family: Test\nstyle: Regular\nfull_name: Test Sans\n");
 
   std::string otf = dir.file("one.otf");
   testsupport::writeBytes(otf, sfnt::asString(sfnt::build(b)));
   ToolRun cff = fontvec("info " + otf);
   EXPECT_EQ(cff.status, 0);
   EXPECT_NE(cff.out.find("outlines: CFF\n"), std::string::npos);
+}
+
+TEST(FontvecInfo, StyleComesFromTheHeadStyleBits) {
+  ToolRun r = fontvec(
+      "info /usr/share/fonts/truetype/dejavu/DejaVuSerif-BoldItalic.ttf");
+  EXPECT_EQ(r.status, 0);
+  // macStyle 3: bold and italic.
+  EXPECT_NE(r.out.find("family: DejaVu Serif\nstyle: Bold Italic\n"
+                       "full_name: DejaVu Serif Bold Italic\n"),
+            std::string::npos);
+}
+
+TEST(FontvecInfo, KernListsEveryPairInTableOrder) {
+  ToolRun r =
+      fontvec("info /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf --kern");
+  EXPECT_EQ(r.status, 0);
+  // The first pairs of DejaVu Sans's format-0 subtable: glyph 16 is the
+  // hyphen, 36 "A", 37 "B", 42 "G"; 2727 pairs in all.
+  EXPECT_EQ(r.out.substr(0, 29), "16 36 -45\n16 37 -73\n16 42 75\n");
+  EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 2727);
+
+  // A monospaced font has no kern table: no lines, success.
+  ToolRun mono = fontvec(
+      "info /usr/share/fonts/truetype/dejavu/DejaVuSansMono.ttf --kern");
+  EXPECT_EQ(mono.status, 0);
+  EXPECT_EQ(mono.out, "");
+  EXPECT_EQ(fontvec("info --kern --cmap a.ttf").status, 2);
 }
 
 TEST(FontvecInfo, RefusedFontsGiveTheEngineErrorAndExitOne) {

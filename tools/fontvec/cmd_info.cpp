@@ -1,7 +1,9 @@
 // fontvec info: what the engine's container loader reads from a font file,
-// one "key: value" line each; with --cmap, the character map the renderer
-// would choose, one "U+XXXX GLYPH" line per mapped code. Starts a private
-// engine client, loads the face, prints, and ends the client.
+// one "key: value" line each, then the names of the font's metrics record;
+// with --cmap, the character map the renderer would choose, one "U+XXXX
+// GLYPH" line per mapped code; with --kern, the font's kerning pairs, one
+// "LEFT RIGHT VALUE" line each. Starts a private engine client, loads the
+// face, prints, and ends the client.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -14,6 +16,8 @@
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
+#include "Orvex_internal/fs_kern.h"
+#include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "tools/fontvec/commands.h"
 
@@ -111,15 +115,77 @@ int printCmap(FS_STATE* state, const char* path, FS_ULONG index) {
   return 0;
 }
 
+// Adds the face to the client and makes it current; false after printing
+// the engine's error.
+bool addFont(FS_STATE* state, const char* path, FS_ULONG index,
+             FILECHAR* name, FS_ULONG nameLen) {
+  if (FSS_load_font(state, path, NULL, index, nameLen, name) != 0 ||
+      FSS_set_font(state, name) != 0) {
+    fontvec_error("%s: error %lu: %s", path, (unsigned long)state->error,
+                  FS_error_message(state->error));
+    return false;
+  }
+  return true;
+}
+
+// The style the `head` macStyle bits name: bit 0 bold, bit 1 italic.
+const char* styleName(FS_USHORT macStyle) {
+  static const char* const kNames[] = {"Regular", "Bold", "Italic",
+                                       "Bold Italic"};
+  return kNames[macStyle & 3];
+}
+
+// The family, style and full name of the font's metrics record.
+int printNames(FS_STATE* state, const char* path, FS_ULONG index) {
+  FILECHAR name[256];
+  if (!addFont(state, path, index, name, sizeof name)) return 1;
+  FONT_METRICS fm;
+  if (FSS_font_metrics(state, &fm) != 0) {
+    fontvec_error("%s: error %lu: %s", path, (unsigned long)state->error,
+                  FS_error_message(state->error));
+    return 1;
+  }
+  printf("family: %s\n", fm.font_family_name);
+  printf("style: %s\n", styleName(fm.head_macStyle));
+  printf("full_name: %s\n", fm.font_name);
+  FSS_delete_font(state, name);
+  return 0;
+}
+
+// Every pair of the font's kerning subtable, in the table's order: glyph
+// indices and the raw value in font units.
+int printKerning(FS_STATE* state, const char* path, FS_ULONG index) {
+  FILECHAR name[256];
+  if (!addFont(state, path, index, name, sizeof name)) return 1;
+  LFNT* lfnt = state->cur_typeset.fntset->metric_font;
+  FS_ULONG count = kern_pair_count(state, lfnt);
+  if (state->error != 0) {
+    fontvec_error("%s: error %lu: %s", path, (unsigned long)state->error,
+                  FS_error_message(state->error));
+    return 1;
+  }
+  for (FS_ULONG i = 0; i < count; i++) {
+    FS_USHORT left, right;
+    FS_SHORT value;
+    kern_pair(lfnt, i, &left, &right, &value);
+    printf("%u %u %d\n", (unsigned)left, (unsigned)right, (int)value);
+  }
+  FSS_delete_font(state, name);
+  return 0;
+}
+
 }  // namespace
 
 int fontvec_info(int argc, char** argv) {
   const char* path = NULL;
   FS_ULONG index = 0;
   bool cmap = false;
+  bool kern = false;
   for (int i = 0; i < argc; i++) {
     if (strcmp(argv[i], "--cmap") == 0) {
       cmap = true;
+    } else if (strcmp(argv[i], "--kern") == 0) {
+      kern = true;
     } else if (strcmp(argv[i], "--index") == 0 && i + 1 < argc) {
       if (!parseIndex(argv[++i], &index)) return fontvec_usage("info");
     } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
@@ -130,7 +196,7 @@ int fontvec_info(int argc, char** argv) {
       return fontvec_usage("info");
     }
   }
-  if (path == NULL) return fontvec_usage("info");
+  if (path == NULL || (cmap && kern)) return fontvec_usage("info");
 
   FS_STATE state;
   if (FSS_init(&state, kInfoHeap) != 0) {
@@ -140,6 +206,11 @@ int fontvec_info(int argc, char** argv) {
   }
   if (cmap) {
     int status = printCmap(&state, path, index);
+    FSS_exit(&state);
+    return status;
+  }
+  if (kern) {
+    int status = printKerning(&state, path, index);
     FSS_exit(&state);
     return status;
   }
@@ -154,6 +225,7 @@ int fontvec_info(int argc, char** argv) {
   } else {
     printInfo(ttf);
     unload_ttf(&state, ttf);
+    status = printNames(&state, path, index);
   }
   FSS_exit(&state);
   return status;
