@@ -555,25 +555,7 @@ void OrvexTxt(FILE* fp, const char* fname, FS_ULONG print_header,
       get_glyphset(fp, d->glyphs);
     } else if (!strcmp(command, "glyphset_all")) {
       NEED_CLIENT("FS_set_cmap");
-      if (FSS_set_cmap(sp, d->cmap[0], d->cmap[1]) != 0) {
-        fprintf(stderr,
-                " Cannot set cmap for glyphset_all command, error = %lu\n",
-                (unsigned long)sp->error);
-      }
-      int n = 0;
-      d->glyphs[n++] = 0;
-      for (FS_ULONG id = 1; id <= 65534; id++) {
-        FS_USHORT gi = FSS_map_char(sp, id);
-        if (sp->error != 0) {
-          if (d->cmap[0] < 65535 && d->cmap[1] < 65535)
-            fprintf(stderr,
-                    " Error in glyphset_all setting ID = %x, error = %lu\n",
-                    (unsigned)id, (unsigned long)sp->error);
-          break;
-        }
-        if (gi != 0) d->glyphs[n++] = (FS_LONG)id;
-      }
-      d->glyphs[n] = -1;
+      get_glyphset_all(sp, d->cmap, d->glyphs);
     } else if (!strcmp(command, "glyphset_file")) {
       char* path = d->arg;
       get_path(fp, path, 256, orvex_root, d->sub_path);
@@ -587,11 +569,7 @@ void OrvexTxt(FILE* fp, const char* fname, FS_ULONG print_header,
       }
       get_glyphset_from_file(path, d->glyphs);
     } else if (!strcmp(command, "glyphset_string")) {
-      char* text = d->arg;
-      get_client(fp, text, 256);
-      int n = 0;
-      for (const char* p = text; *p; p++) d->glyphs[n++] = (unsigned char)*p;
-      d->glyphs[n] = -1;
+      get_glyphset_string(fp, d->glyphs, 256);
     } else if (!strcmp(command, "wraptext")) {
       d->wraptext = get_boolean(fp);
     } else if (!strcmp(command, "moveto")) {

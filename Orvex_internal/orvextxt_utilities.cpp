@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_cmap.h"
 
 /* ---- Token readers ---- */
 
@@ -233,6 +234,38 @@ int get_glyphset_from_file(const char* path, FS_LONG* glyphs) {
   }
   glyphs[n] = -1;
   fclose(f);
+  return n;
+}
+
+int get_glyphset_string(FILE* fp, FS_LONG* glyphs, int length) {
+  char* text = (char*)calloc(1, (size_t)(length > 0 ? length : 1));
+  int n = 0;
+  if (text != nullptr) {
+    get_client(fp, text, length);
+    for (const char* p = text; *p; p++) glyphs[n++] = (unsigned char)*p;
+    free(text);
+  }
+  glyphs[n] = -1;
+  return n;
+}
+
+int get_glyphset_all(FS_STATE* sp, const FS_USHORT cmap[2], FS_LONG* glyphs) {
+  if (FSS_set_cmap(sp, cmap[0], cmap[1]) != 0)
+    fprintf(stderr, " Cannot set cmap for glyphset_all command, error = %lu\n",
+            (unsigned long)sp->error);
+  int n = 0;
+  glyphs[n++] = 0;
+  for (FS_ULONG id = 1; id <= 65534; id++) {
+    FS_USHORT gi = FSS_map_char(sp, id);
+    if (sp->error != 0) {
+      if (cmap[0] < 65535 && cmap[1] < 65535)
+        fprintf(stderr, " Error in glyphset_all setting ID = %x, error = %lu\n",
+                (unsigned)id, (unsigned long)sp->error);
+      break;
+    }
+    if (gi != 0) glyphs[n++] = (FS_LONG)id;
+  }
+  glyphs[n] = -1;
   return n;
 }
 

@@ -77,6 +77,17 @@ int get_glyphset(FILE* fp, FS_LONG* glyphs);
 // or -1 after "Error: Cannot open glyphset file '%s'\n" (stderr).
 int get_glyphset_from_file(const char* path, FS_LONG* glyphs);
 
+// glyphset_string: each byte of a quoted text (read as get_client does) is
+// a code. Returns the count.
+int get_glyphset_string(FILE* fp, FS_LONG* glyphs, int length);
+
+// glyphset_all: FSS_set_cmap with `cmap` (a failure prints " Cannot set
+// cmap for glyphset_all command, error = %lu\n" on stderr and goes on), then
+// code 0 and every code 1 to 65534 that maps to a non-zero glyph. An engine
+// error ends the walk, with " Error in glyphset_all setting ID = %x, error =
+// %lu\n" when both cmap members are below 65535. Returns the count.
+int get_glyphset_all(FS_STATE* sp, const FS_USHORT cmap[2], FS_LONG* glyphs);
+
 // show_type's line: OR of BITMAP 1, GRAYMAP/GRAYMAP4 4, GRAYMAP2 2,
 // GRAYMAP8 8, EDGE/EDGE4 1024, EDGE2 512, EDGE8 2048, split on " \t|".
 FS_USHORT get_requested_type(FILE* fp);
