@@ -1,9 +1,9 @@
 // fontvec glyph: one glyph's scaled points as the scaler leaves them, in
 // 26.6 units with the origin at the left phantom place, and the rounded
 // advance; or with --png its 8-bit graymap as a grey PNG. Starts a private
-// engine client, adds and sets the font, scales it to the asked pixels per
-// em, maps the character (or takes the glyph index), fetches the glyph and
-// prints or renders it.
+// engine client, adds and sets the font, sets the scale and the character
+// map, and asks the glyph request calls for the advance (with the points
+// from the scaled font's key) or the graymap.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -18,6 +18,7 @@
 #include "Orvex_internal/fs_glue.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_graymap.h"
+#include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
@@ -41,26 +42,16 @@ bool parseNumber(const char* text, int base, unsigned long max,
 const FS_USHORT kCmapPreference[][2] = {{3, 10}, {0, 6}, {0, 4}, {3, 1},
                                         {1, 0},  {0, 3}, {0, 1}, {0, 0}};
 
-// Adds and sets the font, gives its first component a scaled font at
-// `ppem` (the records the scale setter will make) and chooses a character
-// map (*mapped says whether one was accepted). Returns 0 or the engine's
-// error.
+// Adds and sets the font, scales it to `ppem` through the scale setter and
+// chooses a character map (*mapped says whether one was accepted). Returns
+// 0 or the engine's error.
 FS_LONG setUp(FS_STATE* st, const char* path, FS_ULONG index,
               unsigned long ppem, bool* mapped) {
   FILECHAR name[256];
   if (FSS_load_font(st, path, NULL, index, sizeof name, name) != 0 ||
-      FSS_set_font(st, name) != 0)
+      FSS_set_font(st, name) != 0 ||
+      FSS_set_scale(st, (FS_FIXED)(ppem << 16), 0, 0, (FS_FIXED)(ppem << 16)) != 0)
     return (FS_LONG)st->error;
-  TFNT* tfnt = &st->cur_typeset.tfntarray[0];
-  SFNT* sfnt = (SFNT*)FSS_calloc(st, sizeof(SFNT));
-  if (sfnt == NULL) return (FS_LONG)st->error;
-  sfnt->lfnt = tfnt->cfnt->lfnt;
-  sfnt->user_scale[0] = sfnt->user_scale[3] = (FS_FIXED)(ppem << 16);
-  sfnt->ref_count = 1;
-  sfnt->next = st->server->scaled_fonts;
-  st->server->scaled_fonts = sfnt;
-  tfnt->sfnt = sfnt;
-  st->cur_sfnt = sfnt;
   *mapped = false;
   for (const FS_USHORT* pair : kCmapPreference)
     if (FSS_set_cmap(st, pair[0], pair[1]) == 0) {
@@ -161,21 +152,17 @@ int fontvec_glyph(int argc, char** argv) {
   bool mapped = false;
   if (setUp(&st, path, (FS_ULONG)index, ppem, &mapped) != 0) {
     status = engineError(path, &st);
+  } else if (!mapped) {
+    fontvec_error("%s: no character map", path);
+    status = 1;
   } else {
-    if (haveChar && !mapped) {
-      fontvec_error("%s: no character map", path);
-      status = 1;
-    } else if (haveChar) {
-      // A glyph index of 0 for an unmapped code: its .notdef glyph.
-      glyph = map_char(&st, (FS_ULONG)code, 0);
-      if (st.error != 0) status = engineError(path, &st);
-    }
+    // A --glyph number is a glyph index: the map is bypassed for it. An
+    // unmapped character gives the font's missing-glyph shape, index 0.
+    if (haveGlyph) st.flags |= FLAGS_CMAP_OFF;
     st.flags |= FLAGS_NO_HINTS;
-    SFNT* sfnt = st.cur_sfnt;
-    if (status == 0 && check_sfnt(&st) != 0) status = engineError(path, &st);
-    if (status == 0 && pngOut != NULL) {
-      FS_GRAYMAP* g = get_graymap(&st, (FS_ULONG)(haveChar ? code : glyph),
-                                  (FS_USHORT)glyph, FS_MAP_GRAYMAP8, 0, 0);
+    FS_ULONG id = haveChar ? (FS_ULONG)code : (FS_ULONG)glyph;
+    if (pngOut != NULL) {
+      FS_GLYPHMAP* g = FSS_get_glyphmap(&st, id, FS_MAP_GRAYMAP8);
       if (g == NULL) {
         status = engineError(path, &st);
       } else {
@@ -187,24 +174,30 @@ int fontvec_glyph(int argc, char** argv) {
         }
         FSS_free_char(&st, g);
       }
-    } else if (status == 0) {
-      fsg_SplineKey* key = (fsg_SplineKey*)sfnt->senv->ttkey;
-      key->glyphIndex = (FS_USHORT)glyph;
+    } else {
       FS_FIXED dx, dy;
       FS_SHORT idx, idy;
-      if (fsg_GridFit(&st, key, 0) != 0 ||
-          get_glyph_advance(&st, key, glyph, &dx, &dy, &idx, &idy) != 0) {
+      if (FSS_get_advance(&st, id, FS_MAP_GRAYMAP8, &idx, &idy, &dx, &dy) != 0) {
         status = engineError(path, &st);
       } else {
-        fnt_ElementType* el = fsg_glyph_element(key);
-        F26DOT6 ox = el->x[el->np], oy = el->y[el->np];
-        for (FS_SHORT c = 0; c < el->nc; c++) {
-          if (c > 0) printf("\n");
-          for (FS_LONG p = el->sp[c]; p <= el->ep[c]; p++)
-            printf("%ld %ld %s\n", (long)(el->x[p] - ox), (long)(el->y[p] - oy),
-                   el->onCurve[p] ? "on" : "off");
+        // The advance call left the glyph's component current and its
+        // scaled font ready; its key fetches the points.
+        FS_USHORT index = map_char(&st, id, 0);
+        fsg_SplineKey* key = (fsg_SplineKey*)st.cur_sfnt->senv->ttkey;
+        key->glyphIndex = index;
+        if (st.error != 0 || fsg_GridFit(&st, key, 0) != 0) {
+          status = engineError(path, &st);
+        } else {
+          fnt_ElementType* el = fsg_glyph_element(key);
+          F26DOT6 ox = el->x[el->np], oy = el->y[el->np];
+          for (FS_SHORT c = 0; c < el->nc; c++) {
+            if (c > 0) printf("\n");
+            for (FS_LONG p = el->sp[c]; p <= el->ep[c]; p++)
+              printf("%ld %ld %s\n", (long)(el->x[p] - ox),
+                     (long)(el->y[p] - oy), el->onCurve[p] ? "on" : "off");
+          }
+          printf("advance: %ld\n", (long)idx * 64);
         }
-        printf("advance: %ld\n", (long)(((dx + 0x8000) >> 16) * 64));
       }
     }
   }
