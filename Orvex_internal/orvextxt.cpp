@@ -17,7 +17,9 @@
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glyphmap.h"
+#include "Orvex_internal/fs_kern.h"
 #include "Orvex_internal/fs_metrics.h"
+#include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/fs_xmalloc.h"
 
 char ImagePath[12800];
@@ -104,9 +106,8 @@ void png_open_page(DisplayState* d, int width, int height) {
 }
 void png_close_page(DisplayState* d) { d->png_created = 0; }
 
-// Seam of calls the glyph request pipeline provides (style setters and
-// FSS_set_scale, FSS_get_design_units, FS_validate_font): until they are
-// built they answer the engine's "not defined" error.
+// Seam of FS_validate_font, which the font validation unit will provide:
+// until it is built the call answers the engine's "not defined" error.
 FS_LONG engine_unsupported(FS_STATE* sp) {
   sp->error = ERR_FORMAT_NOT_SUPPORTED;
   return sp->error;
@@ -137,6 +138,395 @@ ShowKind show_kind(const char* word) {
   else if (!strcmp(w, "show_gray_adf_8bit")) k.type = 2048;
   else if (!strcmp(w, "show_distancefield")) k.type = 128;
   return k;
+}
+
+// Seam of the PNG display type's drawing: a glyph map laid on the open page
+// with its ink corner at (left, top). Placing glyphs on pages is the page
+// unit's work; until it is built nothing is drawn.
+void png_draw_glyph(DisplayState* d, int left, int top, FS_GLYPHMAP* gmap,
+                    const unsigned char* foreground) {
+  (void)d;
+  (void)left;
+  (void)top;
+  (void)gmap;
+  (void)foreground;
+}
+
+// The advance spread of one get_advance pass over N codes: a mean absolute
+// deviation of whole pixels that leaves the last glyph out of the sum; both
+// are settled behaviour and results depend on them.
+struct AdvanceSpread {
+  double* arr = nullptr;
+  double mean = 0;
+};
+
+bool is_variation_selector(FS_LONG code) {
+  return (code >= 917760 && code <= 917999) ||
+         (code >= 65024 && code <= 65039) || (code >= 6155 && code <= 6157);
+}
+
+// One show family command (steps 1 to 19 of a show). Returns true when the
+// activation must return at once.
+bool run_show(DisplayState* d, FS_STATE* sp, FS_USHORT displayType,
+              FILE* psFp, const ShowKind& k, FS_USHORT type) {
+  auto fails = [&](const char* who, bool clears) -> bool {
+    report_error(sp, displayType, psFp, who, d->ignore_err);
+    if (sp->error == 0) return false;
+    err_FD = (int)sp->error;
+    if (!d->ignore_err) return true;
+    if (clears) sp->error = 0;
+    return false;
+  };
+  TIMER* timer = &d->timer;
+
+  if (sp->cur_typeset.fntset == nullptr) fprintf(stderr, " no current font\n");
+  FS_FIXED scale[4];
+  calc_matrix(d->xppm, d->yppm, d->rot, d->skew, scale);
+  if (timer->isOn) startTimer(timer);
+  FS_set_bold_pct(sp, (FS_FIXED)(int)(655.36 * d->bold));
+  FS_set_outline_width(sp, (FS_USHORT)d->outline_width);
+  FS_set_outline_opacity(sp, (FS_FIXED)(int)(65536.0 * d->outline_opacity));
+  FS_set_stroke_pct(sp, (FS_FIXED)(int)(655.36 * d->stroke));
+  FSS_set_scale(sp, scale[0], scale[1], scale[2], scale[3]);
+  if (timer->isOn) stopTimer(timer);
+  if (sp->error != 0) {
+    // An error here ends the command; ignored, it clears and the script
+    // goes on.
+    return fails("FS_set_scale", true);
+  }
+
+  if (d->hint_reporting) {
+    FS_ULONG saved = sp->flags;
+    sp->flags = 0;
+    FS_set_flags(sp, FLAGS_CMAP_OFF);
+    FNTSET* set = sp->cur_typeset.fntset;
+    for (int c = 0; set != nullptr && c < set->num_fonts; c++) {
+      FS_GLYPHMAP* g =
+          FSS_get_glyphmap(sp, set->cfnt[c].start_index + 1, FS_MAP_GRAYMAP4);
+      if (g != nullptr) FSS_free_char(sp, g);
+    }
+    sp->flags = saved;
+    FS_set_flags(sp, ~FLAGS_CMAP_OFF);
+  }
+
+  FS_set_flags(sp, d->hinting ? ~FLAGS_NO_HINTS : FLAGS_NO_HINTS);
+  FS_set_flags(sp, d->autohinting ? ~FLAGS_NO_AUTOHINT : FLAGS_NO_AUTOHINT);
+  FS_set_flags(sp, d->y_autohinting ? FLAGS_AUTOHINT_YONLY
+                                    : ~FLAGS_AUTOHINT_YONLY);
+  FS_set_flags(sp, d->force_autohinting ? FLAGS_FORCE_AUTOHINT
+                                        : ~FLAGS_FORCE_AUTOHINT);
+  FS_set_flags(sp, d->ADFmaz ? FLAGS_MAZ_ON : ~FLAGS_MAZ_ON);
+  FS_set_csm(sp, (ADF_F32)(65536.0 * d->ADFinsideCutoff),
+             (ADF_F32)(65536.0 * d->ADFoutsideCutoff),
+             (ADF_F32)(65536.0 * d->ADFgamma));
+  if (d->ADFsharpnessOffset != 0 || d->ADFsharpnessSlope != 0 ||
+      d->ADFthicknessOffset != 0 || d->ADFthicknessSlope != 0)
+    FS_set_csm_adjustments(sp, (ADF_F32)(65536.0 * d->ADFsharpnessOffset),
+                           (ADF_F32)(65536.0 * d->ADFsharpnessSlope),
+                           (ADF_F32)(65536.0 * d->ADFthicknessOffset),
+                           (ADF_F32)(65536.0 * d->ADFthicknessSlope));
+  FS_set_flags(sp, d->ADFuseDefaultCSM ? FLAGS_DEFAULT_CSM_ON
+                                       : ~FLAGS_DEFAULT_CSM_ON);
+
+  FSS_set_cmap(sp, d->cmap[0], d->cmap[1]);
+  if (fails("FS_set_cmap", false)) return true;
+
+  FS_set_flags(sp, d->effects);
+  switch (d->boldtype) {
+    case 1: FS_set_flags(sp, FLAGS_REGULARBOLD); break;
+    case 2: FS_set_flags(sp, FLAGS_FRACTBOLD); break;
+    case 3: FS_set_flags(sp, FLAGS_ADD_WEIGHT); break;
+    default:
+      FS_set_flags(sp, ~FLAGS_REGULARBOLD);
+      FS_set_flags(sp, ~FLAGS_FRACTBOLD);
+      FS_set_flags(sp, ~FLAGS_ADD_WEIGHT);
+  }
+  FS_set_flags(sp, d->soften ? FLAGS_SOFTENED : ~FLAGS_SOFTENED);
+  if (sp->error == ERR_UNKNOWN_FLAG) {
+    sp->error = 0;
+  } else if (fails("FS_set_flags", true)) {
+    return true;
+  }
+
+  const double DEG = 0.017453292519943295;
+  double L = (d->yppm + 2) * d->mag;
+  d->lf_x = (FS_FIXED)(int)(-sin(d->rot * DEG) * L * 65536.0 + 0.5);
+  d->lf_y = (FS_FIXED)(int)(cos(d->rot * DEG) * L * 65536.0 + 0.5);
+  FS_FIXED xStart = d->fx, yStart = d->fy;
+
+  if (d->vertical) {
+    static const FS_ULONG vflag[4] = {0, FLAGS_VERTICAL_ON,
+                                      FLAGS_VERTICAL_ROTATE_RIGHT_ON,
+                                      FLAGS_VERTICAL_ROTATE_LEFT_ON};
+    FS_set_flags(sp, vflag[d->vertical]);
+    d->kerning = 0;  // stays off afterwards
+    d->rightleft = 0;
+    FS_FIXED t = d->lf_x;
+    d->lf_x = -d->lf_y;
+    d->lf_y = t;
+  } else {
+    FS_set_flags(sp, ~FLAGS_VERTICAL_ON);
+  }
+
+  int len = 0;
+  while (d->glyphs[len] >= 0) len++;
+  FS_GLYPHMAP** list = nullptr;
+  if (k.showString) {
+    std::unique_ptr<FS_ULONG[]> codes(new FS_ULONG[len > 0 ? len : 1]);
+    for (int i = 0; i < len; i++) codes[i] = (FS_ULONG)d->glyphs[i];
+    if (timer->isOn) startTimer(timer);
+    FS_get_string(sp, (FS_ULONG)len, codes.get(), type, &list);
+    if (timer->isOn) stopTimer(timer);
+    if (fails("FS_get_string", true)) return true;
+    if (list != nullptr) {
+      timer->nglyphs += len;
+      for (int i = 0; i < len; i++)
+        if (list[i] != nullptr)
+          timer->npixels += (FS_LONG)list[i]->width * list[i]->height;
+    }
+  }
+
+  FS_FIXED page_width = (FS_FIXED)d->image_width << 16;
+  FS_FIXED page_height = (FS_FIXED)d->image_height << 16;
+  memset(d->glyphsIndex, 0, sizeof d->glyphsIndex);
+  d->glyphsIndex[0] = -1;
+  const unsigned char* foreground =
+      (d->effects == 64 || d->effects == 256) ? d->outl_color : d->fg_color;
+  int pos_x = 0, pos_y = 0;
+  AdvanceSpread spread;
+
+  int i = 0;
+  for (; d->glyphs[i] >= 0; i++) {
+    FS_ULONG code = (FS_ULONG)d->glyphs[i];
+    FS_GLYPHMAP* gmap = nullptr;
+    FS_SHORT i_adx = 0, i_ady = 0;
+    FS_FIXED adx = 0, ady = 0;
+    if (d->testInverseMapChar) {
+      FS_USHORT gi = FSS_map_char(sp, code);
+      FSS_inverse_map_char(sp, gi);
+      sp->error = 0;
+      continue;
+    }
+    if (k.showString && list != nullptr) {
+      gmap = list[i];
+    } else {
+      if (d->get_advance) {
+        if (i == 0) {
+          free(spread.arr);
+          spread.arr = (double*)calloc((size_t)len, sizeof(double));
+          spread.mean = 0;
+          stdDevAdv = 0;
+        }
+        FSS_get_advance(sp, code, type, &i_adx, &i_ady, &adx, &ady);
+        report_error(sp, displayType, psFp, "FS_get_advance", d->ignore_err);
+        FS_ULONG adv_err = sp->error;
+        if (spread.arr != nullptr) spread.arr[i] = adx / 65536.0;
+        spread.mean += adx / 65536.0;
+        if (i == len - 1 && spread.arr != nullptr) {
+          spread.mean /= len;
+          for (int j = 0; j < len - 1; j++)
+            stdDevAdv += abs((int)(spread.arr[j] - spread.mean));
+          if (len - 1 != 0) stdDevAdv /= len * spread.mean;
+          free(spread.arr);
+          spread.arr = nullptr;
+        }
+        if (adv_err != 0) {
+          err_FD = (int)adv_err;
+          if (!d->ignore_err) {
+            free(spread.arr);
+            return true;
+          }
+          sp->error = 0;
+        }
+      }
+      if (timer->isOn) startTimer(timer);
+      if (k.phased) {
+        // The pen's fraction goes in the type position by design of this
+        // tool; a whole-pixel pen asks for type 0.
+        gmap = FSS_get_phased(sp, code, (FS_USHORT)(d->fx & 0xFFFF), 0, 0);
+        if (timer->isOn) stopTimer(timer);
+        if (fails("FS_get_phased", true)) {
+          free(spread.arr);
+          return true;
+        }
+      } else if (is_variation_selector(d->glyphs[i]) && i > 0) {
+        FS_ULONG previous = (FS_ULONG)d->glyphs[i - 1];
+        FS_USHORT glyphvariant = FSS_map_char_variant(sp, previous, code);
+        if (fails("FS_map_char_variant", true)) {
+          free(spread.arr);
+          return true;
+        }
+        if (glyphvariant == 0) {
+          glyphvariant = FSS_map_char(sp, previous);
+          if (fails("FS_map_char", true)) {
+            free(spread.arr);
+            return true;
+          }
+        }
+        FS_set_flags(sp, FLAGS_CMAP_OFF);
+        gmap = FSS_get_glyphmap(sp, glyphvariant, type);
+        FS_ULONG e = sp->error;
+        FS_set_flags(sp, ~FLAGS_CMAP_OFF);
+        sp->error = e;
+        if (timer->isOn) stopTimer(timer);
+      } else {
+        gmap = FSS_get_glyphmap(sp, code, type);
+        FS_ULONG e = sp->error;
+        d->glyphsIndex[i] = map_char(sp, code, 0);
+        sp->error = e;
+        if (timer->isOn) stopTimer(timer);
+        if (fails("FS_get_glyphmap", true)) {
+          free(spread.arr);
+          return true;
+        }
+        if (gmap != nullptr && d->get_advance) {
+          if (gmap->i_dx != i_adx) gmap->i_dx = i_adx;
+          if (gmap->i_dy != i_ady) gmap->i_dy = i_ady;
+          if (gmap->dx != adx) gmap->dx = adx;
+          if (gmap->dy != ady) gmap->dy = ady;
+        }
+        if (gmap != nullptr && (d->get_csm || d->get_csm_adjustments)) {
+          ADF_F32 a, b, c;
+          FS_get_csm(sp, &a, &b, &c);  // read, printed nowhere
+        }
+      }
+      if (gmap != nullptr && timer->isOn) {
+        timer->nglyphs++;
+        timer->npixels += (FS_LONG)gmap->width * gmap->height;
+      }
+    }
+    if (gmap == nullptr) continue;
+
+    FS_FIXED dx, dy;
+    if (!d->kerning && (gmap->i_dx != 0 || gmap->i_dy != 0)) {
+      dx = (FS_FIXED)(int)(gmap->i_dx * 65536.0 * d->mag + 0.5);
+      dy = (FS_FIXED)(int)(gmap->i_dy * 65536.0 * d->mag + 0.5);
+    } else {
+      dx = (FS_FIXED)(int)(gmap->dx * d->mag + 0.5);
+      dy = (FS_FIXED)(int)(gmap->dy * d->mag + 0.5);
+    }
+    if (d->linearSpace)
+      dx = (FS_FIXED)(int)((d->linearSpace + gmap->i_dx) * 65536.0 * d->mag +
+                           0.5);
+    if (d->rightleft) {
+      d->fx -= dx;
+      d->fy += dy;
+    }
+    if (d->wraptext) {
+      if (d->fx < 0 ||
+          d->fx + ((FS_FIXED)(gmap->lo_x + gmap->width) << 16) >= page_width) {
+        d->fx = xStart + d->lf_x;
+        d->fy += d->lf_y;
+      }
+      if (d->fy + ((FS_FIXED)d->yppm << 15) >= page_height) {
+        d->fx = xStart;
+        d->fy = yStart;
+        if (displayType == DISPLAY_PNG) {
+          png_close_page(d);
+          png_open_page(d, d->image_width, d->image_height);
+        }
+      }
+    }
+
+    pos_x = d->fx >> 16;
+    pos_y = d->fy >> 16;
+    if (k.fake && gmap->bitsPerPixel != 1) {
+      // The measuring pass: nothing is drawn, the pen moves all the same.
+      if (len == 1) {
+        d->t_height = gmap->height + 5;
+        d->t_width = gmap->width + 5;
+      } else {
+        // A string page: a baseline low enough for the tallest glyph plus
+        // 5, a bottom 25 below the lowest ink, a right edge 105 beyond the
+        // last glyph. Only the first string of an activation takes the
+        // 50-pixel lead-in, as t_width isn't reset by a real pass.
+        if (d->t_width == 0) {
+          pos_x = 50 - gmap->lo_x;
+          d->fx = (FS_FIXED)pos_x << 16;
+        }
+        if (gmap->hi_y + 5 > pos_y) {
+          d->t_height += gmap->hi_y + 5 - pos_y;
+          pos_y = gmap->hi_y + 5;
+          d->fy = (FS_FIXED)pos_y << 16;
+          d->new_pos_y = d->fy;
+        }
+        if (gmap->height + pos_y - gmap->hi_y >= d->t_height)
+          d->t_height = gmap->height + pos_y - gmap->hi_y + 25;
+        d->t_width = gmap->width + gmap->lo_x + pos_x + 105;
+      }
+    } else if (displayType == DISPLAY_PS) {
+      if (gmap->bitsPerPixel == 1)
+        ps_bitmap(psFp, (long)d->fx, (long)d->fy, gmap->width, gmap->height);
+      else
+        ps_graymap(psFp, (long)d->fx, (long)d->fy, gmap->width, gmap->height,
+                   gmap->bitsPerPixel);
+    } else if (displayType == DISPLAY_PNG) {
+      if (gmap->bitsPerPixel == 1) {
+        png_draw_glyph(d, pos_x, pos_y, gmap, foreground);
+      } else {
+        int left, top;
+        if (len == 1) {
+          // The ink's corner lands at pixel (2, 2).
+          left = 2 - gmap->lo_x;
+          top = gmap->hi_y + 2;
+        } else {
+          if (i == 0) {
+            pos_x = 50 - gmap->lo_x;
+            d->fx = (FS_FIXED)pos_x << 16;
+          }
+          left = pos_x;
+          top = pos_y;
+        }
+        png_draw_glyph(d, left, top, gmap, foreground);
+        d->new_pos_y = 0;
+        d->t_height = 0;
+      }
+    }
+
+    if (!d->rightleft) {
+      d->fx += dx;
+      d->fy += dy * d->signs[d->vertical];
+    }
+    if (d->kerning && d->glyphs[i + 1] >= 0) {
+      FS_FIXED kx = 0, ky = 0;
+      FSS_get_kerning(sp, code, (FS_ULONG)d->glyphs[i + 1], &kx, &ky);
+      d->fx += (FS_FIXED)(int)(kx * d->mag + 0.5);
+      d->fy += (FS_FIXED)(int)(ky * d->mag + 0.5) * d->signs[d->vertical];
+    }
+    if (!(k.showString && list != nullptr)) FSS_free_char(sp, gmap);
+  }
+  free(spread.arr);
+  d->glyphsIndex[i] = -1;
+
+  // A set whose final run of one glyph index is longer than 10 repeats
+  // counts as a failed glyph set (typically the missing glyph).
+  int run = 0;
+  for (int j = 1; j < i; j++) run = d->glyphsIndex[j] == d->glyphsIndex[j - 1] ? run + 1 : 0;
+  if (run > 10) GlyphCreationError++;
+
+  if (k.fake) {
+    if (d->png_created) png_close_page(d);
+    if (d->t_height < 1 || d->t_width <= 0) {
+      err_FD = 402;
+      if (!d->ignore_err) {
+        if (k.showString && list != nullptr) FSS_free(sp, list);
+        return true;
+      }
+    } else if (d->get_advance) {
+      if (k.showString && list != nullptr) FSS_free(sp, list);
+      return false;
+    } else if (displayType == DISPLAY_PNG) {
+      png_open_page(d, d->t_width, d->t_height);
+    }
+  }
+  if (k.showString && list != nullptr) {
+    for (int j = 0; j < len; j++)
+      if (list[j] != nullptr) FSS_free_char(sp, list[j]);
+    FSS_free(sp, list);
+  }
+  d->fx = xStart + d->lf_x;
+  d->fy = yStart + d->lf_y;
+  return false;
 }
 
 }  // namespace
@@ -392,7 +782,7 @@ void OrvexTxt(FILE* fp, const char* fname, FS_ULONG print_header,
       sp->error = 0;
     } else if (!strcmp(command, "get_design_units")) {
       NEED_CLIENT("FS_get_design_units");
-      engine_unsupported(sp);  // seam: FSS_get_design_units
+      FSS_get_design_units(sp);  // the value is dropped
       if (fails("FS_get_design_units", true)) return;
     } else if (!strcmp(command, "get_csm")) {
       d->get_csm = get_boolean(fp);
@@ -630,21 +1020,7 @@ void OrvexTxt(FILE* fp, const char* fname, FS_ULONG print_header,
       if (displayType == DISPLAY_PNG && !d->png_created && !k.fake)
         png_open_page(d, d->image_width, d->image_height);
       NEED_CLIENT("FS_set_scale");
-      if (sp->cur_typeset.fntset == nullptr)
-        fprintf(stderr, " no current font\n");
-      FS_FIXED scale[4];
-      calc_matrix(d->xppm, d->yppm, d->rot, d->skew, scale);
-      if (d->timer.isOn) startTimer(&d->timer);
-      // Seam: the style setters (bold, outline width and opacity, stroke)
-      // and FSS_set_scale come with the glyph request pipeline, and after
-      // them the glyph loop that draws the set (flags, cmap, line feed,
-      // advances, kerning, placement on the page, GlyphCreationError,
-      // stdDevAdv). Until then the scale is refused and the command ends
-      // here, as it does on any FSS_set_scale failure.
-      engine_unsupported(sp);
-      if (d->timer.isOn) stopTimer(&d->timer);
-      (void)type;
-      if (fails("FS_set_scale", true)) return;
+      if (run_show(d, sp, displayType, psFp, k, type)) return;
     }
     // Any other word is ignored without a message.
   }

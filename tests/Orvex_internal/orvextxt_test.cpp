@@ -374,3 +374,89 @@ TEST(ScriptPostScript, HeaderOnThePostScriptStream) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST(ScriptShow, WithoutAFontTheScaleFailsAfterTheWarning) {
+  ScriptHost r;
+  r.script("ppm 12\n-show\nshow_gray\n");
+  EXPECT_EQ(r.err, " no current font\n no current font\n");
+  EXPECT_EQ(r.out, "The function <FS_set_scale> returned 305\n"
+                   "The function <FS_set_scale> returned 305\n");
+  EXPECT_EQ(err_FD, 305);
+}
+
+TEST(ScriptShow, ZeroSizeReachesTheScaleAndTakesItsFailure) {
+  ScriptHost r;
+  r.script("path\nppm 0\nglyphset \"41\"\nshow_gray_8bit\nfont \"x\"\n");
+  // The engine refuses the zero size (at the scale or at the first glyph)
+  // and the run ends there.
+  EXPECT_EQ(r.out.rfind("The function <FS_", 0), 0u);
+  EXPECT_EQ(count(r.out, "\n"), 1);
+  EXPECT_NE(err_FD, 0);
+}
+
+TEST(ScriptShow, EmptyStringSetMakesTheMeasuringPassFailWith402) {
+  ScriptHost r;
+  r.script("path\nppm 24\nglyphset_string \"\"\n-show_fake\n");
+  EXPECT_EQ(err_FD, 402);
+  EXPECT_EQ(r.out, "");
+  // A real set measures: 'A' alone gives its box plus 5 each way, no error.
+  r.script("path\nppm 24\nglyphset \"41\"\nshow_fake\nshow_gray_8bit\n"
+           "glyphset_string \"Hello\"\nshow_fake\nshow_string_gray\n");
+  EXPECT_EQ(err_FD, 0);
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(r.err, "");
+}
+
+TEST(ScriptShow, TwelveTrailingMissingGlyphsCountAsAFailedSet) {
+  ScriptHost r;
+  GlyphCreationError = 0;
+  // E000 to E00A: 11 private-use codes DejaVu Sans doesn't map, all glyph
+  // 0: ten repeats, not more than 10.
+  r.script("path\nppm 12\nglyphset \"41 E000-E00A\"\nshow_gray\n");
+  EXPECT_EQ(GlyphCreationError, 0);
+  EXPECT_EQ(err_FD, 0);
+  // E000 to E00B: twelve, eleven repeats.
+  r.script("path\nppm 12\nglyphset \"E000-E00B\"\nshow_gray\nshow_gray_8bit\n");
+  EXPECT_EQ(GlyphCreationError, 2);  // once per show command
+  GlyphCreationError = 0;
+}
+
+TEST(ScriptShow, AdvancePassSetsTheSpreadWithoutTheLastGlyph) {
+  ScriptHost r;
+  stdDevAdv = -1;
+  // Unhinted at 256 ppem DejaVu Sans (2048 units) advances are units / 8:
+  // i 569 -> 71.125, m 1995 -> 249.375, W 2025 -> 253.125. Mean 191.2083;
+  // |int(71.125 - mean)| = 120, |int(249.375 - mean)| = 58, W left out:
+  // 178 / (3 * 191.2083) = 178 / 573.625.
+  r.script("path\nhints OFF\nppm 256\nget_advance ON\nglyphset \"69 6D 57\"\n"
+           "show_fake\n");
+  EXPECT_EQ(r.out, "");
+  EXPECT_EQ(err_FD, 0);
+  EXPECT_NEAR(stdDevAdv, 178.0 / 573.625, 1e-12);
+  // One code: the value is 0.
+  r.script("path\nppm 12\nget_advance ON\nglyphset \"41\"\nshow_fake\n");
+  EXPECT_EQ(stdDevAdv, 0.0);
+}
+
+TEST(ScriptShow, PostScriptStandInWritesALinePerGlyph) {
+  ScriptHost r;
+  testsupport::TempDir d;
+  std::string ps = d.file("out.ps");
+  FILE* psFp = fopen(ps.c_str(), "w");
+  r.script("path\nppm 12\nglyphset \"41 42\"\nshow_gray\n", DISPLAY_PS, psFp);
+  fclose(psFp);
+  FILE* f = fopen(ps.c_str(), "r");
+  int lines = 0, glyphLines = 0;
+  char line[256];
+  while (fgets(line, sizeof line, f)) {
+    lines++;
+    if (strncmp(line, "% graymap 4-bit at ", 19) == 0) glyphLines++;
+  }
+  fclose(f);
+  EXPECT_EQ(glyphLines, 2);
+  EXPECT_EQ(lines, 3);  // the header line and the two glyphs
+}
+
+}  // namespace
