@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cmap.h"
@@ -76,9 +77,13 @@ struct ScriptHost {
   }
 
   ~ScriptHost() {
-    // Children first, then the roots this list owns.
+    // Children first, the newest first (a child made later may be a
+    // grandchild), then the roots this list owns.
+    std::vector<NAMED_STATE*> children;
     for (NAMED_STATE* e = states; e != nullptr; e = e->next)
-      if (!e->ismaster && e->state != nullptr) FSS_end_client(e->state);
+      if (!e->ismaster && e->state != nullptr) children.push_back(e);
+    for (auto it = children.rbegin(); it != children.rend(); ++it)
+      FSS_end_client((*it)->state);
     for (NAMED_STATE* e = states; e != nullptr; e = e->next)
       if (e->ismaster && e->state != nullptr) FSS_exit(e->state);
     remove_named_states(&states, &currns);
