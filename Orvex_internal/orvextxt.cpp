@@ -29,17 +29,6 @@ double stdDevAdv = 0.0;
 char CurentFontName[1024];
 int CopyImageLocally = 0;
 
-int create_images_from_font(const char* script_folder,
-                            const char* font_file_loc, double* std_dev) {
-  // The render driver isn't wired to the interpreter yet: every run reports
-  // failure, so the front door answers "Error=-1" rather than measuring
-  // pictures nobody drew.
-  (void)script_folder;
-  (void)font_file_loc;
-  if (std_dev != nullptr) *std_dev = 0.0;
-  return 0;
-}
-
 namespace {
 
 const FS_LONG GLYPH_SLOTS = 65538;

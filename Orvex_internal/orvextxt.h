@@ -10,6 +10,25 @@
 int create_images_from_font(const char* script_folder,
                             const char* font_file_loc, double* std_dev);
 
+// One whole run of the renderer as a command-line tool fed from a constant
+// table of seven arguments: the script "<scriptFileFolder>/Script.scr", the
+// root "-r <ImagePath>/", "-d", "PNG" and the page "<ImagePath>/Images/font.png".
+// Returns err_FD after the script, 1 when the script cannot be opened or
+// "-r" lacks its argument, 0 after printing the usage or the script help.
+int generateFontImages(const char* scriptFileFolder, const char* fontFile,
+                       int fontIndexInTTC);
+
+// Copies `path` into ImagePath when it isn't null; sets ImageCount to 0.
+void SetImagePath(const char* path);
+
+// The number of fonts in the collection `fontPath` (1 for a plain font), read
+// by a private engine client; 0 with err_FD set on an engine error. Also
+// copies the font's name to CurentFontName.
+int NumFontsInTTC(const char* fontPath);
+
+// Index into the page name list of the next picture (PNG pages).
+extern int ImageCount;
+
 #include <cstdio>
 
 #include "Orvex_internal/orvextxt_utilities.h"

@@ -1,4 +1,5 @@
-// fontvec: the library's command-line tool for people. Subcommands inspect
+// fontvec: the library's command-line tool for people. Its main job, with no
+// command word, turns font files into feature vectors; subcommands inspect
 // each layer: `measure` runs the image measurements on a folder of glyph
 // pictures.
 #include <stdarg.h>
@@ -32,7 +33,10 @@ int fontvec_usage(const char* command) {
 }
 
 static void printHelp(FILE* out) {
-  fputs("usage: fontvec COMMAND [ARGS]\n\ncommands:\n", out);
+  fprintf(out, "usage: fontvec %s\n", kFontSynopsis);
+  fputs("      the feature vector of each font file (one line each; CSV: one\n"
+        "      row per font, file name first)\n", out);
+  fputs("   or: fontvec COMMAND [ARGS]\n\ncommands:\n", out);
   for (const FontvecCommand& c : commands)
     fprintf(out, "  %s %s\n      %s\n", c.name, c.synopsis, c.summary);
   fputs("\noptions:\n  -h, --help   show this text\n", out);
@@ -50,6 +54,6 @@ int main(int argc, char** argv) {
   }
   for (const FontvecCommand& c : commands)
     if (strcmp(c.name, argv[1]) == 0) return c.run(argc - 2, argv + 2);
-  fontvec_error("unknown command '%s' (see fontvec --help)", argv[1]);
-  return 2;
+  // Anything else is the first font file (or an option of the font run).
+  return fontvec_font(argc - 1, argv + 1);
 }

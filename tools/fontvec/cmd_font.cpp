@@ -1,0 +1,338 @@
+// fontvec FONT...: the whole road for people. Each font file is copied into a
+// private working folder as font.ttf beside an Images/ folder, rendered by the
+// default script and measured through the library's C calls; the vector is
+// printed as the library's line, by name, or as CSV or JSON.
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "feature_vector_core.h"
+#include "feature_vector_library.h"
+#include "tools/fontvec/commands.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+enum class Layout { kLine, kNames, kCsv, kJson };
+
+struct Options {
+  Layout layout = Layout::kLine;
+  std::string config;
+  std::string keep_images;
+  std::vector<std::string> fonts;
+};
+
+bool hasScript(const std::string& folder) {
+  struct stat st;
+  return stat((folder + "/Script.scr").c_str(), &st) == 0 &&
+         S_ISREG(st.st_mode);
+}
+
+// The default configuration folder: beside the executable, in the installed
+// share folder, then in the source tree the tool was built from.
+std::string findConfig() {
+  std::vector<std::string> candidates;
+  char exe[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", exe, sizeof exe - 1);
+  if (n > 0) {
+    exe[n] = '\0';
+    std::string dir = fs::path(exe).parent_path().string();
+    candidates.push_back(dir + "/config");
+    candidates.push_back(dir + "/../share/fontvec/config");
+  }
+#ifdef FONTVEC_INSTALL_CONFIG_DIR
+  candidates.push_back(FONTVEC_INSTALL_CONFIG_DIR);
+#endif
+#ifdef FONTVEC_SOURCE_CONFIG_DIR
+  candidates.push_back(FONTVEC_SOURCE_CONFIG_DIR);
+#endif
+  for (const std::string& c : candidates)
+    if (hasScript(c)) return c;
+  return "";
+}
+
+std::vector<std::string> splitLine(const std::string& line) {
+  std::vector<std::string> fields;
+  std::string current;
+  for (char c : line) {
+    if (c == ',') {
+      fields.push_back(current);
+      current.clear();
+    } else if (c != '\n') {
+      current += c;
+    }
+  }
+  fields.push_back(current);
+  return fields;
+}
+
+std::string jsonString(const std::string& text) {
+  std::string out = "\"";
+  for (char c : text) {
+    if (c == '"' || c == '\\') out += '\\';
+    if ((unsigned char)c < 0x20) {
+      char esc[8];
+      snprintf(esc, sizeof esc, "\\u%04x", (unsigned char)c);
+      out += esc;
+      continue;
+    }
+    out += c;
+  }
+  return out + "\"";
+}
+
+std::string jsonValue(const std::string& text) {
+  if (text.find("inf") != std::string::npos || text.find("nan") != std::string::npos)
+    return "\"" + text + "\"";
+  return text;
+}
+
+std::string csvField(const std::string& text) {
+  if (text.find_first_of(",\"\n") == std::string::npos) return text;
+  std::string out = "\"";
+  for (char c : text) {
+    if (c == '"') out += '"';
+    out += c;
+  }
+  return out + "\"";
+}
+
+// Reads all of a descriptor into a string.
+std::string readAll(int fd) {
+  std::string out;
+  char buffer[4096];
+  for (;;) {
+    ssize_t n = read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    out.append(buffer, (size_t)n);
+  }
+  return out;
+}
+
+// Renders and measures one font folder in a child process, so that a fault
+// the renderer ends its process with costs only this font. The renderer's
+// messages on standard output go to standard error. Returns the result text,
+// or an error text when the child did not finish.
+std::string vectorInChild(const std::string& folder) {
+  int pipefd[2];
+  if (pipe(pipefd) != 0) return std::string("Error=pipe: ") + strerror(errno);
+  fflush(stdout);
+  fflush(stderr);
+  pid_t pid = fork();
+  if (pid < 0) {
+    close(pipefd[0]);
+    close(pipefd[1]);
+    return std::string("Error=fork: ") + strerror(errno);
+  }
+  if (pid == 0) {
+    close(pipefd[0]);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    char result[FEATURE_VECTOR_TEXT_SIZE];
+    memset(result, 0, sizeof result);
+    create_feature_vector(folder.c_str(), result);
+    fflush(stdout);
+    size_t length = strnlen(result, sizeof result);
+    size_t done = 0;
+    while (done < length) {
+      ssize_t n = write(pipefd[1], result + done, length - done);
+      if (n <= 0) break;
+      done += (size_t)n;
+    }
+    close(pipefd[1]);
+    _exit(0);
+  }
+  close(pipefd[1]);
+  std::string text = readAll(pipefd[0]);
+  close(pipefd[0]);
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (WIFSIGNALED(status))
+    return "Error=renderer stopped by signal " + std::to_string(WTERMSIG(status));
+  if (WIFEXITED(status) && WEXITSTATUS(status) != 0)
+    return "Error=renderer ended the process with status " +
+           std::to_string(WEXITSTATUS(status));
+  if (text.empty()) return "Error=no result";
+  return text;
+}
+
+// Copies the pictures of a working folder to `target`.
+bool keepPictures(const std::string& images, const std::string& target) {
+  std::error_code ec;
+  fs::create_directories(target, ec);
+  if (ec) return false;
+  fs::copy(images, target,
+           fs::copy_options::overwrite_existing | fs::copy_options::recursive,
+           ec);
+  return !ec;
+}
+
+// One font: working folder, render, measure, clean up. Returns the
+// library's text (a vector line or an error text).
+std::string runFont(const Options& options, const std::string& font,
+                    size_t count) {
+  struct stat st;
+  if (stat(font.c_str(), &st) != 0) return std::string("Error=") + strerror(errno);
+  if (!S_ISREG(st.st_mode)) return "Error=not a file";
+
+  const char* tmp = getenv("TMPDIR");
+  std::string pattern =
+      std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") +
+      "/fontvec-XXXXXX";
+  std::vector<char> name(pattern.begin(), pattern.end());
+  name.push_back('\0');
+  if (mkdtemp(name.data()) == nullptr)
+    return std::string("Error=working folder: ") + strerror(errno);
+  std::string folder = name.data();
+  std::error_code ec;
+  fs::copy_file(font, folder + "/font.ttf", ec);
+  std::string text;
+  if (ec) {
+    text = "Error=copy: " + ec.message();
+  } else if (mkdir((folder + "/Images").c_str(), 0755) != 0) {
+    text = std::string("Error=Images: ") + strerror(errno);
+  } else {
+    text = vectorInChild(folder);
+    if (!options.keep_images.empty()) {
+      std::string target = options.keep_images;
+      if (count > 1) target += "/" + fs::path(font).stem().string();
+      if (!keepPictures(folder + "/Images", target))
+        fontvec_error("%s: could not keep the pictures in %s", font.c_str(),
+                      target.c_str());
+    }
+  }
+  fs::remove_all(folder, ec);
+  return text;
+}
+
+bool parse(int argc, char** argv, Options* options) {
+  for (int i = 0; i < argc; i++) {
+    const char* a = argv[i];
+    if (strcmp(a, "--names") == 0) {
+      options->layout = Layout::kNames;
+    } else if (strcmp(a, "--format") == 0 && i + 1 < argc) {
+      const char* format = argv[++i];
+      if (strcmp(format, "csv") == 0)
+        options->layout = Layout::kCsv;
+      else if (strcmp(format, "json") == 0)
+        options->layout = Layout::kJson;
+      else if (strcmp(format, "line") == 0)
+        options->layout = Layout::kLine;
+      else
+        return false;
+    } else if (strcmp(a, "--config") == 0 && i + 1 < argc) {
+      options->config = argv[++i];
+    } else if (strcmp(a, "--keep-images") == 0 && i + 1 < argc) {
+      options->keep_images = argv[++i];
+    } else if (strcmp(a, "--") == 0) {
+      for (i++; i < argc; i++) options->fonts.push_back(argv[i]);
+    } else if (a[0] == '-' && a[1] != '\0') {
+      return false;
+    } else {
+      options->fonts.push_back(a);
+    }
+  }
+  return !options->fonts.empty();
+}
+
+}  // namespace
+
+const char* const kFontSynopsis =
+    "FONT... [--config DIR] [--keep-images DIR] [--names | --format "
+    "line|csv|json]";
+
+int fontvec_font(int argc, char** argv) {
+  Options options;
+  if (!parse(argc, argv, &options)) {
+    fprintf(stderr, "usage: fontvec %s\n", kFontSynopsis);
+    return 2;
+  }
+  if (options.config.empty()) {
+    options.config = findConfig();
+    if (options.config.empty()) {
+      fontvec_error("no default configuration (config/Script.scr) found; "
+                    "give one with --config DIR");
+      return 1;
+    }
+  } else if (!hasScript(options.config)) {
+    fontvec_error("%s: no Script.scr in this folder", options.config.c_str());
+    return 1;
+  }
+
+  char semaphore[64];
+  snprintf(semaphore, sizeof semaphore, "/fontvec-%ld", (long)getpid());
+  int linked = link_library(semaphore, options.config.c_str());
+  if (linked != 0) {
+    fontvec_error("link_library returned %d", linked);
+    return 1;
+  }
+
+  const bool progress = isatty(STDERR_FILENO) && options.fonts.size() > 1;
+  size_t failed = 0;
+  if (options.layout == Layout::kCsv) {
+    printf("file");
+    for (const char* n : FeatureValueNames) printf(",%s", n);
+    printf("\n");
+  }
+  if (options.layout == Layout::kJson && options.fonts.size() > 1) printf("[\n");
+  bool first_json = true;
+  for (size_t k = 0; k < options.fonts.size(); k++) {
+    const std::string& font = options.fonts[k];
+    if (progress)
+      fprintf(stderr, "fontvec: [%zu/%zu] %s\n", k + 1, options.fonts.size(),
+              font.c_str());
+    std::string text = runFont(options, font, options.fonts.size());
+    if (text.find("Error") != std::string::npos) {
+      std::string shown = text;
+      while (!shown.empty() && shown.back() == '\n') shown.pop_back();
+      fprintf(stderr, "%s: %s\n", font.c_str(), shown.c_str());
+      failed++;
+      continue;
+    }
+    std::vector<std::string> values = splitLine(text);
+    switch (options.layout) {
+      case Layout::kLine:
+        fputs(text.c_str(), stdout);
+        break;
+      case Layout::kNames:
+        if (options.fonts.size() > 1) printf("# %s\n", font.c_str());
+        for (size_t i = 0; i < values.size() && i < FEATURE_VECTOR_LENGTH; i++)
+          printf("%zu %s %s\n", i, FeatureValueNames[i], values[i].c_str());
+        break;
+      case Layout::kCsv:
+        printf("%s", csvField(fs::path(font).filename().string()).c_str());
+        for (const std::string& v : values) printf(",%s", v.c_str());
+        printf("\n");
+        break;
+      case Layout::kJson:
+        if (options.fonts.size() > 1) printf("%s", first_json ? "" : ",\n");
+        first_json = false;
+        printf("{\"file\": %s", jsonString(font).c_str());
+        for (size_t i = 0; i < values.size() && i < FEATURE_VECTOR_LENGTH; i++)
+          printf(", \"%s\": %s", FeatureValueNames[i],
+                 jsonValue(values[i]).c_str());
+        printf("}");
+        if (options.fonts.size() == 1) printf("\n");
+        break;
+    }
+    fflush(stdout);
+  }
+  if (options.layout == Layout::kJson && options.fonts.size() > 1)
+    printf("%s]\n", first_json ? "" : "\n");
+  unlink_library();
+  if (failed > 0 && options.fonts.size() > 1)
+    fontvec_error("%zu of %zu fonts failed", failed, options.fonts.size());
+  return failed > 0 ? 1 : 0;
+}
