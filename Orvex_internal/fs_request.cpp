@@ -219,9 +219,14 @@ FS_LONG FSS_set_scale(FS_STATE* state, FS_FIXED s00, FS_FIXED s01,
   state->scale[2] = s10;
   state->scale[3] = s11;
   FS_FIXED in[4] = {s00, s01, s10, s11};
+  // The scaler's own check passes a plain diagonal without looking at its
+  // size: a zero or out-of-range diagonal is refused here.
+  for (FS_FIXED v : in)
+    if (v >= 0x40000000 || v <= -0x40000000) return fail(state, ERR_SCALE_LIMIT);
   FS_FIXED xppm = 0, yppm = 0, tan_s = 0;
   FS_LONG err = get_scale_inputs(in, &xppm, &yppm, &tan_s);
   if (err != 0) return fail(state, (FS_ULONG)err);
+  if (xppm == 0 || yppm == 0) return fail(state, ERR_SCALE_DEGENERATE);
   state->lpm = (FS_USHORT)((yppm + 32768) >> 16);
 
   FS_USHORT count = fntset->num_fonts;
