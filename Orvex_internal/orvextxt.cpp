@@ -10,6 +10,7 @@
 #include <ctime>
 #include <memory>
 
+#include "Orvex_internal/display_png.h"
 #include "Orvex_internal/display_postscript.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cache.h"
@@ -78,22 +79,45 @@ struct DisplayState {
   int cmd_ignore_err = 0, set_ignore_err = 0, ignore_err = 0;
   LOADED_TO_RAM* loaded = nullptr;
   TIMER timer;
-  char image_path[256];
+  char image_path[IMAGE_PATH_SIZE];
   char command[256];
   char arg[256];
   char sub_path[256];
   FONT_METRICS fm;
+  TsImagePNG pD = {};
+
+  // An activation that returns with a page open (an engine error it may not
+  // ignore) leaves that page's file unwritten, as it stood; its memory and
+  // file handle are given back all the same.
+  ~DisplayState() {
+    if (!png_created) return;
+    TsImagePNG_doneImage(&pD);
+    TsImagePNG_finiPNG(&pD);
+    if (pD.fp != nullptr) fclose(pD.fp);
+  }
 };
 
-// Seams of the PNG display type: pages are opened and closed here once the
-// page writer exists. Until then an open page is only a flag, so that the
-// commands that depend on it behave as they will.
-void png_open_page(DisplayState* d, int width, int height) {
-  (void)width;
-  (void)height;
+// Opens a PNG page of width by height under the name in image_path. With
+// next_name the buffer then takes the name of the page after this one (the
+// one-step lag of picture names); `image_size` pages keep the name.
+void png_open_page(DisplayState* d, int width, int height,
+                   bool next_name = true) {
+  new_PNG_image(d->image_path, width, height, d->image_bitDepth,
+                d->color_type, d->bg_color, &d->pD);
   d->png_created = 1;
+  if (next_name) new_image_page(d->image_path);
 }
-void png_close_page(DisplayState* d) { d->png_created = 0; }
+
+// Writes the open page's file whole and releases it.
+void png_close_page(DisplayState* d) {
+  if (!d->png_created) return;
+  TsImagePNG_writeImage(&d->pD);
+  TsImagePNG_doneImage(&d->pD);
+  TsImagePNG_finiPNG(&d->pD);
+  fclose(d->pD.fp);
+  d->pD.fp = nullptr;
+  d->png_created = 0;
+}
 
 // Seam of FS_validate_font, which the font validation unit will provide:
 // until it is built the call answers the engine's "not defined" error.
@@ -129,16 +153,17 @@ ShowKind show_kind(const char* word) {
   return k;
 }
 
-// Seam of the PNG display type's drawing: a glyph map laid on the open page
-// with its ink corner at (left, top). Placing glyphs on pages is the page
-// unit's work; until it is built nothing is drawn.
-void png_draw_glyph(DisplayState* d, int left, int top, FS_GLYPHMAP* gmap,
+// Lays a glyph map on the open page with the pen at (x, y): its ink's
+// corner goes to (x + lo_x, y - hi_y). 1-bit maps are bitmaps, all others
+// graymaps.
+void png_draw_glyph(DisplayState* d, int x, int y, FS_GLYPHMAP* gmap,
                     const unsigned char* foreground) {
-  (void)d;
-  (void)left;
-  (void)top;
-  (void)gmap;
-  (void)foreground;
+  if (!d->png_created) return;
+  unsigned char* fg = const_cast<unsigned char*>(foreground);
+  if (gmap->bitsPerPixel == 1)
+    dump_bitmap_to_memory(&d->pD, x, y, gmap->lo_x, gmap->hi_y, gmap, fg);
+  else
+    dump_graymap_to_memory(&d->pD, x, y, gmap->lo_x, gmap->hi_y, gmap, fg);
 }
 
 // The advance spread of one get_advance pass over N codes: a mean absolute
@@ -759,7 +784,7 @@ void OrvexTxt(FILE* fp, const char* fname, FS_ULONG print_header,
       d->image_height = (int)get_int(fp);
       if (displayType == DISPLAY_PNG) {
         png_close_page(d);
-        png_open_page(d, d->image_width, d->image_height);
+        png_open_page(d, d->image_width, d->image_height, false);
       }
     } else if (!strcmp(command, "get_ppem_size")) {
       FS_USHORT height = (FS_USHORT)get_int(fp);

@@ -58,8 +58,10 @@ struct ScriptHost {
       testing::internal::CaptureStdout();
       testing::internal::CaptureStderr();
     }
-    OrvexTxt(fp, path.c_str(), 0, displayType, "", psFp, sp, states, currns,
-             dir.path().c_str(), 0, 0, kDejaVu, 0);
+    // PNG pages open for real: the first one goes to the folder.
+    std::string page = dir.file("page.png");
+    OrvexTxt(fp, path.c_str(), 0, displayType, page.c_str(), psFp, sp, states,
+             currns, dir.path().c_str(), 0, 0, kDejaVu, 0);
     if (capture) {
       fflush(stdout);
       err = testing::internal::GetCapturedStderr();
