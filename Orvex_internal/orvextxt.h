@@ -26,9 +26,6 @@ void SetImagePath(const char* path);
 // copies the font's name to CurentFontName.
 int NumFontsInTTC(const char* fontPath);
 
-// Index into the page name list of the next picture (PNG pages).
-extern int ImageCount;
-
 #include <cstdio>
 
 #include "Orvex_internal/orvextxt_utilities.h"

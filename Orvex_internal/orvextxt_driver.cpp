@@ -12,8 +12,9 @@
 #include "Orvex_internal/orvextxt.h"
 #include "feature_vector_core.h"
 
-// Owned by the page writer's name list; the driver only restarts it.
-int ImageCount = 0;
+
+// The page writer's index of the next picture name; the driver restarts it.
+extern int ImageCount;
 
 namespace {
 
