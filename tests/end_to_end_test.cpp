@@ -1,0 +1,307 @@
+// A font file becomes its feature vector: the render driver with the shipped
+// Script.scr on real Debian fonts, the front door's codes around it, the lock
+// under threads and after a killed holder.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <semaphore.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Orvex_internal/orvextxt.h"
+#include "feature_vector_core.h"
+#include "feature_vector_library.h"
+#include "support/test_support.h"
+
+namespace fs = std::filesystem;
+
+extern "C" sem_t* _named_semaphore_Orvex;  // the door's lock
+
+namespace {
+
+const std::string kDejaVu = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+
+// The shipped configuration folder of this source tree.
+std::string configDir() {
+  return (fs::path(__FILE__).parent_path().parent_path() / "config").string();
+}
+
+bool haveFile(const std::string& path) { return fs::is_regular_file(path); }
+
+// A font folder as the door expects it: font.ttf (a copy of `font`) and an
+// empty Images/ beside it.
+std::string fontFolder(const testsupport::TempDir& dir, const std::string& name,
+                       const std::string& font) {
+  std::string folder = dir.mkdir(name);
+  fs::copy_file(font, folder + "/font.ttf");
+  fs::create_directory(folder + "/Images");
+  return folder;
+}
+
+std::string semaphoreName(const char* tag) {
+  return std::string("/fontvec-e2e-") + tag + "-" + std::to_string(getpid());
+}
+
+std::map<std::string, double> valuesOf(const std::string& line) {
+  std::map<std::string, double> values;
+  std::stringstream s(line);
+  std::string field;
+  for (int i = 0; std::getline(s, field, ','); i++)
+    if (i < FEATURE_VECTOR_LENGTH) values[FeatureValueNames[i]] = atof(field.c_str());
+  return values;
+}
+
+class Linked : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!haveFile(kDejaVu)) GTEST_SKIP() << "no DejaVu Sans";
+    ASSERT_EQ(link_library(semaphoreName("door").c_str(), configDir().c_str()), 0);
+  }
+  void TearDown() override { unlink_library(); }
+
+  // The door's answer for a folder, as text, and its code in *code.
+  static std::string vectorOf(const std::string& folder, int* code = nullptr) {
+    char result[FEATURE_VECTOR_TEXT_SIZE];
+    memset(result, 0, sizeof result);
+    testing::internal::CaptureStdout();  // the renderer's engine reports
+    int c = create_feature_vector(folder.c_str(), result);
+    testing::internal::GetCapturedStdout();
+    if (code != nullptr) *code = c;
+    return result;
+  }
+};
+
+}  // namespace
+
+TEST(RenderDriver, ACleanRunAnswersOneAndFillsImagesInNameOrder) {
+  if (!haveFile(kDejaVu)) GTEST_SKIP() << "no DejaVu Sans";
+  testsupport::TempDir dir;
+  std::string folder = fontFolder(dir, "f", kDejaVu);
+  double spread = -1.0;
+  // 1 is the clean answer: the font folder itself holds no pictures.
+  EXPECT_EQ(create_images_from_font(configDir().c_str(), folder.c_str(), &spread), 1);
+  EXPECT_GT(spread, 0.0);  // proportional letters and digits
+  EXPECT_EQ(GlyphCreationError, 0);
+  EXPECT_EQ(err_FD, 0);
+  // All 54 pictures that validation asks for are valid under Images.
+  EXPECT_EQ(validateImages((folder + "/Images").c_str()), 0);
+  int count = 0;
+  for (const auto& entry : fs::directory_iterator(folder + "/Images")) {
+    (void)entry;
+    count++;
+  }
+  EXPECT_EQ(count, 59);  // font, font_b, font_s, 52 letters, ., 0, two large
+  EXPECT_TRUE(haveFile(folder + "/Images/104-hlar.png"));
+  EXPECT_TRUE(haveFile(folder + "/Images/111-olar.png"));
+  EXPECT_STREQ(ImagePath, folder.c_str());
+}
+
+TEST(RenderDriver, MonospacedAdvancesGiveNoSpread) {
+  const std::string mono = "/usr/share/fonts/truetype/liberation2/LiberationMono-Regular.ttf";
+  if (!haveFile(mono)) GTEST_SKIP() << "no Liberation Mono";
+  testsupport::TempDir dir;
+  std::string folder = fontFolder(dir, "f", mono);
+  double spread = -1.0;
+  EXPECT_EQ(create_images_from_font(configDir().c_str(), folder.c_str(), &spread), 1);
+  // Every advance equals the mean: each deviation truncates to 0.
+  EXPECT_EQ(spread, 0.0);
+}
+
+TEST(RenderDriver, MissingScriptOrFontAreReportedByValue) {
+  if (!haveFile(kDejaVu)) GTEST_SKIP() << "no DejaVu Sans";
+  testsupport::TempDir dir;
+  std::string folder = fontFolder(dir, "f", kDejaVu);
+  std::string empty = dir.mkdir("noconfig");
+
+  double spread = 7.0;
+  testing::internal::CaptureStdout();
+  int err = create_images_from_font(empty.c_str(), folder.c_str(), &spread);
+  std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(err, 1);  // unreadable script
+  EXPECT_EQ(spread, 7.0);  // left as it was
+  EXPECT_NE(out.find("unable to open '" + empty + "/Script.scr'"), std::string::npos) << out;
+
+  std::string nofont = dir.mkdir("nofont");
+  fs::create_directory(nofont + "/Images");
+  testing::internal::CaptureStdout();
+  err = create_images_from_font(configDir().c_str(), nofont.c_str(), &spread);
+  out = testing::internal::GetCapturedStdout();
+  EXPECT_EQ(err, 102);  // the font file cannot be opened
+  EXPECT_NE(out.find("The function <FS_load_font : path> returned 102"), std::string::npos) << out;
+  EXPECT_EQ(GlyphCreationError, 0);
+}
+
+TEST(RenderDriver, EmptyScriptRunsCleanWithNoPictures) {
+  testsupport::TempDir dir;
+  std::string config = dir.mkdir("config");
+  FILE* f = fopen((config + "/Script.scr").c_str(), "w");
+  ASSERT_NE(f, nullptr);
+  fclose(f);
+  std::string folder = dir.mkdir("f");
+  fs::create_directory(folder + "/Images");
+  double spread = 3.0;
+  EXPECT_EQ(create_images_from_font(config.c_str(), folder.c_str(), &spread), 1);
+  EXPECT_EQ(spread, stdDevAdv);  // no advance pass: the last run's value
+  EXPECT_TRUE(fs::is_empty(folder + "/Images"));
+}
+
+TEST(RenderDriver, SetImagePathKeepsThePathAndRestartsTheNames) {
+  SetImagePath("/some/folder");
+  EXPECT_STREQ(ImagePath, "/some/folder");
+  SetImagePath(nullptr);  // only the name index restarts
+  EXPECT_STREQ(ImagePath, "/some/folder");
+}
+
+TEST(RenderDriver, NumFontsInTTCReadsAPlainFontAsNoCollection) {
+  if (!haveFile(kDejaVu)) GTEST_SKIP() << "no DejaVu Sans";
+  err_FD = 0;
+  CurentFontName[0] = '\0';
+  // A plain font has no collection header: 0 fonts, and no error.
+  EXPECT_EQ(NumFontsInTTC(kDejaVu.c_str()), 0);
+  EXPECT_EQ(err_FD, 0);
+  EXPECT_STREQ(CurentFontName, "DejaVu Sans");
+  EXPECT_EQ(NumFontsInTTC("/no/such/font.ttf"), 0);
+  EXPECT_NE(err_FD, 0);
+  err_FD = 0;
+}
+
+TEST_F(Linked, RealFontsGiveVectorsWithTheFixtureExpectations) {
+  const char* const fonts[][2] = {
+      {"sans", "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"},
+      {"oblique", "/usr/share/fonts/truetype/dejavu/DejaVuSans-Oblique.ttf"},
+      {"serif", "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf"},
+      {"mono", "/usr/share/fonts/truetype/liberation2/LiberationMono-Regular.ttf"}};
+  testsupport::TempDir dir;
+  std::map<std::string, std::map<std::string, double>> v;
+  for (const auto& font : fonts) {
+    if (!haveFile(font[1])) GTEST_SKIP() << font[1];
+    int code = 1;
+    std::string line = vectorOf(fontFolder(dir, font[0], font[1]), &code);
+    EXPECT_EQ(code, 0) << font[0] << ": " << line;
+    ASSERT_EQ(line.find("Error"), std::string::npos) << font[0] << ": " << line;
+    v[font[0]] = valuesOf(line);
+    ASSERT_EQ(v[font[0]].size(), 58u);
+    for (const auto& value : v[font[0]])
+      EXPECT_TRUE(std::isfinite(value.second)) << font[0] << " " << value.first;
+  }
+  EXPECT_GT(v["mono"]["isMonoSpaced"], 0.95);
+  EXPECT_EQ(v["mono"]["advancedWidth"], 0.0);
+  for (const char* f : {"sans", "oblique", "serif"}) {
+    EXPECT_LT(v[f]["isMonoSpaced"], 0.5) << f;
+    EXPECT_GT(v[f]["advancedWidth"], 0.0) << f;
+  }
+  EXPECT_NEAR(v["oblique"]["skew"], 11.0, 3.0);  // italic angle -11 degrees
+  for (const char* f : {"sans", "serif", "mono"}) {
+    EXPECT_GE(v[f]["skew"], -2.0) << f;
+    EXPECT_LE(v[f]["skew"], 2.0) << f;
+  }
+  for (const char* f : {"sans", "oblique", "mono"})
+    EXPECT_GT(v["serif"]["isSerifFont"], v[f]["isSerifFont"]) << f;
+  for (const char* f : {"sans", "oblique", "serif", "mono"})
+    EXPECT_EQ(v[f]["isNotBlackLetter"], 1.0) << f;
+}
+
+TEST_F(Linked, AFolderWithoutTheFontGivesErrorMinusOne) {
+  testsupport::TempDir dir;
+  dir.mkdir("Images");
+  int code = 0;
+  EXPECT_EQ(vectorOf(dir.path(), &code), "Error=-1");
+  EXPECT_EQ(code, -5);
+}
+
+TEST_F(Linked, ValidPicturesBesideTheFontRefuseTheFolder) {
+  // Validation looks at the font folder itself: finding all 54 pictures
+  // there answers 0, and 0 is no licence to measure.
+  testsupport::TempDir dir;
+  std::string folder = fontFolder(dir, "f", kDejaVu);
+  ASSERT_EQ(vectorOf(folder).find("Error"), std::string::npos);
+  for (const auto& entry : fs::directory_iterator(folder + "/Images"))
+    fs::copy_file(entry.path(), folder + "/" + entry.path().filename().string());
+  int code = 0;
+  EXPECT_EQ(vectorOf(folder, &code), "Error=-1");
+  EXPECT_EQ(code, -5);
+}
+
+TEST(FrontDoorDeath, AFolderWithoutImagesEndsTheProcess) {
+  if (!haveFile(kDejaVu)) GTEST_SKIP() << "no DejaVu Sans";
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  testsupport::TempDir dir;
+  std::string folder = dir.mkdir("f");
+  fs::copy_file(kDejaVu, folder + "/font.ttf");
+  auto run = [&]() {
+    link_library(semaphoreName("death").c_str(), configDir().c_str());
+    char result[FEATURE_VECTOR_TEXT_SIZE];
+    create_feature_vector(folder.c_str(), result);
+    unlink_library();
+    exit(0);
+  };
+  // The first page cannot be opened: the page writer ends the process.
+  EXPECT_EXIT(run(), testing::ExitedWithCode(255), "Cannot open output png file");
+}
+
+TEST_F(Linked, EightThreadsGiveTheSerialVectors) {
+  testsupport::TempDir dir;
+  const int kThreads = 8;
+  std::vector<std::string> folders;
+  for (int i = 0; i < kThreads; i++)
+    folders.push_back(fontFolder(dir, "t" + std::to_string(i), kDejaVu));
+  std::string serial = vectorOf(fontFolder(dir, "serial", kDejaVu));
+  ASSERT_EQ(serial.find("Error"), std::string::npos) << serial;
+
+  std::vector<std::string> results(kThreads);
+  std::vector<int> codes(kThreads, 1);
+  testing::internal::CaptureStdout();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < kThreads; i++)
+    threads.emplace_back([&, i]() {
+      char result[FEATURE_VECTOR_TEXT_SIZE];
+      codes[i] = create_feature_vector(folders[i].c_str(), result);
+      results[i] = result;
+    });
+  for (std::thread& t : threads) t.join();
+  testing::internal::GetCapturedStdout();
+  for (int i = 0; i < kThreads; i++) {
+    EXPECT_EQ(codes[i], 0) << i;
+    EXPECT_EQ(results[i], serial) << i;
+  }
+}
+
+TEST(FrontDoorLock, ASemaphoreLeftByAKilledHolderDoesNotBlock) {
+  if (!haveFile(kDejaVu)) GTEST_SKIP() << "no DejaVu Sans";
+  std::string name = semaphoreName("killed");
+  pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // Link and take the lock, then die holding it.
+    if (link_library(name.c_str(), configDir().c_str()) != 0) _exit(3);
+    sem_wait(_named_semaphore_Orvex);
+    kill(getpid(), SIGKILL);
+    _exit(4);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  // The count is left at 0 under that name.
+  sem_t* left = sem_open(name.c_str(), 0);
+  ASSERT_NE(left, SEM_FAILED);
+  EXPECT_EQ(sem_trywait(left), -1);
+  sem_close(left);
+
+  testsupport::TempDir dir;
+  std::string folder = fontFolder(dir, "f", kDejaVu);
+  ASSERT_EQ(link_library(name.c_str(), configDir().c_str()), 0);
+  char result[FEATURE_VECTOR_TEXT_SIZE];
+  testing::internal::CaptureStdout();
+  int code = create_feature_vector(folder.c_str(), result);
+  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(code, 0) << result;
+  EXPECT_EQ(unlink_library(), 0);
+}
