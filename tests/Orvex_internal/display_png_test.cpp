@@ -291,6 +291,35 @@ TEST(BitmapWriter, SetBitsStoreInkAndClearBitsLeaveThePage) {
   }
 }
 
+TEST(SubpixelWriter, SixteenAndEightBitPixelsUnpackFourCoverages) {
+  // 16 bits 0xF0 0x08: nibbles 15, 0, 0, 8 -> gray coverage 136 -> 119.
+  // 8 bits 0xC6 = 11 00 01 10: gray value 2 -> 170 -> 85; red 3 solid.
+  Map sixteen(1, 1, 2, 16, {0xF0, 0x08});
+  Map eight(1, 1, 1, 8, {0xC6});
+  for (int type : {1, 0}) {
+    testsupport::TempDir dir;
+    std::string path = dir.file("p.png");
+    std::vector<char> name(path.begin(), path.end());
+    name.push_back(0);
+    TsImagePNG pD;
+    new_PNG_image(name.data(), 4, 3, 8, type, kBg, &pD);
+    dump_subpixelmap_to_memory(&pD, 0, 1, 0, 0, sixteen.g(), kFg);
+    dump_subpixelmap_to_memory(&pD, 1, 1, 0, 0, eight.g(), kFg);
+    closePage(&pD);
+    RawPage p = readRaw(path);
+    if (type == 1) {
+      EXPECT_EQ(p.at(0, 1), 119);
+      EXPECT_EQ(p.at(1, 1), 85);
+    } else {
+      EXPECT_EQ(p.at(0, 1, 0), 10);
+      EXPECT_EQ(p.at(0, 1, 2), 255);  // blue coverage 0
+      EXPECT_EQ(p.at(1, 1, 0), 10);
+      // blue 255 -> 128 by 85: (-10795 + 128) >> 8 = -42 -> 213.
+      EXPECT_EQ(p.at(1, 1, 2), 213);
+    }
+  }
+}
+
 TEST(SubpixelWriter, EachChannelTakesItsOwnCoverageAndGrayTheFourth) {
   // One pixel of four 8-bit coverages: red 255, green 0, blue 128, gray 64.
   Map m(1, 1, 4, 32, {255, 0, 128, 64});
@@ -501,6 +530,19 @@ TEST(ScriptPages, ImageSizeReopensTheSameName) {
   EXPECT_EQ(s.ink, 0);
   EXPECT_FALSE(r.exists("65-A.png"));
   EXPECT_EQ(ImageCount, 2);
+}
+
+TEST(ScriptPages, AnEngineErrorLeavesTheOpenPageUnwritten) {
+  PngRun r;
+  // The unknown font ends the run with font.png open: the file holds at
+  // most its header, no picture a reader takes.
+  testing::internal::CaptureStderr();
+  r.script("path\nppm 20\nglyphset \"41\"\nshow_gray_8bit\nfont \"nope\"\n");
+  testing::internal::GetCapturedStderr();
+  EXPECT_EQ(err_FD, 301);
+  EXPECT_TRUE(r.exists("font.png"));
+  unsigned int w = 0, h = 0;
+  EXPECT_EQ(ReadPngFile(r.file("font.png").c_str(), &w, &h, boBGRA), nullptr);
 }
 
 TEST(ScriptPages, TheAdvanceSpreadOfTenTwelveFourteen) {
