@@ -11,7 +11,7 @@
 
 #include "Orvex_internal/orvextxt_utilities.h"
 
-const char* const targetFiles[TARGET_FILE_COUNT] = {
+const char* const targetFiles[PAGE_NAME_COUNT] = {
     "font_b", "font_s",
     "65-A", "66-B", "67-C", "68-D", "69-E", "70-F", "71-G", "72-H", "73-I",
     "74-J", "75-K", "76-L", "77-M", "78-N", "79-O", "80-P", "81-Q", "82-R",
@@ -30,7 +30,7 @@ void new_image_page(char* image_path) {
   size_t n = std::min(name.size(), (size_t)IMAGE_PATH_SIZE - 1);
   memcpy(image_path, name.data(), n);
   image_path[n] = 0;
-  ImageCount = (ImageCount + 1) % TARGET_FILE_COUNT;
+  ImageCount = (ImageCount + 1) % PAGE_NAME_COUNT;
 }
 
 FS_BOOLEAN new_PNG_image(char* image_path, int image_width, int image_height,

@@ -8,8 +8,8 @@
 #include "Orvex_internal/readwritepng.h"
 
 // The picture names, in the order pages are named.
-const int TARGET_FILE_COUNT = 58;
-extern const char* const targetFiles[TARGET_FILE_COUNT];
+const int PAGE_NAME_COUNT = 58;
+extern const char* const targetFiles[PAGE_NAME_COUNT];
 // Index into targetFiles of the next name.
 extern int ImageCount;
 // Size of the path buffers new_image_page writes into.

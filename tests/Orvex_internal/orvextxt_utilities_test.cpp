@@ -488,8 +488,9 @@ TEST(ScriptTokensFuzz, NoReaderOverrunsOnMutatedScripts) {
         case 9: get_hex(f); break;
         default: get_glyphset_string(f, glyphs.data(), len); break;
       }
-      if (which <= 6)  // the string readers leave a terminator in bounds
+      if (which <= 6) {  // the string readers leave a terminator in bounds
         EXPECT_NE(memchr(buf.data(), 0, len), nullptr) << which;
+      }
     }
     fflush(stdout);
     testing::internal::GetCapturedStdout();
