@@ -6,15 +6,13 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "Orvex_internal/display_png.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/orvextxt.h"
 #include "feature_vector_core.h"
 
-
-// The page writer's index of the next picture name; the driver restarts it.
-extern int ImageCount;
 
 namespace {
 
