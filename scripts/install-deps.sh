@@ -9,7 +9,8 @@ packages=(
   libgtest-dev libbenchmark-dev
   # Tests only: real fonts to load, and libfreetype as an independent oracle
   # to compare the engine against (the library itself never links it).
-  fonts-dejavu-core fonts-liberation2 fonts-freefont-ttf fonts-noto-core
+  fonts-dejavu-core fonts-dejavu-extra fonts-liberation2 fonts-freefont-ttf
+  fonts-noto-core
   fonts-blankenburg
   libfreetype-dev
 )
