@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <cmath>
 #include <filesystem>
@@ -178,6 +179,20 @@ std::string savePicture(const TempDir& dir, const std::string& name,
 
 std::string savePicture(const TempDir& dir, const Picture& picture) {
   return savePicture(dir, "glyph.png", picture);
+}
+
+ToolRun runFontvec(const std::string& args, const std::string& errFile) {
+  std::string command = std::string(FONTVEC_EXE) + " " + args + " 2>" +
+                        (errFile.empty() ? "/dev/null" : errFile);
+  ToolRun r{-1, ""};
+  FILE* p = popen(command.c_str(), "r");
+  if (p == nullptr) return r;
+  char buffer[4096];
+  size_t n;
+  while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) r.out.append(buffer, n);
+  int status = pclose(p);
+  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return r;
 }
 
 void writeBytes(const std::string& path, const std::string& bytes) {

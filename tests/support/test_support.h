@@ -98,6 +98,16 @@ struct Glyph {
   void set(int x, int y, uint32_t colour) { pic.set(x + 2, y + 2, colour); }
 };
 
+// What a run of the built fontvec tool gave: exit status and standard output.
+struct ToolRun {
+  int status;
+  std::string out;
+};
+
+// Runs fontvec with `args` (a shell word list); standard error goes to
+// `errFile` when given, else is discarded.
+ToolRun runFontvec(const std::string& args, const std::string& errFile = "");
+
 // Writes raw bytes to a file.
 void writeBytes(const std::string& path, const std::string& bytes);
 std::string readBytes(const std::string& path);

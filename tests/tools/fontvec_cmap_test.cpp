@@ -3,7 +3,6 @@
 // order, and the refusal of a font without a Unicode map.
 #include <gtest/gtest.h>
 #include <stdio.h>
-#include <sys/wait.h>
 
 #include <sstream>
 #include <string>
@@ -13,33 +12,24 @@
 
 namespace {
 
-struct ToolRun {
+// fontvec info FONT --cmap, with its standard error.
+struct CmapRun {
   int status;
   std::string out;
   std::string err;
 };
 
-ToolRun fontvecCmap(const std::string& font) {
+CmapRun fontvecCmap(const std::string& font) {
   testsupport::TempDir dir;
   std::string errFile = dir.file("err.txt");
-  std::string command =
-      std::string(FONTVEC_EXE) + " info " + font + " --cmap 2>" + errFile;
-  FILE* p = popen(command.c_str(), "r");
-  ToolRun r{-1, "", ""};
-  if (p == nullptr) return r;
-  char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) r.out.append(buffer, n);
-  int status = pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  r.err = testsupport::readBytes(errFile);
-  return r;
+  testsupport::ToolRun r = testsupport::runFontvec("info " + font + " --cmap", errFile);
+  return CmapRun{r.status, r.out, testsupport::readBytes(errFile)};
 }
 
 }  // namespace
 
 TEST(FontvecCmap, ListsEveryMappedCodeOfARealFontInOrder) {
-  ToolRun r = fontvecCmap("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
+  CmapRun r = fontvecCmap("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out.compare(0, 18, "U+0020 3\nU+0021 4\n"), 0);
   EXPECT_NE(r.out.find("\nU+0041 36\n"), std::string::npos);
@@ -67,7 +57,7 @@ TEST(FontvecCmap, ByteMapOfABuiltFont) {
   testsupport::TempDir dir;
   std::string path = dir.file("two.ttf");
   testsupport::writeBytes(path, sfnt::asString(sfnt::build(sfnt::minimalGlyfFont())));
-  ToolRun r = fontvecCmap(path);
+  CmapRun r = fontvecCmap(path);
   EXPECT_EQ(r.status, 0);
   std::string expected;
   for (int c = 1; c < 256; c += 2) {
@@ -87,7 +77,7 @@ TEST(FontvecCmap, AFontWithoutAUnicodeMapIsRefused) {
   sfnt::putU16(cmap, 6, 0);
   std::string path = dir.file("roman.ttf");
   testsupport::writeBytes(path, sfnt::asString(sfnt::build(f.set("cmap", cmap))));
-  ToolRun r = fontvecCmap(path);
+  CmapRun r = fontvecCmap(path);
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "");
   EXPECT_NE(r.err.find("no Unicode character map"), std::string::npos) << r.err;

@@ -2,7 +2,6 @@
 // layouts, kept pictures and exit codes.
 #include <gtest/gtest.h>
 #include <stdio.h>
-#include <sys/wait.h>
 
 #include <filesystem>
 #include <fstream>
@@ -11,6 +10,9 @@
 
 #include "support/test_support.h"
 
+using testsupport::runFontvec;
+using testsupport::ToolRun;
+
 namespace fs = std::filesystem;
 
 namespace {
@@ -18,24 +20,6 @@ namespace {
 const std::string kSans = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 const std::string kMono =
     "/usr/share/fonts/truetype/liberation2/LiberationMono-Regular.ttf";
-
-struct ToolRun {
-  int status;
-  std::string out;
-};
-
-ToolRun fontvec(const std::string& args, const std::string& errFile) {
-  std::string command = std::string(FONTVEC_EXE) + " " + args + " 2>" + errFile;
-  FILE* p = popen(command.c_str(), "r");
-  ToolRun r{-1, ""};
-  if (p == nullptr) return r;
-  char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) r.out.append(buffer, n);
-  int status = pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
-}
 
 std::string slurp(const std::string& path) {
   std::ifstream in(path);
@@ -62,7 +46,7 @@ class FontvecFont : public testing::Test {
 }  // namespace
 
 TEST_F(FontvecFont, AFontFilePrintsTheLibraryLine) {
-  ToolRun r = fontvec(kSans, err());
+  ToolRun r = runFontvec(kSans, err());
   EXPECT_EQ(r.status, 0) << slurp(err());
   EXPECT_EQ(countChar(r.out, '\n'), 1);
   EXPECT_EQ(countChar(r.out, ','), 57);  // 58 values
@@ -71,7 +55,7 @@ TEST_F(FontvecFont, AFontFilePrintsTheLibraryLine) {
 }
 
 TEST_F(FontvecFont, CsvHasOneRowPerFontWithItsFileNameFirst) {
-  ToolRun r = fontvec("--format csv " + kSans + " " + kMono, err());
+  ToolRun r = runFontvec("--format csv " + kSans + " " + kMono, err());
   EXPECT_EQ(r.status, 0) << slurp(err());
   std::stringstream s(r.out);
   std::string header, first, second;
@@ -85,9 +69,9 @@ TEST_F(FontvecFont, CsvHasOneRowPerFontWithItsFileNameFirst) {
 }
 
 TEST_F(FontvecFont, NamesAndJsonLayOutTheSameValues) {
-  ToolRun line = fontvec(kMono, err());
-  ToolRun names = fontvec(kMono + " --names", err());
-  ToolRun json = fontvec("--format json " + kMono, err());
+  ToolRun line = runFontvec(kMono, err());
+  ToolRun names = runFontvec(kMono + " --names", err());
+  ToolRun json = runFontvec("--format json " + kMono, err());
   ASSERT_EQ(line.status, 0);
   std::string first = line.out.substr(0, line.out.find(','));
   EXPECT_EQ(names.out.rfind("0 AvgGreyVal " + first + "\n", 0), 0u) << names.out;
@@ -100,7 +84,7 @@ TEST_F(FontvecFont, NamesAndJsonLayOutTheSameValues) {
 TEST_F(FontvecFont, AFailingFontIsReportedAndTheRunGoesOn) {
   std::string bad = dir.path() + "/not-a-font.ttf";
   std::ofstream(bad) << "plain text, no font";
-  ToolRun r = fontvec(bad + " " + kSans + " /no/such.ttf", err());
+  ToolRun r = runFontvec(bad + " " + kSans + " /no/such.ttf", err());
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(countChar(r.out, '\n'), 1);  // the good font's line only
   std::string e = slurp(err());
@@ -111,7 +95,7 @@ TEST_F(FontvecFont, AFailingFontIsReportedAndTheRunGoesOn) {
 
 TEST_F(FontvecFont, KeepImagesKeepsTheFiftyNinePictures) {
   std::string keep = dir.path() + "/kept";
-  ToolRun r = fontvec(kSans + " --keep-images " + keep, err());
+  ToolRun r = runFontvec(kSans + " --keep-images " + keep, err());
   EXPECT_EQ(r.status, 0) << slurp(err());
   int count = 0;
   for (const auto& e : fs::directory_iterator(keep)) count += e.path().extension() == ".png";
@@ -120,9 +104,9 @@ TEST_F(FontvecFont, KeepImagesKeepsTheFiftyNinePictures) {
 }
 
 TEST_F(FontvecFont, ConfigFolderWithoutScriptIsRefused) {
-  ToolRun r = fontvec("--config " + dir.path() + " " + kSans, err());
+  ToolRun r = runFontvec("--config " + dir.path() + " " + kSans, err());
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(slurp(err()).find("no Script.scr"), std::string::npos);
-  r = fontvec("--format xml " + kSans, err());
+  r = runFontvec("--format xml " + kSans, err());
   EXPECT_EQ(r.status, 2);
 }

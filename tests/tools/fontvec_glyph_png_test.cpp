@@ -5,7 +5,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/wait.h>
 
 #include <png.h>
 
@@ -14,25 +13,10 @@
 
 #include "support/test_support.h"
 
+using testsupport::runFontvec;
+using testsupport::ToolRun;
+
 namespace {
-
-struct ToolRun {
-  int status;
-  std::string out;
-};
-
-ToolRun fontvec(const std::string& args) {
-  std::string command = std::string(FONTVEC_EXE) + " " + args + " 2>/dev/null";
-  FILE* p = popen(command.c_str(), "r");
-  ToolRun r{-1, ""};
-  if (p == nullptr) return r;
-  char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) r.out.append(buffer, n);
-  int status = pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
-}
 
 // Reads an 8-bit grey PNG through libpng; empty on failure or another kind.
 std::vector<unsigned char> readGrey(const std::string& path, unsigned* w,
@@ -63,7 +47,7 @@ TEST(FontvecGlyphPng, WritesTheGraymapInkDarkOnWhiteAndPrintsItsBox) {
   // 'l' of DejaVu Sans at 64 ppem: x 193..377 and y 0..1556 of 2048 units,
   // i.e. 6.03 .. 11.78 and 0 .. 48.625 px: columns 6 to 11, rows 0 to 48
   // (hi_y 48), 6 wide and 49 tall.
-  ToolRun r = fontvec("glyph " + kDejaVu + " --char U+006C --ppem 64 --png " + out);
+  ToolRun r = runFontvec("glyph " + kDejaVu + " --char U+006C --ppem 64 --png " + out);
   ASSERT_EQ(0, r.status);
   EXPECT_EQ("6 48 6 49\n", r.out);
   unsigned w = 0, h = 0;
@@ -84,9 +68,9 @@ TEST(FontvecGlyphPng, WritesTheGraymapInkDarkOnWhiteAndPrintsItsBox) {
 TEST(FontvecGlyphPng, SpaceGivesAnEmptyMapAndBadArgumentsAreRefused) {
   testsupport::TempDir dir;
   std::string out = dir.file("space.png");
-  ToolRun r = fontvec("glyph " + kDejaVu + " --char U+0020 --ppem 12 --png " + out);
+  ToolRun r = runFontvec("glyph " + kDejaVu + " --char U+0020 --ppem 12 --png " + out);
   ASSERT_EQ(0, r.status);
   EXPECT_EQ("0 0 0 0\n", r.out);
-  EXPECT_NE(0, fontvec("glyph " + kDejaVu + " --char U+0041 --ppem 12 --points --png " + out).status);
-  EXPECT_EQ(1, fontvec("glyph " + kDejaVu + " --char U+0041 --ppem 12 --png /no/such/dir/a.png").status);
+  EXPECT_NE(0, runFontvec("glyph " + kDejaVu + " --char U+0041 --ppem 12 --points --png " + out).status);
+  EXPECT_EQ(1, runFontvec("glyph " + kDejaVu + " --char U+0041 --ppem 12 --png /no/such/dir/a.png").status);
 }

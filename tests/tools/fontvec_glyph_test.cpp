@@ -2,7 +2,6 @@
 // packaged one, its point lines, advance line, errors and exit codes.
 #include <gtest/gtest.h>
 #include <stdio.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <string>
@@ -10,27 +9,8 @@
 #include "support/glyf_font.h"
 #include "support/test_support.h"
 
-namespace {
-
-struct ToolRun {
-  int status;
-  std::string out;
-};
-
-ToolRun fontvec(const std::string& args) {
-  std::string command = std::string(FONTVEC_EXE) + " " + args + " 2>/dev/null";
-  FILE* p = popen(command.c_str(), "r");
-  ToolRun r{-1, ""};
-  if (p == nullptr) return r;
-  char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) r.out.append(buffer, n);
-  int status = pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
-}
-
-}  // namespace
+using testsupport::runFontvec;
+using testsupport::ToolRun;
 
 TEST(FontvecGlyph, PrintsPointsByContourAndTheRoundedAdvance) {
   testsupport::TempDir dir;
@@ -42,18 +22,18 @@ TEST(FontvecGlyph, PrintsPointsByContourAndTheRoundedAdvance) {
 
   // 10 ppem at 1000 units: 0.64 26.6 units per font unit; advance 500
   // units = 5 pixels = 320.
-  ToolRun r = fontvec("glyph " + path + " --glyph 1 --ppem 10 --points");
+  ToolRun r = runFontvec("glyph " + path + " --glyph 1 --ppem 10 --points");
   EXPECT_EQ(0, r.status);
   EXPECT_EQ("0 0 on\n64 0 on\n32 64 off\nadvance: 320\n", r.out);
 
   // Two contours with a blank line between; 200 units = 128.
-  r = fontvec("glyph " + path + " --glyph 2 --ppem 10 --points --no-hints");
+  r = runFontvec("glyph " + path + " --glyph 2 --ppem 10 --points --no-hints");
   EXPECT_EQ(0, r.status);
   EXPECT_EQ("0 0 on\n64 0 on\n32 64 off\n\n128 0 on\n192 0 on\n160 64 off\n"
             "advance: 320\n",
             r.out);
 
-  r = fontvec("glyph " + path + " --glyph 0 --ppem 13 --points");
+  r = runFontvec("glyph " + path + " --glyph 0 --ppem 13 --points");
   EXPECT_EQ("advance: 448\n", r.out);  // 6.5 pixels round to 7
 }
 
@@ -61,26 +41,26 @@ TEST(FontvecGlyph, ARealGlyphAndTheRefusals) {
   const std::string font = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
   // Glyph 36 is "A": a contour of 3 points, a blank line, one of 8; then
   // the advance of 1401 units at 12 ppem, 8.2 -> 8 pixels.
-  ToolRun r = fontvec("glyph " + font + " --glyph 36 --ppem 12 --points");
+  ToolRun r = runFontvec("glyph " + font + " --glyph 36 --ppem 12 --points");
   EXPECT_EQ(0, r.status);
   EXPECT_EQ(3u + 1 + 8 + 1, (size_t)std::count(r.out.begin(), r.out.end(), '\n'));
   const std::string tail = "advance: 512\n";
   ASSERT_GE(r.out.size(), tail.size());
   EXPECT_EQ(tail, r.out.substr(r.out.size() - tail.size()));
 
-  EXPECT_EQ(1, fontvec("glyph " + font + " --glyph 60000 --ppem 12 --points").status);
-  EXPECT_EQ(1, fontvec("glyph /nonexistent.ttf --glyph 1 --ppem 12").status);
-  EXPECT_EQ(2, fontvec("glyph " + font + " --ppem 12").status);
-  EXPECT_EQ(2, fontvec("glyph " + font + " --glyph 1").status);
-  EXPECT_EQ(2, fontvec("glyph " + font + " --glyph 1 --ppem 0").status);
+  EXPECT_EQ(1, runFontvec("glyph " + font + " --glyph 60000 --ppem 12 --points").status);
+  EXPECT_EQ(1, runFontvec("glyph /nonexistent.ttf --glyph 1 --ppem 12").status);
+  EXPECT_EQ(2, runFontvec("glyph " + font + " --ppem 12").status);
+  EXPECT_EQ(2, runFontvec("glyph " + font + " --glyph 1").status);
+  EXPECT_EQ(2, runFontvec("glyph " + font + " --glyph 1 --ppem 0").status);
 }
 
 TEST(FontvecGlyph, CharactersGoThroughTheCharacterMap) {
   const std::string font = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
-  ToolRun byChar = fontvec("glyph " + font + " --char U+0041 --ppem 12 --points");
-  ToolRun byGlyph = fontvec("glyph " + font + " --glyph 36 --ppem 12 --points");
+  ToolRun byChar = runFontvec("glyph " + font + " --char U+0041 --ppem 12 --points");
+  ToolRun byGlyph = runFontvec("glyph " + font + " --glyph 36 --ppem 12 --points");
   EXPECT_EQ(0, byChar.status);
   EXPECT_EQ(byGlyph.out, byChar.out);
-  EXPECT_EQ(2, fontvec("glyph " + font + " --char 41 --ppem 12").status);
-  EXPECT_EQ(2, fontvec("glyph " + font + " --char U+41 --glyph 36 --ppem 12").status);
+  EXPECT_EQ(2, runFontvec("glyph " + font + " --char 41 --ppem 12").status);
+  EXPECT_EQ(2, runFontvec("glyph " + font + " --char U+41 --glyph 36 --ppem 12").status);
 }

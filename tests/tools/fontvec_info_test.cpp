@@ -2,7 +2,6 @@
 // its "key: value" lines, the engine's error on standard error, exit codes.
 #include <gtest/gtest.h>
 #include <stdio.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <string>
@@ -10,31 +9,11 @@
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
 
-namespace {
-
-struct ToolRun {
-  int status;
-  std::string out;
-};
-
-ToolRun fontvec(const std::string& args, const std::string& errFile = "") {
-  std::string command = std::string(FONTVEC_EXE) + " " + args + " 2>" +
-                        (errFile.empty() ? "/dev/null" : errFile);
-  FILE* p = popen(command.c_str(), "r");
-  ToolRun r{-1, ""};
-  if (p == nullptr) return r;
-  char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) r.out.append(buffer, n);
-  int status = pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
-}
-
-}  // namespace
+using testsupport::runFontvec;
+using testsupport::ToolRun;
 
 TEST(FontvecInfo, PrintsWhatTheLoaderReadOfARealFont) {
-  ToolRun r = fontvec("info /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
+  ToolRun r = runFontvec("info /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out,
             "faces: 1\n"
@@ -57,13 +36,13 @@ TEST(FontvecInfo, CollectionMembersAndCffContainers) {
   std::string ttc = dir.file("pair.ttc");
   testsupport::writeBytes(ttc, sfnt::asString(sfnt::buildCollection({a, b})));
 
-  ToolRun first = fontvec("info " + ttc);
+  ToolRun first = runFontvec("info " + ttc);
   EXPECT_EQ(first.status, 0);
   EXPECT_EQ(first.out,
             "faces: 2\nglyphs: 2\nunits_per_em: 1000\nbbox: -10 -200 600 800\n"
             "ascender: 800\ndescender: -200\noutlines: glyf\n"
             "family: Test\nstyle: Regular\nfull_name: Test Sans\n");
-  ToolRun second = fontvec("info --index 1 " + ttc);
+  ToolRun second = runFontvec("info --index 1 " + ttc);
   EXPECT_EQ(second.status, 0);
   EXPECT_EQ(second.out,
             "faces: 2\nglyphs: 7\nunits_per_em: 2048\nbbox: -5 -6 70 80\n"
@@ -72,13 +51,13 @@ TEST(FontvecInfo, CollectionMembersAndCffContainers) {
 
   std::string otf = dir.file("one.otf");
   testsupport::writeBytes(otf, sfnt::asString(sfnt::build(b)));
-  ToolRun cff = fontvec("info " + otf);
+  ToolRun cff = runFontvec("info " + otf);
   EXPECT_EQ(cff.status, 0);
   EXPECT_NE(cff.out.find("outlines: CFF\n"), std::string::npos);
 }
 
 TEST(FontvecInfo, StyleComesFromTheHeadStyleBits) {
-  ToolRun r = fontvec(
+  ToolRun r = runFontvec(
       "info /usr/share/fonts/truetype/dejavu/DejaVuSerif-BoldItalic.ttf");
   EXPECT_EQ(r.status, 0);
   // macStyle 3: bold and italic.
@@ -89,7 +68,7 @@ TEST(FontvecInfo, StyleComesFromTheHeadStyleBits) {
 
 TEST(FontvecInfo, KernListsEveryPairInTableOrder) {
   ToolRun r =
-      fontvec("info /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf --kern");
+      runFontvec("info /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf --kern");
   EXPECT_EQ(r.status, 0);
   // The first pairs of DejaVu Sans's format-0 subtable: glyph 16 is the
   // hyphen, 36 "A", 37 "B", 42 "G"; 2727 pairs in all.
@@ -97,11 +76,11 @@ TEST(FontvecInfo, KernListsEveryPairInTableOrder) {
   EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 2727);
 
   // A monospaced font has no kern table: no lines, success.
-  ToolRun mono = fontvec(
+  ToolRun mono = runFontvec(
       "info /usr/share/fonts/truetype/dejavu/DejaVuSansMono.ttf --kern");
   EXPECT_EQ(mono.status, 0);
   EXPECT_EQ(mono.out, "");
-  EXPECT_EQ(fontvec("info --kern --cmap a.ttf").status, 2);
+  EXPECT_EQ(runFontvec("info --kern --cmap a.ttf").status, 2);
 }
 
 TEST(FontvecInfo, RefusedFontsGiveTheEngineErrorAndExitOne) {
@@ -111,7 +90,7 @@ TEST(FontvecInfo, RefusedFontsGiveTheEngineErrorAndExitOne) {
   testsupport::writeBytes(ttc, sfnt::asString(sfnt::buildCollection(
                                    {sfnt::minimalGlyfFont(),
                                     sfnt::minimalGlyfFont()})));
-  ToolRun past = fontvec("info --index 2 " + ttc, err);
+  ToolRun past = runFontvec("info --index 2 " + ttc, err);
   EXPECT_EQ(past.status, 1);
   EXPECT_EQ(past.out, "");
   EXPECT_NE(testsupport::readBytes(err).find(
@@ -120,19 +99,19 @@ TEST(FontvecInfo, RefusedFontsGiveTheEngineErrorAndExitOne) {
 
   std::string empty = dir.file("empty.ttf");
   testsupport::writeBytes(empty, "");
-  EXPECT_EQ(fontvec("info " + empty, err).status, 1);
+  EXPECT_EQ(runFontvec("info " + empty, err).status, 1);
   EXPECT_NE(testsupport::readBytes(err).find("error 403"), std::string::npos);
 
-  EXPECT_EQ(fontvec("info " + dir.file("absent.ttf"), err).status, 1);
+  EXPECT_EQ(runFontvec("info " + dir.file("absent.ttf"), err).status, 1);
   EXPECT_NE(testsupport::readBytes(err).find("error 102"), std::string::npos);
 }
 
 TEST(FontvecInfo, UsageErrorsExitTwo) {
-  EXPECT_EQ(fontvec("info").status, 2);
-  EXPECT_EQ(fontvec("info a.ttf b.ttf").status, 2);
-  EXPECT_EQ(fontvec("info --index x a.ttf").status, 2);
-  EXPECT_EQ(fontvec("info --index -1 a.ttf").status, 2);
-  EXPECT_EQ(fontvec("info --bogus a.ttf").status, 2);
-  ToolRun help = fontvec("--help");
+  EXPECT_EQ(runFontvec("info").status, 2);
+  EXPECT_EQ(runFontvec("info a.ttf b.ttf").status, 2);
+  EXPECT_EQ(runFontvec("info --index x a.ttf").status, 2);
+  EXPECT_EQ(runFontvec("info --index -1 a.ttf").status, 2);
+  EXPECT_EQ(runFontvec("info --bogus a.ttf").status, 2);
+  ToolRun help = runFontvec("--help");
   EXPECT_NE(help.out.find("info FONT [--index N]"), std::string::npos);
 }

@@ -1,35 +1,16 @@
 // fontvec as a person runs it: the real binary, its output and exit codes.
 #include <gtest/gtest.h>
 #include <stdio.h>
-#include <sys/wait.h>
 
 #include <string>
 #include <vector>
 
 #include "support/test_support.h"
 
+using testsupport::runFontvec;
+using testsupport::ToolRun;
+
 namespace {
-
-struct ToolRun {
-  int status;
-  std::string out;
-};
-
-// Runs fontvec with the given arguments; standard error goes to `errFile`
-// when given, else is discarded.
-ToolRun fontvec(const std::string& args, const std::string& errFile = "") {
-  std::string command = std::string(FONTVEC_EXE) + " " + args + " 2>" +
-                        (errFile.empty() ? "/dev/null" : errFile);
-  FILE* p = popen(command.c_str(), "r");
-  ToolRun r{-1, ""};
-  if (p == nullptr) return r;
-  char buffer[4096];
-  size_t n;
-  while ((n = fread(buffer, 1, sizeof buffer, p)) > 0) r.out.append(buffer, n);
-  int status = pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
-}
 
 int countFields(const std::string& line) {
   int fields = 1;
@@ -44,14 +25,14 @@ TEST(FontvecMeasure, FixtureFoldersGiveTheLibraryLine) {
   for (const char* font :
        {"DejaVuSans", "DejaVuSans-Oblique", "LiberationSerif", "LiberationMono"}) {
     std::string folder = testsupport::fixturesDir() + "/" + font + "/Images";
-    ToolRun plain = fontvec("measure " + folder);
+    ToolRun plain = runFontvec("measure " + folder);
     EXPECT_EQ(plain.status, 0) << font;
     ASSERT_FALSE(plain.out.empty());
     EXPECT_EQ(countFields(plain.out), 58) << font;
     EXPECT_EQ(plain.out.back(), '\n');
     EXPECT_EQ(plain.out.find('\n'), plain.out.size() - 1);
 
-    ToolRun sum = fontvec("measure --checksum " + folder);
+    ToolRun sum = runFontvec("measure --checksum " + folder);
     EXPECT_EQ(sum.status, 0);
     EXPECT_EQ(countFields(sum.out), 59) << font;
     EXPECT_EQ(sum.out.substr(sum.out.find(',') + 1), plain.out);
@@ -61,21 +42,21 @@ TEST(FontvecMeasure, FixtureFoldersGiveTheLibraryLine) {
 TEST(FontvecMeasure, BadFoldersAndUsageFail) {
   testsupport::TempDir dir;
   std::string err = dir.file("err.txt");
-  ToolRun missing = fontvec("measure " + dir.file("absent"), err);
+  ToolRun missing = runFontvec("measure " + dir.file("absent"), err);
   EXPECT_EQ(missing.status, 1);
   EXPECT_EQ(missing.out, "");
   EXPECT_NE(testsupport::readBytes(err).find("not a folder"), std::string::npos);
 
-  EXPECT_EQ(fontvec("measure").status, 2);
-  EXPECT_EQ(fontvec("measure --bogus " + dir.path()).status, 2);
-  EXPECT_EQ(fontvec("measure a b").status, 2);
+  EXPECT_EQ(runFontvec("measure").status, 2);
+  EXPECT_EQ(runFontvec("measure --bogus " + dir.path()).status, 2);
+  EXPECT_EQ(runFontvec("measure a b").status, 2);
   // A first word that names no command is a font file: a missing one fails.
-  EXPECT_EQ(fontvec("no-such-command").status, 1);
-  EXPECT_EQ(fontvec("--bogus-option").status, 2);
+  EXPECT_EQ(runFontvec("no-such-command").status, 1);
+  EXPECT_EQ(runFontvec("--bogus-option").status, 2);
 }
 
 TEST(FontvecHelp, ListsTheCommands) {
-  ToolRun help = fontvec("--help");
+  ToolRun help = runFontvec("--help");
   EXPECT_EQ(help.status, 0);
   EXPECT_NE(help.out.find("usage: fontvec"), std::string::npos);
   EXPECT_NE(help.out.find("measure"), std::string::npos);
@@ -84,7 +65,7 @@ TEST(FontvecHelp, ListsTheCommands) {
 TEST(FontvecMeasure, NamesAndFormatsLayOutTheSameValues) {
   if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixture folders";
   std::string folder = testsupport::fixturesDir() + "/LiberationSerif/Images";
-  ToolRun line = fontvec("measure " + folder);
+  ToolRun line = runFontvec("measure " + folder);
   ASSERT_EQ(line.status, 0);
   std::vector<std::string> values;
   {
@@ -101,7 +82,7 @@ TEST(FontvecMeasure, NamesAndFormatsLayOutTheSameValues) {
   ASSERT_EQ(values.size(), 58u);
 
   // 58 lines "index name value", in the frozen order, with the line's digits.
-  ToolRun names = fontvec("measure --names " + folder);
+  ToolRun names = runFontvec("measure --names " + folder);
   EXPECT_EQ(names.status, 0);
   int lines = 0;
   for (char c : names.out) lines += c == '\n';
@@ -111,7 +92,7 @@ TEST(FontvecMeasure, NamesAndFormatsLayOutTheSameValues) {
   EXPECT_NE(names.out.find("\n57 FlareStemNess " + values[57] + "\n"),
             std::string::npos);
 
-  ToolRun csv = fontvec("measure --format csv " + folder);
+  ToolRun csv = runFontvec("measure --format csv " + folder);
   EXPECT_EQ(csv.status, 0);
   size_t header = csv.out.find('\n');
   ASSERT_NE(header, std::string::npos);
@@ -119,21 +100,21 @@ TEST(FontvecMeasure, NamesAndFormatsLayOutTheSameValues) {
   EXPECT_EQ(csv.out.substr(0, 16), "AvgGreyVal,COGX,");
   EXPECT_EQ(csv.out.substr(header + 1), line.out);
 
-  ToolRun json = fontvec("measure --checksum --format json " + folder);
+  ToolRun json = runFontvec("measure --checksum --format json " + folder);
   EXPECT_EQ(json.status, 0);
   EXPECT_EQ(json.out.substr(0, 13), "{\"checksum\": ");
   EXPECT_NE(json.out.find(", \"AvgGreyVal\": " + values[0] + ", "), std::string::npos);
   EXPECT_NE(json.out.find("\"FlareStemNess\": " + values[57] + "}\n"),
             std::string::npos);
 
-  EXPECT_EQ(fontvec("measure --format xml " + folder).status, 2);
-  EXPECT_EQ(fontvec("measure --format").status, 2);
+  EXPECT_EQ(runFontvec("measure --format xml " + folder).status, 2);
+  EXPECT_EQ(runFontvec("measure --format").status, 2);
 }
 
 TEST(FontvecMeasure, ARefusedFolderPrintsTheErrorText) {
   testsupport::TempDir dir;
   std::string err = dir.file("err.txt");
-  ToolRun empty = fontvec("measure " + dir.path(), err);
+  ToolRun empty = runFontvec("measure " + dir.path(), err);
   EXPECT_EQ(empty.status, 1);
   EXPECT_EQ(empty.out, "");
   EXPECT_EQ(testsupport::readBytes(err), "Error=8\n");
