@@ -337,10 +337,17 @@ FS_LONG load_fnt(FS_STATE* state, LFNT* lfnt) {
 
 /* ---- Server level ---- */
 
+// Checksum of a font image in memory, over its bytes up to the end of the
+// font's data (the whole image when no length is known); 0 for a file font.
+static FS_ULONG image_checksum(const FS_BYTE* memptr, FS_ULONG data_offset,
+                               FS_ULONG data_length) {
+  return FNTSET_checksum(memptr, data_length ? data_offset + data_length : 0);
+}
+
 LFNT* FS_SERVER_find_LFNT(FS_STATE* state, const FILECHAR* path,
                           FS_BYTE* memptr, FS_ULONG index,
                           FS_ULONG data_offset, FS_ULONG data_length) {
-  FS_ULONG sum = FNTSET_checksum(memptr, data_length ? data_offset + data_length : 0);
+  FS_ULONG sum = image_checksum(memptr, data_offset, data_length);
   for (LFNT* l = state->server->loaded_fonts; l; l = l->next)
     if (LFNT_same_font(l, path, memptr, index, data_offset, data_length, sum))
       return l;
@@ -365,7 +372,7 @@ LFNT* FS_SERVER_create_LFNT(FS_STATE* state, FS_BYTE fnt_type,
   lfnt->data_offset = data_offset;
   lfnt->data_length = data_length;
   lfnt->checksum =
-      FNTSET_checksum(memptr, data_length ? data_offset + data_length : 0);
+      image_checksum(memptr, data_offset, data_length);
   lfnt->index = index;
   lfnt->fnt_type = fnt_type;
   lfnt->fntset_refs = 0;
@@ -448,7 +455,7 @@ FNTSET* FS_SERVER_find_FNTSET(FS_STATE* state, const FILECHAR* path,
                               FS_BYTE* memptr, FS_ULONG index,
                               FS_ULONG data_offset, FS_ULONG data_length) {
   FS_ULONG sum =
-      FNTSET_checksum(memptr, data_length ? data_offset + data_length : 0);
+      image_checksum(memptr, data_offset, data_length);
   for (FNTSET* s = state->server->font_sets; s; s = s->next)
     if (FNTSET_same_font(s, path, memptr, index, data_offset, data_length, sum))
       return s;
@@ -477,7 +484,7 @@ FNTSET* FS_SERVER_create_FNTSET(FS_STATE* state, const FILECHAR* path,
   set->data_offset = data_offset;
   set->data_length = data_length;
   set->checksum =
-      FNTSET_checksum(memptr, data_length ? data_offset + data_length : 0);
+      image_checksum(memptr, data_offset, data_length);
 
   FS_BYTE type = fontfile_type(state, path, memptr, data_offset);
   if (type == FNT_TYPE_UNREADABLE) {
