@@ -165,7 +165,7 @@ TEST(GetFontFeatureVector, NullFolderGivesNullAndErrorOne) {
 class MeasuredFolder : public testing::Test {
  protected:
   void SetUp() override {
-    if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixture folders";
+    REQUIRE_FIXTURES();
     folder_ = testsupport::fixturesDir() + "/LiberationSerif/Images";
   }
   const char* folder() const { return folder_.c_str(); }

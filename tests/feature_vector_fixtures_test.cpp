@@ -47,15 +47,14 @@ std::map<std::string, double> valuesOf(const std::string& line) {
 class FixtureVectors : public testing::Test {
  protected:
   static void SetUpTestSuite() {
-    if (!testsupport::haveFixtures()) return;
-    for (const char* font : kFonts) vectors()[font] = valuesOf(lineOf(imagesOf(font)));
+        for (const char* font : kFonts) vectors()[font] = valuesOf(lineOf(imagesOf(font)));
   }
   static std::map<std::string, std::map<std::string, double>>& vectors() {
     static std::map<std::string, std::map<std::string, double>> v;
     return v;
   }
   void SetUp() override {
-    if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixture folders";
+    REQUIRE_FIXTURES();
   }
   static double value(const std::string& font, const std::string& name) {
     return vectors()[font][name];

@@ -569,7 +569,7 @@ double meanBorderPath(const std::string& font,
 }  // namespace
 
 TEST(FixtureFonts, StraightLettersWalkLessDiagonallyThanRoundOnes) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixtures";
+  REQUIRE_FIXTURES();
   for (const char* font : {"DejaVuSans", "DejaVuSans-Oblique",
                            "LiberationSerif", "LiberationMono"}) {
     double straight = meanBorderPath(font, {"70-F", "73-I", "76-L", "84-T"});
@@ -581,7 +581,7 @@ TEST(FixtureFonts, StraightLettersWalkLessDiagonallyThanRoundOnes) {
 }
 
 TEST(FixtureFonts, LeaningStemWalksDiagonally) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixtures";
+  REQUIRE_FIXTURES();
   // The upright I is a rectangle of whole pixels: its walk never steps
   // diagonally. The oblique's stem edges move one pixel every five rows or
   // so (11 degrees), and each move is a diagonal step on both sides.

@@ -244,7 +244,7 @@ TEST(CounterCloseness, OnlyColumnsCrossingThreeStrokesBeforeTheLastCount) {
 // two-storey a; Liberation Serif has a two-storey (looped) g, while DejaVu
 // Sans, its oblique and Liberation Mono have a one-storey g.
 TEST(LetterformsOnFixtures, TwoStoreyFlagsMatchTheFonts) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixture folders";
+  REQUIRE_FIXTURES();
   struct Case {
     const char* font;
     bool twoStoreyG;

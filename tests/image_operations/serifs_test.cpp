@@ -592,14 +592,14 @@ double minSerif(const std::string& font) {
 }  // namespace
 
 TEST(FixtureFonts, TheSerifFontWidensItsStemEndsMoreThanTheSansFonts) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixtures";
+  REQUIRE_FIXTURES();
   const double serif = minSerif("LiberationSerif");
   EXPECT_GT(serif, minSerif("DejaVuSans"));
   EXPECT_GT(serif, minSerif("DejaVuSans-Oblique"));
 }
 
 TEST(FixtureFonts, OnlyTheSerifFontHasBracketsOnItsH) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixtures";
+  REQUIRE_FIXTURES();
   for (const char* font : {"DejaVuSans", "LiberationSerif"}) {
     double s = 0.0, g = 0.0;
     subSerifType(fixtureImage(font, "104-hlar").c_str(), 0.0, &s, &g);

@@ -254,7 +254,7 @@ TEST(StdDevAvgGrey, IsAVarianceTimesOneHundred) {
 // rows below, so the ink height is the picture's height less 5: U and X of
 // DejaVu Sans are 58 and 57 pixels tall, of the Liberation fonts 53 and 52.
 TEST(SizeMetricsOnFixtures, CapitalHeightsMatchTheInk) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixture folders";
+  REQUIRE_FIXTURES();
   struct Case {
     const char* font;
     double u, x;
@@ -270,7 +270,7 @@ TEST(SizeMetricsOnFixtures, CapitalHeightsMatchTheInk) {
 }
 
 TEST(SizeMetricsOnFixtures, OnlyTheMonospacedFontHasEqualStringWidths) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixture folders";
+  REQUIRE_FIXTURES();
   auto mono = [](const char* font) {
     std::string images = testsupport::fixturesDir() + "/" + font + "/Images";
     return isMonoSpaced((images + "/font_b.png").c_str(),

@@ -450,20 +450,20 @@ const char* const kFixtureFonts[] = {"DejaVuSans", "DejaVuSans-Oblique",
 }  // namespace
 
 TEST(FixtureFonts, ObliqueSkewIsTheItalicAngleLeaningRight) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixtures";
+  REQUIRE_FIXTURES();
   // The font's italic angle is -11 (post table); leaning right is positive
   // here. Within 2 degrees.
   EXPECT_NEAR(trimmedSkew("DejaVuSans-Oblique"), 11, 2);
 }
 
 TEST(FixtureFonts, UprightFontsHaveNoSkew) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixtures";
+  REQUIRE_FIXTURES();
   for (const char* font : {"DejaVuSans", "LiberationSerif", "LiberationMono"})
     EXPECT_LE(abs(trimmedSkew(font)), 1) << font;
 }
 
 TEST(FixtureFonts, StrokeWidthRanksAsTheStemsInk) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixtures";
+  REQUIRE_FIXTURES();
   // Stems of these fonts lie within a pixel of each other; pairs whose stem
   // ink differs by more than a quarter pixel must be ordered alike, closer
   // pairs are within anti-aliasing noise. At least four pairs are compared

@@ -429,7 +429,7 @@ double fixtureSkew(const std::string& images) {
 }
 
 TEST(StyleClassesTest, ClassExamplesScoreOnTheClassSideOfTextFonts) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixture folders";
+  REQUIRE_FIXTURES();
   Files files;
   Picture cut = roundC();
   cut.fillRect(11, 0, 13, 65, kWhite);

@@ -208,18 +208,26 @@ std::string readBytes(const std::string& path) {
   return s.str();
 }
 
-std::string fixturesDir() {
-#ifdef FIXTURES_DIR
-  return FIXTURES_DIR;
-#else
-  return "../shared/fixtures";
-#endif
-}
+std::string fixturesDir() { return FIXTURES_DIR; }
 
-bool haveFixtures() {
-  struct stat st;
-  return stat((fixturesDir() + "/DejaVuSans/Images/65-A.png").c_str(), &st) ==
-         0;
+namespace {
+const char* const kFixtureFonts[] = {"DejaVuSans", "DejaVuSans-Oblique",
+                                     "LiberationSerif", "LiberationMono"};
+// The first fixture picture that is not there, or "".
+std::string firstMissingFixture() {
+  for (const char* font : kFixtureFonts) {
+    std::string png = fixturesDir() + "/" + font + "/Images/111-olar.png";
+    struct stat st;
+    if (stat(png.c_str(), &st) != 0) return png;
+  }
+  return "";
+}
+}  // namespace
+
+bool haveFixtures() { return firstMissingFixture().empty(); }
+
+std::string missingFixtures() {
+  return "missing fixture picture " + firstMissingFixture();
 }
 
 }  // namespace testsupport

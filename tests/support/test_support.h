@@ -112,10 +112,15 @@ ToolRun runFontvec(const std::string& args, const std::string& errFile = "");
 void writeBytes(const std::string& path, const std::string& bytes);
 std::string readBytes(const std::string& path);
 
-// The folder of fixture image folders shipped beside the project, and whether
-// it is there.
+// The folder of fixture image folders (one per font, each with Images/), and
+// whether the pictures are there. Tests that read them start with
+// REQUIRE_FIXTURES(): missing pictures fail the test, naming what is missing.
 std::string fixturesDir();
 bool haveFixtures();
+std::string missingFixtures();
+
+#define REQUIRE_FIXTURES() \
+  ASSERT_TRUE(testsupport::haveFixtures()) << testsupport::missingFixtures()
 
 }  // namespace testsupport
 

@@ -21,7 +21,7 @@ int countFields(const std::string& line) {
 }  // namespace
 
 TEST(FontvecMeasure, FixtureFoldersGiveTheLibraryLine) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixture folders";
+  REQUIRE_FIXTURES();
   for (const char* font :
        {"DejaVuSans", "DejaVuSans-Oblique", "LiberationSerif", "LiberationMono"}) {
     std::string folder = testsupport::fixturesDir() + "/" + font + "/Images";
@@ -63,7 +63,7 @@ TEST(FontvecHelp, ListsTheCommands) {
 }
 
 TEST(FontvecMeasure, NamesAndFormatsLayOutTheSameValues) {
-  if (!testsupport::haveFixtures()) GTEST_SKIP() << "no fixture folders";
+  REQUIRE_FIXTURES();
   std::string folder = testsupport::fixturesDir() + "/LiberationSerif/Images";
   ToolRun line = runFontvec("measure " + folder);
   ASSERT_EQ(line.status, 0);
