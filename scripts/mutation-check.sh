@@ -44,10 +44,19 @@ copy_tree() {
   if git -C "$source_dir" rev-parse --git-dir >/dev/null 2>&1; then
     git -C "$source_dir" ls-files -co --exclude-standard >"$list"
   else
-    (cd "$source_dir" && find . -type f -not -path './build*' -not -path './.git/*') >"$list"
+    (cd "$source_dir" && find . -type f -not -path './build*' -not -path './.git/*' | sed 's|^\./||') >"$list"
   fi
-  rsync -a --checksum --delete --files-from="$list" "$source_dir/" "$tree/" 2>/dev/null ||
-    (cd "$source_dir" && tar cf - -T "$list") | (cd "$tree" && tar xf -)
+  local f
+  while IFS= read -r f; do
+    [ -f "$source_dir/$f" ] || continue
+    if ! cmp -s "$source_dir/$f" "$tree/$f"; then
+      mkdir -p "$tree/$(dirname "$f")"
+      cp "$source_dir/$f" "$tree/$f"  # a fresh time: the build must see it
+    fi
+  done <"$list"
+  # files the source no longer has (a merged test file) leave the copy too
+  (cd "$tree" && find . -type f | sed 's|^\./||' | sort) |
+    comm -23 - <(sort "$list") | while IFS= read -r f; do rm -f "$tree/$f"; done
 }
 
 build_tree() {
