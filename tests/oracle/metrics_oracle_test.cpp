@@ -58,7 +58,7 @@ class MetricsOracle : public ::testing::Test {
   void SetUp() override {
     ASSERT_EQ(FT_Init_FreeType(&lib), 0);
     files = fontFiles();
-    if (files.empty()) GTEST_SKIP() << "no DejaVu or Liberation fonts";
+    ASSERT_FALSE(files.empty()) << "no DejaVu or Liberation fonts: install fonts-dejavu-core and fonts-liberation2";
   }
   void TearDown() override { FT_Done_FreeType(lib); }
   FT_Library lib = nullptr;
