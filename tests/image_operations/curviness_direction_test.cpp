@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <math.h>
 
+#include <array>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -13,42 +15,38 @@
 
 using testsupport::kBlack;
 using testsupport::kWhite;
+using testsupport::measureDrawn;
 using testsupport::Picture;
 using testsupport::savePicture;
 using testsupport::TempDir;
-using testsupport::writePicture;
 
 namespace {
 
-// The four census shares of a file, in the order dir0, dir45, dir90, dir135.
-struct Shares {
-  double dir0 = 7, dir45 = 7, dir90 = 7, dir135 = 7;
-};
+using Measure = std::function<double(const char*)>;
 
-Shares sharesOf(const std::string& path) {
-  Shares s;
-  dirAttributes(path.c_str(), &s.dir0, &s.dir45, &s.dir90, &s.dir135);
-  return s;
+void expectValue(double got, double want, const std::string& why) {
+  if (std::isnan(want))
+    EXPECT_TRUE(std::isnan(got)) << why << ": " << got;
+  else
+    EXPECT_DOUBLE_EQ(got, want) << why;
 }
 
-// A solid 20 by 20 square, pixels 2..21 both ways, in a 26 by 26 picture. Its
-// 76 border pixels are its outline, 19 steps a side.
+// A solid square, pixels 2..21 both ways: 76 border pixels, 19 steps a side.
 Picture square() {
   Picture p(26, 26);
   p.fillRect(2, 2, 21, 21);
   return p;
 }
 
-// A disc of radius 20 about (24, 24) in a 50 by 50 picture.
+// A disc of radius 20 about (24, 24).
 Picture disc() {
   Picture p(50, 50);
   p.fillEllipse(24, 24, 20, 20);
   return p;
 }
 
-// A square ring: outside 2..12, hole 5..9, strokes 3 thick. Its outer
-// outline has 40 pixels, the outline of the hole 24 (the ring 4..10 round
-// it); the pixels between are inside the strokes.
+// A square ring: outside 2..12, hole 5..9. Outer outline 40 pixels, the
+// hole's outline (the ring 4..10) 24.
 Picture squareRing() {
   Picture p(16, 16);
   p.fillRect(2, 2, 12, 12);
@@ -56,8 +54,8 @@ Picture squareRing() {
   return p;
 }
 
-// A "/" bar three pixels across, rows 2..9, ink where x + y is 11, 12 or 13.
-// Every one of its 24 pixels touches white, so all are border pixels.
+// A "/" bar three across, rows 2..9, ink where x + y is 11..13: all 24 of
+// its pixels are border pixels.
 Picture risingBar() {
   Picture p(14, 14);
   for (int y = 2; y <= 9; y++)
@@ -65,529 +63,334 @@ Picture risingBar() {
   return p;
 }
 
-// A horizontal bar three pixels high: rows 3..5, columns 2..17. Border
-// pixels: rows 3 and 5 whole (16 each) and the two ends of row 4: 34.
+// Rows 3..5, columns 2..17: 34 border pixels (rows 3 and 5, the ends of 4).
 Picture horizontalBar() {
   Picture p(20, 9);
   p.fillRect(2, 3, 17, 5);
   return p;
 }
 
-}  // namespace
-
-// ----- direction census -----------------------------------------------------
-
-TEST(DirectionCensus, HorizontalBarCountsItsLongSidesHorizontal) {
-  TempDir dir;
-  Shares s = sharesOf(savePicture(dir, horizontalBar()));
-  // Rows 3 and 5 without their ends pass W-E: 14 + 14 = 28 dir0. The two ends
-  // of row 4 pass N-S: dir90, leaving code 3. Ends fitting no test count in
-  // the class of the code left last: (2,3) with the starting code 2 and
-  // (17,3) and (17,5) after W-E (code 2) are dir90; (2,5) follows the N-S of
-  // (17,4), code 3, and is dir135. dir0 28, dir90 5, dir135 1, of 34.
-  EXPECT_DOUBLE_EQ(s.dir0, 28.0 / 34);
-  EXPECT_DOUBLE_EQ(s.dir45, 0.0);
-  EXPECT_DOUBLE_EQ(s.dir90, 5.0 / 34);
-  EXPECT_DOUBLE_EQ(s.dir135, 1.0 / 34);
-}
-
-TEST(DirectionCensus, RisingDiagonalBarCountsMostlyNeSw) {
-  TempDir dir;
-  Shares s = sharesOf(savePicture(dir, risingBar()));
-  // Rows 3..8: each pixel has ink of the same x + y at upper right and lower
-  // left, so NE-SW takes all 18. Row 2: (10,2) passes W-E; its ends fit no
-  // test and count in class 2 (the starting code, then W-E's code): dir90.
-  // Row 9: (2,9) follows NE-SW's code 0 and counts dir0, (3,9) passes W-E,
-  // (4,9) follows code 2: dir90. dir45 18, dir0 3, dir90 3, of 24.
-  EXPECT_DOUBLE_EQ(s.dir0, 3.0 / 24);
-  EXPECT_DOUBLE_EQ(s.dir45, 18.0 / 24);
-  EXPECT_DOUBLE_EQ(s.dir90, 3.0 / 24);
-  EXPECT_DOUBLE_EQ(s.dir135, 0.0);
-}
-
-TEST(DirectionCensus, PixelFittingNoTestCountsInTheClassNumberedByTheLastCode) {
-  // A one-pixel "\" line (k, k), k = 2..9. (2,2) fits nothing and counts in
-  // class 2 (dir90); (3,3)..(8,8) pass NW-SE (dir135, code 1); (9,9) fits
-  // nothing and counts in class 1, dir45, not in the dir135 that left code 1.
+// A one-pixel "\" line (k, k), k = 2..9.
+Picture backslash() {
   Picture p(12, 12);
   for (int k = 2; k <= 9; k++) p.set(k, k, kBlack);
-  TempDir dir;
-  Shares s = sharesOf(savePicture(dir, p));
-  EXPECT_DOUBLE_EQ(s.dir0, 0.0);
-  EXPECT_DOUBLE_EQ(s.dir45, 1.0 / 8);
-  EXPECT_DOUBLE_EQ(s.dir90, 1.0 / 8);
-  EXPECT_DOUBLE_EQ(s.dir135, 6.0 / 8);
+  return p;
 }
 
-TEST(DirectionCensus, SquareOutlineSplitsBetweenHorizontalAndVertical) {
-  TempDir dir;
-  Shares s = sharesOf(savePicture(dir, square()));
-  // Top and bottom rows without corners: 18 + 18 dir0. Side columns without
-  // corners pass N-S: 36 dir90. Corners fit nothing: (2,2), (21,2) and
-  // (21,21) follow code 2 (dir90), (2,21) follows the N-S of (21,20) (dir135).
-  EXPECT_DOUBLE_EQ(s.dir0, 36.0 / 76);
-  EXPECT_DOUBLE_EQ(s.dir45, 0.0);
-  EXPECT_DOUBLE_EQ(s.dir90, 39.0 / 76);
-  EXPECT_DOUBLE_EQ(s.dir135, 1.0 / 76);
-}
-
-TEST(DirectionCensus, BufferFormsReturnTheBorderCountAndFillTheMapInMode1) {
-  Picture p = square();
-  std::map<int, int> pixels;
-  double d0, d45, d90, d135;
-  EXPECT_EQ(dirAttributes_FromBuff(p.pixels.data(), &d0, &d45, &d90, &d135,
-                                   p.width, p.height),
-            76);
-  EXPECT_EQ(dirAttributes_FromBuff_curv(p.pixels.data(), &d0, &d45, &d90,
-                                        &d135, p.width, p.height, 10.0, pixels,
-                                        0),
-            76);
-  EXPECT_TRUE(pixels.empty());
-  EXPECT_EQ(dirAttributes_FromBuff_curv(p.pixels.data(), &d0, &d45, &d90,
-                                        &d135, p.width, p.height, 10.0, pixels,
-                                        1),
-            76);
-  EXPECT_EQ(pixels.size(), 76u);
-  EXPECT_EQ(pixels.count(combine(2, 2)), 1u);
-  EXPECT_EQ(pixels.count(combine(21, 13)), 1u);
-  EXPECT_EQ(pixels.count(combine(3, 3)), 0u);  // inside the square
-  EXPECT_EQ(pixels[combine(21, 21)], 1);
-  // The height is truncated: 2.9 rows of a 3-row picture are 2, whose both
-  // rows are first or last, so every ink pixel is a border pixel.
-  Picture solid(4, 3, kBlack);
-  EXPECT_EQ(dirAttributes_FromBuff(solid.pixels.data(), &d0, &d45, &d90,
-                                   &d135, 4, 2.9),
-            8);
-}
-
-TEST(DirectionCensus, NullBufferGivesMinusOneAndNoCount) {
-  std::map<int, int> pixels;
-  double d0 = 0, d45 = 0, d90 = 0, d135 = 0;
-  EXPECT_EQ(dirAttributes_FromBuff(NULL, &d0, &d45, &d90, &d135, 10, 10.0), 0);
-  EXPECT_EQ(d0, -1.0);
-  EXPECT_EQ(d45, -1.0);
-  EXPECT_EQ(d90, -1.0);
-  EXPECT_EQ(d135, -1.0);
-  d0 = d45 = d90 = d135 = 0;
-  EXPECT_EQ(dirAttributes_FromBuff_curv(NULL, &d0, &d45, &d90, &d135, 10, 10.0,
-                                        1.0, pixels, 1),
-            0);
-  EXPECT_EQ(d0 + d45 + d90 + d135, -4.0);
-  EXPECT_TRUE(pixels.empty());
-}
-
-TEST(Curviness, NarrowStrokeOrderPrefersHorizontalOverDiagonal) {
-  TempDir dir;
-  std::string bar = savePicture(dir, risingBar());
-  // Wide order: 18 of 24 border pixels diagonal (see the census above).
-  EXPECT_DOUBLE_EQ(getCurviness(bar.c_str(), 0.0, 5.0), 0.75);
-  EXPECT_DOUBLE_EQ(getCurviness(bar.c_str(), 0.0, 3.0), 0.75);
-  // Below 3.0 W-E is tried first and takes the middle pixel of rows 3..8;
-  // their outer pixels (x + y = 11, 13) still pass only NE-SW: 12 of 24.
-  EXPECT_DOUBLE_EQ(getCurviness(bar.c_str(), 0.0, 2.9), 0.5);
-}
-
-TEST(Curviness, SquareIsNearlyStraightAndDiscIsCurved) {
-  TempDir dir;
-  // The square's census, in either order: only the corner (2,21) diagonal.
-  std::string sq = savePicture(dir, "square.png", square());
-  EXPECT_DOUBLE_EQ(getCurviness(sq.c_str(), 0.0, 0.0), 1.0 / 76);
-  EXPECT_DOUBLE_EQ(getCurviness(sq.c_str(), 0.0, 5.0), 1.0 / 76);
-  // A circle's outline runs diagonal over a good part of its length: in each
-  // eighth of a turn about 0.29 r of its 0.71 r pixels step diagonally, and
-  // on a disc diagonal neighbours line up along the rim from about 22.5 to
-  // 67.5 degrees, half the turn.
-  std::string round = savePicture(dir, "disc.png", disc());
-  EXPECT_GT(getCurviness(round.c_str(), 0.0, 0.0), 0.25);
-  EXPECT_LT(getCurviness(round.c_str(), 0.0, 0.0), 0.75);
-  EXPECT_GT(getCurviness(round.c_str(), 0.0, 5.0), 0.25);
-}
-
-// ----- contour walks --------------------------------------------------------
-
-TEST(BorderPathCurviness, SquareWalksWithoutDiagonalStepsAndTurnsThreeTimes) {
-  TempDir dir;
-  std::string sq = savePicture(dir, square());
-  EXPECT_DOUBLE_EQ(curviness_borderPath(sq.c_str(), 0.0, 1), 0.0);
-  // The walk starts at (2,2) going down; the corners at (2,21), (21,21) and
-  // (21,2) turn by 2, 2 and 6 direction indices; the closing step onto (2,2)
-  // is not a turn. 3 sharp turns over 76 walked pixels.
-  EXPECT_DOUBLE_EQ(curviness_borderPath(sq.c_str(), 0.0, 2), 300.0 / 76);
-  EXPECT_EQ(curviness_borderPath(sq.c_str(), 0.0, 3), -1.0);
-  EXPECT_EQ(curviness_borderPath(sq.c_str(), 0.0, 0), -1.0);
-}
-
-TEST(BorderPathCurviness, DiscStepsDiagonallyAlongAboutATenthToAHalf) {
-  TempDir dir;
-  std::string round = savePicture(dir, disc());
-  // The outline of a digital circle steps diagonally on sqrt(2) - 1 = 0.41 of
-  // its steps; dividing by all border pixels, a few more than steps where the
-  // rim is two pixels thick diagonally, lowers that somewhat.
-  double value = curviness_borderPath(round.c_str(), 0.0, 1);
-  EXPECT_GT(value, 0.3);
-  EXPECT_LT(value, 0.42);
-}
-
-TEST(BorderPathCurviness, WalksEveryContourOfARing) {
-  TempDir dir;
-  std::string ring = savePicture(dir, squareRing());
-  EXPECT_DOUBLE_EQ(curviness_borderPath(ring.c_str(), 0.0, 1), 0.0);
-  // The outer outline (40 pixels, 3 sharp turns), then from the lowest
-  // unwalked key (4,4) the hole's outline (24 pixels): down, right at (4,10),
-  // up at (10,10), left at (10,4): 3 more. 6 * 100 / 64.
-  EXPECT_DOUBLE_EQ(curviness_borderPath(ring.c_str(), 0.0, 2), 600.0 / 64);
-}
-
-TEST(BorderPathCurviness, DeskewingALeaningShapeStraightensItsWalk) {
-  // A parallelogram of 10 by 20 leaning one pixel per row: the shear by 45
-  // degrees moves each row by a whole pixel and gives an upright rectangle.
+// 10 by 20 leaning one pixel per row: a 45 degree shear stands it upright.
+Picture leaningBlock() {
   Picture p(44, 26);
   p.fillSheared(4, 13, 3, 22, 1.0);
-  TempDir dir;
-  std::string path = savePicture(dir, p);
-  EXPECT_DOUBLE_EQ(curviness_borderPath(path.c_str(), 45.0, 1), 0.0);
-  // Upright rectangle census: only its lower left corner counts diagonal,
-  // of 2 * 10 + 2 * 18 = 56 border pixels.
-  EXPECT_DOUBLE_EQ(getCurviness(path.c_str(), 45.0, 5.0), 1.0 / 56);
-  // As drawn it has 92 border pixels: 10 in the top and bottom rows, and in
-  // each of the 18 rows between the end pixels and their inner neighbours,
-  // which touch white diagonally. The outer walk steps diagonally 19 times
-  // down each long side: at least 38 / 92 = 0.41.
-  EXPECT_GT(curviness_borderPath(path.c_str(), 0.0, 1), 0.41);
-}
-
-TEST(BorderPathCurviness, GetCurviRatioEmptiesTheBorderMap) {
-  Picture p = square();
-  std::map<int, int> border, walked;
-  double d0, d45, d90, d135;
-  dirAttributes_FromBuff_curv(p.pixels.data(), &d0, &d45, &d90, &d135, p.width,
-                              p.height, 10.0, border, 1);
-  int sharp = -1;
-  EXPECT_DOUBLE_EQ(getCurviRatio(p.pixels.data(), walked, border, p.width,
-                                 p.height, 2, 2, sharp),
-                   0.0);
-  EXPECT_TRUE(border.empty());
-  EXPECT_EQ(walked.size(), 76u);
-  EXPECT_EQ(sharp, 3);
-  // Nothing to walk: 0 / 0.
-  EXPECT_TRUE(std::isnan(getCurviRatio(p.pixels.data(), walked, border,
-                                       p.width, p.height, 2, 2, sharp)));
-  EXPECT_EQ(sharp, 0);
-}
-
-TEST(OuterBorderMap, HoldsTheOutermostPixelsOfEachRowOnly) {
-  Picture p = squareRing();
-  std::map<int, int> outer;
-  outer[combine(0, 0)] = 1;  // entries already there stay
-  // Rows 2 and 12: 11 pixels each from the left scan. Rows 3..11: the left
-  // scan takes column 2 and stops on the inner pixel at 3, the right scan
-  // takes 12 and stops at 11: 2 each. 22 + 18.
-  EXPECT_EQ(getOuterBorderMap(p.pixels.data(), p.width, p.height, outer), 40);
-  EXPECT_EQ(outer.size(), 41u);
-  EXPECT_EQ(outer.count(combine(7, 2)), 1u);
-  EXPECT_EQ(outer.count(combine(12, 7)), 1u);
-  EXPECT_EQ(outer.count(combine(4, 4)), 0u);  // on the hole's outline
-  EXPECT_EQ(outer.count(combine(7, 4)), 0u);
-  EXPECT_EQ(getOuterBorderMap(NULL, p.width, p.height, outer), 0);
-}
-
-TEST(OuterBorderMap, RightScanStopsAtTheFirstWhiteAfterInk) {
-  // Row 1 of a 10 by 3 picture: ink at 1..2 and 5..8. The left scan enters 1
-  // and 2 (first row: border by position) and stops on the white at 3; the
-  // right scan passes 9, enters 8, 7, 6, 5 and stops on the white at 4.
-  Picture p(10, 3);
-  p.fillRect(1, 1, 2, 1);
-  p.fillRect(5, 1, 8, 1);
-  std::map<int, int> outer;
-  EXPECT_EQ(getOuterBorderMap(p.pixels.data(), p.width, p.height, outer), 6);
-  // A row of three runs: the middle one is reached by neither scan.
-  Picture q(12, 3);
-  q.fillRect(1, 1, 2, 1);
-  q.fillRect(5, 1, 6, 1);
-  q.fillRect(9, 1, 10, 1);
-  outer.clear();
-  EXPECT_EQ(getOuterBorderMap(q.pixels.data(), q.width, q.height, outer), 4);
-  EXPECT_EQ(outer.count(combine(5, 1)), 0u);
-}
-
-// ----- edginess -------------------------------------------------------------
-
-TEST(Edginess, SquareCornersTurnAndDiscDoesNot) {
-  TempDir dir;
-  // minY is 2, so walks start at (2, r) for rows r = 4..8, each going down,
-  // round the square and back up to (2, r - 1): 75 steps. Angles are taken
-  // with 3.14159265, a little below pi, so they come out 1.1e-9 times too
-  // large, and a change of exactly 45 degrees passes the test "> 45.0".
-  // A corner reached after s steps: with s % 4 == 2 the window across it
-  // goes 2 + 2 steps at 45 degrees, which differs by 45 from the windows
-  // before and after: 2 counts; otherwise the change is 90 or 71.6 on one
-  // side only: 1 count. Corners at steps 21 - r, 40 - r and 59 - r; the
-  // last one, at 78 - r, counts only for r = 8 (2 + 2 steps in window 72).
-  // r = 4: 17, 36, 55: 3. r = 5: 16, 35, 54: 4. r = 6: 15, 34, 53: 4.
-  // r = 7: 14, 33, 52: 4. r = 8: 13, 32, 51, 70: 4. 19 / 5.
-  std::string sq = savePicture(dir, "square.png", square());
-  EXPECT_DOUBLE_EQ(getEdginess(sq.c_str(), 0.0), 3.8);
-  // Along a disc of radius 20 the direction turns by 4 / 20 rad, about 11
-  // degrees, per window; the pixel staircase adds at most about 27 degrees
-  // (between windows of 4 straight and 3 + 1 steps and back), never past 45.
-  std::string round = savePicture(dir, "disc.png", disc());
-  EXPECT_DOUBLE_EQ(getEdginess(round.c_str(), 0.0), 0.0);
-}
-
-TEST(Edginess, WalkCountsTurnsOfTheFoldedAngle) {
-  // One walk round the square from (2,4): corners at steps 17, 36 and 55.
-  Picture p = square();
-  std::map<int, int> outer, walked;
-  getOuterBorderMap(p.pixels.data(), p.width, p.height, outer);
-  EXPECT_DOUBLE_EQ(
-      getEdignessCurv(p.pixels.data(), walked, outer, p.width, p.height, 2, 4),
-      3.0);
-  EXPECT_EQ(walked[combine(2, 4)], 1);  // the start, taken from the outer map
-  EXPECT_TRUE(outer.empty());           // the walk went all round
-}
-
-// ----- stroke crossings -----------------------------------------------------
-
-TEST(Intersections, PlusSignCarriesTheInkStateFromLineToLine) {
-  // Box 3..20 both ways: W = H = 18, steps 18 / 6 - 1 = 2, so columns and
-  // rows 5, 7, 9, 11, 13. Arms 4 thick: columns 10..13, rows 10..13.
-  Picture p(24, 24);
-  p.fillRect(10, 3, 13, 20);
-  p.fillRect(3, 10, 20, 13);
-  TempDir dir;
-  int int_x = -1, int_y = -1;
-  getIntersections(savePicture(dir, p).c_str(), &int_x, &int_y);
-  // Lines 5, 7 and 9 cross one arm: 2 each, 6 on either side. Column 11 lies
-  // in the vertical arm: ink from its start (7) and never white, so the
-  // state stays "looking for white" through row 11, column 13 and row 13,
-  // which lie in the arms, all ink: no more changes.
-  EXPECT_EQ(int_x, 6);
-  EXPECT_EQ(int_y, 7);
-}
-
-TEST(Intersections, BoxyOCountsBothStrokesOfEachLine) {
-  // Outside 3..20, hole 7..16: strokes 4 thick. Column 5 and row 5 lie in the
-  // strokes: column 5 enters ink at once (1) and ends on it, so row 5 finds
-  // nothing. Columns and rows 7..13 then leave the first stroke into the hole
-  // and enter the second: 2 each, 4 lines.
-  Picture p(24, 24);
-  p.fillRect(3, 3, 20, 20);
-  p.fillRect(7, 7, 16, 16, kWhite);
-  TempDir dir;
-  int int_x = -1, int_y = -1;
-  getIntersections(savePicture(dir, p).c_str(), &int_x, &int_y);
-  EXPECT_EQ(int_x, 8);
-  EXPECT_EQ(int_y, 9);
-}
-
-TEST(Intersections, RowScansStartAtMinYInsteadOfMinX) {
-  // The plus sign moved down: box x 3..20, y 9..26; vertical arm columns
-  // 10..13, horizontal arm rows 16..19. Rows 11, 13, 15 are read at x 9..26
-  // and cross the vertical arm: 2 each. Column 11 ends on ink; row 17, in
-  // the horizontal arm, is read from x 9 and meets white at 21, past the
-  // arm's end (1); column 13 re-enters (1) and row 19 leaves at 21 again
-  // (1). Read from minX (x 3..20) rows 17 and 19 would be all ink.
-  Picture p(30, 30);
-  p.fillRect(10, 9, 13, 26);
-  p.fillRect(3, 16, 20, 19);
-  TempDir dir;
-  int int_x = -1, int_y = -1;
-  getIntersections(savePicture(dir, p).c_str(), &int_x, &int_y);
-  EXPECT_EQ(int_x, 8);
-  EXPECT_EQ(int_y, 8);
-}
-
-TEST(Intersections, FractionalRowShiftsTheScanSideways) {
-  // A vertical stem, columns 13..16, rows 4..25, in a 30-wide picture: box
-  // W = 4, H = 22. Columns truncate(13 + (4 / 6 - 1) m + 0.02) are 12, 12,
-  // 12, 11, 11: all white. Rows minY + (22 / 6 - 1) m = 6.67, 9.33, 12,
-  // 14.67, 17.33, times 30, give flat starts 200, 280, 360, 440, 520; with
-  // minY + x, x = 0..3, the scans read columns 24..27 of row 6, 14..17 of row
-  // 9, 4..7 of row 12, 24..27 of row 14 and 14..17 of row 17. Rows 9 and 17
-  // cross the stem (enter at 14, leave at 17): 2 each. Read from the rows'
-  // starts at minY, columns 4..7, they would all be white.
-  Picture p(30, 30);
-  p.fillRect(13, 4, 16, 25);
-  TempDir dir;
-  int int_x = -1, int_y = -1;
-  getIntersections(savePicture(dir, p).c_str(), &int_x, &int_y);
-  EXPECT_EQ(int_x, 4);
-  EXPECT_EQ(int_y, 0);
-}
-
-// ----- symmetry -------------------------------------------------------------
-
-namespace {
-
-// An L in a 10 by 10 box at (2, 2): stem columns 0..2, foot rows 7..9.
-Picture letterL() {
-  Picture p(14, 14);
-  p.fillRect(2, 2, 4, 11);
-  p.fillRect(2, 9, 11, 11);
   return p;
 }
 
-// A T in a 10 by 10 box at (2, 2): bar rows 0..2, stem columns 3..6.
-Picture letterT() {
-  Picture p(14, 14);
-  p.fillRect(2, 2, 11, 4);
-  p.fillRect(5, 5, 8, 11);
+Picture rects(int w, int h, std::initializer_list<std::array<int, 5>> list) {
+  Picture p(w, h);
+  for (auto r : list) p.fillRect(r[0], r[1], r[2], r[3], r[4] ? kBlack : kWhite);
   return p;
-}
-
-// The 10 by 10 box of a picture as its own picture.
-std::vector<uint32_t> boxOf(const Picture& p) {
-  std::vector<uint32_t> box;
-  for (int y = 2; y < 12; y++)
-    for (int x = 2; x < 12; x++) box.push_back(p.at(x, y));
-  return box;
 }
 
 }  // namespace
 
-TEST(Symmetry, LetterLMatchesPartlyUnderEitherSymmetry) {
-  // Width 10: pairs of columns (5,4), (6,3), (7,2), (8,1), (9,0) in 10 rows.
-  // Mirror: rows 0..6 match at (5,4) and (6,3) only (7 * 2), the foot rows
-  // 7..9 everywhere (3 * 5): 29 of 50. Half turn, row y against row 9 - y:
-  // rows 0..2 against the foot match nowhere, rows 3..6 against stem rows at
-  // (5,4) and (6,3) (4 * 2), foot rows against rows 2..0 at (7,2), (8,1) and
-  // (9,0) (3 * 3): 17 of 50.
-  Picture l = letterL();
-  std::vector<uint32_t> box = boxOf(l);
-  EXPECT_DOUBLE_EQ(symmetryValue(box.data(), 10, 10, 0), 29.0 / 50);
-  EXPECT_DOUBLE_EQ(symmetryValue(box.data(), 10, 10, 1), 17.0 / 50);
-  TempDir dir;
-  EXPECT_DOUBLE_EQ(getSymmetry(savePicture(dir, l).c_str(), 0.0), 29.0 / 50);
-}
-
-TEST(Symmetry, SymmetricShapesScoreOne) {
-  TempDir dir;
-  // A T mirrors onto itself.
-  Picture t = letterT();
-  std::vector<uint32_t> box = boxOf(t);
-  EXPECT_DOUBLE_EQ(symmetryValue(box.data(), 10, 10, 0), 1.0);
-  EXPECT_DOUBLE_EQ(getSymmetry(savePicture(dir, "t.png", t).c_str(), 0.0), 1.0);
-  // Two squares at opposite corners map onto each other under a half turn,
-  // and not at all in the mirror: the larger, 1.0, is taken.
-  Picture z(14, 14);
-  z.fillRect(2, 2, 6, 6);
-  z.fillRect(7, 7, 11, 11);
-  box = boxOf(z);
-  EXPECT_DOUBLE_EQ(symmetryValue(box.data(), 10, 10, 1), 1.0);
-  EXPECT_DOUBLE_EQ(symmetryValue(box.data(), 10, 10, 0), 0.0);
-  EXPECT_DOUBLE_EQ(getSymmetry(savePicture(dir, "z.png", z).c_str(), 0.0), 1.0);
-}
-
-TEST(Symmetry, OddWidthLeavesTheOutermostColumnsUncompared) {
-  // Width 5: refX 2, corr 0, x from 1 while x < 2: only columns 3 and 1.
-  std::vector<uint32_t> row = {0x000000, 0xFFFFFF, 0xFFFFFF, 0xFFFFFF,
-                               0xFFFFFF};
-  EXPECT_DOUBLE_EQ(symmetryValue(row.data(), 5, 1, 0), 1.0);
-  // Darkness 0.2 against white is still a match; 0.3 is not.
-  row = {0xFFFFFF, 0xCCCCCC, 0xFFFFFF, 0xFFFFFF, 0xFFFFFF};
-  EXPECT_DOUBLE_EQ(symmetryValue(row.data(), 5, 1, 0), 1.0);
-  row = {0xFFFFFF, 0xB3B3B3, 0xFFFFFF, 0xFFFFFF, 0xFFFFFF};
-  EXPECT_DOUBLE_EQ(symmetryValue(row.data(), 5, 1, 0), 0.0);
-  // Width 1 compares nothing.
-  uint32_t one = 0x000000;
-  EXPECT_TRUE(std::isnan(symmetryValue(&one, 1, 1, 0)));
-  EXPECT_TRUE(std::isnan(symmetryValue(NULL, 4, 4, 0)));
-}
-
-// ----- failure values -------------------------------------------------------
-
-TEST(FailureValues, BlankPictureGivesNotANumberForTheRatios) {
-  TempDir dir;
-  std::string blank = savePicture(dir, Picture(20, 20));
-  EXPECT_TRUE(std::isnan(getCurviness(blank.c_str(), 0.0, 0.0)));
-  EXPECT_TRUE(std::isnan(curviness_borderPath(blank.c_str(), 0.0, 1)));
-  Shares s = sharesOf(blank);
-  EXPECT_TRUE(std::isnan(s.dir0) && std::isnan(s.dir45) &&
-              std::isnan(s.dir90) && std::isnan(s.dir135));
-  EXPECT_EQ(getEdginess(blank.c_str(), 0.0), 0.0);
-  // The 2 by 2 box of a blank picture is white, all alike.
-  EXPECT_EQ(getSymmetry(blank.c_str(), 0.0), 1.0);
-  int int_x = 7, int_y = 9;
-  getIntersections(blank.c_str(), &int_x, &int_y);
-  EXPECT_EQ(int_x, 0);
-  EXPECT_EQ(int_y, 0);
-  // Tiny pictures: the blank box 1..0 reaches past their edge.
-  std::string tiny = savePicture(dir, "tiny.png", Picture(1, 1));
-  EXPECT_EQ(getEdginess(tiny.c_str(), 0.0), 0.0);
-  EXPECT_EQ(getSymmetry(tiny.c_str(), 0.0), 1.0);
-  getIntersections(tiny.c_str(), &int_x, &int_y);
-  EXPECT_EQ(int_x + int_y, 0);
-}
-
-TEST(FailureValues, MissingFileGivesTheFixedValues) {
-  TempDir dir;
-  std::string missing = dir.file("missing.png");
-  EXPECT_EQ(getCurviness(missing.c_str(), 0.0, 0.0), 0.0);
-  EXPECT_EQ(curviness_borderPath(missing.c_str(), 0.0, 1), 0.0);
-  EXPECT_EQ(curviness_borderPath(missing.c_str(), 5.0, 2), 0.0);
-  Shares s = sharesOf(missing);
-  EXPECT_EQ(s.dir0, -1.0);
-  EXPECT_EQ(s.dir45, -1.0);
-  EXPECT_EQ(s.dir90, -1.0);
-  EXPECT_EQ(s.dir135, -1.0);
-  EXPECT_EQ(getSymmetry(missing.c_str(), 0.0), 0.0);
-  EXPECT_EQ(getEdginess(missing.c_str(), 3.0), 0.0);
-  int int_x = 7, int_y = 9;
-  getIntersections(missing.c_str(), &int_x, &int_y);
-  EXPECT_EQ(int_x, 7);
-  EXPECT_EQ(int_y, 9);
-}
-
-TEST(FailureValues, InkToEveryEdgeEndsEveryWalk) {
-  // A solid picture: all edge pixels are border pixels by position, and
-  // steps past the side edges wrap to the neighbouring row.
-  Picture solid(12, 10, kBlack);
-  TempDir dir;
-  std::string path = savePicture(dir, solid);
-  Shares s = sharesOf(path);
-  EXPECT_DOUBLE_EQ(s.dir0 + s.dir45 + s.dir90 + s.dir135, 1.0);
-  EXPECT_GE(curviness_borderPath(path.c_str(), 0.0, 1), 0.0);
-  EXPECT_GE(getEdginess(path.c_str(), 0.0), 0.0);
-}
-
-// ----- fixtures -------------------------------------------------------------
-
-namespace {
-
-std::string fixture(const std::string& font, const std::string& name) {
-  return testsupport::fixturesDir() + "/" + font + "/Images/" + name + ".png";
-}
-
-double meanBorderPath(const std::string& font,
-                      const std::vector<std::string>& names) {
-  double sum = 0.0;
-  for (const std::string& name : names)
-    sum += curviness_borderPath(fixture(font, name).c_str(), 0.0, 1);
-  return sum / names.size();
-}
-
-}  // namespace
-
-TEST(FixtureFonts, StraightLettersWalkLessDiagonallyThanRoundOnes) {
-  REQUIRE_FIXTURES();
-  for (const char* font : {"DejaVuSans", "DejaVuSans-Oblique",
-                           "LiberationSerif", "LiberationMono"}) {
-    double straight = meanBorderPath(font, {"70-F", "73-I", "76-L", "84-T"});
-    double round =
-        meanBorderPath(font, {"79-O", "111-o", "99-c", "101-e", "115-s"});
-    EXPECT_LT(straight, round) << font;
-    EXPECT_GT(straight, 0.0) << font;  // anti-aliased edges step now and then
+// In the census, a pixel that fits no direction test counts in the class
+// numbered by the code the last passing test left (0 NE-SW, 1 NW-SE, 2 W-E,
+// 3 N-S; 2 at the start), not in that test's own class.
+TEST(DirectionCensus, SharesOfTheFourDirections) {
+  struct Row {
+    const char* why;
+    Picture pic;
+    double d0, d45, d90, d135;
+  } rows[] = {
+      // Rows 3 and 5 less their ends pass W-E: 28. The ends of row 4 pass
+      // N-S. (2,3), (17,3), (17,5) follow code 2: dir90; (2,5) follows the
+      // N-S of (17,4), code 3: dir135.
+      {"horizontal bar", horizontalBar(), 28.0 / 34, 0, 5.0 / 34, 1.0 / 34},
+      // Rows 3..8 pass NE-SW: 18. Row 2: (10,2) W-E, its ends follow code 2.
+      // Row 9: (2,9) follows NE-SW (code 0), (3,9) W-E, (4,9) code 2.
+      {"rising bar", risingBar(), 3.0 / 24, 18.0 / 24, 3.0 / 24, 0},
+      // (3,3)..(8,8) NW-SE; (2,2) code 2; (9,9) follows code 1: dir45.
+      {"backslash", backslash(), 0, 1.0 / 8, 1.0 / 8, 6.0 / 8},
+      // Sides less corners: 36 W-E, 36 N-S. Corners (2,2), (21,2), (21,21)
+      // follow code 2; (2,21) follows the N-S of (21,20).
+      {"square", square(), 36.0 / 76, 0, 39.0 / 76, 1.0 / 76},
+      {"blank: 0 / 0", Picture(20, 20), NAN, NAN, NAN, NAN},
+  };
+  for (const Row& r : rows) {
+    double d[4] = {7, 7, 7, 7};
+    measureDrawn(r.pic, [&](const char* f) {
+      dirAttributes(f, &d[0], &d[1], &d[2], &d[3]);
+      return 0.0;
+    });
+    expectValue(d[0], r.d0, r.why);
+    expectValue(d[1], r.d45, r.why);
+    expectValue(d[2], r.d90, r.why);
+    expectValue(d[3], r.d135, r.why);
   }
 }
 
-TEST(FixtureFonts, LeaningStemWalksDiagonally) {
-  REQUIRE_FIXTURES();
-  // The upright I is a rectangle of whole pixels: its walk never steps
-  // diagonally. The oblique's stem edges move one pixel every five rows or
-  // so (11 degrees), and each move is a diagonal step on both sides.
-  EXPECT_EQ(curviness_borderPath(fixture("DejaVuSans", "73-I").c_str(), 0.0, 1),
+TEST(DirectionCensus, BufferFormsCountBorderPixelsAndFillTheMapInMode1) {
+  Picture p = square();
+  std::map<int, int> pixels;
+  double d[4];
+  EXPECT_EQ(dirAttributes_FromBuff(p.pixels.data(), &d[0], &d[1], &d[2], &d[3],
+                                   26, 26),
+            76);
+  for (int mode : {0, 1}) {
+    EXPECT_EQ(dirAttributes_FromBuff_curv(p.pixels.data(), &d[0], &d[1], &d[2],
+                                          &d[3], 26, 26, 10.0, pixels, mode),
+              76);
+    EXPECT_EQ(pixels.size(), mode ? 76u : 0u);  // mode 1 fills the map
+  }
+  EXPECT_EQ(pixels.count(combine(21, 13)), 1u);
+  EXPECT_EQ(pixels.count(combine(3, 3)), 0u);  // inside
+  // The height is truncated: 2.9 rows are 2, all border rows: 8 pixels.
+  Picture solid(4, 3, kBlack);
+  EXPECT_EQ(dirAttributes_FromBuff(solid.pixels.data(), &d[0], &d[1], &d[2],
+                                   &d[3], 4, 2.9),
+            8);
+  // No buffer: 0 pixels and -1 shares.
+  pixels.clear();
+  EXPECT_EQ(dirAttributes_FromBuff(NULL, &d[0], &d[1], &d[2], &d[3], 10, 10), 0);
+  EXPECT_EQ(d[0] + d[1] + d[2] + d[3], -4.0);
+  EXPECT_EQ(dirAttributes_FromBuff_curv(NULL, &d[0], &d[1], &d[2], &d[3], 10,
+                                        10, 1.0, pixels, 1),
+            0);
+  EXPECT_TRUE(pixels.empty());
+}
+
+TEST(Curviness, CensusAndBorderWalkValues) {
+  auto census = [](double skew, double stroke) -> Measure {
+    return [=](const char* f) { return getCurviness(f, skew, stroke); };
+  };
+  auto walk = [](double skew, int mode) -> Measure {
+    return [=](const char* f) { return curviness_borderPath(f, skew, mode); };
+  };
+  struct Row {
+    const char* why;
+    Picture pic;
+    Measure measure;
+    double expected;
+  } rows[] = {
+      {"bar, wide stroke order: 18 of 24 diagonal", risingBar(), census(0, 5), 0.75},
+      {"bar, stroke 3.0 is still wide", risingBar(), census(0, 3), 0.75},
+      // Below 3.0 W-E is tried first and takes the middle of rows 3..8.
+      {"bar, narrow stroke order", risingBar(), census(0, 2.9), 0.5},
+      {"square: only the corner (2,21)", square(), census(0, 0), 1.0 / 76},
+      {"square, wide order alike", square(), census(0, 5), 1.0 / 76},
+      // Upright: 2 * 10 + 2 * 18 border pixels, the lower left corner diagonal.
+      {"deskewed block census", leaningBlock(), census(45, 5), 1.0 / 56},
+      {"blank census: 0 / 0", Picture(20, 20), census(0, 0), NAN},
+      {"square walk: no diagonal step", square(), walk(0, 1), 0},
+      // From (2,2) down: corners (2,21), (21,21), (21,2) turn by 2, 2, 6
+      // indices; the closing step is no turn. 3 * 100 / 76.
+      {"square walk: sharp turns", square(), walk(0, 2), 300.0 / 76},
+      {"unknown mode 3", square(), walk(0, 3), -1},
+      {"unknown mode 0", square(), walk(0, 0), -1},
+      {"ring walk", squareRing(), walk(0, 1), 0},
+      // Outer outline (40, 3 turns), then from the lowest unwalked key (4,4)
+      // the hole's (24): down, right at (4,10), up at (10,10), left at (10,4).
+      {"ring walks both contours", squareRing(), walk(0, 2), 600.0 / 64},
+      {"deskewed block walks straight", leaningBlock(), walk(45, 1), 0},
+      {"blank walk: 0 / 0", Picture(20, 20), walk(0, 1), NAN},
+  };
+  for (const Row& r : rows) expectValue(measureDrawn(r.pic, r.measure), r.expected, r.why);
+
+  // A circle's outline steps diagonally along about half its turn; its walk
+  // on sqrt(2) - 1 = 0.41 of its steps, lowered a little by the pixels where
+  // the rim is two thick.
+  double discCensus = measureDrawn(disc(), census(0, 0));
+  EXPECT_GT(discCensus, 0.25);
+  EXPECT_LT(discCensus, 0.75);
+  EXPECT_GT(measureDrawn(disc(), census(0, 5)), 0.25);
+  double discWalk = measureDrawn(disc(), walk(0, 1));
+  EXPECT_GT(discWalk, 0.3);
+  EXPECT_LT(discWalk, 0.42);
+  // The block as drawn steps diagonally 19 times down each long side of 92
+  // border pixels: at least 38 / 92.
+  EXPECT_GT(measureDrawn(leaningBlock(), walk(0, 1)), 0.41);
+}
+
+TEST(ContourWalks, CurviRatioEmptiesTheMapAndOuterMapKeepsRowEnds) {
+  Picture p = square();
+  std::map<int, int> border, walked;
+  double d[4];
+  dirAttributes_FromBuff_curv(p.pixels.data(), &d[0], &d[1], &d[2], &d[3], 26,
+                              26, 10.0, border, 1);
+  int sharp = -1;
+  EXPECT_EQ(getCurviRatio(p.pixels.data(), walked, border, 26, 26, 2, 2, sharp), 0.0);
+  EXPECT_TRUE(border.empty());
+  EXPECT_EQ(walked.size(), 76u);
+  EXPECT_EQ(sharp, 3);
+  // Nothing left to walk: 0 / 0.
+  EXPECT_TRUE(std::isnan(getCurviRatio(p.pixels.data(), walked, border, 26, 26, 2, 2, sharp)));
+  EXPECT_EQ(sharp, 0);
+
+  struct Row {
+    const char* why;
+    Picture pic;
+    int expected;
+  } rows[] = {
+      // Rows 2 and 12: 11 each from the left scan; rows 3..11: the left
+      // scan takes column 2, the right scan 12, each stopping on inner ink.
+      {"ring: 22 + 18", squareRing(), 40},
+      // Ink 1..2 and 5..8 on row 1: the left scan stops on the white at 3,
+      // the right scan takes 8..5 and stops at 4.
+      {"two runs", rects(10, 3, {{1, 1, 2, 1, 1}, {5, 1, 8, 1, 1}}), 6},
+      {"middle of three runs unreached",
+       rects(12, 3, {{1, 1, 2, 1, 1}, {5, 1, 6, 1, 1}, {9, 1, 10, 1, 1}}), 4},
+  };
+  for (Row& r : rows) {
+    std::map<int, int> outer;
+    outer[combine(0, 0)] = 1;  // entries already there stay
+    EXPECT_EQ(getOuterBorderMap(r.pic.pixels.data(), r.pic.width, r.pic.height, outer),
+              r.expected)
+        << r.why;
+    EXPECT_EQ(outer.size(), r.expected + 1u) << r.why;
+    EXPECT_EQ(outer.count(combine(4, 4)), 0u) << r.why;
+  }
+  std::map<int, int> outer;
+  EXPECT_EQ(getOuterBorderMap(NULL, 16, 16, outer), 0);
+}
+
+TEST(Edginess, SquareCornersTurnAndDiscDoesNot) {
+  // Walks start at (2, r), r = 4..8, and go 75 steps round. Angles use
+  // 3.14159265, so exactly 45 degrees passes "> 45.0". A corner after s
+  // steps counts 2 when s % 4 == 2 (2 + 2 steps at 45 degrees in a window),
+  // else 1. Corners at 21 - r, 40 - r, 59 - r, and 78 - r for r = 8 only:
+  // r = 4: 3; r = 5, 6, 7, 8: 4 each. 19 / 5.
+  EXPECT_DOUBLE_EQ(measureDrawn(square(), [](const char* f) { return getEdginess(f, 0); }),
+                   3.8);
+  // A radius of 20 turns 11 degrees a window; the staircase adds at most 27.
+  EXPECT_EQ(measureDrawn(disc(), [](const char* f) { return getEdginess(f, 0); }), 0.0);
+  // One walk from (2,4): corners at steps 17, 36, 55.
+  Picture p = square();
+  std::map<int, int> outer, walked;
+  getOuterBorderMap(p.pixels.data(), 26, 26, outer);
+  EXPECT_DOUBLE_EQ(getEdignessCurv(p.pixels.data(), walked, outer, 26, 26, 2, 4), 3.0);
+  EXPECT_EQ(walked[combine(2, 4)], 1);
+  EXPECT_TRUE(outer.empty());
+}
+
+TEST(Intersections, StrokeCrossingsAlongSixColumnsAndRows) {
+  struct Row {
+    const char* why;
+    Picture pic;
+    int x, y;
+  } rows[] = {
+      // Box 3..20: lines 5, 7, 9, 11, 13. Lines 5..9 cross one arm (2 each);
+      // column 11 lies in the arm, so the state stays "looking for white".
+      {"plus sign", rects(24, 24, {{10, 3, 13, 20, 1}, {3, 10, 20, 13, 1}}), 6, 7},
+      // Column 5 enters ink at once (1), row 5 finds nothing; lines 7..13
+      // leave the first stroke and enter the second (2 each).
+      {"boxy O", rects(24, 24, {{3, 3, 20, 20, 1}, {7, 7, 16, 16, 0}}), 8, 9},
+      // Moved down (y 9..26): rows are read from x = minY = 9, so rows 17
+      // and 19 in the horizontal arm meet white at 21 past its end.
+      {"rows start at minY", rects(30, 30, {{10, 9, 13, 26, 1}, {3, 16, 20, 19, 1}}), 8, 8},
+      // Stem 13..16, rows 4..25: columns (int)(13 + (4/6 - 1) m + 0.02) are
+      // white; rows 6.67, 9.33, 12, ... times 30 plus minY start mid-row, so
+      // rows 9 and 17 are read at columns 14..17 and cross the stem.
+      {"fractional rows shift sideways", rects(30, 30, {{13, 4, 16, 25, 1}}), 4, 0},
+      {"blank", Picture(20, 20), 0, 0},
+      {"1 x 1 blank: the box reaches past the edge", Picture(1, 1), 0, 0},
+  };
+  for (const Row& r : rows) {
+    int x = 7, y = 9;
+    measureDrawn(r.pic, [&](const char* f) {
+      getIntersections(f, &x, &y);
+      return 0.0;
+    });
+    EXPECT_EQ(x, r.x) << r.why;
+    EXPECT_EQ(y, r.y) << r.why;
+  }
+}
+
+TEST(Symmetry, MirrorAndHalfTurnMatchesOfBoxPixels) {
+  auto boxOf = [](const Picture& p) {  // the 10 x 10 box at (2, 2)
+    std::vector<uint32_t> box;
+    for (int y = 2; y < 12; y++)
+      for (int x = 2; x < 12; x++) box.push_back(p.at(x, y));
+    return box;
+  };
+  Picture l = rects(14, 14, {{2, 2, 4, 11, 1}, {2, 9, 11, 11, 1}});
+  Picture t = rects(14, 14, {{2, 2, 11, 4, 1}, {5, 5, 8, 11, 1}});
+  Picture z = rects(14, 14, {{2, 2, 6, 6, 1}, {7, 7, 11, 11, 1}});
+  const uint32_t W = 0xFFFFFF;
+  struct Row {
+    const char* why;
+    std::vector<uint32_t> buf;
+    int w, h, mode;
+    double expected;
+  } rows[] = {
+      // Column pairs (5,4) .. (9,0). Mirror: stem rows 0..6 match at (5,4)
+      // and (6,3), foot rows 7..9 everywhere: 14 + 15 of 50. Half turn: rows
+      // 3..6 at two pairs, foot rows against rows 2..0 at three: 8 + 9.
+      {"L mirrored", boxOf(l), 10, 10, 0, 29.0 / 50},
+      {"L half turned", boxOf(l), 10, 10, 1, 17.0 / 50},
+      {"T mirrored", boxOf(t), 10, 10, 0, 1},
+      {"opposite squares half turned", boxOf(z), 10, 10, 1, 1},
+      {"opposite squares mirrored", boxOf(z), 10, 10, 0, 0},
+      // Width 5: only columns 3 and 1 are compared.
+      {"odd width: outer columns unseen", {0, W, W, W, W}, 5, 1, 0, 1},
+      {"darkness 0.2 matches white", {W, 0xCCCCCC, W, W, W}, 5, 1, 0, 1},
+      {"darkness 0.3 does not", {W, 0xB3B3B3, W, W, W}, 5, 1, 0, 0},
+      {"width 1 compares nothing", {0}, 1, 1, 0, NAN},
+      {"no buffer", {}, 4, 4, 0, NAN},
+  };
+  for (Row& r : rows)
+    expectValue(symmetryValue(r.buf.empty() ? NULL : r.buf.data(), r.w, r.h, r.mode),
+                r.expected, r.why);
+  // The file form takes the larger; a blank box is white and all alike.
+  auto sym = [](const char* f) { return getSymmetry(f, 0); };
+  EXPECT_DOUBLE_EQ(measureDrawn(l, sym), 29.0 / 50);
+  EXPECT_DOUBLE_EQ(measureDrawn(t, sym), 1.0);
+  EXPECT_DOUBLE_EQ(measureDrawn(z, sym), 1.0);
+  EXPECT_EQ(measureDrawn(Picture(20, 20), sym), 1.0);
+  EXPECT_EQ(measureDrawn(Picture(1, 1), sym), 1.0);
+}
+
+TEST(FailureValues, MissingFilesBlankAndEdgeToEdgeInk) {
+  TempDir dir;
+  const char* missing = "/nonexistent/missing.png";
+  EXPECT_EQ(getCurviness(missing, 0, 0), 0.0);
+  EXPECT_EQ(curviness_borderPath(missing, 0, 1), 0.0);
+  EXPECT_EQ(curviness_borderPath(missing, 5, 2), 0.0);
+  EXPECT_EQ(getSymmetry(missing, 0), 0.0);
+  EXPECT_EQ(getEdginess(missing, 3), 0.0);
+  double d[4] = {0, 0, 0, 0};
+  dirAttributes(missing, &d[0], &d[1], &d[2], &d[3]);
+  EXPECT_EQ(d[0] + d[1] + d[2] + d[3], -4.0);  // -1 each
+  int x = 7, y = 9;
+  getIntersections(missing, &x, &y);
+  EXPECT_EQ(x * 10 + y, 79);  // left alone
+  EXPECT_EQ(measureDrawn(Picture(20, 20), [](const char* f) { return getEdginess(f, 0); }),
             0.0);
-  EXPECT_GT(curviness_borderPath(
-                fixture("DejaVuSans-Oblique", "73-I").c_str(), 0.0, 1),
-            0.1);
+  EXPECT_EQ(measureDrawn(Picture(1, 1), [](const char* f) { return getEdginess(f, 0); }), 0.0);
+  // Ink to every edge: all edge pixels are border pixels by position and
+  // steps past the sides wrap to the next row; every walk still ends.
+  std::string solid = savePicture(dir, Picture(12, 10, kBlack));
+  dirAttributes(solid.c_str(), &d[0], &d[1], &d[2], &d[3]);
+  EXPECT_DOUBLE_EQ(d[0] + d[1] + d[2] + d[3], 1.0);
+  EXPECT_GE(curviness_borderPath(solid.c_str(), 0, 1), 0.0);
+  EXPECT_GE(getEdginess(solid.c_str(), 0), 0.0);
+}
+
+// Straight letters walk less diagonally than round ones, though anti-aliased
+// edges step now and then. The upright I is whole pixels and never steps
+// diagonally; the oblique's stem edges move a pixel every five rows or so.
+TEST(FixtureFonts, StraightRoundAndLeaningLettersWalkAsDrawn) {
+  REQUIRE_FIXTURES();
+  auto walk = [](const std::string& font, const char* name) {
+    std::string f = testsupport::fixturesDir() + "/" + font + "/Images/" + name + ".png";
+    return curviness_borderPath(f.c_str(), 0.0, 1);
+  };
+  for (const char* font : {"DejaVuSans", "DejaVuSans-Oblique", "LiberationSerif",
+                           "LiberationMono"}) {
+    double straight = 0, round = 0;
+    for (const char* n : {"70-F", "73-I", "76-L", "84-T"}) straight += walk(font, n) / 4;
+    for (const char* n : {"79-O", "111-o", "99-c", "101-e", "115-s"}) round += walk(font, n) / 5;
+    EXPECT_LT(straight, round) << font;
+    EXPECT_GT(straight, 0.0) << font;
+  }
+  EXPECT_EQ(walk("DejaVuSans", "73-I"), 0.0);
+  EXPECT_GT(walk("DejaVuSans-Oblique", "73-I"), 0.1);
 }
