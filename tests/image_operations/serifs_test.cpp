@@ -37,125 +37,88 @@ void expectRows(const std::vector<Row>& rows) {
     EXPECT_NEAR(measureDrawn(r.pic, r.measure), r.expected, 1e-12) << r.why;
 }
 
+// A glyph of box w x h from rectangles {x0, y0, x1, y1} in box positions.
+Glyph glyph(int w, int h, std::initializer_list<std::array<int, 4>> list) {
+  Glyph g(w, h);
+  for (auto r : list) g.rect(r[0], r[1], r[2], r[3]);
+  return g;
+}
+
 // The letter leaning right a pixel per row, so that a 45 degree shear about
 // the middle row (refY = height / 2) moves each row back by y - refY.
 Picture leaning(const Picture& upright) {
   const int h = upright.height, refY = h / 2;
   Picture out(upright.width + 2 * h, h);
   for (int y = 0; y < h; y++)
-    for (int x = 0; x < upright.width; x++)
-      out.set(x + (refY - y) + h, y, upright.at(x, y));
+    for (int x = 0; x < upright.width; x++) out.set(x + (refY - y) + h, y, upright.at(x, y));
   return out;
 }
 
-// T: bar 30 wide on rows 0..5, stem of 8 (columns 11..18) to row 39.
-Glyph sansT() {
-  Glyph g(30, 40);
-  g.rect(0, 0, 29, 5);
-  g.rect(11, 6, 18, 39);
-  return g;
-}
-
-// I of box width 20: stem columns 6..13, slabs of 20 on rows 0..3 and 36..39.
-Glyph slabI(bool slabs) {
-  Glyph g(20, 40);
-  g.rect(6, 0, 13, 39);
-  if (slabs) {
-    g.rect(0, 0, 19, 3);
-    g.rect(0, 36, 19, 39);
-  }
-  return g;
-}
-
-// I of a stem of `stem` columns whose bottom four rows widen to `foot`.
+// T: bar 30 wide on rows 0..5, stem of 8 (columns 11..18). I of box width 20:
+// stem 6..13, with slabs of 20 on rows 0..3 and 36..39. I of a stem of `stem`
+// whose bottom four rows widen to `foot`. L: stem x0..x0 + 7, foot of 30 on
+// rows 34..39, a head serif of `head` columns on rows 0..3.
+Glyph sansT() { return glyph(30, 40, {{0, 0, 29, 5}, {11, 6, 18, 39}}); }
+Glyph slabI() { return glyph(20, 40, {{6, 0, 13, 39}, {0, 0, 19, 3}, {0, 36, 19, 39}}); }
 Glyph footedI(int stem, int foot) {
-  Glyph g(foot, 40);
   const int left = (foot - stem) / 2;
-  g.rect(left, 0, left + stem - 1, 39);
-  g.rect(0, 36, foot - 1, 39);
-  return g;
+  return glyph(foot, 40, {{left, 0, left + stem - 1, 39}, {0, 36, foot - 1, 39}});
 }
-
-// L: stem columns `x0`..x0 + 7, foot of 30 on rows 34..39, and a head serif
-// of `head` columns on rows 0..3 when head > 0.
 Glyph letterL(int x0, int head) {
-  Glyph g(30, 40);
-  g.rect(x0, 0, x0 + 7, 39);
-  g.rect(0, 34, 29, 39);
-  if (head > 0) g.rect(0, 0, head - 1, 3);
+  Glyph g = glyph(30, 40, {{x0, 0, x0 + 7, 39}, {0, 34, 29, 39}});
+  if (head) g.rect(0, 0, head - 1, 3);
   return g;
 }
 
-// h of box 64 x 64: left stem columns 6..13, arch bar rows 24..31, right stem
-// 50..57, foot serifs of 4 rows (0..19, 44..63), a head serif of 4 rows left
-// of the stem. `brackets` adds fillets of 3, 2, 1 pixels (columns 5, 4, 3)
-// above the foot serif and below the head serif.
+// h of box 64 x 64: left stem 6..13, arch bar rows 24..31, right stem 50..57,
+// foot serifs of 4 rows (0..19, 44..63), a head serif of 4 rows left of the
+// stem; `brackets` adds fillets of 3, 2, 1 pixels (columns 5, 4, 3) above the
+// foot serif and below the head serif. Without serifs the stem is 0..7.
 Picture serifH(bool brackets) {
-  Glyph g(64, 64);
-  g.rect(6, 0, 13, 63);
-  g.rect(14, 24, 57, 31);
-  g.rect(50, 24, 57, 63);
-  g.rect(0, 60, 19, 63);
-  g.rect(44, 60, 63, 63);
-  g.rect(0, 0, 13, 3);
+  Glyph g = glyph(64, 64, {{6, 0, 13, 63}, {14, 24, 57, 31}, {50, 24, 57, 63}, {0, 60, 19, 63},
+                           {44, 60, 63, 63}, {0, 0, 13, 3}});
   for (int k = 1; brackets && k <= 3; k++) {
     g.rect(6 - k, 56 + k, 6 - k, 59);
     g.rect(6 - k, 4, 6 - k, 7 - k);
   }
   return g.pic;
 }
+Picture sansH() { return glyph(58, 64, {{0, 0, 7, 63}, {8, 24, 51, 31}, {44, 24, 51, 63}}).pic; }
 
-// The same h without serifs, its left stem in box columns 0..7.
-Picture sansH() {
-  Glyph g(58, 64);
-  g.rect(0, 0, 7, 63);
-  g.rect(8, 24, 51, 31);
-  g.rect(44, 24, 51, 63);
-  return g.pic;
-}
-
-// h of box 48 x 64 with a wedge left of its stem (columns 8..15): column x of
-// 0..7 has ink from top(x) = 8 - x (6 at a dent in column 3) to 12 - x / 2.
-// With `smooth` the wedge's first and last pixel per column are distinct
-// greys (an anti-aliased edge).
+// h of box 48 x 64 with a wedge left of its stem (8..15): column x of 0..7
+// inked from 8 - x (6 at a dent in column 3) to 12 - x / 2; `smooth` makes
+// each column's first and last pixel distinct greys (an anti-aliased edge).
 Picture wedgeH(bool smooth) {
-  Glyph g(48, 64);
-  g.rect(8, 0, 15, 63);
-  g.rect(16, 24, 45, 31);
-  g.rect(40, 24, 47, 63);
+  Glyph g = glyph(48, 64, {{8, 0, 15, 63}, {16, 24, 45, 31}, {40, 24, 47, 63}});
   for (int x = 0; x <= 7; x++) {
     int top = x == 3 ? 6 : 8 - x, bottom = 12 - x / 2;
     g.rect(x, top, x, bottom);
-    if (smooth) {
-      g.set(x, top, greyPixel(40 + 10 * x));
-      g.set(x, bottom, greyPixel(100 + 10 * x));
-    }
+    if (smooth) g.set(x, top, greyPixel(40 + 10 * x));
+    if (smooth) g.set(x, bottom, greyPixel(100 + 10 * x));
   }
   return g.pic;
 }
 
-// Ascender of box height 60 (the top third is rows 0..19) with its stem in
-// columns 6..13; column x of 0..5 has `heights[x]` ink rows from row 0.
+// Ascender of box height 60 (top third rows 0..19), stem 6..13; column x of
+// 0..5 has `heights[x]` ink rows from row 0, column 1 in `colour1`.
 Picture ascender(std::array<int, 6> heights, uint32_t colour1 = kBlack) {
-  Glyph g(14, 60);
-  g.rect(6, 0, 13, 59);
+  Glyph g = glyph(14, 60, {{6, 0, 13, 59}});
   for (int x = 0; x <= 5; x++)
     if (heights[x] > 0) g.rect(x, 0, x, heights[x] - 1, x == 1 ? colour1 : kBlack);
   return g.pic;
 }
 
-// A stroke 6 wide and 20 rows high rising `dxPerRow` to the right per row,
-// its bottom row in box columns 0..5; `footSerif` adds a slab on the bottom
-// three rows to column 9.
-Picture risingStroke(int dxPerRow, bool footSerif) {
-  Glyph g(6 + 19 * dxPerRow, 20);
-  g.pic.fillSheared(2, 7, 2, 21, dxPerRow);
-  if (footSerif) g.rect(0, 17, 9, 19);
+// A stroke 6 wide and 20 high rising `dx` per row, its bottom row in box
+// columns 0..5; `foot` adds a slab on the bottom three rows to column 9.
+Picture risingStroke(int dx, bool foot) {
+  Glyph g(6 + 19 * dx, 20);
+  g.pic.fillSheared(2, 7, 2, 21, dx);
+  if (foot) g.rect(0, 17, 9, 19);
   return g.pic;
 }
 
-// A foot of box 12 x 12 swelling to the lower right: row y has ink in
-// columns 0..r(y), r = 3 on rows 0..5 and 11, 10, 9, 8, 6, 4 on rows 6..11.
+// A foot of box 12 x 12 swelling to the lower right: row y inked over
+// 0..r(y), r = 3 on rows 0..5, then 11, 10, 9, 8, 6, 4.
 Picture swellingFoot() {
   Glyph g(12, 12);
   const int r[12] = {3, 3, 3, 3, 3, 3, 11, 10, 9, 8, 6, 4};
@@ -163,34 +126,23 @@ Picture swellingFoot() {
   return g.pic;
 }
 
-// An a of box height 40: a bowl block in columns 0..15 of rows 20..39, a
-// stem in 26..33 over the full height and, with `flare`, a tail of 6, 4, 3
-// and 2 rows (columns 34..37) on the baseline.
+// An a of box height 40: a bowl block 0..15 on rows 20..39, a stem 26..33,
+// and with `flare` a tail of 6, 4, 3, 2 rows (columns 34..37) on the baseline.
 Picture stemA(bool flare) {
-  Glyph g(flare ? 38 : 34, 40);
-  g.rect(0, 20, 15, 39);
-  g.rect(26, 0, 33, 39);
+  Glyph g = glyph(flare ? 38 : 34, 40, {{0, 20, 15, 39}, {26, 0, 33, 39}});
   const int tail[4] = {6, 4, 3, 2};
   for (int k = 0; flare && k < 4; k++) g.rect(34 + k, 40 - tail[k], 34 + k, 39);
   return g.pic;
 }
 
-Measure widening(int isupperRemove) {
-  return [=](const char* f) { return getFontSerifInfo(f, isupperRemove); };
-}
-Measure diagonal(int mode) {
-  return [=](const char* f) { return getDiagonalSerifs(f, mode); };
-}
-Measure flare(double skew) {
-  return [=](const char* f) { return getFlaredStems(f, skew); };
-}
+Measure widening(int top) { return [=](const char* f) { return getFontSerifInfo(f, top); }; }
+Measure diagonal(int mode) { return [=](const char* f) { return getDiagonalSerifs(f, mode); }; }
+Measure flare(double skew) { return [=](const char* f) { return getFlaredStems(f, skew); }; }
 
 }  // namespace
 
 TEST(SerifMeasures, HandWorkedValuesOfDrawnLetters) {
-  Glyph tFoot = sansT();  // a foot serif of 16 on rows 36..39
-  tFoot.rect(7, 36, 22, 39);
-  Glyph bracketed = slabI(true);  // fillets of 3, 2, 1 each side
+  Glyph bracketed = slabI();  // fillets of 3, 2, 1 each side
   for (int k = 1; k <= 3; k++) {
     bracketed.rect(6 - (4 - k), 3 + k, 13 + (4 - k), 3 + k);
     bracketed.rect(6 - k, 32 + k, 13 + k, 32 + k);
@@ -198,28 +150,17 @@ TEST(SerifMeasures, HandWorkedValuesOfDrawnLetters) {
   Glyph wedge(18, 40);  // rows 35..39 widen a column each side per row
   wedge.rect(5, 0, 12, 39);
   for (int y = 35; y <= 39; y++) wedge.rect(5 - (y - 34), y, 12 + (y - 34), y);
-  Glyph narrowing(10, 40);  // stem of 10, narrowing to 7 on rows 30..39
-  narrowing.rect(0, 0, 9, 29);
-  narrowing.rect(1, 30, 7, 39);
-  Glyph combFoot(28, 40);  // stem of 8, then three runs of 4 on rows 30..39
-  combFoot.rect(10, 0, 17, 29);
-  for (int x0 : {0, 12, 24}) combFoot.rect(x0, 30, x0 + 3, 39);
   Glyph fall(25, 20);
   fall.pic.fillSheared(21, 26, 2, 21, -1.0);
-  Glyph block(10, 12);
-  block.rect(0, 0, 9, 11);
-  Glyph sansAsc(8, 60), farStem(20, 60);
-  sansAsc.rect(0, 0, 7, 59);
-  farStem.rect(0, 0, 11, 4);  // a head serif of 12: the stem is past column 9
-  farStem.rect(12, 0, 19, 59);
   expectRows({
       // Stem-end widening: widest run of the serif zone over the median run
       // of the stem zone, less one.
       {"sans T: stem zone median 8, serif zone 8", sansT().pic, widening(0), 0},
-      {"sans I", slabI(false).pic, widening(0), 0},
+      {"sans I", glyph(20, 40, {{6, 0, 13, 39}}).pic, widening(0), 0},
       {"sans L at the top", letterL(0, 0).pic, widening(1), 0},
-      {"T foot serif 16 / 8 - 1", tFoot.pic, widening(0), 1},
-      {"slab I 20 / 8 - 1", slabI(true).pic, widening(0), 1.5},
+      {"T foot serif 16 / 8 - 1",
+       glyph(30, 40, {{0, 0, 29, 5}, {11, 6, 18, 39}, {7, 36, 22, 39}}).pic, widening(0), 1},
+      {"slab I 20 / 8 - 1", slabI().pic, widening(0), 1.5},
       {"L head serif 18 over 8", letterL(4, 18).pic, widening(1), 1.25},
       {"brackets: the slab's 20 stays the widest", bracketed.pic, widening(0), 1.5},
       {"wedge foot 18 / 8 - 1", wedge.pic, widening(0), 1.25},
@@ -227,16 +168,20 @@ TEST(SerifMeasures, HandWorkedValuesOfDrawnLetters) {
       {"foot exactly 1 wider", footedI(8, 9).pic, widening(0), 0},
       {"narrow stem 3, foot 5: not 3 wider", footedI(3, 5).pic, widening(0), 0},
       {"narrow stem 3, foot 6", footedI(3, 6).pic, widening(0), 1},
-      {"serif zone narrower than the stem: the top value", narrowing.pic, widening(0), 4},
-      // Row 30: runs 4, 4 (not beating the record, counting on), 4: 8 at the
-      // row's end; row 31 reaches 12. 12 / 8 - 1.
-      {"short runs of one row add up", combFoot.pic, widening(0), 0.5},
+      {"stem of 10 narrowing to 7: the top value",
+       glyph(10, 40, {{0, 0, 9, 29}, {1, 30, 7, 39}}).pic, widening(0), 4},
+      // A stem of 8, then three runs of 4 on rows 30..39. Row 30: runs 4, 4
+      // (not beating the record, counting on), 4: 8 at the row's end; row 31
+      // reaches 12. 12 / 8 - 1.
+      {"short runs of one row add up",
+       glyph(28, 40, {{10, 0, 17, 29}, {0, 30, 3, 39}, {12, 30, 15, 39}, {24, 30, 27, 39}}).pic,
+       widening(0), 0.5},
       {"blank", Picture(20, 20), widening(0), 0},
       {"blank, top", Picture(20, 20), widening(1), 0},
-      // Ascender unevenness: mean deviation of the ink of columns 1..5 in
-      // rows 1..19.
+      // Ascender unevenness: mean deviation of the ink of columns 1..5, rows 1..19.
       {"even slab", ascender({5, 5, 5, 5, 5, 5}), AscenderStdDvSerifness, 0},
-      {"no serif: column 1 is the stem", sansAsc.pic, AscenderStdDvSerifness, 0},
+      {"no serif: column 1 is the stem", glyph(8, 60, {{0, 0, 7, 59}}).pic, AscenderStdDvSerifness,
+       0},
       {"2, 3, 4, 5, 6: deviations 6 over 5", ascender({2, 3, 4, 5, 6, 7}),
        AscenderStdDvSerifness, 1.2},
       // Column 1 at darkness 0.2 is passed over: 3, 4, 5, 6 around 4.5.
@@ -244,20 +189,20 @@ TEST(SerifMeasures, HandWorkedValuesOfDrawnLetters) {
        AscenderStdDvSerifness, 1.0},
       {"empty column counts 0: 4 * 0.8 + 3.2 over 5", ascender({5, 5, 5, 0, 5, 5}),
        AscenderStdDvSerifness, 1.28},
-      {"no stem in the first nine columns", farStem.pic, AscenderStdDvSerifness, 0},
+      {"head serif of 12: no stem in the first nine columns",
+       glyph(20, 60, {{0, 0, 11, 4}, {12, 0, 19, 59}}).pic, AscenderStdDvSerifness, 0},
       {"blank ascender", Picture(20, 20), AscenderStdDvSerifness, 0},
-      // Diagonal feet: 1.5 is "no diagonal".
-      // The climb from (5, 19) to (23, 1) runs along the edge x + y = 24.
+      // Diagonal feet (1.5 is "no diagonal"): the climb from (5, 19) to
+      // (23, 1) runs along the edge x + y = 24.
       {"straight diagonal: no ink beyond", risingStroke(1, false), diagonal(1), 0},
       // Pivot (4, 11), climb to (11, 6), line slope -5/7: beyond it lie
       // (10,7), (9,8), (7,9), (8,9), (6,10) at 2, 4, 1, 6, 3 / sqrt(74).
       {"swelling foot", swellingFoot(), diagonal(1), 16.0 / (5 * sqrt(74.0))},
       {"right of W / 2 + 4 only: climb too short", swellingFoot(), diagonal(0), 1.5},
       {"slab foot: two straight rows given back", risingStroke(1, true), diagonal(1), 1.5},
-      {"three columns per row: slope 1/3 too shallow", risingStroke(3, false),
-       diagonal(1), 1.5},
+      {"three columns a row: slope 1/3 too shallow", risingStroke(3, false), diagonal(1), 1.5},
       {"falling stroke: nothing above the pivot", fall.pic, diagonal(0), 1.5},
-      {"rectangle: the climb cannot step", block.pic, diagonal(0), 1.5},
+      {"rectangle: the climb cannot step", glyph(10, 12, {{0, 0, 9, 11}}).pic, diagonal(0), 1.5},
       {"blank, mode 0", Picture(20, 20), diagonal(0), 1.5},
       {"blank, mode 1", Picture(20, 20), diagonal(1), 1.5},
       // Flared stems over columns W / 2 .. W - 2: after the stem, columns
@@ -268,12 +213,9 @@ TEST(SerifMeasures, HandWorkedValuesOfDrawnLetters) {
       {"L: no tall column on the right", letterL(0, 0).pic, flare(0), 0},
       {"blank flare", Picture(20, 20), flare(0), 0},
   });
-  TempDir dir;
-  const std::string none = dir.file("absent.png");
-  EXPECT_EQ(getFontSerifInfo(none.c_str(), 0), 0.0);
-  EXPECT_EQ(AscenderStdDvSerifness(none.c_str()), 0.0);
-  EXPECT_EQ(getDiagonalSerifs(none.c_str(), 0), 0.0);
-  EXPECT_EQ(getFlaredStems(none.c_str(), 0.0), 0.0);
+  const char* none = "/nonexistent.png";
+  for (const Measure& m : {widening(0), Measure(AscenderStdDvSerifness), diagonal(0), flare(0)})
+    EXPECT_EQ(m(none), 0.0) << "missing file";
 }
 
 // Brackets: columns 1..15 (W / 4) of either half; each half adds the mean
@@ -310,9 +252,7 @@ TEST(SerifMeasures, BracketsAddTheirUnevennessAndGreyToTheOutputs) {
 }
 
 TEST(SerifMeasures, HeadWedgeSlopesAndFitsOrThePresets) {
-  Glyph falling(48, 64);  // top edge 1 + x falls towards the stem
-  falling.rect(8, 0, 15, 63);
-  falling.rect(16, 24, 47, 31);
+  Glyph falling = glyph(48, 64, {{8, 0, 15, 63}, {16, 24, 47, 31}});  // top edge 1 + x
   for (int x = 0; x <= 7; x++) {
     falling.rect(x, 1 + x, x, 12);
     falling.set(x, 1 + x, greyPixel(40 + 10 * x));
@@ -321,34 +261,29 @@ TEST(SerifMeasures, HeadWedgeSlopesAndFitsOrThePresets) {
   struct Row {
     const char* why;
     Picture pic;
-    double angleTop, angleBottom, fitTop, fitBottom;
+    double want[4];  // angle top, angle bottom, fit top, fit bottom
   } rows[] = {
       // Zone columns 0..15, rows 0..15; the wedge ends at column 7. Top line
       // (0,8)-(7,1): slope 1, the dent at (3,6) lies 7 / (7 sqrt 2) off it.
       // Under line (0,12)-(7,9): slope 3/7, the edge 12 - x / 2 lies
       // 0, 3, 1, 2, 2, 1, 3, 0 / sqrt(58) off it. Sums over 8 columns times
       // the wedge height |9 - 1 + 1|, 72.
-      {"smooth wedge", wedgeH(true), 1, 3.0 / 7, 1 / sqrt(2.0) / 72, 12 / sqrt(58.0) / 72},
+      {"smooth wedge", wedgeH(true), {1, 3.0 / 7, 1 / sqrt(2.0) / 72, 12 / sqrt(58.0) / 72}},
       // Edges of one darkness (more than 0.8 * 7 alike) count as flat.
-      {"black wedge", wedgeH(false), 0, 0, 0, 0},
-      {"no wedge: no under-edge point", sansH(), P, P, P, P},
-      {"top edge falling towards the stem", falling.pic, P, P, P, P},
-      {"blank", Picture(20, 20), P, P, P, P},
+      {"black wedge", wedgeH(false), {0, 0, 0, 0}},
+      {"no wedge: no under-edge point", sansH(), {P, P, P, P}},
+      {"top edge falling towards the stem", falling.pic, {P, P, P, P}},
+      {"blank", Picture(20, 20), {P, P, P, P}},
   };
   for (const Row& r : rows) {
     double w[4] = {P, P, P, P};
-    EXPECT_EQ(measureDrawn(r.pic, [&](const char* f) {
-                return WedgeSerifType(f, &w[0], &w[1], &w[2], &w[3]);
-              }),
-              0.0);
-    EXPECT_NEAR(w[0], r.angleTop, 1e-12) << r.why;
-    EXPECT_NEAR(w[1], r.angleBottom, 1e-12) << r.why;
-    EXPECT_NEAR(w[2], r.fitTop, 1e-12) << r.why;
-    EXPECT_NEAR(w[3], r.fitBottom, 1e-12) << r.why;
+    auto wedge = [&](const char* f) { return WedgeSerifType(f, w, w + 1, w + 2, w + 3); };
+    EXPECT_EQ(measureDrawn(r.pic, wedge), 0.0);
+    for (int i = 0; i < 4; i++) EXPECT_NEAR(w[i], r.want[i], 1e-12) << r.why << " " << i;
   }
   TempDir dir;
   double w[4] = {P, P, P, P};
-  EXPECT_EQ(WedgeSerifType(dir.file("absent.png").c_str(), &w[0], &w[1], &w[2], &w[3]), 0.0);
+  EXPECT_EQ(WedgeSerifType(dir.file("absent.png").c_str(), w, w + 1, w + 2, w + 3), 0.0);
   EXPECT_EQ(w[0] + w[1] + w[2] + w[3], 4 * P);
 }
 
