@@ -6,27 +6,26 @@
 #include <math.h>
 #include <stdlib.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include "feature_vector_core.h"
 #include "support/test_support.h"
 
 using testsupport::kBlack;
 using testsupport::kWhite;
 using testsupport::measureDrawn;
 using testsupport::Picture;
-using testsupport::TempDir;
 
 namespace {
 
 using Measure = std::function<double(const char*)>;
 
-Picture rects(int w, int h, std::initializer_list<std::vector<int>> list,
-              uint32_t colour = kBlack) {
+// Rectangles {x0, y0, x1, y1[, colour]} drawn in order, black by default.
+Picture rects(int w, int h, std::initializer_list<std::vector<int>> list) {
   Picture p(w, h);
-  for (auto r : list) p.fillRect(r[0], r[1], r[2], r[3], r.size() > 4 ? r[4] : colour);
+  for (auto r : list) p.fillRect(r[0], r[1], r[2], r[3], r.size() > 4 ? r[4] : kBlack);
   return p;
 }
 
@@ -121,138 +120,112 @@ TEST(SkewImage, RowsMoveByTheirDistanceFromRefYSplittingFractions) {
   free(sheared);
 }
 
-TEST(CalculateSkew, AngleThatStandsTheStrokeUprightInTheNarrowestBox) {
-  struct Row {
-    const char* why;
-    Picture pic;
-    double expected, tolerance;
-  } rows[] = {
-      // Any shear but 0 spreads some row over a further pixel.
-      {"upright bar of whole pixels", rects(20, 46, {{5, 3, 10, 42}}), 0, 0},
-      {"blank: every box ties, the last tie wins", Picture(10, 10), 45, 0},
-  };
-  std::vector<Row> all(std::begin(rows), std::end(rows));
-  Picture right(120, 70), left(120, 70);
-  right.fillSheared(10, 15, 5, 64, 1.0);
-  left.fillSheared(70, 75, 5, 64, -1.0);
-  all.push_back({"a pixel per row: the upper limit", right, 45, 0});
-  all.push_back({"the lower limit", left, -45, 0});
-  // Bars 8 by 120 rounded to whole pixels: a degree moves the ends about 2
-  // pixels apart while drawing and resampling blur the box by up to one, so
-  // neighbouring angles can tie (ties go higher): within a degree.
-  for (double angle : {12.0, -8.0, 20.0}) {
-    Picture p(200, 130);
-    p.fillSheared(60, 67, 5, 124, tan(angle * M_PI / 180.0));
-    all.push_back({"sheared bar", p, angle, 1.0});
-  }
-  for (const Row& r : all)
-    EXPECT_NEAR(measureDrawn(r.pic, calculateSkew), r.expected, r.tolerance) << r.why;
-  TempDir dir;
-  EXPECT_EQ(calculateSkew(dir.file("absent.png").c_str()), 0.0);
+// A bar 8 wide and 120 high sheared by `degrees` (rows rounded to whole
+// pixels), or `w` wide leaning a pixel per row left or right.
+Picture shearedBar(double degrees) {
+  Picture p(200, 130);
+  p.fillSheared(60, 67, 5, 124, tan(degrees * M_PI / 180.0));
+  return p;
+}
+Picture leaningBar(int dx) {
+  Picture p(120, 70);
+  p.fillSheared(dx > 0 ? 10 : 70, dx > 0 ? 15 : 75, 5, 64, dx);
+  return p;
 }
 
-TEST(StrokeWidths, HandWorkedValuesOfDrawnStrokes) {
+// Calculated skew, stroke widths, stress and e slant of drawn strokes, within
+// the tolerance given (1e-12 for 0).
+TEST(SlantAndStroke, HandWorkedValuesOfDrawnStrokes) {
   // Box 8 x 10: getStrokeWidth's band is box rows 4 to 6, the ratio's stops
-  // before 6. Wide blocks just outside, the stem 2 wide in rows 4 and 5 and
-  // 4 wide in row 6.
+  // before 6. Wide blocks just outside; the stem 2 wide in rows 4, 5 and 4
+  // wide in row 6.
   Picture band = rects(14, 16, {{2, 2, 9, 5}, {2, 9, 9, 11}, {4, 6, 5, 7}, {4, 8, 7, 8}});
+  Picture gap = rects(12, 14, {{2, 2, 8, 4}, {2, 10, 8, 11}});  // no ink in the band
   // Box 20 x 40: stem 4 wide at box columns 8..11, mid-grey above the stem
   // row 30 and black from it, on a black foot: no summed column above 0.7.
-  Picture greyStem = rects(26, 46, {{10, 2, 13, 31, 0x808080}, {10, 32, 13, 41}, {2, 41, 21, 41}});
-  struct Row {
-    const char* why;
-    Picture pic;
-    Measure measure;
-    double expected;
-  } rows[] = {
-      {"solid bar", rects(20, 44, {{5, 2, 10, 41}}), getStrokeWidth, 6},
-      {"grey edge by darkness: 4 + 127 / 255",
-       rects(20, 44, {{5, 2, 8, 41}, {9, 2, 9, 41, 0x808080}}), getStrokeWidth, 4 + 127.0 / 255},
-      {"runs 3 then 5: both wider than before", rects(30, 44, {{2, 2, 4, 41}, {10, 2, 14, 41}}),
-       getStrokeWidth, 4},
-      {"runs 5 then 3: the 3 is not", rects(30, 44, {{2, 2, 6, 41}, {12, 2, 14, 41}}),
-       getStrokeWidth, 5},
-      {"band rows: (2 + 2 + 4) / 3", band, getStrokeWidth, 8.0 / 3},
-      {"ratio: rows 4, 5 only, mean 2 over width 8", band, getStrokeWidthToWidthRatio, 0.25},
-      {"no ink in the band", rects(12, 14, {{2, 2, 8, 4}, {2, 10, 8, 11}}), getStrokeWidth, 0},
-      {"no ink in the ratio's band", rects(12, 14, {{2, 2, 8, 4}, {2, 10, 8, 11}}),
-       getStrokeWidthToWidthRatio, 0},
-      {"blank", Picture(10, 10), getStrokeWidth, 0},
-      {"blank ratio", Picture(10, 10), getStrokeWidthToWidthRatio, 0},
-      // Stem row 30: stem 5 wide at box columns 13..17, so box columns 4..25
-      // are summed above it (D = 26 / 3). The pale top pixel (0.2) is a
-      // border pixel under 0.3 and skipped: the lowest cluster is 5.
-      {"bar beside the stem, pale edge left out", paleTopT(0xCCCCCC), vertical(0), 5},
-      {"mid-grey edge counted", paleTopT(0x808080), vertical(0), 5 + 127.0 / 255},
-      {"leaning T deskewed first", paleTopT(0xCCCCCC, true), vertical(45), 5},
-      {"no dark column: the stem's width", greyStem, vertical(0), 4},
-      // Blank: no stem, startX = endX = 0, width 1; the span 1..0 is empty.
-      {"blank vertical", Picture(10, 10), vertical(12), 1},
-  };
-  for (const Row& r : rows)
-    EXPECT_DOUBLE_EQ(measureDrawn(r.pic, r.measure), r.expected) << r.why;
-  EXPECT_NE(measureDrawn(paleTopT(0xCCCCCC, true), vertical(0)), 5.0);
-  TempDir dir;
-  const std::string none = dir.file("absent.png");
-  EXPECT_EQ(getStrokeWidth(none.c_str()), 0.0);
-  EXPECT_EQ(getStrokeWidthToWidthRatio(none.c_str()), 0.0);
-  EXPECT_EQ(getVerticalStrokeWidth(none.c_str(), 0.0, 0.0), 0.0);
-}
-
-// The stress angle pairs a ray from the left at angle a with a ray from the
-// top at a; entry i = a + 45 with the greatest thickness ratio wins. Each
-// ray sums whole-pixel samples not mirrored above and below the centre, so
-// the profile carries noise of a few hundredths of a pixel: +-2 degrees.
-TEST(StressAngle, AxisOfTheThickPartsOfABowl) {
-  struct Row {
-    const char* why;
-    Picture pic;
-    double expected, tolerance;
-  } rows[] = {
-      {"even bowl: no axis", evenBowl(), 0, 0},
-      // Left ray (entry 45) against top ray (135), ratio about 4: 45 - 45.
-      {"thick at the sides", lensBowl(0), 0, 2},
-      // The left ray at a = -20 crosses the thick part, the top ray the thin
-      // point: i = 25, the left thicker, stressAng 25, result -20.
-      {"turned 20 counter-clockwise", lensBowl(20), -20, 2},
-      {"turned 20 clockwise: the mirror", lensBowl(-20), 20, 2},
-      // The top ray at a = -15 is the thick one: i = 30, 90 - 30 = 60, 15.
-      {"near the vertical, from the top rays", lensBowl(105), 15, 2},
-      // No left ray finds ink (all -1), every top ray 0. Smoothed, entries
-      // 90..92 are -1/3, -1/9, 0: i = 1 gives ratio 9 with the top larger,
-      // stressAng 89, and 9 > 2.0 in pixel mode gives 89 - 45.
-      {"blank", Picture(10, 10), 44, 0},
-  };
-  for (const Row& r : rows)
-    EXPECT_NEAR(measureDrawn(r.pic, getStressAngle), r.expected, r.tolerance) << r.why;
-  TempDir dir;
-  EXPECT_EQ(getStressAngle(dir.file("absent.png").c_str()), 0.0);
-}
-
-TEST(ESlant, SlopeOfTheBarsUndersideAcrossThreeStrokeColumns) {
+  Picture greyStem =
+      rects(26, 46, {{10, 2, 13, 31, 0x808080}, {10, 32, 13, 41}, {2, 41, 21, 41}});
   Picture pushed = boxyE(), three = boxyE(), four = boxyE();
-  pushed.fillRect(6, 21, 6, 24);  // column 6's underside pushed to row 24
+  pushed.fillRect(6, 21, 6, 24);   // column 6's underside pushed to row 24
   three.fillRect(10, 25, 12, 26);  // a fourth stroke in three columns
   four.fillRect(10, 25, 13, 26);   // and in four
   struct Row {
     const char* why;
     Picture pic;
-    double expected;
+    Measure measure;
+    double expected, tolerance;
   } rows[] = {
-      // Columns 6..25 cross three strokes: (6, 20) to (25, 16), atan(-4 / 19)
-      // with pi as 3.14159265.
-      {"boxy e", boxyE(), -11.888658},
+      // Skew: the shear that gives the narrowest box. Any shear but 0 spreads
+      // some row of whole pixels over a further pixel.
+      {"upright bar", rects(20, 46, {{5, 3, 10, 42}}), calculateSkew, 0, 0},
+      {"blank: every box ties, the last tie wins", Picture(10, 10), calculateSkew, 45, 0},
+      {"a pixel per row: the upper limit", leaningBar(1), calculateSkew, 45, 0},
+      {"the lower limit", leaningBar(-1), calculateSkew, -45, 0},
+      // A degree moves the bar's ends about 2 pixels apart, while drawing and
+      // resampling blur the box by up to one: neighbours can tie (ties go
+      // higher), so within a degree.
+      {"sheared 12", shearedBar(12), calculateSkew, 12, 1},
+      {"sheared -8", shearedBar(-8), calculateSkew, -8, 1},
+      {"sheared 20", shearedBar(20), calculateSkew, 20, 1},
+      {"solid bar", rects(20, 44, {{5, 2, 10, 41}}), getStrokeWidth, 6, 0},
+      {"grey edge by darkness", rects(20, 44, {{5, 2, 8, 41}, {9, 2, 9, 41, 0x808080}}),
+       getStrokeWidth, 4 + 127.0 / 255, 0},
+      {"runs 3 then 5: each wider than before",
+       rects(30, 44, {{2, 2, 4, 41}, {10, 2, 14, 41}}), getStrokeWidth, 4, 0},
+      {"runs 5 then 3: the 3 is not", rects(30, 44, {{2, 2, 6, 41}, {12, 2, 14, 41}}),
+       getStrokeWidth, 5, 0},
+      {"band rows: (2 + 2 + 4) / 3", band, getStrokeWidth, 8.0 / 3, 0},
+      {"ratio: rows 4, 5 only, mean 2 over width 8", band, getStrokeWidthToWidthRatio, 0.25, 0},
+      {"no ink in the band", gap, getStrokeWidth, 0, 0},
+      {"no ink in the ratio's band", gap, getStrokeWidthToWidthRatio, 0, 0},
+      {"blank", Picture(10, 10), getStrokeWidth, 0, 0},
+      {"blank ratio", Picture(10, 10), getStrokeWidthToWidthRatio, 0, 0},
+      // Stem row 30: stem at box columns 13..17, so columns 4..25 are summed
+      // above it (D = 26 / 3). The pale top pixel (0.2) is a border pixel
+      // under 0.3 and skipped: the lowest cluster is 5.
+      {"bar beside the stem, pale edge left out", paleTopT(0xCCCCCC), vertical(0), 5, 0},
+      {"mid-grey edge counted", paleTopT(0x808080), vertical(0), 5 + 127.0 / 255, 0},
+      {"leaning T deskewed first", paleTopT(0xCCCCCC, true), vertical(45), 5, 0},
+      {"no dark column: the stem's width", greyStem, vertical(0), 4, 0},
+      // Blank: no stem, startX = endX = 0, width 1; the span 1..0 is empty.
+      {"blank vertical", Picture(10, 10), vertical(12), 1, 0},
+      // Stress: a ray from the left at angle a against one from the top at
+      // a; entry i = a + 45 with the greatest thickness ratio wins. Rays sum
+      // whole-pixel samples not mirrored about the centre: noise of a few
+      // hundredths of a pixel moves the winner by up to 2 degrees.
+      {"even bowl: no axis", evenBowl(), getStressAngle, 0, 0},
+      // Left ray (entry 45) against top ray (135), ratio about 4: 45 - 45.
+      {"thick at the sides", lensBowl(0), getStressAngle, 0, 2},
+      // The left ray at a = -20 crosses the thick part, the top ray the thin
+      // point: i = 25, the left thicker, stressAng 25, result -20.
+      {"turned 20 counter-clockwise", lensBowl(20), getStressAngle, -20, 2},
+      {"turned 20 clockwise: the mirror", lensBowl(-20), getStressAngle, 20, 2},
+      // The top ray at a = -15 is the thick one: i = 30, 90 - 30 = 60, 15.
+      {"near the vertical, from the top rays", lensBowl(105), getStressAngle, 15, 2},
+      // No left ray finds ink (all -1), every top ray 0. Smoothed, entries
+      // 90..92 are -1/3, -1/9, 0: i = 1 gives ratio 9 with the top larger,
+      // stressAng 89, and 9 > 2.0 in pixel mode gives 89 - 45.
+      {"blank stress", Picture(10, 10), getStressAngle, 44, 0},
+      // E slant: columns 6..25 cross three strokes: (6, 20) to (25, 16),
+      // atan(-4 / 19) with pi as 3.14159265.
+      {"boxy e", boxyE(), getESlant, -11.888658, 1e-6},
       // Column 7 is 4 rows off: the line restarts at (7, 20): atan(-4 / 18).
-      {"a step right after the start", pushed, -12.528808},
-      {"three columns of more strokes leave the line", three, -11.888658},
-      {"four such columns void the slope", four, 0},
-      {"a bar: no three-stroke column", rects(20, 40, {{5, 2, 10, 37}}), 0},
-      {"blank", Picture(10, 10), 0},
+      {"a step right after the start", pushed, getESlant, -12.528808, 1e-6},
+      {"three columns of more strokes leave the line", three, getESlant, -11.888658, 1e-6},
+      {"four such columns void the slope", four, getESlant, 0, 0},
+      {"a bar: no three-stroke column", rects(20, 40, {{5, 2, 10, 37}}), getESlant, 0, 0},
+      {"blank e", Picture(10, 10), getESlant, 0, 0},
   };
   for (const Row& r : rows)
-    EXPECT_NEAR(measureDrawn(r.pic, getESlant), r.expected, 1e-6) << r.why;
-  TempDir dir;
-  EXPECT_EQ(getESlant(dir.file("absent.png").c_str()), -1.0);
+    EXPECT_NEAR(measureDrawn(r.pic, r.measure), r.expected, r.tolerance ? r.tolerance : 1e-12)
+        << r.why;
+  EXPECT_NE(measureDrawn(paleTopT(0xCCCCCC, true), vertical(0)), 5.0);  // leaning, not deskewed
+  const char* none = "/nonexistent.png";
+  for (const Measure& m : {Measure(calculateSkew), Measure(getStrokeWidth),
+                           Measure(getStrokeWidthToWidthRatio), vertical(0),
+                           Measure(getStressAngle)})
+    EXPECT_EQ(m(none), 0.0) << "missing file";
+  EXPECT_EQ(getESlant(none), -1.0);
 }
 
 namespace {
@@ -261,18 +234,14 @@ std::string fixtureImage(const std::string& font, const std::string& name) {
   return testsupport::fixturesDir() + "/" + font + "/Images/" + name + ".png";
 }
 
-// The font's skew as the measurement sequence forms it: the nine stem
-// letters sorted, the extremes dropped, the mean rounded half away from 0.
-int trimmedSkew(const std::string& font) {
-  std::vector<double> s;
-  for (const char* stem : {"72-H", "73-I", "77-M", "78-N", "104-h", "105-i", "108-l",
-                           "109-m", "110-n"})
-    s.push_back(calculateSkew(fixtureImage(font, stem).c_str()));
-  std::sort(s.begin(), s.end());
-  double mean = 0.0;
-  for (int i = 1; i <= 7; i++) mean += s[i];
-  mean /= 7.0;
-  return (int)(mean > 0 ? mean + 0.5 : mean - 0.5);
+// The font's skew as the measurement sequence forms it from its nine stem
+// letters (extremes dropped, the mean rounded half away from 0).
+double fontSkew(const std::string& font) {
+  double s[9], *p = s;
+  for (const char* stem :
+       {"72-H", "73-I", "77-M", "78-N", "104-h", "105-i", "108-l", "109-m", "110-n"})
+    *p++ = calculateSkew(fixtureImage(font, stem).c_str());
+  return skewFromStems(s);
 }
 
 // Ink per row of a stem, measured independently of the stroke scan: the mean
@@ -306,7 +275,7 @@ TEST(FixtureFonts, SkewIsTheItalicAngle) {
               {"DejaVuSans", 0, 1},
               {"LiberationSerif", 0, 1},
               {"LiberationMono", 0, 1}};
-  for (const auto& r : rows) EXPECT_NEAR(trimmedSkew(r.font), r.skew, r.tolerance) << r.font;
+  for (const auto& r : rows) EXPECT_NEAR(fontSkew(r.font), r.skew, r.tolerance) << r.font;
 }
 
 // Stems of these fonts lie within a pixel of each other: pairs whose stem ink
