@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "feature_vector_core.h"
 #include "image_operations/curviness_direction.h"
 #include "image_operations/slant_stroke.h"
 #include "support/test_support.h"
@@ -93,9 +94,7 @@ Picture outlineI(int wall) {
 // column 15 on rows 13..16. E adds a bottom bar on rows 26..29.
 const std::initializer_list<std::vector<int>> kF = {{0, 0, 3, 29}, {0, 0, 19, 3}, {0, 13, 15, 16}};
 
-Measure tCrossings(int isToph) {
-  return [=](const char* f) { return testTforBlackletter(f, isToph); };
-}
+Measure tCrossings(int top) { return [=](const char* f) { return testTforBlackletter(f, top); }; }
 double blackletter(const char* f) { return getBlackletterness(f, 1); }
 double digital(const char* f) { return getDigitalFont(f, 0.0); }
 
@@ -228,9 +227,8 @@ TEST(StyleClasses, SymbolPairsDifferByTheirInkSymmetricDifference) {
     EXPECT_DOUBLE_EQ(getSymbolFont(r.a.c_str(), r.b.c_str(), r.reverse), r.expected) << r.why;
 }
 
-// The font's slant as the sequence takes it (nine straight-stemmed letters,
-// extremes dropped, the mean rounded away from 0), and means of a measure
-// over some letters, as the sequence averages them.
+// The font's slant and the means of a measure over some letters as the
+// measurement sequence forms them.
 TEST(StyleClasses, ClassExamplesScoreOnTheClassSideOfTextFonts) {
   REQUIRE_FIXTURES();
   TempDir dir;
@@ -247,14 +245,10 @@ TEST(StyleClasses, ClassExamplesScoreOnTheClassSideOfTextFonts) {
       for (const char* n : names) sum += m((images + n + ".png").c_str());
       return sum / names.size();
     };
-    std::vector<double> s;
+    double s[9], *p = s;
     for (const char* n : {"72-H", "73-I", "77-M", "78-N", "104-h", "105-i", "108-l", "109-m", "110-n"})
-      s.push_back(calculateSkew((images + n + ".png").c_str()));
-    std::sort(s.begin(), s.end());
-    double skew = 0;
-    for (int i = 1; i <= 7; i++) skew += s[i];
-    skew /= 7.0;
-    skew = skew > 0 ? (int)(skew + 0.5) : (int)(skew - 0.5);
+      *p++ = calculateSkew((images + n + ".png").c_str());
+    const double skew = skewFromStems(s);
     EXPECT_GT(stencil, mean({"66-B", "67-C", "68-D", "69-E", "70-F", "79-O", "111-o", "80-P",
                              "99-c", "98-b", "100-d", "112-p", "113-q"},
                             getStencilsFont));
