@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include <memory>
+#include <vector>
 
 #include "support/test_support.h"
 
@@ -42,7 +43,7 @@ TEST(ReadPngFile, EveryEncodingReadsAsZeroTopByteRgbOfTheRightSize) {
     unsigned w = 0, h = 0;
     PicturePtr pic = read(dir.file("swatch.png"), &w, &h);
     ASSERT_NE(pic, nullptr) << "kind " << (int)kind;
-    EXPECT_EQ(w * 10 + h, 32u) << "kind " << (int)kind;
+    EXPECT_EQ(std::make_pair(w, h), std::make_pair(3u, 2u)) << "kind " << (int)kind;
     for (int i = 0; i < 6 && kind != PngKind::kGrey8; i++)
       EXPECT_EQ(pic.get()[i], colours[i]) << "kind " << (int)kind << " " << i;
   }
@@ -104,7 +105,7 @@ TEST(WritePng, WritesRgbTriplesFromRowsFourBytesAPixelApart) {
   unsigned w, h;
   PicturePtr pic = read(out, &w, &h);
   ASSERT_NE(pic, nullptr);
-  ASSERT_EQ(w * 10 + h, 22u);
+  ASSERT_EQ(std::make_pair(w, h), std::make_pair(2u, 2u));
   const uint32 expected[4] = {0x102030, 0x405060, 0x010203, 0x040506};
   for (int i = 0; i < 4; i++) EXPECT_EQ(pic.get()[i], expected[i]) << i;
   // Refusals: 2 for a height of 0, 1 for a path that cannot be opened.
@@ -151,13 +152,11 @@ TEST(GetBoundingBox, BoxAndInkCountOfBlankSinglePixelAndLShapes) {
     const char* why;
     Picture* pic;  // null: no buffer, the presets stay
     int rc, minX, minY, maxX, maxY, countRc;
-  } rows[] = {
-      {"blank: the 1 1 0 0 box", &blank, 1, 1, 1, 0, 0, 0},
-      {"null buffer", nullptr, 1, 16, 16, 0, 0, 1},
-      {"one pixel: its own box", &dot, 0, 3, 5, 3, 5, 1},
-      // 2 * 6 stem + 2 * 7 foot - 2 * 2 overlap = 22 ink pixels.
-      {"L", &l, 0, 0, 2, 6, 7, 22},
-  };
+  } rows[] = {{"blank: the 1 1 0 0 box", &blank, 1, 1, 1, 0, 0, 0},
+              {"null buffer", nullptr, 1, 16, 16, 0, 0, 1},
+              {"one pixel: its own box", &dot, 0, 3, 5, 3, 5, 1},
+              // 2 * 6 stem + 2 * 7 foot - 2 * 2 overlap = 22 ink pixels.
+              {"L", &l, 0, 0, 2, 6, 7, 22}};
   for (const Row& r : rows) {
     uint32* px = r.pic ? r.pic->pixels.data() : nullptr;
     int w = r.pic ? r.pic->width : 7, h = r.pic ? r.pic->height : 9;
@@ -167,10 +166,8 @@ TEST(GetBoundingBox, BoxAndInkCountOfBlankSinglePixelAndLShapes) {
                    ? getBoundingBox_count(px, &minX, &minY, &maxX, &maxY, w, h)
                    : getBoundingBox(px, &minX, &minY, &maxX, &maxY, w, h);
       EXPECT_EQ(rc, counting ? r.countRc : r.rc) << r.why;
-      EXPECT_EQ(minX, r.minX) << r.why;
-      EXPECT_EQ(minY, r.minY) << r.why;
-      EXPECT_EQ(maxX, r.maxX) << r.why;
-      EXPECT_EQ(maxY, r.maxY) << r.why;
+      EXPECT_EQ(std::vector<int>({minX, minY, maxX, maxY}),
+                std::vector<int>({r.minX, r.minY, r.maxX, r.maxY})) << r.why;
     }
   }
   TempDir dir;
@@ -206,19 +203,10 @@ TEST(PixelPrimitives, MedianKeysAndDarkness) {
     double expected;
   } medians[] = {{{5, 1, 3, 2}, 3}, {{9, -2, 4}, 4}, {{7}, 7}};
   for (const Median& m : medians) {
-    GreyMapList* head = nullptr;
-    for (auto v = m.values.rbegin(); v != m.values.rend(); ++v) {
-      GreyMapList* n = (GreyMapList*)malloc(sizeof(GreyMapList));
-      n->value = *v;
-      n->next = head;
-      head = n;
-    }
-    EXPECT_EQ(GetMedianWidth(head, (int)m.values.size()), m.expected);
-    while (head) {
-      GreyMapList* n = head->next;
-      free(head);
-      head = n;
-    }
+    std::vector<GreyMapList> list(m.values.size());
+    for (size_t i = 0; i < list.size(); i++)
+      list[i] = {m.values[i], i + 1 < list.size() ? &list[i + 1] : nullptr};
+    EXPECT_EQ(GetMedianWidth(list.data(), (int)list.size()), m.expected);
   }
   // Position keys: x in the high half, y in the low, sorting by x then y.
   EXPECT_EQ(combine(3, 5), 0x30005);
