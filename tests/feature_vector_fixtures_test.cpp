@@ -68,7 +68,7 @@ TEST(FixtureVectors, EachFontComesOutAsItIsKnownToBe) {
   }
 }
 
-TEST(FixtureVectors, SpoiltFoldersRefuseOrZeroOnlyWhatIsMissing) {
+TEST(FixtureVectors, SpoiltFoldersRefuseOrChangeOnlyWhatTheyFeed) {
   REQUIRE_FIXTURES();
   // A blank letter gives a value that is not a number: the font is refused.
   testsupport::TempDir blankDir;
@@ -89,4 +89,16 @@ TEST(FixtureVectors, SpoiltFoldersRefuseOrZeroOnlyWhatIsMissing) {
   EXPECT_EQ(spoilt["isMonoSpaced"], 0.0);
   EXPECT_EQ(spoilt["skew"], whole["skew"]);
   EXPECT_EQ(spoilt["XHeight"], whole["XHeight"]);
+  // The stroke width is the median of the t, u, l, i and T: solid bars of 3,
+  // 9, 5, 11 and 7 give 7.
+  const char* letters[5] = {"116-t", "117-u", "108-l", "105-i", "84-T"};
+  const int widths[5] = {3, 9, 5, 11, 7};
+  for (int i = 0; i < 5; i++) {
+    testsupport::Picture bar(widths[i] + 5, 45);
+    bar.fillRect(2, 2, widths[i] + 1, 41);
+    testsupport::writePicture(folder + "/" + letters[i] + ".png", bar);
+  }
+  std::map<std::string, double> bars = vectorOf(folder, &line);
+  ASSERT_EQ(bars.size(), 58u) << line;
+  EXPECT_EQ(bars["strokwidth"], 7.0);
 }

@@ -93,13 +93,15 @@ Measure closeness(int isA) {
 
 TEST(AllCaps, SameCentreOfInkMeansCapitalLike) {
   TempDir dir;
-  Picture box(16, 26), wider(17, 26), l(8, 9);
+  Picture box(16, 26), wider(17, 26), narrow(10, 26), l(8, 9);
   box.fillRect(3, 2, 12, 21);
   wider.fillRect(3, 2, 13, 21);
+  narrow.fillRect(3, 2, 6, 21);
   l.fillRect(2, 2, 2, 5);
   l.fillRect(2, 5, 4, 5);
   std::string b = savePicture(dir, "box.png", box);
   std::string w = savePicture(dir, "wider.png", wider);
+  std::string n = savePicture(dir, "narrow.png", narrow);
   std::string el = savePicture(dir, "l.png", l);
   std::string none = dir.file("absent.png");  // its centre stays (0, 0)
   struct {
@@ -109,6 +111,9 @@ TEST(AllCaps, SameCentreOfInkMeansCapitalLike) {
   } rows[] = {{b, b, 1, "same picture"},
               // Centres (0.45, 0.475) and (5 / 11, 0.475): 0.0045^2 < 0.0015.
               {b, w, 1, "one column wider"},
+              // A solid W x H box's centre is ((W - 1) / 2W, (H - 1) / 2H):
+              // 0.45 against 3 / 8 for W 4, 0.075^2 = 0.0056 is not below.
+              {b, n, 0, "4 columns against 10"},
               // The L's centre (1 / 12, 0.625): 0.367^2 + 0.15^2 is not.
               {b, el, 0, "an L against a box"},
               {none, none, 1, "both unreadable"},
