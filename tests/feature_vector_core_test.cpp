@@ -19,9 +19,7 @@ using testsupport::TempDir;
 
 namespace {
 
-struct FreeDeleter {
-  void operator()(void* p) const { free(p); }
-};
+struct FreeDeleter { void operator()(void* p) const { free(p); } };
 
 std::string vectorText(const char* folder, int removeDuplicate = 0, double advance = 0.0) {
   std::unique_ptr<char, FreeDeleter> t(getFeatureVector(folder, removeDuplicate, advance));

@@ -8,11 +8,7 @@
 #include "feature_vector_core.h"
 
 TEST(SequenceArithmetic, SkewDropsTheExtremesAndRoundsHalfAwayFromZero) {
-  struct {
-    std::vector<double> skews;
-    double expected;
-    const char* why;
-  } rows[] = {
+  struct { std::vector<double> skews; double expected; const char* why; } rows[] = {
       {{0, 0, 0, 40, 0, 0, 0, 0, 0}, 0, "one outlier trimmed away"},
       {{-9, -0.4, -0.4, -0.4, -0.4, -0.4, -0.4, -0.4, 9}, 0, "-0.4 - 0.5 truncates to 0"},
       {{0.5, 0.5, 0.5, 0.5, 0.5, 0.5, 0.5, -20, 20}, 1, "0.5 + 0.5 = 1"},
@@ -77,11 +73,7 @@ struct BlackLetterCase {
 // paired one) rules blackletter out with 1.0.
 TEST(SequenceArithmetic, EachSignOnItsOwnRulesBlackletterOut) {
   using C = BlackLetterCase&;
-  struct {
-    const char* what;
-    void (*apply)(C);
-    double expected;
-  } rows[] = {
+  struct { const char* what; void (*apply)(C); double expected; } rows[] = {
       {"no sign", [](C) {}, 0.05},
       {"boundaries: connected 0.97, skew 13",
        [](C c) { c.signs.isConnected = 0.97; c.signs.skew = 13.0; }, 0.05},

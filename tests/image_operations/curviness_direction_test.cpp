@@ -216,11 +216,7 @@ TEST(ContourWalks, CurviRatioEmptiesTheMapAndOuterMapKeepsRowEnds) {
   EXPECT_EQ(walked[combine(2, 4)], 1);
   EXPECT_TRUE(outer.empty());
 
-  struct Row {
-    const char* why;
-    Picture pic;
-    int expected;
-  } rows[] = {
+  struct Row { const char* why; Picture pic; int expected; } rows[] = {
       // Rows 2 and 12: 11 each; rows 3..11: columns 2 and 12, each scan
       // stopping on the inner ink next to them.
       {"ring: 22 + 18", kRing, 40},
@@ -241,11 +237,7 @@ TEST(ContourWalks, CurviRatioEmptiesTheMapAndOuterMapKeepsRowEnds) {
 }
 
 TEST(Intersections, StrokeCrossingsAlongSixColumnsAndRows) {
-  struct Row {
-    const char* why;
-    Picture pic;
-    int x, y;
-  } rows[] = {
+  struct Row { const char* why; Picture pic; int x, y; } rows[] = {
       // Box 3..20: lines 5, 7, 9, 11, 13. Lines 5..9 cross one arm (2 each);
       // column 11 lies in the arm, so the state stays "looking for white".
       {"plus sign", rects(24, 24, {{10, 3, 13, 20, 1}, {3, 10, 20, 13, 1}}), 6, 7},

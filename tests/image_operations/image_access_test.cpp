@@ -17,9 +17,7 @@ using testsupport::writePicture;
 
 namespace {
 
-struct FreeDeleter {
-  void operator()(void* p) const { free(p); }
-};
+struct FreeDeleter { void operator()(void* p) const { free(p); } };
 using PicturePtr = std::unique_ptr<uint32, FreeDeleter>;
 
 PicturePtr read(const std::string& path, unsigned* w, unsigned* h,
@@ -80,14 +78,12 @@ TEST(ReadPngFile, UnreadableFilesGiveNull) {
   for (int i = 0; i < 60; i++) big.set(i, (i * 7) % 60, i * 997);
   writePicture(dir.file("whole.png"), big);
   const std::string whole = testsupport::readBytes(dir.file("whole.png"));
-  struct Row {
-    const char* why;
-    std::string bytes;
-  } rows[] = {{"text", "this is not a picture\n"},
-              {"empty", ""},
-              {"signature start only: the header read fails", "\x89PNG"},
-              {"cut in the image data", whole.substr(0, whole.size() / 2)},
-              {"cut in the header chunk", whole.substr(0, 20)}};
+  struct Row { const char* why; std::string bytes; } rows[] = {
+      {"text", "this is not a picture\n"},
+      {"empty", ""},
+      {"signature start only: the header read fails", "\x89PNG"},
+      {"cut in the image data", whole.substr(0, whole.size() / 2)},
+      {"cut in the header chunk", whole.substr(0, 20)}};
   unsigned w, h;
   EXPECT_EQ(read(dir.file("absent.png"), &w, &h), nullptr);
   for (const Row& r : rows) {

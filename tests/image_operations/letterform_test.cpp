@@ -20,12 +20,7 @@ namespace {
 
 using Measure = std::function<double(const char*)>;
 
-struct Row {
-  const char* why;
-  Picture pic;
-  Measure measure;
-  double expected;
-};
+struct Row { const char* why; Picture pic; Measure measure; double expected; };
 
 void expectRows(const std::vector<Row>& rows) {
   for (const Row& r : rows)
@@ -201,13 +196,11 @@ TEST(Counters, OpennessOfCAndEAndClosenessOfAAndE) {
 // strokes; only Liberation Serif has a two-storey (looped) g.
 TEST(LetterformsOnFixtures, TwoStoreyFlagsMatchTheFonts) {
   REQUIRE_FIXTURES();
-  struct {
-    const char* font;
-    bool twoStoreyG;
-  } rows[] = {{"DejaVuSans", false},
-              {"DejaVuSans-Oblique", false},
-              {"LiberationSerif", true},
-              {"LiberationMono", false}};
+  struct { const char* font; bool twoStoreyG; } rows[] = {
+      {"DejaVuSans", false},
+      {"DejaVuSans-Oblique", false},
+      {"LiberationSerif", true},
+      {"LiberationMono", false}};
   for (const auto& r : rows) {
     std::string images = testsupport::fixturesDir() + "/" + r.font + "/Images/";
     EXPECT_GT(isTowStoryag((images + "97-a.png").c_str(), 0), 0.0) << r.font;

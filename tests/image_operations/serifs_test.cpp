@@ -25,12 +25,7 @@ namespace {
 
 using Measure = std::function<double(const char*)>;
 
-struct Row {
-  const char* why;
-  Picture pic;
-  Measure measure;
-  double expected;
-};
+struct Row { const char* why; Picture pic; Measure measure; double expected; };
 
 void expectRows(const std::vector<Row>& rows) {
   for (const Row& r : rows)

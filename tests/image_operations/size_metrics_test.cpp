@@ -68,12 +68,7 @@ Measure window(double rows) {
 }  // namespace
 
 TEST(SizeMetrics, HandWorkedValuesOfDrawnShapes) {
-  struct Row {
-    const char* why;
-    Picture pic;
-    Measure measure;
-    double expected;
-  } rows[] = {
+  struct Row { const char* why; Picture pic; Measure measure; double expected; } rows[] = {
       {"box height", kBox, getHeight, 20},
       {"box aspect H / (H + W)", kBox, getAspectRatio, 20.0 / 30},
       {"box grey", kBox, getAvgGrey, 1},
@@ -181,14 +176,11 @@ TEST(MonoSpacedAndSpread, WidthRatioToTheFourthAndGreyVariance) {
 // a third of the wide one: a fourth power near 0.015.
 TEST(SizeMetricsOnFixtures, CapitalHeightsAndMonospacing) {
   REQUIRE_FIXTURES();
-  struct Row {
-    const char* font;
-    double u, x;
-    bool mono;
-  } rows[] = {{"DejaVuSans", 53, 52, false},
-              {"DejaVuSans-Oblique", 53, 52, false},
-              {"LiberationSerif", 48, 47, false},
-              {"LiberationMono", 48, 47, true}};
+  struct Row { const char* font; double u, x; bool mono; } rows[] = {
+      {"DejaVuSans", 53, 52, false},
+      {"DejaVuSans-Oblique", 53, 52, false},
+      {"LiberationSerif", 48, 47, false},
+      {"LiberationMono", 48, 47, true}};
   for (const Row& r : rows) {
     std::string images = testsupport::fixturesDir() + "/" + r.font + "/Images/";
     EXPECT_NEAR(getHeight((images + "85-U.png").c_str()), r.u, 2.0) << r.font;

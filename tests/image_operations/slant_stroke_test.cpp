@@ -268,13 +268,11 @@ double stemInkWidth(const std::string& font, const std::string& name) {
 // here: within 2 degrees; upright fonts within 1.
 TEST(FixtureFonts, SkewIsTheItalicAngle) {
   REQUIRE_FIXTURES();
-  struct {
-    const char* font;
-    int skew, tolerance;
-  } rows[] = {{"DejaVuSans-Oblique", 11, 2},
-              {"DejaVuSans", 0, 1},
-              {"LiberationSerif", 0, 1},
-              {"LiberationMono", 0, 1}};
+  struct { const char* font; int skew, tolerance; } rows[] = {
+      {"DejaVuSans-Oblique", 11, 2},
+      {"DejaVuSans", 0, 1},
+      {"LiberationSerif", 0, 1},
+      {"LiberationMono", 0, 1}};
   for (const auto& r : rows) EXPECT_NEAR(fontSkew(r.font), r.skew, r.tolerance) << r.font;
 }
 

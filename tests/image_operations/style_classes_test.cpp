@@ -115,12 +115,7 @@ TEST(StyleClasses, HandWorkedValuesOfDrawnLetters) {
   Picture mixed(10, 10);
   const uint32_t mix[6] = {kBlack, kBlack, kBlack, greyPixel(76), greyPixel(77), greyPixel(254)};
   for (int i = 0; i < 6; i++) mixed.set(1 + i % 3, 1 + i / 3, mix[i]);
-  struct Row {
-    const char* why;
-    Picture pic;
-    Measure measure;
-    double expected;
-  } rows[] = {
+  struct Row { const char* why; Picture pic; Measure measure; double expected; } rows[] = {
       // T crossings: rows 24 up to 39 of the lower half (isToph 0), rows 3
       // up to 10 (isToph 1), mean colour changes a row in floats.
       {"a stem: 2 a row", stem.pic, tCrossings(0), 2},
