@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <string>
 
@@ -68,36 +69,27 @@ Picture dottedColumns(std::initializer_list<int> columns) {
   return p;
 }
 
-// A c: bars rows 2..4 and 17..19 over x 3..16 joined by a stem at x 3..5.
-Picture letterC() {
-  Picture p(20, 24);
-  p.fillRect(3, 2, 16, 4);
-  p.fillRect(3, 17, 16, 19);
-  p.fillRect(3, 2, 5, 19);
+// Black rectangles {x0, y0, x1, y1} on a white w x h picture.
+Picture rects(int w, int h, std::initializer_list<std::array<int, 4>> list) {
+  Picture p(w, h);
+  for (auto r : list) p.fillRect(r[0], r[1], r[2], r[3]);
   return p;
 }
 
-Measure twoStorey(int isG) {
-  return [isG](const char* f) { return isTowStoryag(f, isG); };
-}
-Measure closeness(int isA) {
-  return [isA](const char* f) { return getCounterCloseness(f, isA); };
-}
+// A c: bars rows 2..4 and 17..19 over x 3..16 joined by a stem at x 3..5.
+Picture letterC() { return rects(20, 24, {{3, 2, 16, 4}, {3, 17, 16, 19}, {3, 2, 5, 19}}); }
+
+Measure twoStorey(int isG) { return [=](const char* f) { return isTowStoryag(f, isG); }; }
+Measure closeness(int isA) { return [=](const char* f) { return getCounterCloseness(f, isA); }; }
 
 }  // namespace
 
 TEST(AllCaps, SameCentreOfInkMeansCapitalLike) {
   TempDir dir;
-  Picture box(16, 26), wider(17, 26), narrow(10, 26), l(8, 9);
-  box.fillRect(3, 2, 12, 21);
-  wider.fillRect(3, 2, 13, 21);
-  narrow.fillRect(3, 2, 6, 21);
-  l.fillRect(2, 2, 2, 5);
-  l.fillRect(2, 5, 4, 5);
-  std::string b = savePicture(dir, "box.png", box);
-  std::string w = savePicture(dir, "wider.png", wider);
-  std::string n = savePicture(dir, "narrow.png", narrow);
-  std::string el = savePicture(dir, "l.png", l);
+  std::string b = savePicture(dir, "box.png", rects(16, 26, {{3, 2, 12, 21}}));
+  std::string w = savePicture(dir, "wider.png", rects(17, 26, {{3, 2, 13, 21}}));
+  std::string n = savePicture(dir, "narrow.png", rects(10, 26, {{3, 2, 6, 21}}));
+  std::string el = savePicture(dir, "l.png", rects(8, 9, {{2, 2, 2, 5}, {2, 5, 4, 5}}));
   std::string none = dir.file("absent.png");  // its centre stays (0, 0)
   struct {
     const std::string &a, &b;
@@ -135,8 +127,7 @@ TEST(SmallI, AWhiteOrFaintRowBetweenDotAndStemIsAGap) {
       {"link pixel just under half dark", pale, getsmalliFontVal, 1},
       {"link pixel just over half dark", dark, getsmalliFontVal, 0},
   });
-  TempDir dir;
-  EXPECT_EQ(getsmalliFontVal(dir.file("absent.png").c_str()), 0.0);
+  EXPECT_EQ(getsmalliFontVal("/nonexistent.png"), 0.0);
 }
 
 TEST(TwoStorey, ShareOfColumnsCrossingMoreStrokesThanTheLimit) {
@@ -145,10 +136,8 @@ TEST(TwoStorey, ShareOfColumnsCrossingMoreStrokesThanTheLimit) {
   expectRows({
       // Columns 3..12 cross 3 strokes, the stem closes the run: 10 / box 12.
       {"three bars, a", bars({{2, 4}, {10, 12}, {18, 20}}), twoStorey(0), 10.0 / 12},
-      {"three bars are a one-storey g", bars({{2, 4}, {10, 12}, {18, 20}}),
-       twoStorey(1), 0},
-      {"four bars, g", bars({{2, 3}, {7, 8}, {12, 13}, {17, 18}}), twoStorey(1),
-       10.0 / 12},
+      {"three bars are a one-storey g", bars({{2, 4}, {10, 12}, {18, 20}}), twoStorey(1), 0},
+      {"four bars, g", bars({{2, 3}, {7, 8}, {12, 13}, {17, 18}}), twoStorey(1), 10.0 / 12},
       {"an o crosses two strokes", ring(), twoStorey(0), 0},
       {"a run of one column", dottedColumns({10}), twoStorey(0), 0},
       {"a run of two over box width 9", dottedColumns({10, 11}), twoStorey(0), 2.0 / 9},
@@ -156,8 +145,7 @@ TEST(TwoStorey, ShareOfColumnsCrossingMoreStrokesThanTheLimit) {
       // A stroke counts where it ends: the lowest bar on the last row does not.
       {"a bar on the last row", bars({{2, 4}, {10, 12}, {19, 23}}), twoStorey(0), 0},
   });
-  TempDir dir;
-  EXPECT_EQ(isTowStoryag(dir.file("absent.png").c_str(), 0), 0.0);
+  EXPECT_EQ(isTowStoryag("/nonexistent.png", 0), 0.0);
 }
 
 TEST(Counters, OpennessOfCAndEAndClosenessOfAAndE) {
@@ -167,9 +155,7 @@ TEST(Counters, OpennessOfCAndEAndClosenessOfAAndE) {
   e.fillRect(3, 10, 16, 11);
   e.fillRect(14, 2, 16, 11);
   e.fillRect(15, 15, 16, 19);
-  Picture left(20, 24);  // strokes only in the left half
-  left.fillRect(2, 10, 8, 12);
-  left.fillRect(2, 14, 8, 16);
+  Picture left = rects(20, 24, {{2, 10, 8, 12}, {2, 14, 8, 16}});  // the left half only
   // Three bars over x 3..12 (rows 2..3, 9..10, 17..19). Going up a column:
   // ink at 19, white at 16, ink at 10, white at 8, ink at 3.
   Picture three = bars({{2, 3}, {9, 10}, {17, 19}}, false);
@@ -187,9 +173,8 @@ TEST(Counters, OpennessOfCAndEAndClosenessOfAAndE) {
       {"o: no column crosses three strokes", ring(), closeness(1), 0},
       {"last column not scanned", last, closeness(1), 7.0 / 24},
   });
-  TempDir dir;
-  EXPECT_EQ(getCounterOpenness(dir.file("absent.png").c_str()), -1);
-  EXPECT_EQ(getCounterCloseness(dir.file("absent.png").c_str(), 1), -1.0);
+  EXPECT_EQ(getCounterOpenness("/nonexistent.png"), -1);
+  EXPECT_EQ(getCounterCloseness("/nonexistent.png", 1), -1.0);
 }
 
 // All four fixture fonts have a two-storey a, a dotted i and an o of two
