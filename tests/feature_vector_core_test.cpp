@@ -45,11 +45,9 @@ TEST(GetFeatureValue, OutOfRangeAndGlyphMeans) {
   }
   for (int i = 0; i < TARGET_FILE_COUNT; i++) fd.featmatric[i].char_int_y = i;  // mean 4
   fd.metrics[0].int_x = 1e9;  // never part of the vector
-  struct {
-    FONT_DATA* record;
-    int index;
-    double expected;
-  } rows[] = {{nullptr, 0, -1}, {nullptr, 58, -1}, {nullptr, -1, -1}, {&fd, 58, 0},
+  // No record: -1. Out of range: 0. 22 is the skew, 0 and 14 glyph means, 12
+  // and 11 target means (the x values left 0).
+  struct { FONT_DATA* record; int index; double expected; } rows[] = {{nullptr, 0, -1}, {nullptr, 58, -1}, {nullptr, -1, -1}, {&fd, 58, 0},
               {&fd, -1, 0},     {&fd, 22, 3},      {&fd, 0, 25.5},    {&fd, 14, 1},
               {&fd, 12, 4},     {&fd, 11, 0}};
   for (const auto& r : rows)
