@@ -216,43 +216,31 @@ TEST_F(TtfLoad, CollectionMembersAreFoundThroughTheOffsetTableAndIndexChecked) {
 /* ---- Loads and refusals, from memory and from a file ---- */
 
 TEST_F(TtfLoad, StructuralChecksLoadOrRefuseWithTheirCodes) {
-  auto version = [](uint32_t v) {
-    return edited([v](sfnt::Font& f) { f.version = v; });
-  };
+  auto version = [](uint32_t v) { return edited([v](sfnt::Font& f) { f.version = v; }); };
   auto without = [](std::vector<const char*> tags) {
     return edited([tags](sfnt::Font& f) { for (auto t : tags) f.remove(t); });
   };
-  auto adding = [](const char* tag, Bytes data) {
-    return edited([tag, data](sfnt::Font& f) { f.set(tag, data); });
+  auto adding = [](std::vector<std::pair<const char*, Bytes>> tables) {
+    return edited([tables](sfnt::Font& f) { for (auto& t : tables) f.set(t.first, t.second); });
   };
-  auto glyfEntry = [](size_t field, uint32_t v, size_t field2 = 0, uint32_t v2 = 0) {
+  // Directory entry fields of `tag` (8: offset, 12: length) set to values.
+  auto entry = [](const char* tag, std::vector<std::pair<size_t, uint32_t>> fields,
+                  const std::function<void(sfnt::Font&)>& edit = [](sfnt::Font&) {}) {
     return patched([=](Bytes& b) {
-      size_t e = sfnt::entryOf(b, "glyf");
-      sfnt::putU32(b, e + field, v);
-      if (field2) sfnt::putU32(b, e + field2, v2);
-    });
+      for (auto& f : fields) sfnt::putU32(b, sfnt::entryOf(b, tag) + f.first, f.second);
+    }, edit);
   };
-  // A 4-byte `zzzz` placed 2 bytes into `cmap` (`shift` 2), or at cmap's very
-  // start with length 0 (`shift` 0).
-  auto overCmap = [](uint32_t shift) {
-    return patched(
-        [shift](Bytes& b) {
-          size_t c = sfnt::entryOf(b, "cmap"), z = sfnt::entryOf(b, "zzzz");
-          sfnt::putU32(b, z + 8, sfnt::getU32(b, c + 8) + shift);
-          if (shift == 0) sfnt::putU32(b, z + 12, 0);
-        },
-        [](sfnt::Font& f) { f.set("zzzz", Bytes(4, 0)); });
-  };
+  auto withZzzz = [](sfnt::Font& f) { f.set("zzzz", Bytes(4, 0)); };
+  const Bytes minimal = sfnt::build(sfnt::minimalGlyfFont());
+  const uint32_t cmapAt = sfnt::getU32(minimal, sfnt::entryOf(minimal, "cmap") + 8);
   auto entries = [](size_t n) {  // the minimal font padded to n tables
     return edited([n](sfnt::Font& f) {
-      for (int i = 0; f.tables.size() < n; i++)
-        f.set("x" + std::to_string(100 + i), Bytes(4, 0));
+      for (int i = 0; f.tables.size() < n; i++) f.set("x" + std::to_string(100 + i), Bytes(4, 0));
     });
   };
   // 21 cmap records, all at an odd offset (173): too many to realign.
   Bytes oddCmap;
-  sfnt::u16(oddCmap, 0);
-  sfnt::u16(oddCmap, 21);
+  for (uint32_t v : {0, 21}) sfnt::u16(oddCmap, v);
   for (int i = 0; i < 21; i++)
     for (uint32_t v : {3u, 1u, 0u, 4u + 8 * 21 + 1}) sfnt::u16(oddCmap, v);
   Bytes sub = sfnt::cmap(12);
@@ -264,59 +252,54 @@ TEST_F(TtfLoad, StructuralChecksLoadOrRefuseWithTheirCodes) {
   struct Row {
     const char* why;
     Bytes font;
-    FS_BOOLEAN validate;
-    FS_BYTE type;
     FS_ULONG want;
-  };
-  const Row rows[] = {
-      {"sfnt version 1.0", version(0x00010000), 0, 0, kLoads},
-      {"sfnt version 'true'", version(sfnt::tagOf("true")), 0, 0, kLoads},
-      {"sfnt version 'OTTO'", version(sfnt::tagOf("OTTO")), 0, 0, kLoads},
-      {"sfnt version 'wOFF'", version(sfnt::tagOf("wOFF")), 0, 0, ERR_NOT_A_TTF},
-      {"head magic one off", adding("head", sfnt::head(1000, 0, 0, 1, 1, 0, 0x5F0F3CF4)),
-       0, 0, ERR_NOT_A_TTF},
-      {"no maxp", without({"maxp"}), 0, 0, ERR_TABLE_NOT_FOUND},
-      {"no head", without({"head"}), 0, 0, ERR_TABLE_NOT_FOUND},
-      {"no hhea", without({"hhea"}), 0, 0, ERR_TABLE_NOT_FOUND},
-      {"no hmtx", without({"hmtx"}), 0, 0, ERR_TABLE_NOT_FOUND},
-      {"no cmap", without({"cmap"}), 0, 0, ERR_TABLE_NOT_FOUND},
-      {"no name", without({"name"}), 0, 0, ERR_TABLE_NOT_FOUND},
-      {"glyf font with maxp 0.5", adding("maxp", sfnt::maxp05(2)), 0, 0,
-       ERR_MAXP_VERSION_TT},
-      {"no outlines nor bitmaps: error 0", without({"glyf", "loca"}), 0, 0, 0},
-      {"glyf without loca: error 0", without({"loca"}), 0, 0, 0},
-      {"EBLC without EBDT, even with glyf", adding("EBLC", Bytes(8, 0)), 0, 0,
-       ERR_TABLE_NOT_FOUND},
-      {"CBLC without CBDT", adding("CBLC", Bytes(8, 0)), 0, 0, ERR_TABLE_NOT_FOUND},
-      {"EBLC of 0 sizes", edited([](sfnt::Font& f) {
-         f.set("EBLC", oneStrikeEblc(0)).set("EBDT", Bytes(4, 0)); }), 0, 0, ERR_EBLC},
-      {"EBLC of 2 sizes, 1 present", edited([](sfnt::Font& f) {
-         f.set("EBLC", oneStrikeEblc(2)).set("EBDT", Bytes(4, 0)); }), 0, 0, ERR_EBLC},
-      {"vmtx without vhea", adding("vmtx", Bytes(8, 0)), 0, 0, ERR_TABLE_NOT_FOUND},
-      {"CFF type without a CFF table", edited([](sfnt::Font&) {}), 0, FNT_TYPE_OTT,
-       ERR_TABLE_NOT_FOUND},
-      {"CFF font with maxp 1.0: forgiven", sfnt::build(cffWrongMaxp), 0, FNT_TYPE_OTT,
-       kLoads},
-      {"glyf length past the end", glyfEntry(12, 0x7FFFFFF0), 0, 0, ERR_TABLE_DIR},
-      {"glyf offset past the end", patched([](Bytes& b) {
-         sfnt::putU32(b, sfnt::entryOf(b, "glyf") + 8, (uint32_t)b.size() + 4); }),
-       0, 0, ERR_TABLE_DIR},
-      {"glyf offset + length wraps 32 bits", glyfEntry(8, 0xFFFFFFF0, 12, 0x20), 0, 0,
+    FS_BOOLEAN validate = 0;
+    FS_BYTE type = 0;
+  } rows[] = {
+      {"sfnt version 1.0", version(0x00010000), kLoads},
+      {"sfnt version 'true'", version(sfnt::tagOf("true")), kLoads},
+      {"sfnt version 'OTTO'", version(sfnt::tagOf("OTTO")), kLoads},
+      {"sfnt version 'wOFF'", version(sfnt::tagOf("wOFF")), ERR_NOT_A_TTF},
+      {"head magic one off", adding({{"head", sfnt::head(1000, 0, 0, 1, 1, 0, 0x5F0F3CF4)}}),
+       ERR_NOT_A_TTF},
+      {"no maxp", without({"maxp"}), ERR_TABLE_NOT_FOUND},
+      {"no head", without({"head"}), ERR_TABLE_NOT_FOUND},
+      {"no hhea", without({"hhea"}), ERR_TABLE_NOT_FOUND},
+      {"no hmtx", without({"hmtx"}), ERR_TABLE_NOT_FOUND},
+      {"no cmap", without({"cmap"}), ERR_TABLE_NOT_FOUND},
+      {"no name", without({"name"}), ERR_TABLE_NOT_FOUND},
+      {"glyf font with maxp 0.5", adding({{"maxp", sfnt::maxp05(2)}}), ERR_MAXP_VERSION_TT},
+      {"no outlines nor bitmaps: error 0", without({"glyf", "loca"}), 0},
+      {"glyf without loca: error 0", without({"loca"}), 0},
+      {"EBLC without EBDT, even with glyf", adding({{"EBLC", Bytes(8, 0)}}), ERR_TABLE_NOT_FOUND},
+      {"CBLC without CBDT", adding({{"CBLC", Bytes(8, 0)}}), ERR_TABLE_NOT_FOUND},
+      {"EBLC of 0 sizes", adding({{"EBLC", oneStrikeEblc(0)}, {"EBDT", Bytes(4, 0)}}), ERR_EBLC},
+      {"EBLC of 2 sizes, 1 present", adding({{"EBLC", oneStrikeEblc(2)}, {"EBDT", Bytes(4, 0)}}),
+       ERR_EBLC},
+      {"vmtx without vhea", adding({{"vmtx", Bytes(8, 0)}}), ERR_TABLE_NOT_FOUND},
+      {"CFF type without a CFF table", minimal, ERR_TABLE_NOT_FOUND, 0, FNT_TYPE_OTT},
+      {"CFF font with maxp 1.0: forgiven", sfnt::build(cffWrongMaxp), kLoads, 0, FNT_TYPE_OTT},
+      {"glyf length past the end", entry("glyf", {{12, 0x7FFFFFF0}}), ERR_TABLE_DIR},
+      {"glyf offset past the end", entry("glyf", {{8, (uint32_t)minimal.size() + 4}}),
        ERR_TABLE_DIR},
-      {"no tables, validated", sfnt::build(sfnt::Font()), 1, 0, ERR_TABLE_DIR},
-      {"no tables", sfnt::build(sfnt::Font()), 0, 0, ERR_TABLE_NOT_FOUND},
-      {"overlapping tables, validated", overCmap(2), 1, 0, ERR_TABLE_DIR},
-      {"overlapping tables, unvalidated", overCmap(2), 0, 0, kLoads},
-      {"empty entry sharing a table's start, validated", overCmap(0), 1, 0,
+      {"glyf offset + length wraps 32 bits", entry("glyf", {{8, 0xFFFFFFF0}, {12, 0x20}}),
        ERR_TABLE_DIR},
+      {"no tables, validated", sfnt::build(sfnt::Font()), ERR_TABLE_DIR, 1},
+      {"no tables", sfnt::build(sfnt::Font()), ERR_TABLE_NOT_FOUND},
+      // `zzzz` 2 bytes into `cmap`; then at its start with length 0, which
+      // fails too when the other entry, taken as the container, has a length.
+      {"overlapping tables, validated", entry("zzzz", {{8, cmapAt + 2}}, withZzzz),
+       ERR_TABLE_DIR, 1},
+      {"overlapping tables, unvalidated", entry("zzzz", {{8, cmapAt + 2}}, withZzzz), kLoads},
+      {"empty entry at a table's start, validated",
+       entry("zzzz", {{8, cmapAt}, {12, 0}}, withZzzz), ERR_TABLE_DIR, 1},
       {"two empty entries at one place, validated",
-       edited([](sfnt::Font& f) { f.set("yyyy", Bytes()).set("zzzz", Bytes()); }), 1,
-       0, kLoads},
+       adding({{"yyyy", Bytes()}, {"zzzz", Bytes()}}), kLoads, 1},
       // Past 50 entries the directory stays unconverted: nothing is found.
-      {"51 entries", entries(51), 0, 0, ERR_TABLE_NOT_FOUND},
-      {"51 entries, validated", entries(51), 1, 0, ERR_TABLE_DIR},
-      {"50 entries", entries(50), 0, 0, kLoads},
-      {"21 odd cmap subtables", adding("cmap", oddCmap), 0, 0, ERR_UNICODE_CMAP_NEEDED},
+      {"51 entries", entries(51), ERR_TABLE_NOT_FOUND},
+      {"51 entries, validated", entries(51), ERR_TABLE_DIR, 1},
+      {"50 entries", entries(50), kLoads},
+      {"21 odd cmap subtables", adding({{"cmap", oddCmap}}), ERR_UNICODE_CMAP_NEEDED},
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(r.why);
