@@ -7,13 +7,12 @@
 
 #include <string>
 
-#include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_tableptr.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_typeset.h"
-#include "Orvex_internal/fs_xmalloc.h"
+#include "engine_fixture.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
 
@@ -30,14 +29,13 @@ constexpr FS_ULONG TAG_zzzz = FS_MAKE_TAG('z', 'z', 'z', 'z');
 class TableAccess : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(FSS_init(&state, 64u << 20), 0);
-    st = &state;
-    baseline = FS_get_heap_used(st);
+    ASSERT_TRUE(engine.started);
+    st = &engine.st;
+    baseline = engine.used();
   }
   void TearDown() override {
     TYPESET_destroy(st, &st->cur_typeset);
-    EXPECT_EQ(FS_get_heap_used(st), baseline);
-    FSS_exit(st);
+    EXPECT_EQ(engine.used(), baseline);
   }
   void addFont(bool fromMemory = false) {
     if (fromMemory) image = sfnt::asBytes(testsupport::readBytes(kDejaVuSans));
@@ -59,7 +57,7 @@ class TableAccess : public ::testing::Test {
     return off;
   }
 
-  FS_STATE state;
+  enginetest::Engine engine{64u << 20};
   FS_STATE* st = nullptr;
   FS_ULONG baseline = 0;
   FILECHAR name[64] = {0};

@@ -10,12 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_sbit.h"
 #include "Orvex_internal/fs_ttf.h"
-#include "Orvex_internal/fs_xmalloc.h"
+#include "engine_fixture.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
 
@@ -68,13 +67,12 @@ Bytes oneStrikeEblc(uint32_t numSizes = 1) {
 class TtfLoad : public ::testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(FSS_init(&state, 64u << 20), 0);
-    st = &state;
-    baseline = FS_get_heap_used(st);
+    ASSERT_TRUE(engine.started);
+    st = &engine.st;
+    baseline = engine.used();
   }
   void TearDown() override {
-    EXPECT_EQ(FS_get_heap_used(st), baseline);
-    FSS_exit(st);
+    EXPECT_EQ(engine.used(), baseline);
   }
   TTF* loadMemory(const Bytes& b, FS_ULONG index = 0, FS_BOOLEAN validate = 0,
                   FS_BYTE type = 0) {
@@ -113,7 +111,7 @@ class TtfLoad : public ::testing::Test {
     return b;
   }
 
-  FS_STATE state;
+  enginetest::Engine engine{64u << 20};
   FS_STATE* st = nullptr;
   FS_ULONG baseline = 0;
   testsupport::TempDir dir;
@@ -356,14 +354,14 @@ TEST_F(TtfLoad, TruncatedFontsAreRefusedUntilTheirLastTableIsWhole) {
 TEST_F(TtfLoad, RefusalsUnderAShortBudgetAre201AndGiveBackEverything) {
   Bytes b = realFont(kDejaVuSans);
   for (FS_ULONG budget = 4000; budget < 120000; budget += 2500) {
-    st->server->heap_size = FS_get_heap_used(st) + budget;
+    engine.server()->heap_size = engine.used() + budget;
     TTF* ttf = loadMemory(b);
     EXPECT_EQ(ttf ? (FS_ULONG)ERR_MALLOC_FAIL : st->error, (FS_ULONG)ERR_MALLOC_FAIL)
         << budget;
     unload_ttf(st, ttf);
-    EXPECT_EQ(FS_get_heap_used(st), baseline) << budget;
+    EXPECT_EQ(engine.used(), baseline) << budget;
   }
-  st->server->heap_size = 64u << 20;
+  engine.server()->heap_size = 64u << 20;
 }
 
 TEST_F(TtfLoad, MutatedFontsAreLoadedOrRefusedWithoutStrayReads) {
@@ -385,7 +383,7 @@ TEST_F(TtfLoad, MutatedFontsAreLoadedOrRefusedWithoutStrayReads) {
     TTF* ttf = loadMemory(b, 0, (FS_BOOLEAN)(round & 1));
     loaded += ttf != nullptr;
     unload_ttf(st, ttf);
-    ASSERT_EQ(FS_get_heap_used(st), baseline) << round;
+    ASSERT_EQ(engine.used(), baseline) << round;
   }
   EXPECT_GT(loaded, 100);  // most changes land in data the loader tolerates
 }
