@@ -256,6 +256,7 @@ TEST(Hdmx, WidthsFromTheRecordOfTheSizeRememberedAndRefused) {
   // remembered for the next.
   const struct { int ppem; std::vector<std::array<int, 3>> asks; bool none; } sizes[] = {
       {12, {{2, 0, 12}, {0, 0, 10}, {3, 0, 4}}, false},
+      // 259 glyphs: index 259 is refused while no record is remembered yet
       {24, {{259, ERR_BAD_GLYF_INDEX, -1}, {5, 0, 14}}, false},
       {18, {{3, ERR_HDMX_RECORD, 0}, {3, ERR_HDMX_RECORD, 0}}, true}};
   for (const auto& r : sizes) {
