@@ -3,10 +3,10 @@
 // matching with its remainders, hdmx widths with the remembered record, the
 // size that fits a height, design-unit glyph metrics and header records.
 #include <gtest/gtest.h>
-
 #include <string.h>
 
 #include <array>
+#include <vector>
 
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_glyphmap.h"
@@ -17,73 +17,58 @@
 
 namespace {
 
-const char* const kDejaVuSans = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+const char kDejaVuSans[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 // Has both VDMX and hdmx; 1000 units per em, 259 glyphs.
-const char* const kBlankenburg =
-    "/usr/share/fonts/truetype/blankenburg/Blankenburg_UNZ1A.ttf";
+const char kBlankenburg[] = "/usr/share/fonts/truetype/blankenburg/Blankenburg_UNZ1A.ttf";
 
-TEST(FontMetrics, RecordOfARealFont) {
-  testsupport::TypesetFont f;
-  ASSERT_EQ(f.open(kDejaVuSans), 0);
-  FONT_METRICS fm;
-  memset(&fm, 0x55, sizeof fm);
-  ASSERT_EQ(FSS_font_metrics(&f.st, &fm), 0);
-  EXPECT_EQ(fm.unitsPerEm, 2048);
-  EXPECT_EQ(fm.metricsResolution, 2048);
-  EXPECT_EQ(fm.head_macStyle, 0);
-  EXPECT_EQ(fm.font_bbox.xMin, -2090);
-  EXPECT_EQ(fm.font_bbox.yMin, -948);
-  EXPECT_EQ(fm.font_bbox.xMax, 3673);
-  EXPECT_EQ(fm.font_bbox.yMax, 2524);
-  EXPECT_EQ(fm.os2_win_ascent, 1901);
-  EXPECT_EQ(fm.os2_win_descent, 483);
-  EXPECT_EQ(fm.os2_ascent, 1556);
-  EXPECT_EQ(fm.os2_descent, -492);
-  EXPECT_EQ(fm.os2_leading, 410);
-  EXPECT_EQ(fm.os2_fsSelection, 64);  // REGULAR
-  EXPECT_EQ(fm.hhea_ascent, 1901);
-  EXPECT_EQ(fm.hhea_descent, -483);
-  EXPECT_EQ(fm.hhea_leading, 0);
-  EXPECT_EQ(fm.embedding_bits, 0);
-  EXPECT_EQ(fm.font_type, FONT_TYPE_TTF);
-  EXPECT_EQ(fm.numGlyphs, 6253u);
-  EXPECT_EQ(fm.numIcons, 0u);
-  EXPECT_EQ(fm.numFontsInTTC, 0u);
-  // The cmap directory as the file lists it.
-  ASSERT_EQ(fm.num_cmap_tables, 5);
-  EXPECT_EQ(fm.mappings[0].platform, 0);
-  EXPECT_EQ(fm.mappings[0].encoding, 3);
-  EXPECT_EQ(fm.mappings[0].offset, 44u);
-  EXPECT_EQ(fm.mappings[4].platform, 3);
-  EXPECT_EQ(fm.mappings[4].encoding, 10);
-  EXPECT_EQ(fm.mappings[4].offset, 3146u);
-  EXPECT_STREQ(fm.font_name, "DejaVu Sans");
-  EXPECT_STREQ(fm.font_family_name, "DejaVu Sans");
-  EXPECT_EQ(strncmp(fm.copyright, "Copyright (c) 2003 by Bitstream", 31), 0);
-  EXPECT_LE(strlen(fm.copyright), 2047u);
+// A value against its hand-read value, named by its expression.
+struct Field {
+  const char* name;
+  long long got, want;
+};
+#define F(got, want) Field{#got, (long long)(got), (long long)(want)}
+void expectFields(std::initializer_list<Field> fields) {
+  for (const Field& f : fields) EXPECT_EQ(f.got, f.want) << f.name;
 }
 
-TEST(FontMetrics, FontWithoutOs2AndCffFontAndNoFont) {
+TEST(FontMetrics, RecordsOfARealABuiltACffAndACollectionFont) {
   testsupport::TypesetFont none;
   FONT_METRICS fm;
   EXPECT_EQ(FSS_font_metrics(&none.st, &fm), ERR_NO_CURRENT_FONT);
   EXPECT_EQ(FSS_font_metrics(&none.st, nullptr), ERR_BAD_ARGUMENT);
 
+  // DejaVu Sans: values read off its head, OS/2, hhea and cmap directory.
   testsupport::TypesetFont f;
-  ASSERT_EQ(f.open("", sfnt::build(sfnt::minimalGlyfFont())), 0);
+  ASSERT_EQ(f.open(kDejaVuSans), 0) << "missing font " << kDejaVuSans;
   memset(&fm, 0x55, sizeof fm);
   ASSERT_EQ(FSS_font_metrics(&f.st, &fm), 0);
-  EXPECT_EQ(f.st.error, 0u);
-  EXPECT_EQ(fm.unitsPerEm, 1000);
-  EXPECT_EQ(fm.hhea_ascent, 800);
-  EXPECT_EQ(fm.hhea_descent, -200);
-  EXPECT_EQ(fm.os2_win_ascent, 0);
-  EXPECT_EQ(fm.os2_win_descent, 0);
-  EXPECT_EQ(fm.os2_ascent, 0);
-  EXPECT_EQ(fm.os2_fsSelection, 0);
-  EXPECT_EQ(fm.embedding_bits, 0);
-  EXPECT_EQ(fm.numGlyphs, 2u);
-  EXPECT_EQ(fm.num_cmap_tables, 1);
+  expectFields({F(fm.unitsPerEm, 2048), F(fm.metricsResolution, 2048), F(fm.head_macStyle, 0),
+                F(fm.font_bbox.xMin, -2090), F(fm.font_bbox.yMin, -948),
+                F(fm.font_bbox.xMax, 3673), F(fm.font_bbox.yMax, 2524),
+                F(fm.os2_win_ascent, 1901), F(fm.os2_win_descent, 483),
+                F(fm.os2_ascent, 1556), F(fm.os2_descent, -492), F(fm.os2_leading, 410),
+                F(fm.os2_fsSelection, 64),  // REGULAR
+                F(fm.hhea_ascent, 1901), F(fm.hhea_descent, -483), F(fm.hhea_leading, 0),
+                F(fm.embedding_bits, 0), F(fm.font_type, FONT_TYPE_TTF),
+                F(fm.numGlyphs, 6253), F(fm.numIcons, 0), F(fm.numFontsInTTC, 0),
+                F(fm.num_cmap_tables, 5), F(fm.mappings[0].platform, 0),
+                F(fm.mappings[0].encoding, 3), F(fm.mappings[0].offset, 44),
+                F(fm.mappings[4].platform, 3), F(fm.mappings[4].encoding, 10),
+                F(fm.mappings[4].offset, 3146)});
+  EXPECT_STREQ(fm.font_name, "DejaVu Sans");
+  EXPECT_STREQ(fm.font_family_name, "DejaVu Sans");
+  EXPECT_EQ(strncmp(fm.copyright, "Copyright (c) 2003 by Bitstream", 31), 0);
+  EXPECT_LE(strlen(fm.copyright), 2047u);
+
+  // The minimal font has no OS/2: its values are zeros, without an error.
+  testsupport::TypesetFont b;
+  ASSERT_EQ(b.open("", sfnt::build(sfnt::minimalGlyfFont())), 0);
+  memset(&fm, 0x55, sizeof fm);
+  ASSERT_EQ(FSS_font_metrics(&b.st, &fm), 0);
+  expectFields({F(b.st.error, 0), F(fm.unitsPerEm, 1000), F(fm.hhea_ascent, 800),
+                F(fm.hhea_descent, -200), F(fm.os2_win_ascent, 0), F(fm.os2_win_descent, 0),
+                F(fm.os2_ascent, 0), F(fm.os2_fsSelection, 0), F(fm.embedding_bits, 0),
+                F(fm.numGlyphs, 2), F(fm.num_cmap_tables, 1)});
   EXPECT_STREQ(fm.font_name, "Test Sans");
   EXPECT_STREQ(fm.font_family_name, "Test");
   EXPECT_STREQ(fm.copyright, "(c) nobody");
@@ -91,321 +76,238 @@ TEST(FontMetrics, FontWithoutOs2AndCffFontAndNoFont) {
   testsupport::TypesetFont c;
   ASSERT_EQ(c.open("", sfnt::build(sfnt::minimalCffFont(7))), 0);
   ASSERT_EQ(FSS_font_metrics(&c.st, &fm), 0);
-  EXPECT_EQ(fm.font_type, FONT_TYPE_CFF);
-  EXPECT_EQ(fm.numGlyphs, 7u);
-}
+  expectFields({F(fm.font_type, FONT_TYPE_CFF), F(fm.numGlyphs, 7)});
 
-TEST(FontMetrics, CollectionMemberAndMoreThanTwentyCmapSubtables) {
-  // 21 encoding records, all at one format-0 subtable.
+  // Member 1 of a collection, with 21 encoding records (all at one format-0
+  // subtable) of which the record keeps 20.
   sfnt::Bytes cmap;
-  sfnt::u16(cmap, 0);
-  sfnt::u16(cmap, 21);
-  for (int i = 0; i < 21; i++) {
-    sfnt::u16(cmap, 3);
-    sfnt::u16(cmap, (uint32_t)i);
-    sfnt::u32(cmap, 4 + 8 * 21);
-  }
-  sfnt::u16(cmap, 0);
-  sfnt::u16(cmap, 262);
-  sfnt::u16(cmap, 0);
-  for (int c = 0; c < 256; c++) sfnt::u8(cmap, c & 1);
-  sfnt::Font a = sfnt::minimalGlyfFont();
-  a.set("cmap", cmap);
-  sfnt::Font b = sfnt::minimalGlyfFont();
-  testsupport::TypesetFont f;
-  ASSERT_EQ(f.open("", sfnt::buildCollection({b, a}), 1), 0);
-  FONT_METRICS fm;
-  ASSERT_EQ(FSS_font_metrics(&f.st, &fm), 0);
-  EXPECT_EQ(fm.num_cmap_tables, 20);
-  EXPECT_EQ(fm.mappings[19].encoding, 19);
-  EXPECT_EQ(fm.font_type, FONT_TYPE_TTF | FONT_TYPE_TTC);
-  EXPECT_EQ(fm.numFontsInTTC, 2u);
-  EXPECT_EQ(fm.indexInTTC, 1u);
+  for (uint32_t w : {0, 21}) sfnt::u16(cmap, w);
+  for (uint32_t i = 0; i < 21; i++)
+    for (uint32_t w : {3u, i, 0u, 4u + 8 * 21}) sfnt::u16(cmap, w);
+  sfnt::Bytes sub = sfnt::cmap(12);
+  cmap.insert(cmap.end(), sub.begin() + 12, sub.end());
+  testsupport::TypesetFont t;
+  ASSERT_EQ(t.open("", sfnt::buildCollection({sfnt::minimalGlyfFont(),
+                                              sfnt::minimalGlyfFont().set("cmap", cmap)}), 1), 0);
+  ASSERT_EQ(FSS_font_metrics(&t.st, &fm), 0);
+  expectFields({F(fm.num_cmap_tables, 20), F(fm.mappings[19].encoding, 19),
+                F(fm.font_type, FONT_TYPE_TTF | FONT_TYPE_TTC), F(fm.numFontsInTTC, 2),
+                F(fm.indexInTTC, 1)});
 }
 
 TEST(FontMetrics, HeaderRecordsOfTheCurrentFont) {
   testsupport::TypesetFont f;
   TTF_HEAD head;
+  TTF_MAXP maxp;
+  TTF_OS2 os2;
   EXPECT_EQ(FSS_get_table_structure(&f.st, TAG_head, &head), ERR_NO_CURRENT_FONT);
   ASSERT_EQ(f.open("", sfnt::build(sfnt::minimalGlyfFont())), 0);
   ASSERT_EQ(FSS_get_table_structure(&f.st, TAG_head, &head), 0);
-  EXPECT_EQ(head.unitsPerEm, 1000);
-  EXPECT_EQ(head.yMin, -200);
-  TTF_MAXP maxp;
   ASSERT_EQ(FSS_get_table_structure(&f.st, TAG_maxp, &maxp), 0);
-  EXPECT_EQ(maxp.numGlyphs, 2);
-  TTF_OS2 os2;
-  EXPECT_EQ(FSS_get_table_structure(&f.st, TAG_OS2, &os2), ERR_TABLE_NOT_FOUND);
-  EXPECT_EQ(FSS_get_table_structure(&f.st, TAG_glyf, &os2), ERR_BAD_ARGUMENT);
-  EXPECT_EQ(FSS_get_table_structure(&f.st, TAG_head, nullptr), ERR_BAD_ARGUMENT);
+  expectFields({F(head.unitsPerEm, 1000), F(head.yMin, -200), F(maxp.numGlyphs, 2),
+                F(FSS_get_table_structure(&f.st, TAG_OS2, &os2), ERR_TABLE_NOT_FOUND),
+                F(FSS_get_table_structure(&f.st, TAG_glyf, &os2), ERR_BAD_ARGUMENT),
+                F(FSS_get_table_structure(&f.st, TAG_head, nullptr), ERR_BAD_ARGUMENT)});
 }
 
 TEST(LineSpacing, WindowsMetricsWhenPresentElseHhea) {
+  // DejaVu Sans's values at 24 pixels: a font unit is 24 / 2048 pixel, 768
+  // in 16.16. Leading: ascender + descender + line gap of hhea less the
+  // Windows pair, floored at 0.
   TTF_HEAD head = {};
   head.unitsPerEm = 2048;
   TTF_HHEA hhea = {};
   hhea.yAscender = 1901;
   hhea.yDescender = -483;
   hhea.yLineGap = 67;
-  TTF_OS2 os2 = {};
-  os2.usWinAscent = 1901;
-  os2.usWinDescent = 483;
-  FS_FIXED a, d, l;
-  FS_USHORT src;
-  // At 24 pixels a font unit is 24 / 2048 pixel, 768 in 16.16.
-  TTF_calc_ascender_descender_leading(&os2, &hhea, &head, 24 << 16, &a, &d, &l,
-                                      &src);
-  EXPECT_EQ(a, 1901 * 768);
-  EXPECT_EQ(d, 483 * 768);
-  EXPECT_EQ(l, 67 * 768);  // 1901 + 483 + 67 - (1901 + 483)
-  EXPECT_EQ(src, FsAscDescLeadSource_WIN_MAC_COMPAT);
-
-  os2.usWinAscent = 2000;  // beyond the hhea spacing: leading floored at 0
-  TTF_calc_ascender_descender_leading(&os2, &hhea, &head, 24 << 16, &a, &d, &l,
-                                      &src);
-  EXPECT_EQ(a, 2000 * 768);
-  EXPECT_EQ(l, 0);
-
-  os2.usWinAscent = os2.usWinDescent = 0;  // both zero: hhea
-  TTF_calc_ascender_descender_leading(&os2, &hhea, &head, 24 << 16, &a, &d, &l,
-                                      &src);
-  EXPECT_EQ(src, FsAscDescLeadSource_TTF_HHEA);
-  EXPECT_EQ(a, 1901 * 768);
-  EXPECT_EQ(d, 483 * 768);
-  EXPECT_EQ(l, 67 * 768);
-  TTF_calc_ascender_descender_leading(nullptr, &hhea, &head, 24 << 16, &a, &d,
-                                      &l, &src);
-  EXPECT_EQ(src, FsAscDescLeadSource_TTF_HHEA);
+  const struct { int winAscent, winDescent; bool os2; FS_FIXED a, d, l; FS_USHORT src; } rows[] = {
+      {1901, 483, true, 1901 * 768, 483 * 768, 67 * 768, FsAscDescLeadSource_WIN_MAC_COMPAT},
+      {2000, 483, true, 2000 * 768, 483 * 768, 0, FsAscDescLeadSource_WIN_MAC_COMPAT},
+      {0, 0, true, 1901 * 768, 483 * 768, 67 * 768, FsAscDescLeadSource_TTF_HHEA},  // both 0
+      {0, 0, false, 1901 * 768, 483 * 768, 67 * 768, FsAscDescLeadSource_TTF_HHEA},  // no OS/2
+  };
+  for (const auto& r : rows) {
+    TTF_OS2 os2 = {};
+    os2.usWinAscent = (FS_USHORT)r.winAscent;
+    os2.usWinDescent = (FS_USHORT)r.winDescent;
+    FS_FIXED a, d, l;
+    FS_USHORT src;
+    TTF_calc_ascender_descender_leading(r.os2 ? &os2 : nullptr, &hhea, &head, 24 << 16, &a,
+                                        &d, &l, &src);
+    SCOPED_TRACE(r.winAscent);
+    expectFields({F(a, r.a), F(d, r.d), F(l, r.l), F(src, r.src)});
+  }
 }
 
-TEST(LineSpacing, VdmxPairFirstThenOs2) {
+TEST(LineSpacing, VdmxPairFirstThenOs2AndOverTheSet) {
   testsupport::TypesetFont f;
-  ASSERT_EQ(f.open(kBlankenburg), 0);
+  ASSERT_EQ(f.open(kBlankenburg), 0) << "missing font " << kBlankenburg;
   FS_FIXED a, d, l;
   FS_USHORT src;
   // 12 pixels: the VDMX record (12, 10, -3); leading sTypoLineGap 44 scaled:
   // 44 * 12 / 1000 pixels = 34603.008 in 16.16, rounded 34603.
-  ASSERT_EQ(LFNT_get_ascender_descender_leading(&f.st, f.lfnt(), 12 << 16, &a,
-                                                &d, &l, &src), 0);
-  EXPECT_EQ(a, 10 << 16);
-  EXPECT_EQ(d, 3 << 16);
-  EXPECT_EQ(l, 34603);
-  EXPECT_EQ(src, FsAscDescLeadSource_VDMX_TABLE);
+  ASSERT_EQ(LFNT_get_ascender_descender_leading(&f.st, f.lfnt(), 12 << 16, &a, &d, &l, &src), 0);
+  expectFields({F(a, 10 << 16), F(d, 3 << 16), F(l, 34603),
+                F(src, FsAscDescLeadSource_VDMX_TABLE)});
   // 7 pixels lies below the group's sizes (8 to 255): usWinAscent 839,
   // usWinDescent 257, leading 839 + 257 + 22 - 1096 = 22, each times
   // 7 / 1000 pixel: 384892.928, 117899.264, 10092.544 in 16.16.
-  ASSERT_EQ(LFNT_get_ascender_descender_leading(&f.st, f.lfnt(), 7 << 16, &a,
-                                                &d, &l, &src), 0);
-  EXPECT_EQ(f.st.error, 0u);
-  EXPECT_EQ(a, 384893);
-  EXPECT_EQ(d, 117899);
-  EXPECT_EQ(l, 10093);
-  EXPECT_EQ(src, FsAscDescLeadSource_WIN_MAC_COMPAT);
-}
+  ASSERT_EQ(LFNT_get_ascender_descender_leading(&f.st, f.lfnt(), 7 << 16, &a, &d, &l, &src), 0);
+  expectFields({F(f.st.error, 0), F(a, 384893), F(d, 117899), F(l, 10093),
+                F(src, FsAscDescLeadSource_WIN_MAC_COMPAT)});
 
-TEST(LineSpacing, OverTheSetAtTheClientsSize) {
-  testsupport::TypesetFont f;
-  FS_FIXED a, d, l;
-  FS_USHORT src;
-  EXPECT_EQ(FSS_get_ascender_descender_leading(&f.st, &a, &d, &l, &src),
-            ERR_NO_CURRENT_FONT);
-  ASSERT_EQ(f.open(kDejaVuSans), 0);
-  // No scale yet: all zero, no error.
-  EXPECT_EQ(FSS_get_ascender_descender_leading(&f.st, &a, &d, &l, &src), 0);
-  EXPECT_EQ(a, 0);
-  EXPECT_EQ(src, 0);
-  ASSERT_EQ(f.setPpem(24), 0);
-  ASSERT_EQ(FSS_get_ascender_descender_leading(&f.st, &a, &d, &l, &src), 0);
-  EXPECT_EQ(a, 1901 * 768);
-  EXPECT_EQ(d, 483 * 768);
-  EXPECT_EQ(l, 0);
-  EXPECT_EQ(src, FsAscDescLeadSource_WIN_MAC_COMPAT);
-  // A shift of 2 pixels raises the ascender and lowers the descender.
-  f.st.cur_typeset.tfntarray[0].sfnt->vertical_shift = 2;
-  ASSERT_EQ(FSS_get_ascender_descender_leading(&f.st, &a, &d, &l, &src), 0);
-  EXPECT_EQ(a, 1901 * 768 + (2 << 16));
-  EXPECT_EQ(d, 483 * 768 - (2 << 16));
+  // Over the set at the client's size (DejaVu Sans at 24, as above); no
+  // scale yet gives zeros; a shift of 2 pixels raises the ascender and
+  // lowers the descender.
+  testsupport::TypesetFont g;
+  EXPECT_EQ(FSS_get_ascender_descender_leading(&g.st, &a, &d, &l, &src), ERR_NO_CURRENT_FONT);
+  ASSERT_EQ(g.open(kDejaVuSans), 0);
+  EXPECT_EQ(FSS_get_ascender_descender_leading(&g.st, &a, &d, &l, &src), 0);
+  expectFields({F(a, 0), F(src, 0)});
+  ASSERT_EQ(g.setPpem(24), 0);
+  ASSERT_EQ(FSS_get_ascender_descender_leading(&g.st, &a, &d, &l, &src), 0);
+  expectFields({F(a, 1901 * 768), F(d, 483 * 768), F(l, 0),
+                F(src, FsAscDescLeadSource_WIN_MAC_COMPAT)});
+  g.st.cur_typeset.tfntarray[0].sfnt->vertical_shift = 2;
+  ASSERT_EQ(FSS_get_ascender_descender_leading(&g.st, &a, &d, &l, &src), 0);
+  expectFields({F(a, 1901 * 768 + (2 << 16)), F(d, 483 * 768 - (2 << 16))});
 }
 
 // A memory font whose VDMX has the given ratio records (charset, x, start,
-// end), each pointing at one group of sizes 8 to 40, yMax = size and
-// yMin = -ratio number.
+// end), each pointing at one group of sizes 8 to 40 with yMax = size and
+// yMin = -(the ratio's number).
 sfnt::Bytes fontWithVdmx(const std::vector<std::array<int, 4>>& ratios) {
   sfnt::Bytes v;
-  sfnt::u16(v, 1);
-  sfnt::u16(v, (uint32_t)ratios.size());
-  sfnt::u16(v, (uint32_t)ratios.size());
+  uint32_t n = (uint32_t)ratios.size();
+  for (uint32_t w : {1u, n, n}) sfnt::u16(v, w);
   for (const auto& r : ratios)
     for (int x : r) sfnt::u8(v, (uint32_t)x);
-  size_t groups = 6 + 6 * ratios.size();
-  for (size_t i = 0; i < ratios.size(); i++)
-    sfnt::u16(v, (uint32_t)(groups + i * (4 + 6 * 33)));
-  for (size_t i = 0; i < ratios.size(); i++) {
+  for (uint32_t i = 0; i < n; i++) sfnt::u16(v, 6 + 6 * n + i * (4 + 6 * 33));
+  for (uint32_t i = 0; i < n; i++) {
     sfnt::u16(v, 33);
     sfnt::u8(v, 8);
     sfnt::u8(v, 40);
-    for (int s = 8; s <= 40; s++) {
-      sfnt::u16(v, (uint32_t)s);
-      sfnt::u16(v, (uint32_t)s);
-      sfnt::u16(v, (uint32_t)(-(int)i) & 0xFFFF);
-    }
+    for (uint32_t s = 8; s <= 40; s++)
+      for (uint32_t w : {s, s, (uint32_t)(-(int)i) & 0xFFFF}) sfnt::u16(v, w);
   }
-  sfnt::Font font = sfnt::minimalGlyfFont();
-  font.set("VDMX", v);
-  return sfnt::build(font);
+  return sfnt::build(sfnt::minimalGlyfFont().set("VDMX", v));
 }
 
-TEST(Vdmx, RatioMatchingWithRemainders) {
-  testsupport::TypesetFont f;
-  // Ratio 0: 2 : 1..3 (y from half x to one and a half x); ratio 1: 0:0:0.
-  ASSERT_EQ(f.open("", fontWithVdmx({{{1, 2, 1, 3}}, {{1, 0, 0, 0}}})), 0);
-  FS_SHORT yMax = 0, yMin = 0;
-  // x 10, y 15: 15 * 2 = 30 against 1 * 10 + 30 mod 1 = 10 and
-  // 3 * 10 + 30 mod 3 = 30: inside, ratio 0.
-  ASSERT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), 10, 15, &yMax, &yMin), 0);
-  EXPECT_EQ(yMax, 15);
-  EXPECT_EQ(yMin, 0);
-  // x 10, y 16: 32 against 3 * 10 + 32 mod 3 = 32: the remainder admits it.
-  ASSERT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), 10, 16, &yMax, &yMin), 0);
-  EXPECT_EQ(yMin, 0);
-  // x 10, y 17: 34 against 30 + 34 mod 3 = 31: outside; 0:0:0 takes it.
-  ASSERT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), 10, 17, &yMax, &yMin), 0);
-  EXPECT_EQ(yMax, 17);
-  EXPECT_EQ(yMin, -1);
-  // x 20, y 9: 18 against 1 * 20 + 18 mod 1 = 20: below; 0:0:0 again.
-  ASSERT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), 20, 9, &yMax, &yMin), 0);
-  EXPECT_EQ(yMin, -1);
-  // Sizes outside the group's 8..40.
-  EXPECT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), 41, 41, &yMax, &yMin),
-            ERR_VDMX_RECORD);
-  EXPECT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), 7, 7, &yMax, &yMin),
-            ERR_VDMX_RECORD);
-}
-
-TEST(Vdmx, HalfGivenRatioNoMatchAndNoTable) {
-  FS_SHORT yMax, yMin;
-  testsupport::TypesetFont half;
-  ASSERT_EQ(half.open("", fontWithVdmx({{{1, 1, 0, 1}}, {{1, 0, 0, 0}}})), 0);
-  EXPECT_EQ(LFNT_get_vdmx_pair(&half.st, half.lfnt(), 12, 12, &yMax, &yMin),
-            ERR_VDMX_RATIO);
-  testsupport::TypesetFont square;
-  ASSERT_EQ(square.open("", fontWithVdmx({{{1, 1, 1, 1}}})), 0);
-  EXPECT_EQ(LFNT_get_vdmx_pair(&square.st, square.lfnt(), 12, 12, &yMax, &yMin), 0);
-  EXPECT_EQ(LFNT_get_vdmx_pair(&square.st, square.lfnt(), 12, 30, &yMax, &yMin),
-            ERR_VDMX_RATIO);
+TEST(Vdmx, RatiosMatchWithRemaindersOrAreRefused) {
+  // Ratio 0 of "ranged": 2 : 1..3 (y from half x to one and a half x),
+  // then 0:0:0 for any. "half": 1 : 0..1 where x is given but y isn't;
+  // "square": 1 : 1..1 alone.
+  const sfnt::Bytes ranged = fontWithVdmx({{{1, 2, 1, 3}}, {{1, 0, 0, 0}}});
+  const sfnt::Bytes half = fontWithVdmx({{{1, 1, 0, 1}}, {{1, 0, 0, 0}}});
+  const sfnt::Bytes square = fontWithVdmx({{{1, 1, 1, 1}}});
+  const struct { const char* why; const sfnt::Bytes* font; int x, y; FS_LONG error; int yMin; }
+      rows[] = {
+          // y * 2 = 30 against 1 * 10 + 30 mod 1 = 10 and 3 * 10 + 30 mod 3 = 30
+          {"x 10, y 15: inside ratio 0", &ranged, 10, 15, 0, 0},
+          {"x 10, y 16: 32 against 30 + 32 mod 3 = 32, the remainder admits", &ranged, 10, 16, 0, 0},
+          {"x 10, y 17: 34 against 30 + 34 mod 3 = 31, outside: 0:0:0", &ranged, 10, 17, 0, -1},
+          {"x 20, y 9: 18 against 20 + 18 mod 1 = 20, below: 0:0:0", &ranged, 20, 9, 0, -1},
+          {"above the group's 8..40", &ranged, 41, 41, ERR_VDMX_RECORD, 0},
+          {"below the group's 8..40", &ranged, 7, 7, ERR_VDMX_RECORD, 0},
+          {"x given, y not", &half, 12, 12, ERR_VDMX_RATIO, 0},
+          {"square", &square, 12, 12, 0, 0},
+          {"no ratio matches", &square, 12, 30, ERR_VDMX_RATIO, 0},
+      };
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.why);
+    testsupport::TypesetFont f;
+    ASSERT_EQ(f.open("", *r.font), 0);
+    FS_SHORT yMax = 0, yMin = 0;
+    ASSERT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), r.x, r.y, &yMax, &yMin), r.error);
+    if (r.error == 0) expectFields({F(yMax, r.y), F(yMin, r.yMin)});
+  }
   testsupport::TypesetFont none;
   ASSERT_EQ(none.open("", sfnt::build(sfnt::minimalGlyfFont())), 0);
-  EXPECT_EQ(LFNT_get_vdmx_pair(&none.st, none.lfnt(), 12, 12, &yMax, &yMin),
-            ERR_TABLE_NOT_FOUND);
+  FS_SHORT yMax, yMin;
+  EXPECT_EQ(LFNT_get_vdmx_pair(&none.st, none.lfnt(), 12, 12, &yMax, &yMin), ERR_TABLE_NOT_FOUND);
 }
 
 TEST(Vdmx, RealFontSquareAndAnyRatio) {
+  // Blankenburg: ratio 1:1:1 for square sizes, 1:0:0:0 for all others.
   testsupport::TypesetFont f;
-  ASSERT_EQ(f.open(kBlankenburg), 0);
-  FS_SHORT yMax, yMin;
-  // Ratio 1:1:1 for square sizes, group at 18; 1:0:0:0 for all others.
-  ASSERT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), 24, 24, &yMax, &yMin), 0);
-  EXPECT_EQ(yMax, 20);
-  EXPECT_EQ(yMin, -6);
-  ASSERT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), 72, 72, &yMax, &yMin), 0);
-  EXPECT_EQ(yMax, 60);
-  EXPECT_EQ(yMin, -18);
-  ASSERT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), 10, 20, &yMax, &yMin), 0);
-  EXPECT_EQ(yMax, 17);
-  EXPECT_EQ(yMin, -5);
-  EXPECT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), 300, 300, &yMax, &yMin),
-            ERR_VDMX_RECORD);
-  // Through the scaled font, with its vertical shift added to both.
+  ASSERT_EQ(f.open(kBlankenburg), 0) << "missing font " << kBlankenburg;
+  const struct { int x, y; FS_LONG error; int yMax, yMin; } rows[] = {
+      {24, 24, 0, 20, -6}, {72, 72, 0, 60, -18}, {10, 20, 0, 17, -5},
+      {300, 300, ERR_VDMX_RECORD, 0, 0}};
+  for (const auto& r : rows) {
+    FS_SHORT yMax = 0, yMin = 0;
+    EXPECT_EQ(LFNT_get_vdmx_pair(&f.st, f.lfnt(), r.x, r.y, &yMax, &yMin), r.error) << r.x;
+    if (r.error == 0) expectFields({F(yMax, r.yMax), F(yMin, r.yMin)});
+  }
+  // Through the scaled font, with its vertical shift added to both: the
+  // 12-pixel pair (10, -3) plus 1.
   ASSERT_EQ(f.setPpem(12), 0);
   f.st.cur_sfnt->vertical_shift = 1;
+  FS_SHORT yMax, yMin;
   ASSERT_EQ(FSS_get_vdmx_pair(&f.st, &yMax, &yMin), 0);
-  EXPECT_EQ(yMax, 11);
-  EXPECT_EQ(yMin, -2);
+  expectFields({F(yMax, 11), F(yMin, -2)});
 }
 
-TEST(Hdmx, WidthsFromTheRecordOfTheSizeThenRemembered) {
-  testsupport::TypesetFont f;
-  ASSERT_EQ(f.open(kBlankenburg), 0);
-  ASSERT_EQ(f.setPpem(12), 0);
-  SFNT* sfnt = f.st.cur_sfnt;
-  FS_BYTE w = 99;
-  // The 12-pixel record: widths 10, 0, 12, 4 for glyphs 0 to 3.
-  ASSERT_EQ(SFNT_get_hdmx_width(&f.st, sfnt, 2, &w), 0);
-  EXPECT_EQ(w, 12);
-  FS_ULONG remembered = sfnt->senv->hdmx_group_offset;
-  EXPECT_NE(remembered, 0u);
-  EXPECT_NE(remembered, 0xFFFFFFFFu);
-  ASSERT_EQ(SFNT_get_hdmx_width(&f.st, sfnt, 0, &w), 0);
-  EXPECT_EQ(w, 10);
-  ASSERT_EQ(SFNT_get_hdmx_width(&f.st, sfnt, 3, &w), 0);
-  EXPECT_EQ(w, 4);
-  EXPECT_EQ(sfnt->senv->hdmx_group_offset, remembered);
-
-  testsupport::TypesetFont g;
-  ASSERT_EQ(g.open(kBlankenburg), 0);
-  ASSERT_EQ(g.setPpem(24), 0);
-  EXPECT_EQ(SFNT_get_hdmx_width(&g.st, g.st.cur_sfnt, 259, &w),
-            ERR_BAD_GLYF_INDEX);
-  ASSERT_EQ(SFNT_get_hdmx_width(&g.st, g.st.cur_sfnt, 5, &w), 0);
-  EXPECT_EQ(w, 14);  // 24-pixel record: 19, 0, 24, 8, 10, 14
-}
-
-TEST(Hdmx, NoRecordForTheSizeIsRememberedAndErrorsAreNamed) {
-  testsupport::TypesetFont f;
-  ASSERT_EQ(f.open(kBlankenburg), 0);
-  // Records exist for 9..17, 19, 21, ...: none for 18.
-  ASSERT_EQ(f.setPpem(18), 0);
-  SFNT* sfnt = f.st.cur_sfnt;
-  FS_BYTE w = 99;
-  EXPECT_EQ(SFNT_get_hdmx_width(&f.st, sfnt, 3, &w), ERR_HDMX_RECORD);
-  EXPECT_EQ(w, 0);
-  EXPECT_EQ(sfnt->senv->hdmx_group_offset, 0xFFFFFFFFu);
-  EXPECT_EQ(SFNT_get_hdmx_width(&f.st, sfnt, 3, &w), ERR_HDMX_RECORD);
-
-  EXPECT_EQ(SFNT_get_hdmx_width(&f.st, nullptr, 3, &w), ERR_NO_CURRENT_SFNT);
+TEST(Hdmx, WidthsFromTheRecordOfTheSizeRememberedAndRefused) {
+  // Blankenburg's 12-pixel record: 10, 0, 12, 4 for glyphs 0 to 3; its
+  // 24-pixel record: 19, 0, 24, 8, 10, 14; records for 9..17, 19, 21, ...:
+  // none for 18.
+  // The record found at the first question, or its absence (all ones), is
+  // remembered for the next.
+  const struct { int ppem; std::vector<std::array<int, 3>> asks; bool none; } sizes[] = {
+      {12, {{2, 0, 12}, {0, 0, 10}, {3, 0, 4}}, false},
+      // 259 glyphs: index 259 is refused while no record is remembered yet
+      {24, {{259, ERR_BAD_GLYF_INDEX, -1}, {5, 0, 14}}, false},
+      {18, {{3, ERR_HDMX_RECORD, 0}, {3, ERR_HDMX_RECORD, 0}}, true}};
+  for (const auto& r : sizes) {
+    testsupport::TypesetFont f;
+    ASSERT_EQ(f.open(kBlankenburg), 0) << "missing font " << kBlankenburg;
+    ASSERT_EQ(f.setPpem(r.ppem), 0);
+    SFNT* sfnt = f.st.cur_sfnt;
+    FS_ULONG first = 0;
+    for (const auto& ask : r.asks) {
+      FS_BYTE w = 99;
+      EXPECT_EQ(SFNT_get_hdmx_width(&f.st, sfnt, ask[0], &w), ask[1]) << r.ppem << ": " << ask[0];
+      EXPECT_TRUE(ask[2] < 0 || w == ask[2]) << r.ppem << ": " << ask[0] << " " << (int)w;
+      if (first == 0) first = sfnt->senv->hdmx_group_offset;
+    }
+    EXPECT_NE(first, 0u);
+    EXPECT_EQ(first == 0xFFFFFFFFu, r.none) << r.ppem;
+    EXPECT_EQ(sfnt->senv->hdmx_group_offset, first) << r.ppem;
+  }
   testsupport::TypesetFont plain;
+  FS_BYTE w;
+  EXPECT_EQ(SFNT_get_hdmx_width(&plain.st, nullptr, 3, &w), ERR_NO_CURRENT_SFNT);
   ASSERT_EQ(plain.open(kDejaVuSans), 0);
   ASSERT_EQ(plain.setPpem(12), 0);
-  EXPECT_EQ(SFNT_get_hdmx_width(&plain.st, plain.st.cur_sfnt, 3, &w),
-            ERR_TABLE_NOT_FOUND);
+  EXPECT_EQ(SFNT_get_hdmx_width(&plain.st, plain.st.cur_sfnt, 3, &w), ERR_TABLE_NOT_FOUND);
 }
 
-TEST(PpemSize, LargestSizeWhoseLineFitsTheHeight) {
+TEST(SizesAndGlyphMetrics, PpemThatFitsAHeightAndDesignUnitsOfAGlyph) {
   testsupport::TypesetFont f;
   EXPECT_EQ(FSS_get_ppem_size(&f.st, 30, 100), 100);
   EXPECT_EQ(f.st.error, (FS_ULONG)ERR_NO_CURRENT_FONT);
-  ASSERT_EQ(f.open(kDejaVuSans), 0);
+  ASSERT_EQ(f.open(kDejaVuSans), 0) << "missing font " << kDejaVuSans;
   // Win ascent 1901, descent 483 of 2048, rounded to pixels: at 27 pixels
   // 25.06 + 6.37 give 25 + 6 = 31; at 26, 24.13 + 6.13 give 24 + 6 = 30.
   EXPECT_EQ(FSS_get_ppem_size(&f.st, 30, 100), 26);
   EXPECT_EQ(FSS_get_ppem_size(&f.st, 30, 20), 20);
   EXPECT_EQ(FSS_get_ppem_size(&f.st, 0, 100), 1);
-
   FS_LONG a, d;
   CFNT* cfnt = &f.st.cur_typeset.fntset->cfnt[0];
-  ASSERT_EQ(CFNT_get_font_height(&f.st, f.st.cur_typeset.fntset, cfnt, 26, &a,
-                                 &d), 0);
-  EXPECT_EQ(a, 24);
-  EXPECT_EQ(d, 6);
-}
+  ASSERT_EQ(CFNT_get_font_height(&f.st, f.st.cur_typeset.fntset, cfnt, 26, &a, &d), 0);
+  expectFields({F(a, 24), F(d, 6)});
 
-TEST(GlyphMetrics, DesignUnitsOfAGlyphAndOutOfRange) {
-  testsupport::TypesetFont f;
   FS_SHORT lsb, tsb;
   FS_USHORT aw, ah;
-  ASSERT_EQ(f.open(kDejaVuSans), 0);
-  EXPECT_EQ(FSS_get_glyph_metrics(&f.st, 36, &lsb, &aw, &tsb, &ah),
-            ERR_NO_CURRENT_SFNT);
+  EXPECT_EQ(FSS_get_glyph_metrics(&f.st, 36, &lsb, &aw, &tsb, &ah), ERR_NO_CURRENT_SFNT);
   ASSERT_EQ(f.setPpem(12), 0);
-  // "A" (glyph 36): hmtx gives advance 1401, left side bearing 16.
+  // "A" (glyph 36): hmtx gives advance 1401, left side bearing 16; a glyph
+  // past the font has none, without an error.
   ASSERT_EQ(FSS_get_glyph_metrics(&f.st, 36, &lsb, &aw, &tsb, &ah), 0);
-  EXPECT_EQ(aw, 1401);
-  EXPECT_EQ(lsb, 16);
-  aw = 7;
+  expectFields({F(aw, 1401), F(lsb, 16)});
   ASSERT_EQ(FSS_get_glyph_metrics(&f.st, 6253, &lsb, &aw, &tsb, &ah), 0);
-  EXPECT_EQ(aw, 0);
-  EXPECT_EQ(lsb, 0);
-  EXPECT_EQ(f.st.error, 0u);
+  expectFields({F(aw, 0), F(lsb, 0), F(f.st.error, 0)});
 }
 
 }  // namespace

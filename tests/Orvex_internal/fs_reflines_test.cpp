@@ -12,143 +12,108 @@
 
 namespace {
 
-struct Lines {
-  int ppem;
-  F26DOT6 slot[6];  // 0 to 5
-};
-
-// Measures the font at `ppem` and returns its scaled font.
-SFNT* measured(testsupport::TypesetFont& f, const char* path, int ppem) {
-  EXPECT_EQ(f.open(path), 0);
-  EXPECT_EQ(f.setPpem(ppem), 0);
-  SFNT* sfnt = f.st.cur_sfnt;
-  sfnt->rtgah_suitable = 1;
-  get_ref_lines(&f.st);
-  return sfnt;
-}
-
-void expectLines(const char* path, const Lines& want) {
-  SCOPED_TRACE(want.ppem);
-  testsupport::TypesetFont f;
-  f.st.flags = FLAGS_GRAYSCALE | FLAGS_CMAP_OFF | FLAGS_VERTICAL_ON;
-  SFNT* sfnt = measured(f, path, want.ppem);
-  for (int i = 0; i < 6; i++) EXPECT_EQ(sfnt->ref_lines[i], want.slot[i]) << i;
-  EXPECT_EQ(sfnt->ref_lines[7], 64);  // no unit measured: one pixel
-  EXPECT_EQ(sfnt->ref_lines[52], 1);
-  // The bottoms are not in the order the check asks for (slot 1 >= slot 0
-  // fails: the round "O" reaches below the flat capitals, and slot 2 >=
-  // slot 4 fails: the lowest descender lies below the capitals' top), so
-  // the measuring ends there and the font loses the autohinter.
-  EXPECT_EQ(sfnt->rtgah_suitable, 0);
-  for (int i = 8; i < 52; i++) EXPECT_EQ(sfnt->ref_lines[i], 0) << i;
-  // The client's flags and cmap are as they were.
-  EXPECT_EQ(f.st.flags, FLAGS_GRAYSCALE | FLAGS_CMAP_OFF | FLAGS_VERTICAL_ON);
-  EXPECT_EQ(f.st.platform, 0xFFFF);
-  EXPECT_EQ(f.st.encoding, 0xFFFF);
-}
-
 // Values are the glyphs' extents from their `glyf` boxes, times ppem * 64 /
 // 2048, rounded to 26.6 by the scaler (an exact negative half upwards).
-TEST(RefLines, DejaVuSansAtThreeSizes) {
-  // BEHTZ: all from 0 to 1493; "O" -29 to 1520; "y" reaches -426 (w, x, z
-  // stop at 0); "o" from -29.
-  const char* path = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
-  // 12: -29 * 0.375 = -10.875; -426 * 0.375 = -159.75; 1493 * 0.375 =
-  // 559.875; 1520 * 0.375 = 570.
-  expectLines(path, {12, {0, -11, -160, -11, 560, 570}});
-  // 24: -21.75; -319.5 (half upwards); 1119.75; 1140.
-  expectLines(path, {24, {0, -22, -319, -22, 1120, 1140}});
-  // 72: -65.25; -958.5; 3359.25; 3420.
-  expectLines(path, {72, {0, -65, -958, -65, 3359, 3420}});
+// DejaVu Sans: BEHTZ all from 0 to 1493; "O" -29 to 1520; "y" reaches -426
+// (w, x, z stop at 0); "o" from -29. Liberation Serif: "B" dips to -6, the
+// others of BEHTZ sit on 0, all reach 1341; "O" -20 to 1356; "y" reaches
+// -442; "o" from -20.
+TEST(RefLines, PinnedForTwoRealFontsAtThreeSizes) {
+  const char* sans = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+  const char* serif = "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf";
+  const struct { const char* path; int ppem; F26DOT6 slot[6]; } rows[] = {
+      // -29 * 0.375 = -10.875; -426 * 0.375 = -159.75; 1493 * 0.375 = 559.875; 1520 * 0.375 = 570
+      {sans, 12, {0, -11, -160, -11, 560, 570}},
+      {sans, 24, {0, -22, -319, -22, 1120, 1140}},  // -21.75; -319.5 (half up); 1119.75; 1140
+      {sans, 72, {0, -65, -958, -65, 3359, 3420}},  // -65.25; -958.5; 3359.25; 3420
+      // -6 * 0.375 = -2.25; -20 * 0.375 = -7.5 (half up); -442 * 0.375 = -165.75;
+      // 1341 * 0.375 = 502.875; 1356 * 0.375 = 508.5
+      {serif, 12, {-2, -7, -166, -7, 503, 509}},
+      {serif, 24, {-4, -15, -331, -15, 1006, 1017}},  // -4.5; -15; -331.5; 1005.75; 1017
+      {serif, 72, {-13, -45, -994, -45, 3017, 3051}},  // -13.5; -45; -994.5; 3017.25; 3051
+  };
+  const FS_ULONG flags = FLAGS_GRAYSCALE | FLAGS_CMAP_OFF | FLAGS_VERTICAL_ON;
+  for (const auto& r : rows) {
+    SCOPED_TRACE(std::string(r.path) + " at " + std::to_string(r.ppem));
+    testsupport::TypesetFont f;
+    f.st.flags = flags;
+    ASSERT_EQ(f.open(r.path), 0) << "missing font " << r.path;
+    ASSERT_EQ(f.setPpem(r.ppem), 0);
+    SFNT* sfnt = f.st.cur_sfnt;
+    sfnt->rtgah_suitable = 1;
+    get_ref_lines(&f.st);
+    for (int i = 0; i < 6; i++) EXPECT_EQ(sfnt->ref_lines[i], r.slot[i]) << i;
+    EXPECT_EQ(sfnt->ref_lines[7], 64);  // no unit measured: one pixel
+    EXPECT_EQ(sfnt->ref_lines[52], 1);
+    // The bottoms are not in the order the check asks for (slot 1 >= slot 0
+    // fails: the round "O" reaches below the flat capitals, and slot 2 >=
+    // slot 4 fails: the lowest descender lies below the capitals' top), so
+    // the measuring ends there and the font loses the autohinter.
+    EXPECT_EQ(sfnt->rtgah_suitable, 0);
+    for (int i = 8; i < 52; i++) EXPECT_EQ(sfnt->ref_lines[i], 0) << i;
+    // The client's flags and cmap are as they were.
+    EXPECT_EQ(f.st.flags, flags);
+    EXPECT_EQ(f.st.platform, 0xFFFF);
+    EXPECT_EQ(f.st.encoding, 0xFFFF);
+  }
 }
 
-TEST(RefLines, LiberationSerifAtThreeSizes) {
-  // "B" dips to -6, the others of BEHTZ sit on 0, all reach 1341; "O" -20
-  // to 1356; "y" reaches -442; "o" from -20.
-  const char* path =
-      "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf";
-  // 12: -6 * 0.375 = -2.25; -20 * 0.375 = -7.5 (half upwards); -442 *
-  // 0.375 = -165.75; 1341 * 0.375 = 502.875; 1356 * 0.375 = 508.5.
-  expectLines(path, {12, {-2, -7, -166, -7, 503, 509}});
-  // 24: -4.5; -15; -331.5; 1005.75; 1017.
-  expectLines(path, {24, {-4, -15, -331, -15, 1006, 1017}});
-  // 72: -13.5; -45; -994.5; 3017.25; 3051.
-  expectLines(path, {72, {-13, -45, -994, -45, 3017, 3051}});
-}
-
-// A Latin text font (OS/2 range 1 bit 0, panose family 2) with only the
-// digits 0, 1 and 7: glyphs 1, 2, 3 through a (3,1) format-0 cmap.
-sfnt::Bytes digitFont(bool withOs2, int panoseFamily = 2) {
+// A font with only the digits 0, 1 and 7 (glyphs 1, 2, 3 through a (3,1)
+// format-0 cmap), with or without an OS/2 of Basic Latin (range 1 bit 0)
+// and the given panose family (2: Latin text, 5: pictorial).
+sfnt::Bytes digitFont(bool withOs2, int panoseFamily) {
   using glyffont::Pt;
-  sfnt::Bytes zero = glyffont::simple({3}, {Pt{0, -10, true}, Pt{400, -10, true},
-                                            Pt{400, 710, true}, Pt{0, 710, true}});
-  sfnt::Bytes one = glyffont::simple({2}, {Pt{100, 0, true}, Pt{200, 0, true},
-                                           Pt{150, 700, true}});
-  sfnt::Bytes seven = glyffont::simple({2}, {Pt{0, 700, true}, Pt{400, 700, true},
-                                             Pt{100, -20, true}});
-  sfnt::Font f = glyffont::font({{}, zero, one, seven});
+  sfnt::Font f = glyffont::font(
+      {{},
+       glyffont::simple({3}, {Pt{0, -10, true}, Pt{400, -10, true}, Pt{400, 710, true},
+                              Pt{0, 710, true}}),
+       glyffont::simple({2}, {Pt{100, 0, true}, Pt{200, 0, true}, Pt{150, 700, true}}),
+       glyffont::simple({2}, {Pt{0, 700, true}, Pt{400, 700, true}, Pt{100, -20, true}})});
   sfnt::Bytes cmap;
-  sfnt::u16(cmap, 0);
-  sfnt::u16(cmap, 1);
-  sfnt::u16(cmap, 3);
-  sfnt::u16(cmap, 1);
-  sfnt::u32(cmap, 12);
-  sfnt::u16(cmap, 0);
-  sfnt::u16(cmap, 262);
-  sfnt::u16(cmap, 0);
-  for (int c = 0; c < 256; c++)
-    sfnt::u8(cmap, c == '0' ? 1 : c == '1' ? 2 : c == '7' ? 3 : 0);
+  for (uint32_t w : {0, 1, 3, 1, 0, 12, 0, 262, 0}) sfnt::u16(cmap, w);
+  for (int c = 0; c < 256; c++) sfnt::u8(cmap, c == '0' ? 1 : c == '1' ? 2 : c == '7' ? 3 : 0);
   f.set("cmap", cmap);
   if (withOs2) {
     sfnt::Bytes os2(78, 0);
     os2[32] = (uint8_t)panoseFamily;
-    sfnt::putU32(os2, 42, 1);  // Basic Latin
+    sfnt::putU32(os2, 42, 1);
     f.set("OS/2", os2);
   }
   return sfnt::build(f);
 }
 
-TEST(RefLines, DigitsStandInForAMissingAlphabet) {
-  testsupport::TypesetFont f;
-  ASSERT_EQ(f.open("", digitFont(true)), 0);
-  ASSERT_EQ(f.setPpem(100), 0);  // a font unit is 6.4 in 26.6
-  SFNT* sfnt = f.st.cur_sfnt;
-  sfnt->rtgah_suitable = 1;
-  get_ref_lines(&f.st);
-  // No letter: the check passes on zeros. Then "1" tops at 700 (4480),
-  // "7" bottoms at -20 (-128), "0" spans -10 to 710 (-64, 4544); slots 2
-  // and 3 copy 0 and 1.
-  const F26DOT6 want[6] = {-128, -64, -128, -64, 4480, 4544};
-  for (int i = 0; i < 6; i++) EXPECT_EQ(sfnt->ref_lines[i], want[i]) << i;
-  EXPECT_EQ(sfnt->ref_lines[7], 64);
-  // Measured only through digits, with no Indic script: no autohinter.
-  EXPECT_EQ(sfnt->rtgah_suitable, 0);
-  EXPECT_EQ(f.st.platform, 0xFFFF);
-
-  // Once per scaled font: a second call measures nothing.
-  sfnt->ref_lines[0] = 5;
-  get_ref_lines(&f.st);
-  EXPECT_EQ(sfnt->ref_lines[0], 5);
-}
-
-TEST(RefLines, NoOs2OrNotATextFontIsNotMeasured) {
-  for (bool withOs2 : {false, true}) {
-    SCOPED_TRACE(withOs2);
+TEST(RefLines, DigitsStandInForAMissingAlphabetOnlyInALatinTextFont) {
+  // At 100 pixels a font unit is 6.4 in 26.6. No letter: the check passes
+  // on zeros; then "1" tops at 700 (4480), "7" bottoms at -20 (-128), "0"
+  // spans -10 to 710 (-64, 4544); slots 2 and 3 copy 0 and 1. Without an
+  // OS/2, or with a pictorial one, nothing is measured. Either way no
+  // autohinter (measured through digits, no Indic script) and the client's
+  // cmap and flags come back.
+  const struct { bool os2; int panose; bool measured; } rows[] = {
+      {true, 2, true}, {false, 2, false}, {true, 5, false}};
+  const F26DOT6 digits[8] = {-128, -64, -128, -64, 4480, 4544, 0, 64};
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.os2 ? r.panose : 0);
     testsupport::TypesetFont f;
-    // With OS/2, panose family 5: a pictorial font.
-    ASSERT_EQ(f.open("", digitFont(withOs2, 5)), 0);
+    ASSERT_EQ(f.open("", digitFont(r.os2, r.panose)), 0);
     ASSERT_EQ(f.setPpem(100), 0);
-    ASSERT_EQ(FSS_set_cmap(&f.st, 3, 1), 0);
-    f.st.flags = FLAGS_CMAP_OFF;
+    if (!r.measured) {
+      ASSERT_EQ(FSS_set_cmap(&f.st, 3, 1), 0);
+      f.st.flags = FLAGS_CMAP_OFF;
+    }
     SFNT* sfnt = f.st.cur_sfnt;
     sfnt->rtgah_suitable = 1;
     get_ref_lines(&f.st);
+    for (int i = 0; i < 8; i++) EXPECT_EQ(sfnt->ref_lines[i], r.measured ? digits[i] : 0) << i;
     EXPECT_EQ(sfnt->ref_lines[52], 1);
-    for (int i = 0; i < 8; i++) EXPECT_EQ(sfnt->ref_lines[i], 0) << i;
     EXPECT_EQ(sfnt->rtgah_suitable, 0);
-    EXPECT_EQ(f.st.flags, FLAGS_CMAP_OFF);
-    EXPECT_EQ(f.st.platform, 3);
-    EXPECT_EQ(f.st.encoding, 1);
+    EXPECT_EQ(f.st.platform, r.measured ? 0xFFFF : 3);
+    EXPECT_EQ(f.st.encoding, r.measured ? 0xFFFF : 1);
+    EXPECT_EQ(f.st.flags, r.measured ? 0u : (FS_ULONG)FLAGS_CMAP_OFF);
+    // Once per scaled font: a second call measures nothing.
+    sfnt->ref_lines[0] = 5;
+    get_ref_lines(&f.st);
+    EXPECT_EQ(sfnt->ref_lines[0], 5);
   }
 }
 
