@@ -4,6 +4,8 @@
 // ladder emptying it back to the heap.
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "Orvex_internal/engine_fixture.h"
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_err.h"
@@ -14,6 +16,7 @@
 namespace {
 
 const FS_USHORT kGlyphA = 36;  // 'A' in DejaVu Sans
+typedef std::vector<long> V;
 
 // DejaVu Sans unhinted at `ppem`, its font current.
 class Cache : public ::testing::Test {
@@ -45,59 +48,53 @@ TEST_F(Cache, RepeatedRequestGivesTheSameRecordAndCountsFollowTheHolds) {
   ASSERT_NE(nullptr, a);
   ASSERT_NE(nullptr, a->cache_ptr);
   CACHE_ENTRY* entry = a->cache_ptr;
-  // {holds of the record, entries held on the font} after each step; the
-  // font keeps one cached entry throughout.
-  auto counts = [&](FS_ULONG holds, FS_ULONG active, const char* step) {
-    EXPECT_EQ(holds, entry->ref_counter) << step;
-    EXPECT_EQ(active, sfnt()->active_count) << step;
-    EXPECT_EQ(1u, sfnt()->cache_count) << step;
-  };
-  counts(1, 1, "first request");
+  // {holds of the record, entries held on the font, entries cached on it}
+  auto counts = [&] { return V{entry->ref_counter, sfnt()->active_count, sfnt()->cache_count}; };
+  EXPECT_EQ((V{1, 1, 1}), counts()) << "first request";
   EXPECT_EQ(a, gray(kGlyphA));
-  counts(2, 1, "second request: one entry held twice");
-  EXPECT_EQ(1, entries());
+  EXPECT_EQ((V{2, 1, 1}), counts()) << "second request: one entry held twice";
   FSS_free_char(&f.st, a);
-  counts(1, 1, "one hold given back");
+  EXPECT_EQ((V{1, 1, 1}), counts()) << "one hold given back";
   FSS_free_char(&f.st, a);
-  counts(0, 0, "both given back: still cached");
+  EXPECT_EQ((V{0, 0, 1}), counts()) << "both given back: still cached";
   EXPECT_EQ(a, gray(kGlyphA));
-  counts(1, 1, "served again from the cache");
+  EXPECT_EQ((V{1, 1, 1}), counts()) << "served again from the cache";
+  // Removing the font's cache while a record is held stops with 610.
+  delete_fs_cache(&f.st, sfnt());
+  EXPECT_EQ((V{ERR_FONT_IN_USE, 1}), (V{(long)f.st.error, entries()}));
   FSS_free_char(&f.st, a);
+  f.st.error = 0;
+  delete_fs_cache(&f.st, sfnt());
+  EXPECT_EQ((V{0, 0, 0}), (V{(long)f.st.error, entries(), sfnt()->cache_count}));
 }
 
-TEST_F(Cache, PhaseStyleAndDepthAreAllPartOfTheKey) {
+TEST_F(Cache, PhaseStyleDepthAndSizeAreAllPartOfTheKey) {
   FS_GRAYMAP* p0 = gray(kGlyphA, 0, 0);
   FS_GRAYMAP* p1 = gray(kGlyphA, 1, 0);
   FS_GRAYMAP* g4 = gray(kGlyphA, 0, 0, FS_MAP_GRAYMAP4);
-  ASSERT_NE(nullptr, p1);
-  ASSERT_NE(nullptr, g4);
-  EXPECT_NE(p0, p1);
-  EXPECT_NE(p0, g4);
-  EXPECT_EQ(CACHE_GRAYMAP4, g4->cache_ptr->type);
-  EXPECT_EQ(3, entries());
-  EXPECT_EQ(3u, sfnt()->cache_count);
+  ASSERT_TRUE(p0 && p1 && g4);
+  EXPECT_TRUE(p0 != p1 && p0 != g4);
+  EXPECT_EQ((V{CACHE_GRAYMAP4, 3, 3}), (V{g4->cache_ptr->type, entries(), sfnt()->cache_count}));
   // An outline effect on: the flags differ from the plain entry's.
   f.st.flags |= FLAGS_OUTLINED_FILLED;
   f.st.outline_width = 1;
   f.st.outline_opacity = 0x8000;
   EXPECT_EQ(nullptr, find_graymap_in_cache(&f.st, kGlyphA, 8, 0, 0));
-  for (FS_GRAYMAP* g : {p0, p1, g4}) FSS_free_char(&f.st, g);
 }
 
 TEST_F(Cache, RecordsAboveTheSizeLimitAreNotKeptAndTypesDoNotMeet) {
   // A kept record of exactly 5120 bytes and a refused one of 5121, which
-  // stays the caller's with a null cache_ptr.
+  // stays the caller's with a null cache_ptr, freed when given back.
   FS_GRAYMAP* a = (FS_GRAYMAP*)FSS_calloc(&f.st, 5120);
-  a->size = 5120;
-  EXPECT_EQ(1, save_to_cache(&f.st, CACHE_GRAYMAP8, 7, 0, a));
-  EXPECT_NE(nullptr, a->cache_ptr);
   FS_GRAYMAP* b = (FS_GRAYMAP*)FSS_calloc(&f.st, 5121);
+  a->size = 5120;
   b->size = 5121;
+  EXPECT_EQ(1, save_to_cache(&f.st, CACHE_GRAYMAP8, 7, 0, a));
   EXPECT_EQ(0, save_to_cache(&f.st, CACHE_GRAYMAP8, 8, 0, b));
   EXPECT_EQ(0u, f.st.error);
-  EXPECT_EQ(nullptr, b->cache_ptr);
-  FSS_free_char(&f.st, b);  // frees it
-  FSS_free_char(&f.st, a);  // stays cached
+  EXPECT_TRUE(a->cache_ptr != nullptr && b->cache_ptr == nullptr);
+  FSS_free_char(&f.st, b);
+  FSS_free_char(&f.st, a);
   EXPECT_EQ(1u, sfnt()->cache_count);
   EXPECT_EQ(nullptr, find_in_cache(&f.st, CACHE_GRAYMAP8, 8, 0));
   EXPECT_EQ(nullptr, find_in_cache(&f.st, CACHE_GRAYMAP4, 7, 0));
@@ -108,43 +105,22 @@ TEST_F(Cache, RecordsAboveTheSizeLimitAreNotKeptAndTypesDoNotMeet) {
   EXPECT_EQ(ERR_NO_CURRENT_SFNT, f.st.error);
 }
 
-TEST_F(Cache, RemovingAFontWithAHeldRecordStopsWith610) {
-  FS_GRAYMAP* held = gray(kGlyphA);
-  ASSERT_NE(nullptr, held);
-  delete_fs_cache(&f.st, sfnt());
-  EXPECT_EQ(ERR_FONT_IN_USE, f.st.error);
-  EXPECT_EQ(1, entries());
-  FSS_free_char(&f.st, held);
-  f.st.error = 0;
-  delete_fs_cache(&f.st, sfnt());
-  EXPECT_EQ(0u, f.st.error);
-  EXPECT_EQ(0, entries());
-  EXPECT_EQ(0u, sfnt()->cache_count);
-}
-
 TEST_F(Cache, ReclaimLadderEmptiesItBackToTheHeapSparingHeldRecords) {
   // Warm up: the raster record and the key exist after one glyph; the
   // ladder's cache step then takes that glyph and its lump.
   FSS_free_char(&f.st, gray(kGlyphA));
   EXPECT_EQ(1, trim_cache(&f.st));
   FS_ULONG before = f.st.server->allocated;
-  for (FS_USHORT i : {36, 37, 38, 68, 69, 70}) {
-    FS_GRAYMAP* g = gray(i);
-    ASSERT_NE(nullptr, g);
-    FSS_free_char(&f.st, g);
-  }
+  for (FS_USHORT i : {36, 37, 38, 68, 69, 70}) FSS_free_char(&f.st, gray(i));
   EXPECT_EQ(6u, sfnt()->cache_count);
   FS_GRAYMAP* held = gray(36);
   int taken = 0, n;
   while ((n = trim_cache(&f.st)) != 0) taken += n;
-  EXPECT_EQ(5, taken);
-  EXPECT_EQ(1, entries());
+  EXPECT_EQ((V{5, 1}), (V{taken, entries()}));
   FSS_free_char(&f.st, held);
   EXPECT_EQ(1, trim_cache(&f.st));
-  EXPECT_EQ(0, entries());
-  EXPECT_EQ(0u, sfnt()->cache_count);
-  EXPECT_EQ(0u, sfnt()->active_count);
-  EXPECT_EQ(before, f.st.server->allocated);
+  EXPECT_EQ((V{0, 0, 0, (long)before}),
+            (V{entries(), sfnt()->cache_count, sfnt()->active_count, (long)f.st.server->allocated}));
 }
 
 TEST_F(Cache, AdvancesAreSharedByAllEffectsOfOneSize) {
@@ -162,48 +138,30 @@ TEST_F(Cache, AdvancesAreSharedByAllEffectsOfOneSize) {
   FSS_free_char(&f.st, adv);
   EXPECT_EQ(nullptr, find_advance_in_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP4));
   EXPECT_EQ(nullptr, find_bbox_in_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP8));
-  // Codes follow the type bits in a fixed order of tests.
-  struct {
-    int got, want;
-    const char* why;
-  } codes[] = {
-      {advance_cache_code(32 | 8), 32579, "32 is tested before 8"},
-      {advance_cache_code(4096), 32401, "advance of 4096"},
-      {advance_cache_code(32768), 32381, "advance of 32768"},
-      {advance_cache_code(1), 32587, "advance of a bitmap"},
-      {advance_cache_code(0), 0, "no type"},
-      {bbox_cache_code(128), 32443, "box of 128"},
-      {bbox_cache_code(2048), 32443, "2048 shares 128's box"},
-      {bbox_cache_code(2), 32687, "box of 2"},
-      {bbox_cache_code(32768), 32413, "box of 32768"},
-      {bbox_cache_code(1), 32633, "box of a bitmap"},
-  };
-  for (auto& c : codes) EXPECT_EQ(c.want, c.got) << c.why;
+  // Codes follow the type bits in a fixed order of tests: 32 before 8,
+  // 128 and 2048 share one box code; no type has no code.
+  EXPECT_EQ((V{32579, 32401, 32381, 32587, 0}),
+            (V{advance_cache_code(32 | 8), advance_cache_code(4096), advance_cache_code(32768),
+               advance_cache_code(1), advance_cache_code(0)}));
+  EXPECT_EQ((V{32443, 32443, 32687, 32413, 32633}),
+            (V{bbox_cache_code(128), bbox_cache_code(2048), bbox_cache_code(2),
+               bbox_cache_code(32768), bbox_cache_code(1)}));
 }
 
 TEST_F(Cache, QuarterPixelPhasesMoveTheGlyphRightAndDown) {
   // 'l' (glyph 79) at 64 ppem: x 6.03125 .. 11.78125, y 0 .. 48.625. Phase x
   // 1 moves it to 6.28125: the left column keeps 0.71875 (184), column 11
   // takes 1 (255) and column 12 0.03125 (8). Phase y 1 moves it down to
-  // -0.25 .. 48.375: a row below the baseline 0.25 (64), the top row 0.375
-  // (96).
+  // -0.25 .. 48.375: the top row 0.375 (96), a row below the baseline 0.25
+  // (64), 50 rows from 48 down to -1.
   ready(64);
   FS_GRAYMAP* g = gray(79, 1, 0);
   ASSERT_NE(nullptr, g);
-  EXPECT_EQ(6, g->lo_x);
-  EXPECT_EQ(7, g->width);
   const FS_BYTE* mid = g->bits + 20 * g->bpl;
-  EXPECT_EQ(184, mid[0]);
-  EXPECT_EQ(255, mid[5]);
-  EXPECT_EQ(8, mid[6]);
-  FSS_free_char(&f.st, g);
+  EXPECT_EQ((V{6, 7, 184, 255, 8}), (V{g->lo_x, g->width, mid[0], mid[5], mid[6]}));
   g = gray(79, 0, 1);
   ASSERT_NE(nullptr, g);
-  EXPECT_EQ(48, g->hi_y);
-  EXPECT_EQ(50, g->height);  // rows 48 down to -1
-  EXPECT_EQ(96, g->bits[2]);
-  EXPECT_EQ(64, g->bits[49 * g->bpl + 2]);
-  FSS_free_char(&f.st, g);
+  EXPECT_EQ((V{48, 50, 96, 64}), (V{g->hi_y, g->height, g->bits[2], g->bits[49 * g->bpl + 2]}));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // units build them.
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <vector>
 
 #include "Orvex_internal/engine_fixture.h"
@@ -17,6 +18,9 @@ using namespace enginetest;
 
 namespace {
 
+typedef std::vector<long> V;
+typedef std::vector<const void*> P;
+
 // A budget filled exactly with `n` cache entries of 1000 bytes in bucket 5,
 // all on one scaled font; the first added is the least recently used.
 struct FullCache {
@@ -26,15 +30,12 @@ struct FullCache {
     e.fillBudget();
     full = e.used();
   }
-  bool cached(int i) {
-    for (CACHE_ENTRY* c = e.server()->cache[5]; c; c = c->next)
-      if (c == entries[i]) return true;
-    return false;
-  }
+  // {error, entries in the bucket, entries counted on the font, heap used}
+  V state() { return V{(long)e.st.error, bucketLength(&e.st, 5), sfnt->cache_count, e.used()}; }
   Engine e;
   SFNT* sfnt;
   std::vector<CACHE_ENTRY*> entries;
-  FS_ULONG full;
+  long full;
 };
 
 }  // namespace
@@ -42,43 +43,33 @@ struct FullCache {
 TEST(ReclaimLadder, AFullBudgetGivesWayByDroppingTheOldestUnheldGlyphs) {
   FullCache f(20);
   f.entries[0]->ref_counter = 1;  // the oldest is held by a caller: skipped
-  // 3000 bytes need 3008: three entries' data of 1008 must go; the entries
-  // themselves stay charged in their lump.
+  // 3000 bytes need 3008: entries 1 to 3 lose their data (3 x 1008); the
+  // entries themselves stay charged in their lump.
   void* p = FSS_malloc(&f.e.st, 3000);
   ASSERT_NE(nullptr, p);
-  EXPECT_EQ(0u, f.e.st.error);
-  EXPECT_EQ(17, bucketLength(&f.e.st, 5));
-  EXPECT_EQ(17u, f.sfnt->cache_count);
-  for (int i = 0; i < 20; i++) EXPECT_EQ(i == 0 || i > 3, f.cached(i)) << i;
-  EXPECT_EQ(f.full - 3 * 1008 + 3008, f.e.used());
-  EXPECT_EQ(f.entries[0], f.e.server()->cache[5]->prev);  // the tail link holds
+  EXPECT_EQ((V{0, 17, 17, f.full - 3 * 1008 + 3008}), f.state());
+  EXPECT_EQ((P{f.entries[19], f.entries[0]}), (P{f.e.server()->cache[5], f.e.server()->cache[5]->prev}))
+      << "the newest at the head, the held oldest still the tail";
   FSS_free(&f.e.st, p);
-  // Shrinking the budget reclaims until it fits: 5000 less takes five more
-  // (5 x 1008 = 5040).
-  FS_ULONG now = f.e.used();
+  // Shrinking the budget reclaims until it fits: 5000 less takes five more.
+  long now = f.e.used();
   EXPECT_EQ(0, FSS_resize(&f.e.st, now - 5000));
-  EXPECT_EQ(12, bucketLength(&f.e.st, 5));
-  EXPECT_EQ(now - 5040, f.e.used());
+  EXPECT_EQ((V{0, 12, 12, now - 5 * 1008}), f.state());
 }
 
 TEST(ReclaimLadder, NothingReclaimableFailsWith201And202AndTheWholeBudgetEmptiesNothing) {
   FullCache held(20, 1);  // every glyph held
   EXPECT_EQ(nullptr, FSS_malloc(&held.e.st, 100));
-  EXPECT_EQ((FS_ULONG)ERR_MALLOC_FAIL, held.e.st.error);
-  EXPECT_EQ(20, bucketLength(&held.e.st, 5));
-  EXPECT_EQ(held.full, held.e.used());
+  EXPECT_EQ((V{ERR_MALLOC_FAIL, 20, 20, held.full}), held.state());
   // Growing a block runs the same ladder and reports 202.
   FS_BYTE* data = held.entries[0]->data;
   EXPECT_EQ(nullptr, FSS_realloc(&held.e.st, data, 2000));
-  EXPECT_EQ((FS_ULONG)ERR_REALLOC_FAIL, held.e.st.error);
+  EXPECT_EQ((V{ERR_REALLOC_FAIL, 20, 20, held.full}), held.state());
   EXPECT_EQ(data, held.entries[0]->data);
-  EXPECT_EQ(held.full, held.e.used());
   EXPECT_EQ(0, get_some_back(&held.e.st));
-
   FullCache f(20);  // nothing held, but a request that can never fit
   EXPECT_EQ(nullptr, FSS_malloc(&f.e.st, f.e.server()->heap_size));
-  EXPECT_EQ((FS_ULONG)ERR_MALLOC_FAIL, f.e.st.error);
-  EXPECT_EQ(20, bucketLength(&f.e.st, 5));
+  EXPECT_EQ((V{ERR_MALLOC_FAIL, 20, 20, f.full}), f.state());
 }
 
 TEST(ReclaimLadder, ANewCacheEntryReusesOneTheLadderFreed) {
@@ -89,14 +80,12 @@ TEST(ReclaimLadder, ANewCacheEntryReusesOneTheLadderFreed) {
   SFNT* sfnt = makeSfnt(&e.st, makeLfnt(&e.st));
   for (int i = 0; i < 127; i++) addCacheEntry(&e.st, i, sfnt, 0, i % 2 == 0);
   e.fillBudget();
-  FS_ULONG full = e.used();
+  long full = e.used();
   FS_MASTER_LUMP* lump = e.server()->list_of_lumps;
   CACHE_ENTRY* c = CACHE_ENTRY_calloc(&e.st);
   ASSERT_NE(nullptr, c);
   EXPECT_EQ(lump, c->master);
-  EXPECT_EQ(65u, lump->ref_count);
-  EXPECT_EQ(full, e.used());
-  EXPECT_EQ(64u, sfnt->cache_count);
+  EXPECT_EQ((V{65, full, 64}), (V{lump->ref_count, e.used(), sfnt->cache_count}));
   CACHE_ENTRY_free(&e.st, c);
 }
 
@@ -117,29 +106,26 @@ TEST(ReclaimLadder, EachRungRunsOneStepInItsOrder) {
   e.server()->drop = (TLIST*)FSS_calloc(&e.st, sizeof(TLIST));
   e.server()->drop->ref_count = 1;  // in use: spared
 
-  EXPECT_EQ(1, get_some_back(&e.st));  // 1: the unused set and its font only
-  EXPECT_EQ(bodySet, e.server()->font_sets);
-  EXPECT_EQ(nullptr, bodySet->next);
-  EXPECT_EQ(body, e.server()->loaded_fonts);
-  EXPECT_EQ(nullptr, body->next);
-  EXPECT_NE(nullptr, e.server()->cache[0]);
-  EXPECT_EQ(1, get_some_back(&e.st));  // 2: the cached glyph
-  EXPECT_EQ(nullptr, e.server()->cache[0]);
-  EXPECT_EQ(0u, cached->cache_count);
-  EXPECT_EQ(1, get_some_back(&e.st));  // 3: the scaled font left bare
-  EXPECT_EQ(held, e.server()->scaled_fonts);
-  EXPECT_EQ(nullptr, held->next);
-  EXPECT_EQ(1, get_some_back(&e.st));  // 4 finds no font data; 5: the raster
-  EXPECT_EQ(nullptr, e.server()->raster);
-  EXPECT_EQ(1, get_some_back(&e.st));  // 6: the idle transition list only
-  EXPECT_EQ(nullptr, e.server()->tlist);
-  EXPECT_NE(nullptr, e.server()->drop);
-  EXPECT_EQ(1, get_some_back(&e.st));  // 7: the character map cache
-  EXPECT_EQ(nullptr, body->cmap_cache);
-  EXPECT_NE(nullptr, held->senv);
-  EXPECT_EQ(1, get_some_back(&e.st));  // 9 spares the held font; 10 guts it
-  EXPECT_EQ(nullptr, held->senv);
-  EXPECT_EQ(held, e.server()->scaled_fonts);
+  // What each call of the ladder has taken, in order, once it returns 1.
+  struct {
+    const char* why;
+    std::function<bool()> done;
+  } rungs[] = {
+      {"1: the unused set and its font, nothing else",
+       [&] { return e.server()->font_sets == bodySet && !bodySet->next && e.server()->loaded_fonts == body &&
+                    !body->next && e.server()->cache[0]; }},
+      {"2: the cached glyph", [&] { return !e.server()->cache[0] && cached->cache_count == 0; }},
+      {"3: the scaled font left bare", [&] { return e.server()->scaled_fonts == held && !held->next; }},
+      {"4 finds no font data; 5: the raster", [&] { return !e.server()->raster; }},
+      {"6: the idle transition list only", [&] { return !e.server()->tlist && e.server()->drop; }},
+      {"7: the character map cache", [&] { return !body->cmap_cache && held->senv; }},
+      {"9 spares the held scaled font; 10 takes its environment",
+       [&] { return !held->senv && e.server()->scaled_fonts == held; }},
+  };
+  for (auto& r : rungs) {
+    EXPECT_EQ(1, get_some_back(&e.st)) << r.why;
+    EXPECT_TRUE(r.done()) << r.why;
+  }
   EXPECT_EQ(0, get_some_back(&e.st));
 }
 
@@ -149,16 +135,14 @@ TEST(ReclaimLadder, TheCurrentScaledFontKeepsItsEnvironment) {
   SFNT* current = makeSfnt(&e.st, lfnt, true);
   SFNT* other = makeSfnt(&e.st, lfnt, true);
   SFNT* unheld = makeSfnt(&e.st, lfnt, true);
-  current->ref_count = 1;
-  other->ref_count = 1;
+  current->ref_count = other->ref_count = 1;
   unheld->active_count = 1;  // a caller holds one of its glyphs
   e.st.cur_sfnt = current;
   // 9: the scaled font no client holds; 10: the other one; never current.
   EXPECT_EQ(1, gut_other_sfnts(&e.st, 1));
-  EXPECT_EQ(nullptr, unheld->senv);
-  EXPECT_NE(nullptr, other->senv);
+  EXPECT_EQ((P{nullptr, other->senv}), (P{unheld->senv, other->senv}));
   EXPECT_EQ(1, get_some_back(&e.st));
-  EXPECT_EQ(nullptr, other->senv);
+  EXPECT_EQ((P{nullptr, current->senv}), (P{other->senv, current->senv}));
   EXPECT_NE(nullptr, current->senv);
   EXPECT_EQ(0, get_some_back(&e.st));
   unheld->active_count = 0;
@@ -177,8 +161,7 @@ TEST(ReclaimLadder, FontDataIsUnloadedButNeverWhileLoadingOrCurrent) {
   fsg_SplineKey* key = (fsg_SplineKey*)sfnt->senv->ttkey;
   // Steps 4 and 8 spare a font being loaded, and the client's current font.
   lfnt->loading = 1;
-  EXPECT_EQ(0, gut_unused_fntsets(&e.st, 1));
-  EXPECT_EQ(0, gut_unused_fntsets(&e.st, 0));
+  EXPECT_EQ(0, gut_unused_fntsets(&e.st, 1) + gut_unused_fntsets(&e.st, 0));
   lfnt->loading = 0;
   e.st.cur_lfnt = lfnt;
   EXPECT_EQ(0, gut_unused_fntsets(&e.st, 0));
@@ -188,9 +171,6 @@ TEST(ReclaimLadder, FontDataIsUnloadedButNeverWhileLoadingOrCurrent) {
   set->ref_count = 1;
   EXPECT_EQ(0, gut_unused_fntsets(&e.st, 1));
   EXPECT_EQ(1, gut_unused_fntsets(&e.st, 0));
-  EXPECT_EQ(nullptr, lfnt->fnt);
-  EXPECT_EQ(nullptr, lfnt->cmap_cache);
-  EXPECT_EQ(nullptr, key->maxp);
-  EXPECT_EQ(key, sfnt->senv->ttkey);
+  EXPECT_EQ((P{nullptr, nullptr, nullptr, key}), (P{lfnt->fnt, lfnt->cmap_cache, key->maxp, sfnt->senv->ttkey}));
   set->ref_count = 0;
 }
