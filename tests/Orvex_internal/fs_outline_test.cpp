@@ -13,6 +13,7 @@
 namespace {
 
 const FS_FIXED ONE = 65536;
+typedef std::vector<long> V;
 
 // A glyph element built by hand: contours of (x, y, on) in 26.6.
 struct Element {
@@ -78,16 +79,10 @@ TEST_F(Outline, OnAndOffCurvePointsBecomeLinesAndQuadratics) {
   EXPECT_EQ(0x80 | FS_MOVETO, o->type[0]);
   for (int i = 1; i < 4; i++) EXPECT_EQ(FS_QUADTO, o->type[i]) << i;
   EXPECT_EQ("0,0 1,2 2,0 1,-1 0.5,-1 0,-1 0,0", points(o));
-  EXPECT_EQ(0, o->lo_x);
-  EXPECT_EQ(2 * ONE, o->hi_x);
-  EXPECT_EQ(-ONE, o->lo_y);
-  EXPECT_EQ(2 * ONE, o->hi_y);
+  EXPECT_EQ((V{0, 2 * ONE, -ONE, 2 * ONE}), (V{o->lo_x, o->hi_x, o->lo_y, o->hi_y}));
   // A phase shift moves it a quarter pixel right and down, box and all.
   shift_outline(o, 1, 1);
-  EXPECT_EQ(ONE / 4, o->x[0]);
-  EXPECT_EQ(-ONE / 4, o->y[0]);
-  EXPECT_EQ(ONE / 4, o->lo_x);
-  EXPECT_EQ(2 * ONE - ONE / 4, o->hi_y);
+  EXPECT_EQ((V{ONE / 4, -ONE / 4, ONE / 4, 2 * ONE - ONE / 4}), (V{o->x[0], o->y[0], o->lo_x, o->hi_y}));
   FSS_free(&st, o);
 
   // Four off points of a diamond start at the midpoint of the first two;
@@ -111,39 +106,32 @@ TEST_F(Outline, SinglePointContourLeavesNoElementAndOpenStrokesStayOpen) {
 }
 
 TEST(OutlineOfFont, RealGlyphHasItsBoxAndAdvanceInPixelsUprightOrTurned) {
-  // DejaVu Sans 'l' (glyph 79): a rectangle x 193..377, y 0..1556 units,
-  // advance 569, 2048 per em; at 64 ppem a unit is 1/32 pixel.
   testsupport::ScaledFont f;
   f.setFont(enginetest::kDejaVuSansFile);
   ASSERT_EQ(0, f.setPpem(64)) << "cannot scale " << enginetest::kDejaVuSansFile;
   f.st.cur_lfnt = f.lfnt;
   f.st.flags |= FLAGS_NO_HINTS;
+  // DejaVu Sans 'l' (glyph 79): a rectangle x 193..377, y 0..1556 units,
+  // advance 569, 2048 per em; at 64 ppem a unit is 1/32 pixel, 2048 in
+  // 16.16 and exact in 26.6; the advance 17.78 pixels, 18 whole.
+  const long U = 2048, PX = 65536;
   FS_OUTLINE* o = make_outline_ttf(&f.st, f.st.cur_sfnt, 79);
   ASSERT_NE(nullptr, o);
-  EXPECT_EQ((FS_FIXED)(193 / 32.0 * ONE), o->lo_x);  // 6.03125 exactly in 26.6
-  EXPECT_EQ((FS_FIXED)(377 / 32.0 * ONE), o->hi_x);
-  EXPECT_EQ(0, o->lo_y);
-  EXPECT_EQ((FS_FIXED)(1556 / 32.0 * ONE), o->hi_y);
-  EXPECT_EQ((FS_FIXED)(569 / 32.0 * ONE), o->dx);  // 17.78125: 18 whole pixels
-  EXPECT_EQ(0, o->dy);
-  EXPECT_EQ(18, o->i_dx);
-  EXPECT_EQ(1, o->nc);
-  EXPECT_EQ(0x80, o->type[0] & 0x80);
+  EXPECT_EQ((V{193 * U, 377 * U, 0, 1556 * U, 569 * U, 0, 18, 1, 0x80}),
+            (V{o->lo_x, o->hi_x, o->lo_y, o->hi_y, o->dx, o->dy, o->i_dx, o->nc, o->type[0] & 0x80}));
+  FSS_free(&f.st, o);
+  // Turned left about the mid-line: hhea ascender 1901 and descender -483
+  // give 950 - 241 = 709 units = 22.156 px, 22 whole; (x, y) -> (y - 22,
+  // -x), and the advance goes down the column.
+  f.st.flags |= FLAGS_VERTICAL_ROTATE_LEFT_ON;
+  o = make_outline_ttf(&f.st, f.st.cur_sfnt, 79);
+  ASSERT_NE(nullptr, o);
+  EXPECT_EQ((V{-22 * PX, 1556 * U - 22 * PX, -377 * U, -193 * U, 0}),
+            (V{o->lo_x, o->hi_x, o->lo_y, o->hi_y, o->dx}));
   FSS_free(&f.st, o);
   o = make_outline_ttf(&f.st, f.st.cur_sfnt, 60000);  // past the font: glyph 0
   ASSERT_NE(nullptr, o);
   EXPECT_GT(o->num, 0);
-  FSS_free(&f.st, o);
-  // Turned left about the mid-line: hhea ascender 1901, descender -483 give
-  // 950 + -241 = 709 units = 22.156 px, whole 22; (x, y) -> (y - 22, -x).
-  f.st.flags |= FLAGS_VERTICAL_ROTATE_LEFT_ON;
-  o = make_outline_ttf(&f.st, f.st.cur_sfnt, 79);
-  ASSERT_NE(nullptr, o);
-  EXPECT_EQ(-22 * ONE, o->lo_x);
-  EXPECT_EQ((FS_FIXED)(26.625 * ONE), o->hi_x);  // 1556/32 - 22
-  EXPECT_EQ((FS_FIXED)(-377 / 32.0 * ONE), o->lo_y);
-  EXPECT_EQ((FS_FIXED)(-193 / 32.0 * ONE), o->hi_y);
-  EXPECT_EQ(0, o->dx);  // the advance goes down the column
   FSS_free(&f.st, o);
 }
 
@@ -165,17 +153,11 @@ TEST_F(Outline, EmboldeningWidensBySidesThatFaceTheBoldVector) {
   FS_OUTLINE* b = embolden_outline(&f.st, o, &nt, &np);
   ASSERT_NE(nullptr, b);
   ASSERT_NE(o, b);
-  EXPECT_EQ(0, b->lo_x);
-  EXPECT_EQ(5 * ONE, b->hi_x);
-  EXPECT_EQ(0, b->lo_y);
-  EXPECT_EQ(4 * ONE, b->hi_y);
-  EXPECT_EQ(5 * ONE, b->dx);
-  EXPECT_EQ(5, b->i_dx);
+  EXPECT_EQ((V{0, 5 * ONE, 0, 4 * ONE, 5 * ONE, 5}), (V{b->lo_x, b->hi_x, b->lo_y, b->hi_y, b->dx, b->i_dx}));
   FS_GRAYMAP* g = make_graymap(&f.st, b, 8);
   ASSERT_NE(nullptr, g);
-  EXPECT_EQ(5, g->width);
-  EXPECT_EQ(4, g->height);
-  for (int i = 0; i < 20; i++) EXPECT_EQ(255, g->bits[i]) << i;
+  EXPECT_EQ((V{5, 4, 5}), (V{g->width, g->height, g->bpl}));
+  EXPECT_EQ(std::vector<FS_BYTE>(20, 255), std::vector<FS_BYTE>(g->bits, g->bits + 20));
   FSS_free(&f.st, g);
   FSS_free(&f.st, b);
   f.st.bold_pct = 0x0400;  // under half a pixel: the outline comes back untouched
