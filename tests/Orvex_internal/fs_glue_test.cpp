@@ -20,9 +20,10 @@ const uint32_t XY = 0x2, SCALE = 0x8, MY_METRICS = 0x200;  // component flags
 // the triangle at half size moved 100 right, 7 two triangles joined at
 // anchor points (the second's point 0 on the first's point 2), 8 a
 // component past the end, 9 contour ends out of order, 10 more points than
-// maxp allows, 11 a truncated header.
+// maxp allows, 11 a truncated header, 12 to 22 a chain: each the one
+// before it, 12 the triangle.
 std::vector<sfnt::Bytes> glyphs() {
-  std::vector<sfnt::Bytes> g(12);
+  std::vector<sfnt::Bytes> g(23);
   g[1] = glyffont::triangle();
   g[2] = glyffont::composite({{XY, 2, 0, 0}, {XY, 1, 10, 20}});
   g[3] = glyffont::composite({{XY, 4, 0, 0}});
@@ -34,6 +35,7 @@ std::vector<sfnt::Bytes> glyphs() {
   g[9] = glyffont::simple({3, 1}, {{0, 0, true}, {1, 1, true}, {2, 2, true}, {3, 3, true}});
   g[10] = glyffont::simple({11}, std::vector<glyffont::Pt>(12, {5, 5, true}));
   g[11] = sfnt::Bytes{0, 1, 0, 0, 0, 0};
+  for (uint32_t i = 12; i < 23; i++) g[i] = glyffont::composite({{XY, i == 12 ? 1 : i - 1, 0, 0}});
   return g;
 }
 
@@ -100,7 +102,9 @@ TEST(GlyphFetch, BadGlyphsAreRefusedWithTheirCodesAndTheFontStillReads) {
       {9, ERR_BAD_GLYF_FORMAT, "contour ends out of order"},
       {10, (FS_LONG)ERR_TOO_MANY_POINTS, "more points than maxp allows"},
       {11, ERR_BAD_GLYF_FORMAT, "a truncated header"},
-      {12, ERR_BAD_GLYF_INDEX, "an index past the font"},
+      {21, 0, "ten composites above the triangle: its level is 10, the limit"},
+      {22, ERR_BAD_GLYF_FORMAT, "eleven: level 11 is refused"},
+      {23, ERR_BAD_GLYF_INDEX, "an index past the font"},
       {1, 0, "the font still reads"},
   };
   for (auto& r : rows) EXPECT_EQ(r.err, t.f.fetch(r.glyph)) << r.why;

@@ -36,16 +36,14 @@ TEST_F(Tlist, CrossingsSortAscendingTiesKeepArrivalOrderAndOutsideRowsAreDropped
   EXPECT_EQ((std::vector<FS_LONG>{1, 3, 0, 2}), idx);  // the first 5 first
   append_tlist(st, 1, 11, l);  // above max
   append_tlist(st, 1, 6, l);   // below the last row
-  EXPECT_EQ(4, l->next_index);
-  EXPECT_EQ(-1, l->indices[0]);
+  EXPECT_EQ((Row{4, -1}), (Row{l->next_index, l->indices[0]}));
   delete_tlist(st, l);
 }
 
 TEST_F(Tlist, StoreGrowsByOneNodeARowWhenFull) {
   TLIST* l = new_tlist(st, nullptr, 0, 2);  // 16 nodes, then 2 more at a time
   for (int i = 0; i < 20; i++) append_tlist(st, 20 - i, 0, l);
-  EXPECT_EQ(20, l->stop_index);
-  EXPECT_EQ(20, l->numNodes);
+  EXPECT_EQ((Row{20, 20}), (Row{l->stop_index, l->numNodes}));
   Row want;
   for (int i = 1; i <= 20; i++) want.push_back(i);
   EXPECT_EQ(want, row(l, 0));
@@ -70,18 +68,13 @@ TEST_F(Tlist, ResizingToFewerRowsKeepsCapacityAndEmptiesAllRows) {
   append_tlist(st, 1, 20, l);
   append_tlist(st, 1, 15, l);
   ASSERT_EQ(l, new_tlist(st, l, 5, 3));
-  EXPECT_EQ(5, l->max);
-  EXPECT_EQ(3, l->num);
-  EXPECT_EQ(10, l->numIndices);
-  EXPECT_EQ(80, l->numNodes);
-  EXPECT_EQ(24, l->stop_index);
-  EXPECT_EQ(0, l->next_index);
-  EXPECT_EQ(0, l->ref_count);
-  for (int r = 0; r < 3; r++) EXPECT_EQ(-1, l->indices[r]);
+  // {max, rows, row capacity, nodes, usable nodes, next node, holders}
+  EXPECT_EQ((Row{5, 3, 10, 80, 24, 0, 0}),
+            (Row{l->max, l->num, l->numIndices, l->numNodes, l->stop_index, l->next_index, l->ref_count}));
+  EXPECT_EQ(Row(3, -1), Row(l->indices, l->indices + 3));
   size_tlist(st, l, 40, 30);  // growing replaces the short arrays
-  EXPECT_EQ(30, l->numIndices);
-  EXPECT_EQ(240, l->numNodes);
-  for (int r = 0; r < 30; r++) EXPECT_EQ(-1, l->indices[r]);
+  EXPECT_EQ((Row{30, 240}), (Row{l->numIndices, l->numNodes}));
+  EXPECT_EQ(Row(30, -1), Row(l->indices, l->indices + 30));
   delete_tlist(st, l);
 }
 
