@@ -31,11 +31,10 @@ TEST(EngineStart, RootClientStartsWithItsDefaultsAndOnlyTheScratchCharged) {
   // of 3000 - 8 bytes.
   EXPECT_EQ((V{3008, 100000, 327983, 0, 0, 3277, 0, 0xFFFF, 0xFFFF, 0, 5, 1, 65536, 26214, -36700,
                65536, 2992, 3000}),
-            (V{(long)FS_get_heap_used(&st), (long)st.server->heap_size, (long)FS_get_version(&st),
-               (long)FS_error(&st), (long)st.heap_size, st.stroke_pct, st.bold_pct, st.platform,
-               st.encoding, st.varPlatform, st.varEncoding, st.outline_width, st.outline_opacity,
-               st.insideCutoff, st.outsideCutoff, st.gamma,
-               (long)((const SSUnion*)st.server->scratch.buffer)->size,
+            (V{FS_get_heap_used(&st), st.server->heap_size, FS_get_version(&st), FS_error(&st),
+               st.heap_size, st.stroke_pct, st.bold_pct, st.platform, st.encoding, st.varPlatform,
+               st.varEncoding, st.outline_width, st.outline_opacity, st.insideCutoff,
+               st.outsideCutoff, st.gamma, ((const SSUnion*)st.server->scratch.buffer)->size,
                st.server->scratch.beyond - st.server->scratch.buffer}));
   EXPECT_EQ(nullptr, st.parent);
   EXPECT_EQ(0, FSS_exit(&st));
@@ -60,8 +59,7 @@ TEST(EngineClients, AChildLivesOnTheSharedBudgetAndGivesEverythingBack) {
   // {budget, heap used, root's children, clients} before, with and after a
   // child; its 192-byte record is charged to the server.
   auto state = [&] {
-    return V{(long)root.server()->heap_size, (long)root.used(), (long)root.st.ref_count,
-             (long)root.server()->client_count};
+    return V{root.server()->heap_size, root.used(), root.st.ref_count, root.server()->client_count};
   };
   for (long heap : {5000, 0}) {
     FS_STATE* child = FSS_new_client(&root.st, heap);
@@ -100,7 +98,7 @@ TEST(EngineClients, ABudgetThatCannotBeTakenBackKeepsTheChildUntilItCan) {
   // still allocated then: 206, the child stays until the budget grows.
   Engine e(3100);
   EXPECT_EQ(nullptr, FSS_new_client(&e.st, 0));
-  EXPECT_EQ((V{ERR_MALLOC_FAIL, 0}), (V{(long)e.st.error, (long)e.server()->client_count}));
+  EXPECT_EQ((V{ERR_MALLOC_FAIL, 0}), (V{e.st.error, e.server()->client_count}));
   FS_STATE* child = FSS_new_client(&e.st, 200);
   ASSERT_NE(nullptr, child);
   EXPECT_EQ((FS_ULONG)ERR_RESIZE_FAIL, FSS_end_client(child));
@@ -113,9 +111,9 @@ TEST(EngineClients, ABudgetThatCannotBeTakenBackKeepsTheChildUntilItCan) {
   EXPECT_EQ(0, FSS_resize(&e.st, 20000));
   void* p = FSS_malloc(&e.st, 992);
   EXPECT_EQ(ERR_RESIZE_FAIL, FSS_resize(&e.st, 4007));
-  EXPECT_EQ((V{ERR_RESIZE_FAIL, 20000}), (V{(long)e.st.error, (long)e.server()->heap_size}));
+  EXPECT_EQ((V{ERR_RESIZE_FAIL, 20000}), (V{e.st.error, e.server()->heap_size}));
   EXPECT_EQ(0, FSS_resize(&e.st, 4008));
-  EXPECT_EQ((V{0, 4008}), (V{(long)e.st.error, (long)e.server()->heap_size}));
+  EXPECT_EQ((V{0, 4008}), (V{e.st.error, e.server()->heap_size}));
   FSS_free(&e.st, p);
 }
 
@@ -141,7 +139,7 @@ TEST(EngineStop, ServerAndChildEndsFreeEverythingTheyHold) {
   FS_ULONG before = root.used();
   hold(child, set, sfnt, 2);
   EXPECT_EQ(0u, FSS_end_client(child));
-  EXPECT_EQ((V{0, 0, (long)before - 200}), (V{set->ref_count, sfnt->ref_count, (long)root.used()}));
+  EXPECT_EQ((V{0, 0, before - 200}), (V{set->ref_count, sfnt->ref_count, root.used()}));
 
   // The server's end, under the leak checker, proves nothing it holds
   // outlives it: fonts with names and caches, sets, scaled fonts (one an

@@ -2,12 +2,13 @@
 // repeated request, the counts that follow holds and releases, the key's
 // phase and style, the size limit, removal of a held font, and the reclaim
 // ladder emptying it back to the heap.
+#include "Orvex_internal/fs_cache.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "Orvex_internal/engine_fixture.h"
-#include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_xmalloc.h"
@@ -61,11 +62,11 @@ TEST_F(Cache, RepeatedRequestGivesTheSameRecordAndCountsFollowTheHolds) {
   EXPECT_EQ((V{1, 1, 1}), counts()) << "served again from the cache";
   // Removing the font's cache while a record is held stops with 610.
   delete_fs_cache(&f.st, sfnt());
-  EXPECT_EQ((V{ERR_FONT_IN_USE, 1}), (V{(long)f.st.error, entries()}));
+  EXPECT_EQ((V{ERR_FONT_IN_USE, 1}), (V{f.st.error, entries()}));
   FSS_free_char(&f.st, a);
   f.st.error = 0;
   delete_fs_cache(&f.st, sfnt());
-  EXPECT_EQ((V{0, 0, 0}), (V{(long)f.st.error, entries(), sfnt()->cache_count}));
+  EXPECT_EQ((V{0, 0, 0}), (V{f.st.error, entries(), sfnt()->cache_count}));
 }
 
 TEST_F(Cache, PhaseStyleDepthAndSizeAreAllPartOfTheKey) {
@@ -119,8 +120,8 @@ TEST_F(Cache, ReclaimLadderEmptiesItBackToTheHeapSparingHeldRecords) {
   EXPECT_EQ((V{5, 1}), (V{taken, entries()}));
   FSS_free_char(&f.st, held);
   EXPECT_EQ(1, trim_cache(&f.st));
-  EXPECT_EQ((V{0, 0, 0, (long)before}),
-            (V{entries(), sfnt()->cache_count, sfnt()->active_count, (long)f.st.server->allocated}));
+  EXPECT_EQ((V{0, 0, 0, before}),
+            (V{entries(), sfnt()->cache_count, sfnt()->active_count, f.st.server->allocated}));
 }
 
 TEST_F(Cache, AdvancesAreSharedByAllEffectsOfOneSize) {

@@ -52,7 +52,7 @@ TEST(EngineErrors, CodesHaveNamesAndMessagesFromOneTable) {
   EXPECT_STREQ("ERR_CLIENT_HAS_CHILDREN", FS_error_name(508));
   EXPECT_STREQ("client still has child clients", FS_error_message(508));
   EXPECT_STREQ("ERR_MALLOC_FAIL", FS_error_name(ERR_MALLOC_FAIL));
-  EXPECT_STREQ("ERR_CFF_HEADER", FS_error_name(458));  // two numbers of one
+  EXPECT_STREQ("ERR_CFF_HEADER", FS_error_name(458));    // two numbers of one
   EXPECT_STREQ("ERR_CFF_HEADER_2", FS_error_name(459));  // situation keep apart
   EXPECT_STREQ("no error", FS_error_message(0));
   EXPECT_STREQ("unknown error", FS_error_message(999));

@@ -58,7 +58,7 @@ i128 isqrt(i128 v) {  // largest r with r * r <= v
 struct OperandSource {
   std::mt19937 rng{20261123};
   FS_LONG next() {
-    static const FS_LONG specials[] = {0,     1,     -1,     46339, 46340, -46340, 176095,
+    static const FS_LONG specials[] = {0,      1,     -1,     46339, 46340, -46340,     176095,
                                        176096, 65536, -65536, SAT,   MIN32, 0x40000000, 32768};
     if (rng() % 16 == 0) return specials[rng() % (sizeof specials / sizeof *specials)];
     int bits = 1 + rng() % 32;

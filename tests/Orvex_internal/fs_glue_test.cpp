@@ -80,13 +80,16 @@ TEST(GlyphFetch, SimpleCompositeAndEmptyGlyphsWithTheirPhantomPlaces) {
   };
   for (auto& r : rows) {
     ASSERT_EQ(0, t.f.fetch(r.glyph)) << r.why;
-    EXPECT_EQ((std::vector<int>{r.np, r.nc}), (std::vector<int>{t.np(), t.f.element()->nc})) << r.why;
+    EXPECT_EQ((std::vector<int>{r.np, r.nc}), (std::vector<int>{t.np(), t.f.element()->nc}))
+        << r.why;
     EXPECT_EQ(r.points, t.points(0, r.shown)) << r.why;
   }
   fnt_ElementType* e = t.f.element();  // glyph 7's contours and metrics
-  EXPECT_EQ((std::vector<int>{0, 2, 3, 5, 1}), (std::vector<int>{e->sp[0], e->ep[0], e->sp[1], e->ep[1], t.f.key()->useMyMetrics}));
+  EXPECT_EQ((std::vector<int>{0, 2, 3, 5, 1}),
+            (std::vector<int>{e->sp[0], e->ep[0], e->sp[1], e->ep[1], t.f.key()->useMyMetrics}));
   ASSERT_EQ(0, t.f.fetch(1));
-  EXPECT_EQ((std::vector<int>{1, 1, 0}), (std::vector<int>{e->onCurve[0], e->onCurve[1], e->onCurve[2]}));
+  EXPECT_EQ((std::vector<int>{1, 1, 0}),
+            (std::vector<int>{e->onCurve[0], e->onCurve[1], e->onCurve[2]}));
 }
 
 TEST(GlyphFetch, BadGlyphsAreRefusedWithTheirCodesAndTheFontStillReads) {
@@ -110,7 +113,8 @@ TEST(GlyphFetch, BadGlyphsAreRefusedWithTheirCodesAndTheFontStillReads) {
   for (auto& r : rows) EXPECT_EQ(r.err, t.f.fetch(r.glyph)) << r.why;
   EXPECT_EQ("0,0 64,0 32,64", t.points(0, 3));
 
-  Fixture u(glyffont::font({glyffont::simple({0, 1, 2}, {{0, 0, true}, {1, 1, true}, {2, 2, true}})}));
+  Fixture u(
+      glyffont::font({glyffont::simple({0, 1, 2}, {{0, 0, true}, {1, 1, true}, {2, 2, true}})}));
   EXPECT_EQ(ERR_TOO_MANY_CONTOURS, u.f.fetch(0)) << "three contours where maxp allows two";
 }
 
@@ -141,7 +145,8 @@ TEST(GlyphFetch, MatrixAppliesAfterScalingAndAdvancesScaleAlone) {
     EXPECT_EQ(0, get_glyph_advance(&t.f.st, t.f.key(), 1, &dx, &dy, &idx, &idy));
     return std::vector<int>{dx, dy, idx, idy};
   };
-  EXPECT_EQ((std::vector<int>{0, 5 * ONE, 0, 0}), advance()) << "5 px down, no whole pixels when turned";
+  EXPECT_EQ((std::vector<int>{0, 5 * ONE, 0, 0}), advance())
+      << "5 px down, no whole pixels when turned";
   ASSERT_EQ(0, t.f.setPpem(13));
   EXPECT_EQ((std::vector<int>{425984, 0, 7, 0}), advance()) << "500 x 13 / 1000 = 6.5 px";
 }
@@ -159,7 +164,8 @@ TEST(PreProgram, ControlValuesAreScaledUnlessTheFontHasFLNT) {
     fsg_SplineKey* k = t.f.key();
     F26DOT6* cv = (F26DOT6*)(k->memoryBases[3] + k->offset_controlValues);
     // 100 x 0.64 and -50 x 0.64, or left unscaled at 0 under FLNT.
-    EXPECT_EQ((std::vector<int>{2, flnt ? 0 : 64, flnt ? 0 : -32}), (std::vector<int>{k->cvtCount, cv[0], cv[1]}));
+    EXPECT_EQ((std::vector<int>{2, flnt ? 0 : 64, flnt ? 0 : -32}),
+              (std::vector<int>{k->cvtCount, cv[0], cv[1]}));
     ASSERT_EQ(0, t.f.fetch(0));  // glyphs still come
     EXPECT_EQ(3, t.np());
   }
@@ -175,7 +181,8 @@ TEST(ScaleFont, AWorkspaceBeyondTheHeapIs201AndNothingStays) {
   EXPECT_EQ(ERR_MALLOC_FAIL, f.setPpem(12));
   EXPECT_EQ(nullptr, f.st.cur_sfnt->senv);
   EXPECT_EQ(0, f.st.server->workspaceSize);
-  EXPECT_EQ(used + 8 + ((sizeof(SFNT) + 7) & ~7u), FS_get_heap_used(&f.st)) << "only the new scaled font";
+  EXPECT_EQ(used + 8 + ((sizeof(SFNT) + 7) & ~7u), FS_get_heap_used(&f.st))
+      << "only the new scaled font";
 }
 
 }  // namespace

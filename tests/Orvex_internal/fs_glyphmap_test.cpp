@@ -1,5 +1,7 @@
 // The glyph result records' layout, the client flag word and the start-up
 // proof of the build's type assumptions.
+#include "Orvex_internal/fs_glyphmap.h"
+
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -7,7 +9,6 @@
 
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_err.h"
-#include "Orvex_internal/fs_glyphmap.h"
 
 namespace {
 
@@ -38,7 +39,8 @@ TEST(FlagWord, FamiliesClearTheirOthersAndUnknownValuesAreRefused) {
       {FLAGS_ADD_WEIGHT, 0, FLAGS_ADD_WEIGHT, "a weight"},
       {FLAGS_REGULARBOLD, 0, FLAGS_REGULARBOLD, "another weight replaces it"},
       {FLAGS_EMBOSSED, 0, FLAGS_REGULARBOLD | FLAGS_EMBOSSED, "an effect beside it"},
-      {FLAGS_OUTLINED_SOFT, 0, FLAGS_REGULARBOLD | FLAGS_OUTLINED_SOFT, "another effect replaces it"},
+      {FLAGS_OUTLINED_SOFT, 0, FLAGS_REGULARBOLD | FLAGS_OUTLINED_SOFT,
+       "another effect replaces it"},
       {~FLAGS_EFFECTS, 0, FLAGS_REGULARBOLD, "the effects' complement clears them"},
       {~FLAGS_REGULARBOLD, 0, 0, "a flag's complement clears it"},
       {FLAGS_VERTICAL_ROTATE_LEFT_ON, 0, FLAGS_VERTICAL_ROTATE_LEFT_ON, "a vertical layout"},

@@ -119,14 +119,17 @@ TEST_F(Graymap, TallGlyphIsDrawnInBandsWithoutSeams) {
   // x 0.3: each row is the one 4 below moved a column right, so a seam
   // between bands would break the pattern. The same shape 8 rows tall fits
   // one band and gives the first rows.
-  auto shape = [](double h) { return Contour{{0.3, 0}, {0.3 + h / 4, h}, {5.3 + h / 4, h}, {5.3, 0}}; };
+  auto shape = [](double h) {
+    return Contour{{0.3, 0}, {0.3 + h / 4, h}, {5.3 + h / 4, h}, {5.3, 0}};
+  };
   FS_GRAYMAP* tall = render({shape(600)});
   FS_GRAYMAP* small = render({shape(8)});
   ASSERT_NE(nullptr, tall);
   ASSERT_NE(nullptr, small);
   EXPECT_EQ(600, tall->height);
   for (int r = 0; r < 8; r++)
-    for (int x = 0; x < small->width; x++) ASSERT_EQ(at(small, r, x), at(tall, r, x)) << r << " " << x;
+    for (int x = 0; x < small->width; x++)
+      ASSERT_EQ(at(small, r, x), at(tall, r, x)) << r << " " << x;
   for (int r = 0; r < 600; r++) {
     int sum = 0;
     for (int x = 0; x < tall->width; x++) {
@@ -155,7 +158,8 @@ TEST_F(Graymap, FullCellStoreDoublesTheBandsAndStillGivesTheSameImage) {
   ASSERT_EQ(600, g->height);
   for (int y = 0; y < 600; y++)
     for (int x = 0; x < 202; x++)
-      ASSERT_EQ(x == 0 ? 255 : (y == 0 && x >= 2) ? 128 : 0, g->bits[y * g->bpl + x]) << y << " " << x;
+      ASSERT_EQ(x == 0 ? 255 : (y == 0 && x >= 2) ? 128 : 0, g->bits[y * g->bpl + x])
+          << y << " " << x;
   FSS_free(&st, g);
 }
 

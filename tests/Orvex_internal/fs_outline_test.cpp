@@ -1,12 +1,13 @@
 // Outline extraction: TrueType on/off-curve points to elements, the box,
 // phase shifts, the outline and advance of a real glyph, and emboldening.
+#include "Orvex_internal/fs_outline.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "Orvex_internal/engine_fixture.h"
 #include "Orvex_internal/fs_graymap.h"
-#include "Orvex_internal/fs_outline.h"
 #include "Orvex_internal/fs_xmalloc.h"
 #include "support/scaled_font.h"
 
@@ -82,7 +83,8 @@ TEST_F(Outline, OnAndOffCurvePointsBecomeLinesAndQuadratics) {
   EXPECT_EQ((V{0, 2 * ONE, -ONE, 2 * ONE}), (V{o->lo_x, o->hi_x, o->lo_y, o->hi_y}));
   // A phase shift moves it a quarter pixel right and down, box and all.
   shift_outline(o, 1, 1);
-  EXPECT_EQ((V{ONE / 4, -ONE / 4, ONE / 4, 2 * ONE - ONE / 4}), (V{o->x[0], o->y[0], o->lo_x, o->hi_y}));
+  EXPECT_EQ((V{ONE / 4, -ONE / 4, ONE / 4, 2 * ONE - ONE / 4}),
+            (V{o->x[0], o->y[0], o->lo_x, o->hi_y}));
   FSS_free(&st, o);
 
   // Four off points of a diamond start at the midpoint of the first two;
@@ -117,8 +119,9 @@ TEST(OutlineOfFont, RealGlyphHasItsBoxAndAdvanceInPixelsUprightOrTurned) {
   const long U = 2048, PX = 65536;
   FS_OUTLINE* o = make_outline_ttf(&f.st, f.st.cur_sfnt, 79);
   ASSERT_NE(nullptr, o);
-  EXPECT_EQ((V{193 * U, 377 * U, 0, 1556 * U, 569 * U, 0, 18, 1, 0x80}),
-            (V{o->lo_x, o->hi_x, o->lo_y, o->hi_y, o->dx, o->dy, o->i_dx, o->nc, o->type[0] & 0x80}));
+  EXPECT_EQ(
+      (V{193 * U, 377 * U, 0, 1556 * U, 569 * U, 0, 18, 1, 0x80}),
+      (V{o->lo_x, o->hi_x, o->lo_y, o->hi_y, o->dx, o->dy, o->i_dx, o->nc, o->type[0] & 0x80}));
   FSS_free(&f.st, o);
   // Turned left about the mid-line: hhea ascender 1901 and descender -483
   // give 950 - 241 = 709 units = 22.156 px, 22 whole; (x, y) -> (y - 22,
@@ -153,7 +156,8 @@ TEST_F(Outline, EmboldeningWidensBySidesThatFaceTheBoldVector) {
   FS_OUTLINE* b = embolden_outline(&f.st, o, &nt, &np);
   ASSERT_NE(nullptr, b);
   ASSERT_NE(o, b);
-  EXPECT_EQ((V{0, 5 * ONE, 0, 4 * ONE, 5 * ONE, 5}), (V{b->lo_x, b->hi_x, b->lo_y, b->hi_y, b->dx, b->i_dx}));
+  EXPECT_EQ((V{0, 5 * ONE, 0, 4 * ONE, 5 * ONE, 5}),
+            (V{b->lo_x, b->hi_x, b->lo_y, b->hi_y, b->dx, b->i_dx}));
   FS_GRAYMAP* g = make_graymap(&f.st, b, 8);
   ASSERT_NE(nullptr, g);
   EXPECT_EQ((V{5, 4, 5}), (V{g->width, g->height, g->bpl}));

@@ -31,7 +31,7 @@ struct FullCache {
     full = e.used();
   }
   // {error, entries in the bucket, entries counted on the font, heap used}
-  V state() { return V{(long)e.st.error, bucketLength(&e.st, 5), sfnt->cache_count, e.used()}; }
+  V state() { return V{e.st.error, bucketLength(&e.st, 5), sfnt->cache_count, e.used()}; }
   Engine e;
   SFNT* sfnt;
   std::vector<CACHE_ENTRY*> entries;
@@ -48,7 +48,8 @@ TEST(ReclaimLadder, AFullBudgetGivesWayByDroppingTheOldestUnheldGlyphs) {
   void* p = FSS_malloc(&f.e.st, 3000);
   ASSERT_NE(nullptr, p);
   EXPECT_EQ((V{0, 17, 17, f.full - 3 * 1008 + 3008}), f.state());
-  EXPECT_EQ((P{f.entries[19], f.entries[0]}), (P{f.e.server()->cache[5], f.e.server()->cache[5]->prev}))
+  EXPECT_EQ((P{f.entries[19], f.entries[0]}),
+            (P{f.e.server()->cache[5], f.e.server()->cache[5]->prev}))
       << "the newest at the head, the held oldest still the tail";
   FSS_free(&f.e.st, p);
   // Shrinking the budget reclaims until it fits: 5000 less takes five more.
@@ -112,10 +113,13 @@ TEST(ReclaimLadder, EachRungRunsOneStepInItsOrder) {
     std::function<bool()> done;
   } rungs[] = {
       {"1: the unused set and its font, nothing else",
-       [&] { return e.server()->font_sets == bodySet && !bodySet->next && e.server()->loaded_fonts == body &&
-                    !body->next && e.server()->cache[0]; }},
+       [&] {
+         return e.server()->font_sets == bodySet && !bodySet->next &&
+                e.server()->loaded_fonts == body && !body->next && e.server()->cache[0];
+       }},
       {"2: the cached glyph", [&] { return !e.server()->cache[0] && cached->cache_count == 0; }},
-      {"3: the scaled font left bare", [&] { return e.server()->scaled_fonts == held && !held->next; }},
+      {"3: the scaled font left bare",
+       [&] { return e.server()->scaled_fonts == held && !held->next; }},
       {"4 finds no font data; 5: the raster", [&] { return !e.server()->raster; }},
       {"6: the idle transition list only", [&] { return !e.server()->tlist && e.server()->drop; }},
       {"7: the character map cache", [&] { return !body->cmap_cache && held->senv; }},
@@ -171,6 +175,7 @@ TEST(ReclaimLadder, FontDataIsUnloadedButNeverWhileLoadingOrCurrent) {
   set->ref_count = 1;
   EXPECT_EQ(0, gut_unused_fntsets(&e.st, 1));
   EXPECT_EQ(1, gut_unused_fntsets(&e.st, 0));
-  EXPECT_EQ((P{nullptr, nullptr, nullptr, key}), (P{lfnt->fnt, lfnt->cmap_cache, key->maxp, sfnt->senv->ttkey}));
+  EXPECT_EQ((P{nullptr, nullptr, nullptr, key}),
+            (P{lfnt->fnt, lfnt->cmap_cache, key->maxp, sfnt->senv->ttkey}));
   set->ref_count = 0;
 }

@@ -2,6 +2,8 @@
 // refusals, style setter ranges, type resolution, graymaps through the
 // cache and back by FSS_free_char, advances, boxes, phases, strings and the
 // error paths that leave the client usable.
+#include "Orvex_internal/fs_request.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -13,7 +15,6 @@
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_graymap.h"
-#include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_xmalloc.h"
 
@@ -118,10 +119,10 @@ TEST(GlyphRequest, TypesReduceToOneRasteriserByTheSizesBehaviour) {
       {4 | 8, 3, 4, RASTER_GRAYMAP, false},   // 4 before 8
       {2 | 32, 3, 2, RASTER_GRAYMAP, false},  // no colour table: 32 dropped
       {1, 3, 1, RASTER_BITMAP, false},
-      {3, 3, 2, RASTER_GRAYMAP, false},       // gridfit and gray: gray
-      {3, 2, 2, RASTER_GRAYMAP, true},        // no gridfit bit: unhinted
-      {3, 0, 1, RASTER_BITMAP, true},         // neither: bitmap
-      {0x600, 3, 0x400, RASTER_ADF, false},   // 1024 before 512
+      {3, 3, 2, RASTER_GRAYMAP, false},      // gridfit and gray: gray
+      {3, 2, 2, RASTER_GRAYMAP, true},       // no gridfit bit: unhinted
+      {3, 0, 1, RASTER_BITMAP, true},        // neither: bitmap
+      {0x600, 3, 0x400, RASTER_ADF, false},  // 1024 before 512
       {0x200 | 8, 4, 0x200, RASTER_ADF, false},
       {0x200 | 8, 3, 8, RASTER_GRAYMAP, false},
       {0x88, 3, 0x80, RASTER_DISTANCE_FIELD, false},
@@ -162,7 +163,7 @@ TEST(GlyphRequest, ErrorPathsGiveTheirCodesAndLeaveTheClientUsable) {
   EXPECT_EQ(nullptr, FSS_get_bitmap(&c.st, 'A'));
   FS_GLYPHMAP* a = FSS_get_glyphmap(&c.st, 'A', 8);  // and still a graymap
   ASSERT_NE(nullptr, a);
-  EXPECT_EQ((V{0, 8}), (V{(long)c.st.error, a->bitsPerPixel}));
+  EXPECT_EQ((V{0, 8}), (V{c.st.error, a->bitsPerPixel}));
   FSS_free_char(&c.st, a);
   // U+10FFFD (private use, plane 16) is not in the font: glyph 0's record.
   EXPECT_EQ(0, FSS_map_char(&c.st, 0x10FFFD));
@@ -185,8 +186,8 @@ TEST(GlyphRequest, RequestsComeFromTheCacheAndEverythingGoesBack) {
   // A second request and the 4-bit getter share the record; nothing new.
   EXPECT_EQ(one, FSS_get_glyphmap(&c.st, 'A', 4));
   EXPECT_EQ(one, FSS_get_graymap(&c.st, 'A'));
-  EXPECT_EQ((V{4, (long)cached, 3, 1}),
-            (V{one->bitsPerPixel, (long)sfnt->cache_count, entry->ref_counter, sfnt->active_count}));
+  EXPECT_EQ((V{4, cached, 3, 1}),
+            (V{one->bitsPerPixel, sfnt->cache_count, entry->ref_counter, sfnt->active_count}));
   for (int i = 0; i < 3; i++) EXPECT_EQ(0, FSS_free_char(&c.st, one));
   EXPECT_EQ((V{0, 0}), (V{entry->ref_counter, sfnt->active_count}));
   // The box has the map's place and advance, without pixels, and is cached.
@@ -241,9 +242,9 @@ TEST(GlyphRequest, AdvancesPhasesAndTheLayoutScale) {
   FS_USHORT du, xppm, yppm;
   FS_FIXED s[4];
   FS_ULONG first, end;
-  ASSERT_EQ(0, FSS_get_gpos_scale(&c.st, 'A', &du, &s[0], &s[1], &s[2], &s[3], &xppm, &yppm,
-                                  &first, &end));
-  EXPECT_EQ((V{2048, kPx24, 24, 24, 0}), (V{du, s[0], xppm, yppm, (long)first}));
+  ASSERT_EQ(0, FSS_get_gpos_scale(&c.st, 'A', &du, &s[0], &s[1], &s[2], &s[3], &xppm, &yppm, &first,
+                                  &end));
+  EXPECT_EQ((V{2048, kPx24, 24, 24, 0}), (V{du, s[0], xppm, yppm, first}));
   EXPECT_GT(end, 5000u);  // DejaVu Sans has some 6000 glyphs
   Client none;
   EXPECT_EQ(0, FSS_get_design_units(&none.st));

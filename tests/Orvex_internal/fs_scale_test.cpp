@@ -1,6 +1,8 @@
 // The scaler's arithmetic and checks: the three scaling functions, the
 // decomposition and italicising of a scale, the limits of check_scale, and
 // the scaled environment a real font gets.
+#include "Orvex_internal/fs_scale.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
@@ -8,7 +10,6 @@
 #include "Orvex_internal/engine_fixture.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_glyphmap.h"
-#include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "support/scaled_font.h"
 
@@ -112,15 +113,15 @@ TEST(ScaleFont, ARealFontGetsItsEnvironmentAndSharedWorkspace) {
   f.setFont(kDejaVuSansFile);
   ASSERT_EQ(0, f.setPpem(12)) << "cannot scale " << kDejaVuSansFile;
   SENV* senv = f.st.cur_sfnt->senv;
-  EXPECT_EQ((V{12, 12, 1, 2048, 1}),
-            (V{senv->xppm, senv->yppm, senv->vanilla, f.key()->emResolution, f.key()->identityTransformation}));
+  EXPECT_EQ((V{12, 12, 1, 2048, 1}), (V{senv->xppm, senv->yppm, senv->vanilla,
+                                        f.key()->emResolution, f.key()->identityTransformation}));
   EXPECT_EQ(f.st.cur_sfnt, f.st.server->workspace_sfnt);
   FS_LONG size = f.st.server->workspaceSize;
   EXPECT_GT(size, 0);
   // A second scale shares the workspace, which does not shrink.
   ASSERT_EQ(0, f.setScale(20 * ONE, 5 * ONE, 0, 20 * ONE));
   EXPECT_EQ((V{0, 0, size}), (V{f.st.cur_sfnt->senv->vanilla, f.key()->identityTransformation,
-                                 f.st.server->workspaceSize}));
+                                f.st.server->workspaceSize}));
   EXPECT_EQ(ERR_SCALE_LIMIT, f.setScale(ONE / 2, 0, 0, ONE / 2));
   EXPECT_EQ(nullptr, f.st.cur_sfnt->senv);
 }

@@ -11,7 +11,9 @@ using namespace enginetest;
 
 namespace {
 
-const SSUnion* headerOf(const void* payload) { return (const SSUnion*)((const FS_BYTE*)payload - 8); }
+const SSUnion* headerOf(const void* payload) {
+  return (const SSUnion*)((const FS_BYTE*)payload - 8);
+}
 
 }  // namespace
 

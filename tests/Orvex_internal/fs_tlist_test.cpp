@@ -1,12 +1,13 @@
 // Transition lists: crossings sorted per row with ties in arrival order,
 // rows outside the list dropped, growth past the first 8 a row, removal,
 // and resizing that keeps capacity and empties every row.
+#include "Orvex_internal/fs_tlist.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "Orvex_internal/engine_fixture.h"
-#include "Orvex_internal/fs_tlist.h"
 
 namespace {
 
@@ -34,8 +35,8 @@ TEST_F(Tlist, CrossingsSortAscendingTiesKeepArrivalOrderAndOutsideRowsAreDropped
   std::vector<FS_LONG> idx;
   EXPECT_EQ((Row{-3, 2, 5, 5}), row(l, 9, &idx));
   EXPECT_EQ((std::vector<FS_LONG>{1, 3, 0, 2}), idx);  // the first 5 first
-  append_tlist(st, 1, 11, l);  // above max
-  append_tlist(st, 1, 6, l);   // below the last row
+  append_tlist(st, 1, 11, l);                          // above max
+  append_tlist(st, 1, 6, l);                           // below the last row
   EXPECT_EQ((Row{4, -1}), (Row{l->next_index, l->indices[0]}));
   delete_tlist(st, l);
 }
@@ -69,8 +70,8 @@ TEST_F(Tlist, ResizingToFewerRowsKeepsCapacityAndEmptiesAllRows) {
   append_tlist(st, 1, 15, l);
   ASSERT_EQ(l, new_tlist(st, l, 5, 3));
   // {max, rows, row capacity, nodes, usable nodes, next node, holders}
-  EXPECT_EQ((Row{5, 3, 10, 80, 24, 0, 0}),
-            (Row{l->max, l->num, l->numIndices, l->numNodes, l->stop_index, l->next_index, l->ref_count}));
+  EXPECT_EQ((Row{5, 3, 10, 80, 24, 0, 0}), (Row{l->max, l->num, l->numIndices, l->numNodes,
+                                                l->stop_index, l->next_index, l->ref_count}));
   EXPECT_EQ(Row(3, -1), Row(l->indices, l->indices + 3));
   size_tlist(st, l, 40, 30);  // growing replaces the short arrays
   EXPECT_EQ((Row{30, 240}), (Row{l->numIndices, l->numNodes}));

@@ -95,7 +95,8 @@ TEST(EngineThings, CacheEntriesComeInLumpsOf127ReusedLowestAddressFirst) {
   CACHE_ENTRY* r[3];
   for (CACHE_ENTRY*& c : r) c = CACHE_ENTRY_calloc(&e.st);
   // The lower freed address first, zeroed; then the next free one; then new.
-  EXPECT_EQ((std::vector<void*>{t[0], t[2], (FS_BYTE*)t[2] + 80}), (std::vector<void*>{r[0], r[1], r[2]}));
+  EXPECT_EQ((std::vector<void*>{t[0], t[2], (FS_BYTE*)t[2] + 80}),
+            (std::vector<void*>{r[0], r[1], r[2]}));
   EXPECT_EQ(0u, r[0]->ref_counter);
   for (CACHE_ENTRY* c : r) CACHE_ENTRY_free(&e.st, c);
   EXPECT_EQ(kInitCharge + 127 * 80 + 32, e.used());
