@@ -104,12 +104,10 @@ TEST_F(Graymap, ExactAreasOfHandWorkedShapes) {
   for (auto& r : rows) {
     FS_GRAYMAP* g = render(r.shape, r.type);
     ASSERT_NE(nullptr, g) << r.why;
-    EXPECT_EQ(r.type, g->bitsPerPixel) << r.why;
-    EXPECT_EQ(r.lo_x, g->lo_x) << r.why;
-    EXPECT_EQ(r.hi_y, g->hi_y) << r.why;
-    EXPECT_EQ(r.width, g->width) << r.why;
+    EXPECT_EQ((std::vector<int>{r.type, r.lo_x, r.hi_y, r.width, 40 + g->bpl * g->height}),
+              (std::vector<int>{g->bitsPerPixel, g->lo_x, g->hi_y, g->width, g->size}))
+        << r.why << ": depth, left, top, width, record size";
     EXPECT_EQ(r.want, bytes(g)) << r.why;
-    EXPECT_EQ(40 + g->bpl * g->height, g->size) << r.why;
     FSS_free(&st, g);
   }
 }
