@@ -15,6 +15,10 @@
 
 namespace enginetest {
 
+// The Debian font (fonts-dejavu-core) the engine tests read; a test that
+// cannot load it fails naming it.
+const char kDejaVuSansFile[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+
 // What FSS_init charges: the 3000-byte scratch buffer and its header.
 const FS_ULONG kInitCharge = 3008;
 

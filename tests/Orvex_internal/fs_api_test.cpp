@@ -5,206 +5,158 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "Orvex_internal/engine_fixture.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_graymap.h"
+#include "Orvex_internal/fs_string.h"
 #include "Orvex_internal/fs_tableptr.h"
 #include "Orvex_internal/fs_tlist.h"
-#include "Orvex_internal/fs_string.h"
 #include "Orvex_internal/fs_xmalloc.h"
 
 using namespace enginetest;
 
+namespace {
+typedef std::vector<long> V;
+}  // namespace
+
 TEST(EngineStart, RootClientStartsWithItsDefaultsAndOnlyTheScratchCharged) {
   FS_STATE st;
   ASSERT_EQ(0, FSS_init(&st, 100000));
-  ASSERT_NE(nullptr, st.server);
-  EXPECT_EQ(kInitCharge, FS_get_heap_used(&st));
-  EXPECT_EQ(100000u, st.server->heap_size);
-  EXPECT_EQ(327983u, FS_get_version(&st));
-  EXPECT_EQ(0u, FS_error(&st));
+  // Heap used (the 3000-byte scratch and its header), budget, version, no
+  // error, no heap of its own; stroke 0.05, no bold, no cmap (0xFFFF twice),
+  // variation selectors Unicode (0, 5), outline width 1 and opacity 1.0;
+  // contrast 0.4, -0.56 and gamma 1.0 in 16.16; the scratch one free block
+  // of 3000 - 8 bytes.
+  EXPECT_EQ((V{3008, 100000, 327983, 0, 0, 3277, 0, 0xFFFF, 0xFFFF, 0, 5, 1, 65536, 26214, -36700,
+               65536, 2992, 3000}),
+            (V{FS_get_heap_used(&st), st.server->heap_size, FS_get_version(&st), FS_error(&st),
+               st.heap_size, st.stroke_pct, st.bold_pct, st.platform, st.encoding, st.varPlatform,
+               st.varEncoding, st.outline_width, st.outline_opacity, st.insideCutoff,
+               st.outsideCutoff, st.gamma, ((const SSUnion*)st.server->scratch.buffer)->size,
+               st.server->scratch.beyond - st.server->scratch.buffer}));
   EXPECT_EQ(nullptr, st.parent);
-  EXPECT_EQ(0u, st.heap_size);
-  EXPECT_EQ(3277, st.stroke_pct);
-  EXPECT_EQ(0, st.bold_pct);
-  EXPECT_EQ(0xFFFF, st.platform);
-  EXPECT_EQ(0xFFFF, st.encoding);
-  EXPECT_EQ(0, st.varPlatform);
-  EXPECT_EQ(5, st.varEncoding);
-  EXPECT_EQ(1, st.outline_width);
-  EXPECT_EQ(65536, st.outline_opacity);
-  // Contrast defaults: 0.4, -0.56 and 1.0 in 16.16.
-  EXPECT_EQ(26214, st.insideCutoff);
-  EXPECT_EQ(-36700, st.outsideCutoff);
-  EXPECT_EQ(65536, st.gamma);
-  // The scratch buffer: one free block of 3000 - 8 bytes.
-  const SSUnion* first = (const SSUnion*)st.server->scratch.buffer;
-  EXPECT_EQ(2992u, first->size);
-  EXPECT_EQ(st.server->scratch.buffer + 3000, st.server->scratch.beyond);
-
   EXPECT_EQ(0, FSS_exit(&st));
   EXPECT_EQ(nullptr, st.server);
-  EXPECT_EQ(0u, FS_get_heap_used(&st));
-  EXPECT_EQ(0u, FS_get_version(&st));
-  // A second end finds no server.
-  EXPECT_EQ(ERR_BAD_ARGUMENT, FSS_exit(&st));
+  EXPECT_EQ(0u, FS_get_heap_used(&st) + FS_get_version(&st));
+  EXPECT_EQ(ERR_BAD_ARGUMENT, FSS_exit(&st));  // a second end finds no server
   EXPECT_EQ(ERR_BAD_ARGUMENT, FSS_exit(nullptr));
-}
-
-TEST(EngineStart, BudgetTooSmallForTheScratchBufferFailsAndReleasesTheServer) {
-  FS_STATE st;
-  // 3000: the scratch request is the whole budget. 3007: it fits, but not
-  // with its 8-byte header.
-  EXPECT_EQ(ERR_MALLOC_FAIL, FSS_init(&st, 3000));
-  EXPECT_EQ(nullptr, st.server);
-  EXPECT_EQ((FS_ULONG)ERR_MALLOC_FAIL, st.error);
-  EXPECT_EQ(ERR_MALLOC_FAIL, FSS_init(&st, 3007));
-  EXPECT_EQ(nullptr, st.server);
-  EXPECT_EQ(ERR_MALLOC_FAIL, FSS_init(&st, 0));
-  // 3008 is exactly enough, and nothing else fits.
+  // 0 and 3000 (the scratch request is the whole budget) fail, and 3007 has
+  // no room for its 8-byte header; 3008 is exactly enough, for nothing else.
+  for (FS_ULONG heap : {0u, 3000u, 3007u}) {
+    EXPECT_EQ(ERR_MALLOC_FAIL, FSS_init(&st, heap)) << heap;
+    EXPECT_EQ(nullptr, st.server) << heap;
+    EXPECT_EQ((FS_ULONG)ERR_MALLOC_FAIL, st.error) << heap;
+  }
   ASSERT_EQ(0, FSS_init(&st, 3008));
-  EXPECT_EQ(3008u, FS_get_heap_used(&st));
   EXPECT_EQ(nullptr, FSS_malloc(&st, 1));
   EXPECT_EQ(0, FSS_exit(&st));
 }
 
-TEST(EngineClients, ChildLivesOnTheSharedBudgetAndAddsItsHeap) {
+TEST(EngineClients, AChildLivesOnTheSharedBudgetAndGivesEverythingBack) {
   Engine root(10000);
-  FS_STATE* child = FSS_new_client(&root.st, 5000);
-  ASSERT_NE(nullptr, child);
-  EXPECT_EQ(15000u, root.server()->heap_size);
-  // The child's 192-byte record is charged to the server.
-  EXPECT_EQ(kInitCharge + 192 + 8, root.used());
-  EXPECT_EQ(&root.st, child->parent);
-  EXPECT_EQ(root.server(), child->server);
-  EXPECT_EQ(5000u, child->heap_size);
-  EXPECT_EQ(1u, root.st.ref_count);
-  EXPECT_EQ(1u, root.server()->client_count);
-  EXPECT_EQ(3277, child->stroke_pct);
-  EXPECT_EQ(0xFFFF, child->platform);
-  EXPECT_EQ(26214, child->insideCutoff);
-  EXPECT_EQ(0u, child->error);
+  // {budget, heap used, root's children, clients} before, with and after a
+  // child; its 192-byte record is charged to the server.
+  auto state = [&] {
+    return V{root.server()->heap_size, root.used(), root.st.ref_count, root.server()->client_count};
+  };
+  for (long heap : {5000, 0}) {
+    FS_STATE* child = FSS_new_client(&root.st, heap);
+    ASSERT_NE(nullptr, child);
+    EXPECT_EQ((V{10000 + heap, kInitCharge + 200, 1, 1}), state()) << heap;
+    EXPECT_EQ(&root.st, child->parent);
+    EXPECT_EQ(root.server(), child->server);
+    EXPECT_EQ((V{3277, 26214}), (V{child->stroke_pct, child->insideCutoff}));  // the defaults
+    FSS_free(child, FSS_malloc(child, 100));
+    EXPECT_EQ(0u, FSS_end_client(child));
+    EXPECT_EQ((V{10000, kInitCharge, 0, 0}), state()) << heap;
+  }
+  EXPECT_EQ((FS_ULONG)ERR_BAD_ARGUMENT, FSS_end_client(nullptr));
+  EXPECT_EQ((FS_ULONG)ERR_BAD_ARGUMENT, FSS_end_client(&root.st));  // root: FSS_exit
+  EXPECT_NE(nullptr, root.server());
+  EXPECT_EQ(nullptr, FSS_new_client(nullptr, 0));
 
-  // The child allocates from the same counter.
-  void* p = FSS_malloc(child, 100);
-  EXPECT_EQ(kInitCharge + 200 + 108, root.used());
-  FSS_free(child, p);
-
-  EXPECT_EQ(0u, FSS_end_client(child));
-  EXPECT_EQ(10000u, root.server()->heap_size);
-  EXPECT_EQ(kInitCharge, root.used());
-  EXPECT_EQ(0u, root.st.ref_count);
-  EXPECT_EQ(0u, root.server()->client_count);
-}
-
-TEST(EngineClients, ChildWithoutHeapLeavesTheBudget) {
-  Engine root(10000);
-  FS_STATE* child = FSS_new_client(&root.st, 0);
-  ASSERT_NE(nullptr, child);
-  EXPECT_EQ(10000u, root.server()->heap_size);
-  EXPECT_EQ(0u, FSS_end_client(child));
-  EXPECT_EQ(10000u, root.server()->heap_size);
-}
-
-TEST(EngineClients, EndingAClientWithAChildGives508AndKeepsItUsable) {
-  Engine root(20000);
+  // A client with a child of its own ends with 508 and stays usable.
   FS_STATE* child = FSS_new_client(&root.st, 1000);
   FS_STATE* grandchild = FSS_new_client(child, 1000);
   ASSERT_NE(nullptr, grandchild);
-  EXPECT_EQ(22000u, root.server()->heap_size);
-  EXPECT_EQ(1u, child->ref_count);
-  EXPECT_EQ(2u, root.server()->client_count);
-
   EXPECT_EQ((FS_ULONG)ERR_CLIENT_HAS_CHILDREN, FSS_end_client(child));
   EXPECT_EQ((FS_ULONG)ERR_CLIENT_HAS_CHILDREN, child->error);
-  EXPECT_EQ(22000u, root.server()->heap_size);
-  EXPECT_EQ(2u, root.server()->client_count);
-  void* p = FSS_malloc(child, 64);
-  ASSERT_NE(nullptr, p);
+  EXPECT_EQ((V{12000, kInitCharge + 400, 1, 2}), state());
+  FSS_free(child, FSS_malloc(child, 64));
   EXPECT_EQ(0u, child->error);
-  FSS_free(child, p);
-
   EXPECT_EQ(0u, FSS_end_client(grandchild));
-  EXPECT_EQ(0u, child->ref_count);
   EXPECT_EQ(0u, FSS_end_client(child));
-  EXPECT_EQ(kInitCharge, root.used());
-  EXPECT_EQ(20000u, root.server()->heap_size);
+  EXPECT_EQ((V{10000, kInitCharge, 0, 0}), state());
 }
 
-TEST(EngineClients, NullOrRootClientsCannotBeEndedAsChildren) {
-  Engine root(10000);
-  EXPECT_EQ((FS_ULONG)ERR_BAD_ARGUMENT, FSS_end_client(nullptr));
-  EXPECT_EQ((FS_ULONG)ERR_BAD_ARGUMENT, FSS_end_client(&root.st));
-  EXPECT_NE(nullptr, root.server());
-  EXPECT_EQ(nullptr, FSS_new_client(nullptr, 0));
-}
-
-TEST(EngineClients, AChildThatDoesNotFitLeavesTheServerAsItWas) {
-  // 3100 - 3008 = 92 bytes left: no room for a 200-byte client record.
-  Engine root(3100);
-  EXPECT_EQ(nullptr, FSS_new_client(&root.st, 0));
-  EXPECT_EQ((FS_ULONG)ERR_MALLOC_FAIL, root.st.error);
-  EXPECT_EQ(0u, root.st.ref_count);
-  EXPECT_EQ(0u, root.server()->client_count);
-  // With its own heap it fits.
-  FS_STATE* child = FSS_new_client(&root.st, 200);
+TEST(EngineClients, ABudgetThatCannotBeTakenBackKeepsTheChildUntilItCan) {
+  // 3100 - 3008 = 92 left: no room for a 200-byte client record (201, the
+  // server as it was); with 200 of its own heap it fits. Ending takes the
+  // budget back before freeing the record, and 3100 can't hold the 3208
+  // still allocated then: 206, the child stays until the budget grows.
+  Engine e(3100);
+  EXPECT_EQ(nullptr, FSS_new_client(&e.st, 0));
+  EXPECT_EQ((V{ERR_MALLOC_FAIL, 0}), (V{e.st.error, e.server()->client_count}));
+  FS_STATE* child = FSS_new_client(&e.st, 200);
   ASSERT_NE(nullptr, child);
-  EXPECT_EQ(3300u, root.server()->heap_size);
-  // Ending takes the budget back before the record is freed, and 3100
-  // can't hold the 3208 still allocated then: 206, the child stays.
   EXPECT_EQ((FS_ULONG)ERR_RESIZE_FAIL, FSS_end_client(child));
-  EXPECT_EQ(1u, root.st.ref_count);
-  EXPECT_EQ(0, FSS_resize(&root.st, 3500));
+  EXPECT_EQ(1u, e.st.ref_count);
+  EXPECT_EQ(0, FSS_resize(&e.st, 3500));
   EXPECT_EQ(0u, FSS_end_client(child));
-  EXPECT_EQ(3300u, root.server()->heap_size);
-}
-
-TEST(EngineClients, ABudgetThatCannotBeTakenBackKeepsTheChild) {
-  Engine root(4000);
-  FS_STATE* child = FSS_new_client(&root.st, 5000);
-  ASSERT_NE(nullptr, child);
-  // 9000 - 3208 = 5792 left; 5000 more leave the budget unable to shrink
-  // back to 4000.
-  void* p = FSS_malloc(&root.st, 5000);
-  ASSERT_NE(nullptr, p);
-  EXPECT_EQ((FS_ULONG)ERR_RESIZE_FAIL, FSS_end_client(child));
-  EXPECT_EQ(9000u, root.server()->heap_size);
-  EXPECT_EQ(1u, root.st.ref_count);
-  FSS_free(&root.st, p);
-  EXPECT_EQ(0u, FSS_end_client(child));
-  EXPECT_EQ(4000u, root.server()->heap_size);
-}
-
-TEST(EngineBudget, GrowsAtOnceAndShrinksOnlyToWhatIsAllocated) {
-  Engine e(10000);
+  EXPECT_EQ(3300u, e.server()->heap_size);
+  // The root's own budget grows at once and shrinks only to what is
+  // allocated (3008 + 1000).
   EXPECT_EQ(0, FSS_resize(&e.st, 20000));
-  EXPECT_EQ(20000u, e.server()->heap_size);
-  void* p = FSS_malloc(&e.st, 992);  // 4008 allocated
+  void* p = FSS_malloc(&e.st, 992);
   EXPECT_EQ(ERR_RESIZE_FAIL, FSS_resize(&e.st, 4007));
-  EXPECT_EQ((FS_ULONG)ERR_RESIZE_FAIL, e.st.error);
-  EXPECT_EQ(20000u, e.server()->heap_size);
+  EXPECT_EQ((V{ERR_RESIZE_FAIL, 20000}), (V{e.st.error, e.server()->heap_size}));
   EXPECT_EQ(0, FSS_resize(&e.st, 4008));
-  EXPECT_EQ(4008u, e.server()->heap_size);
-  EXPECT_EQ(0u, e.st.error);
+  EXPECT_EQ((V{0, 4008}), (V{e.st.error, e.server()->heap_size}));
   FSS_free(&e.st, p);
 }
 
-TEST(EngineStop, TheServerEndFreesEverythingItHolds) {
-  // Run under the leak checker, this proves that nothing the server holds
-  // outlives it.
+namespace {
+// Makes `client`'s typeset hold `set` and, in its last slot, `sfnt`.
+void hold(FS_STATE* client, FNTSET* set, SFNT* sfnt, int capacity) {
+  client->cur_typeset.fntset = set;
+  client->cur_typeset.capacity = capacity;
+  client->cur_typeset.tfntarray = (TFNT*)FSS_calloc(client, capacity * sizeof(TFNT));
+  client->cur_typeset.tfntarray[capacity - 1].sfnt = sfnt;
+  set->ref_count = sfnt->ref_count = 1;
+}
+}  // namespace
+
+TEST(EngineStop, ServerAndChildEndsFreeEverythingTheyHold) {
+  // A child's end drops its typeset's holds and gives back the array (2 x
+  // 24 + 8) and its record (200).
+  Engine root(100000);
+  FS_STATE* child = FSS_new_client(&root.st, 0);
+  LFNT* lfnt = makeLfnt(&root.st);
+  FNTSET* set = makeFntset(&root.st, lfnt);
+  SFNT* sfnt = makeSfnt(&root.st, lfnt);
+  FS_ULONG before = root.used();
+  hold(child, set, sfnt, 2);
+  EXPECT_EQ(0u, FSS_end_client(child));
+  EXPECT_EQ((V{0, 0, before - 200}), (V{set->ref_count, sfnt->ref_count, root.used()}));
+
+  // The server's end, under the leak checker, proves nothing it holds
+  // outlives it: fonts with names and caches, sets, scaled fonts (one an
+  // orphan), cache entries held and free, table pointers, transition
+  // lists, the raster, the workspace and the client's typeset.
   FS_STATE st;
   ASSERT_EQ(0, FSS_init(&st, 1000000));
-  LFNT* lfnt = makeLfnt(&st, 0);
+  lfnt = makeLfnt(&st, 0);
   lfnt->name = FS_strdup(&st, "Body");
   lfnt->path = FS_strdup(&st, "/fonts/body.ttf");
   lfnt->cmap_cache = (FS_CMAP_CACHE*)FSS_calloc(&st, 256 * 4);
-  FNTSET* set = makeFntset(&st, lfnt);
+  set = makeFntset(&st, lfnt);
   set->name = FS_strdup(&st, "Body");
   set->path = FS_strdup(&st, "/fonts/body.ttf");
   set->kern = (FNTSET_OT_TABLE*)FSS_calloc(&st, sizeof(FNTSET_OT_TABLE));
-  SFNT* sfnt = makeSfnt(&st, lfnt, true);
-  SFNT* orphan = makeSfnt(&st, nullptr, true);  // its font has gone
-  (void)orphan;
+  sfnt = makeSfnt(&st, lfnt, true);
+  makeSfnt(&st, nullptr, true);
   for (int i = 0; i < 200; i++) addCacheEntry(&st, i % 7, sfnt, 50, i % 2);
   TABLE_PTR_REC* rec = (TABLE_PTR_REC*)FSS_calloc(&st, sizeof(TABLE_PTR_REC));
   rec->ptr = (FS_BYTE*)FSS_malloc(&st, 40);
@@ -218,36 +170,9 @@ TEST(EngineStop, TheServerEndFreesEverythingItHolds) {
   st.server->raster->areasize = 50;
   st.server->workspaceSize = 128;
   st.server->workspace = (FS_BYTE*)FSS_malloc(&st, 128);
-  // The client's own typeset holds the set and the scaled font.
-  st.cur_typeset.fntset = set;
-  set->ref_count = 1;
-  st.cur_typeset.capacity = 1;
-  st.cur_typeset.tfntarray = (TFNT*)FSS_calloc(&st, sizeof(TFNT));
-  st.cur_typeset.tfntarray[0].sfnt = sfnt;
-  sfnt->ref_count = 1;
+  hold(&st, set, sfnt, 1);
   EXPECT_GT(FS_get_heap_used(&st), 20000u);
-
   EXPECT_EQ(0, FSS_exit(&st));
   EXPECT_EQ(nullptr, st.server);
   EXPECT_EQ(nullptr, st.cur_typeset.tfntarray);
-}
-
-TEST(EngineStop, ChildEndDropsItsTypesetHolds) {
-  Engine root(100000);
-  FS_STATE* child = FSS_new_client(&root.st, 0);
-  LFNT* lfnt = makeLfnt(&root.st);
-  FNTSET* set = makeFntset(&root.st, lfnt);
-  SFNT* sfnt = makeSfnt(&root.st, lfnt);
-  child->cur_typeset.fntset = set;
-  set->ref_count = 1;
-  child->cur_typeset.capacity = 2;
-  child->cur_typeset.tfntarray = (TFNT*)FSS_calloc(child, 2 * sizeof(TFNT));
-  child->cur_typeset.tfntarray[1].sfnt = sfnt;
-  sfnt->ref_count = 1;
-  FS_ULONG before = root.used();
-  EXPECT_EQ(0u, FSS_end_client(child));
-  EXPECT_EQ(0u, set->ref_count);
-  EXPECT_EQ(0u, sfnt->ref_count);
-  // The typeset array (2 * 24 + 8) and the client record (200) are back.
-  EXPECT_EQ(before - 56 - 200, root.used());
 }

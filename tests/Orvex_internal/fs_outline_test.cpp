@@ -1,26 +1,28 @@
 // Outline extraction: TrueType on/off-curve points to elements, the box,
 // phase shifts, the outline and advance of a real glyph, and emboldening.
+#include "Orvex_internal/fs_outline.h"
+
 #include <gtest/gtest.h>
 
 #include <vector>
 
+#include "Orvex_internal/engine_fixture.h"
 #include "Orvex_internal/fs_graymap.h"
-#include "Orvex_internal/fs_outline.h"
 #include "Orvex_internal/fs_xmalloc.h"
 #include "support/scaled_font.h"
-#include "support/test_support.h"
 
 namespace {
 
 const FS_FIXED ONE = 65536;
+typedef std::vector<long> V;
 
-// A glyph element built by hand: points in 26.6 and their on-curve flags.
+// A glyph element built by hand: contours of (x, y, on) in 26.6.
 struct Element {
   std::vector<F26DOT6> x, y;
   std::vector<FS_BYTE> on;
   std::vector<FS_SHORT> sp, ep;
-  fnt_ElementType el;
-  Element(const std::vector<std::vector<std::vector<int>>>& contours) {
+  fnt_ElementType el = fnt_ElementType();
+  explicit Element(const std::vector<std::vector<std::vector<int>>>& contours) {
     for (const auto& c : contours) {
       sp.push_back((FS_SHORT)x.size());
       for (const auto& p : c) {
@@ -30,7 +32,6 @@ struct Element {
       }
       ep.push_back((FS_SHORT)(x.size() - 1));
     }
-    el = fnt_ElementType();
     el.x = x.data();
     el.y = y.data();
     el.onCurve = on.data();
@@ -41,64 +42,57 @@ struct Element {
   }
 };
 
+// An outline's points in pixels, "x,y x,y ...".
+std::string points(const FS_OUTLINE* o) {
+  std::string s;
+  char buf[48];
+  for (int i = 0; i < o->np; i++) {
+    snprintf(buf, sizeof buf, "%s%g,%g", i ? " " : "", o->x[i] / 65536.0, o->y[i] / 65536.0);
+    s += buf;
+  }
+  return s;
+}
+
 class Outline : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_EQ(0, FSS_init(&st, 8u << 20)); }
-  void TearDown() override { FSS_exit(&st); }
-  FS_OUTLINE* fill(Element& e, bool filled) {
+  FS_OUTLINE* fill(FS_STATE* s, Element& e, bool filled) {
     FS_LONG nt, np;
     count_points(&e.el, filled, &nt, &np);
-    FS_OUTLINE* o = setup_outline(&st, e.el.nc, nt, np);
+    FS_OUTLINE* o = setup_outline(s, e.el.nc, nt, np);
     fill_outline(&e.el, filled, o);
     EXPECT_EQ(nt, o->num);
     EXPECT_EQ(np, o->np);
     set_bbox(o->np, o);
     return o;
   }
-  FS_STATE st;
+  FS_OUTLINE* fill(Element& e, bool filled) { return fill(&st, e, filled); }
+  enginetest::Engine engine{8u << 20};
+  FS_STATE& st = engine.st;
 };
 
 TEST_F(Outline, OnAndOffCurvePointsBecomeLinesAndQuadratics) {
-  // 26.6: 64 is one pixel. on (0,0), off (64,128), on (128,0), off (64,-64),
-  // off (0,-64): a quadratic, then two off points give a quadratic to their
-  // midpoint (32,-64) and the closing quadratic back to the start.
+  // In pixels: on (0,0), off (1,2), on (2,0), off (1,-1), off (0,-1): a
+  // quadratic, then two off points give one to their midpoint (0.5,-1) and
+  // the closing one back to the start. The box takes the control points.
   Element e({{{0, 0, 1}, {64, 128, 0}, {128, 0, 1}, {64, -64, 0}, {0, -64, 0}}});
   FS_OUTLINE* o = fill(e, true);
   ASSERT_EQ(4, o->num);
   EXPECT_EQ(0x80 | FS_MOVETO, o->type[0]);
-  EXPECT_EQ(FS_QUADTO, o->type[1]);
-  EXPECT_EQ(FS_QUADTO, o->type[2]);
-  EXPECT_EQ(FS_QUADTO, o->type[3]);
-  ASSERT_EQ(7, o->np);
-  // 26.6 << 10 is 16.16: (64,128) is (1, 2) pixels; the midpoint is
-  // (64 + 0) << 9 = half a pixel, y -1.
-  EXPECT_EQ(ONE, o->x[1]);
-  EXPECT_EQ(2 * ONE, o->y[1]);
-  EXPECT_EQ(ONE / 2, o->x[4]);
-  EXPECT_EQ(-ONE, o->y[4]);
-  EXPECT_EQ(0, o->x[6]);  // closed exactly on the first point
-  EXPECT_EQ(0, o->y[6]);
-  // The box takes the control points too.
-  EXPECT_EQ(0, o->lo_x);
-  EXPECT_EQ(2 * ONE, o->hi_x);
-  EXPECT_EQ(-ONE, o->lo_y);
-  EXPECT_EQ(2 * ONE, o->hi_y);
+  for (int i = 1; i < 4; i++) EXPECT_EQ(FS_QUADTO, o->type[i]) << i;
+  EXPECT_EQ("0,0 1,2 2,0 1,-1 0.5,-1 0,-1 0,0", points(o));
+  EXPECT_EQ((V{0, 2 * ONE, -ONE, 2 * ONE}), (V{o->lo_x, o->hi_x, o->lo_y, o->hi_y}));
+  // A phase shift moves it a quarter pixel right and down, box and all.
+  shift_outline(o, 1, 1);
+  EXPECT_EQ((V{ONE / 4, -ONE / 4, ONE / 4, 2 * ONE - ONE / 4}),
+            (V{o->x[0], o->y[0], o->lo_x, o->hi_y}));
   FSS_free(&st, o);
-}
 
-TEST_F(Outline, AllOffCurveContourStartsAtTheMidpointOfItsFirstTwo) {
-  // Four off points of a diamond: starts at the midpoint of (0,64) and
-  // (64,128), i.e. (32,96) -> (0.5, 1.5) pixels; four quadratics, the last
-  // with the first point as its control.
-  Element e({{{0, 64, 0}, {64, 128, 0}, {128, 64, 0}, {64, 0, 0}}});
-  FS_OUTLINE* o = fill(e, true);
-  ASSERT_EQ(5, o->num);
-  EXPECT_EQ(ONE / 2, o->x[0]);
-  EXPECT_EQ(3 * ONE / 2, o->y[0]);
-  EXPECT_EQ(0, o->x[7]);  // the closing control: the first point
-  EXPECT_EQ(ONE, o->y[7]);
-  EXPECT_EQ(ONE / 2, o->x[8]);
-  EXPECT_EQ(3 * ONE / 2, o->y[8]);
+  // Four off points of a diamond start at the midpoint of the first two;
+  // four quadratics, the last with the first point as its control.
+  Element d({{{0, 64, 0}, {64, 128, 0}, {128, 64, 0}, {64, 0, 0}}});
+  o = fill(d, true);
+  EXPECT_EQ(5, o->num);
+  EXPECT_EQ("0.5,1.5 1,2 1.5,1.5 2,1 1.5,0.5 1,0 0.5,0.5 0,1 0.5,1.5", points(o));
   FSS_free(&st, o);
 }
 
@@ -107,79 +101,47 @@ TEST_F(Outline, SinglePointContourLeavesNoElementAndOpenStrokesStayOpen) {
   FS_OUTLINE* o = fill(e, true);
   EXPECT_EQ(4, o->num);  // move, two lines, closing line
   FSS_free(&st, o);
-  // Not filled (a stroke skeleton) and ending on curve: no closing line,
-  // no fill mark.
-  o = fill(e, false);
+  o = fill(e, false);  // a stroke skeleton: no closing line, no fill mark
   EXPECT_EQ(3, o->num);
   EXPECT_EQ(FS_MOVETO, o->type[0]);
   FSS_free(&st, o);
 }
 
-TEST_F(Outline, PhaseShiftsMoveAQuarterPixelRightAndDown) {
-  Element e({{{0, 0, 1}, {64, 0, 1}, {64, 64, 1}}});
-  FS_OUTLINE* o = fill(e, true);
-  shift_outline(o, 1, 1);
-  EXPECT_EQ(ONE / 4, o->x[0]);
-  EXPECT_EQ(-ONE / 4, o->y[0]);
-  EXPECT_EQ(ONE / 4, o->lo_x);
-  EXPECT_EQ(ONE - ONE / 4, o->hi_y);
-  FSS_free(&st, o);
-}
-
-// DejaVu Sans 'l' (glyph 79): a rectangle from x 193 to 377 and y 0 to
-// 1556 font units, advance 569, 2048 units per em.
-TEST(OutlineOfFont, RealGlyphHasItsBoxAndAdvanceInPixels) {
-  std::string path = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+TEST(OutlineOfFont, RealGlyphHasItsBoxAndAdvanceInPixelsUprightOrTurned) {
   testsupport::ScaledFont f;
-  ASSERT_TRUE(f.started);
-  f.setFont(path);
-  ASSERT_EQ(0, f.setPpem(64));  // 1 unit = 1/32 pixel
+  f.setFont(enginetest::kDejaVuSansFile);
+  ASSERT_EQ(0, f.setPpem(64)) << "cannot scale " << enginetest::kDejaVuSansFile;
+  f.st.cur_lfnt = f.lfnt;
   f.st.flags |= FLAGS_NO_HINTS;
+  // DejaVu Sans 'l' (glyph 79): a rectangle x 193..377, y 0..1556 units,
+  // advance 569, 2048 per em; at 64 ppem a unit is 1/32 pixel, 2048 in
+  // 16.16 and exact in 26.6; the advance 17.78 pixels, 18 whole.
+  const long U = 2048, PX = 65536;
   FS_OUTLINE* o = make_outline_ttf(&f.st, f.st.cur_sfnt, 79);
   ASSERT_NE(nullptr, o);
-  // 193 / 32 = 6.03125 px; 26.6 of that rounds to 386 -> 6.03125 exactly.
-  EXPECT_EQ((FS_FIXED)(6.03125 * ONE), o->lo_x);
-  EXPECT_EQ((FS_FIXED)(377 / 32.0 * ONE), o->hi_x);
-  EXPECT_EQ(0, o->lo_y);
-  EXPECT_EQ((FS_FIXED)(1556 / 32.0 * ONE), o->hi_y);
-  // 569 / 32 = 17.78125 px; whole pixels 18; no vertical advance.
-  EXPECT_EQ((FS_FIXED)(17.78125 * ONE), o->dx);
-  EXPECT_EQ(0, o->dy);
-  EXPECT_EQ(18, o->i_dx);
-  EXPECT_EQ(1, o->nc);
-  EXPECT_EQ(0x80, o->type[0] & 0x80);
+  EXPECT_EQ(
+      (V{193 * U, 377 * U, 0, 1556 * U, 569 * U, 0, 18, 1, 0x80}),
+      (V{o->lo_x, o->hi_x, o->lo_y, o->hi_y, o->dx, o->dy, o->i_dx, o->nc, o->type[0] & 0x80}));
   FSS_free(&f.st, o);
-  // An index beyond the font shows glyph 0.
-  o = make_outline_ttf(&f.st, f.st.cur_sfnt, 60000);
+  // Turned left about the mid-line: hhea ascender 1901 and descender -483
+  // give 950 - 241 = 709 units = 22.156 px, 22 whole; (x, y) -> (y - 22,
+  // -x), and the advance goes down the column.
+  f.st.flags |= FLAGS_VERTICAL_ROTATE_LEFT_ON;
+  o = make_outline_ttf(&f.st, f.st.cur_sfnt, 79);
+  ASSERT_NE(nullptr, o);
+  EXPECT_EQ((V{-22 * PX, 1556 * U - 22 * PX, -377 * U, -193 * U, 0}),
+            (V{o->lo_x, o->hi_x, o->lo_y, o->hi_y, o->dx}));
+  FSS_free(&f.st, o);
+  o = make_outline_ttf(&f.st, f.st.cur_sfnt, 60000);  // past the font: glyph 0
   ASSERT_NE(nullptr, o);
   EXPECT_GT(o->num, 0);
   FSS_free(&f.st, o);
 }
 
-TEST(OutlineOfFont, RotatedLayoutTurnsTheGlyphAboutTheMidLine) {
-  std::string path = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
-  testsupport::ScaledFont f;
-  f.setFont(path);
-  ASSERT_EQ(0, f.setPpem(64));
-  f.st.flags |= FLAGS_NO_HINTS | FLAGS_VERTICAL_ROTATE_LEFT_ON;
-  f.st.cur_lfnt = f.lfnt;
-  FS_OUTLINE* o = make_outline_ttf(&f.st, f.st.cur_sfnt, 79);
-  ASSERT_NE(nullptr, o);
-  // hhea ascender 1901, descender -483: 950 + -241 = 709 units = 22.156
-  // px, whole 22. Left: (x, y) -> (y - 22, -x): x spans -22 .. 1556/32 - 22
-  // = 26.625, y spans -377/32 .. -193/32.
-  EXPECT_EQ(-22 * ONE, o->lo_x);
-  EXPECT_EQ((FS_FIXED)(26.625 * ONE), o->hi_x);
-  EXPECT_EQ((FS_FIXED)(-377 / 32.0 * ONE), o->lo_y);
-  EXPECT_EQ((FS_FIXED)(-6.03125 * ONE), o->hi_y);
-  EXPECT_EQ(0, o->dx);  // advance goes down the column: y of phantom 1 - 0
-  FSS_free(&f.st, o);
-}
-
 TEST_F(Outline, EmboldeningWidensBySidesThatFaceTheBoldVector) {
-  // A 4 x 4 square drawn clockwise (TrueType's outer direction) with a
-  // bold vector of one whole pixel along x: the right side moves by one,
-  // giving a 5 x 4 solid square, its advance one pixel wider.
+  // A 4 x 4 square drawn clockwise (TrueType's outer direction) with a bold
+  // vector of one whole pixel along x: the right side moves by one, giving
+  // a 5 x 4 solid square, its advance one pixel wider.
   testsupport::ScaledFont f;
   f.st.lpm = 10;
   f.st.bold_pct = 0x1999;  // 0.1 x 10 = 0.99998 px -> 1 whole pixel
@@ -187,31 +149,22 @@ TEST_F(Outline, EmboldeningWidensBySidesThatFaceTheBoldVector) {
   sfnt.user_scale[0] = sfnt.user_scale[3] = 10 * ONE;
   f.st.cur_sfnt = &sfnt;
   Element e({{{0, 0, 1}, {0, 256, 1}, {256, 256, 1}, {256, 0, 1}}});
-  FS_LONG nt, np;
-  count_points(&e.el, true, &nt, &np);
-  FS_OUTLINE* o = setup_outline(&f.st, 1, nt, np);
-  fill_outline(&e.el, true, o);
-  set_bbox(o->np, o);
+  FS_OUTLINE* o = fill(&f.st, e, true);
   o->dx = 4 * ONE;
   o->i_dx = 4;
+  FS_LONG nt, np;
   FS_OUTLINE* b = embolden_outline(&f.st, o, &nt, &np);
   ASSERT_NE(nullptr, b);
   ASSERT_NE(o, b);
-  EXPECT_EQ(0, b->lo_x);
-  EXPECT_EQ(5 * ONE, b->hi_x);
-  EXPECT_EQ(0, b->lo_y);
-  EXPECT_EQ(4 * ONE, b->hi_y);
-  EXPECT_EQ(5 * ONE, b->dx);
-  EXPECT_EQ(5, b->i_dx);
+  EXPECT_EQ((V{0, 5 * ONE, 0, 4 * ONE, 5 * ONE, 5}),
+            (V{b->lo_x, b->hi_x, b->lo_y, b->hi_y, b->dx, b->i_dx}));
   FS_GRAYMAP* g = make_graymap(&f.st, b, 8);
   ASSERT_NE(nullptr, g);
-  EXPECT_EQ(5, g->width);
-  EXPECT_EQ(4, g->height);
-  for (int i = 0; i < 20; i++) EXPECT_EQ(255, g->bits[i]) << i;
+  EXPECT_EQ((V{5, 4, 5}), (V{g->width, g->height, g->bpl}));
+  EXPECT_EQ(std::vector<FS_BYTE>(20, 255), std::vector<FS_BYTE>(g->bits, g->bits + 20));
   FSS_free(&f.st, g);
   FSS_free(&f.st, b);
-  // Under half a pixel of boldness the outline comes back untouched.
-  f.st.bold_pct = 0x0400;
+  f.st.bold_pct = 0x0400;  // under half a pixel: the outline comes back untouched
   EXPECT_EQ(o, embolden_outline(&f.st, o, &nt, &np));
   FSS_free(&f.st, o);
   f.st.cur_sfnt = nullptr;

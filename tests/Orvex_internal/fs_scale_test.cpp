@@ -1,94 +1,82 @@
 // The scaler's arithmetic and checks: the three scaling functions, the
 // decomposition and italicising of a scale, the limits of check_scale, and
 // the scaled environment a real font gets.
+#include "Orvex_internal/fs_scale.h"
+
 #include <gtest/gtest.h>
 
+#include <vector>
+
+#include "Orvex_internal/engine_fixture.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_glyphmap.h"
-#include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "support/scaled_font.h"
 
 namespace {
 
 const FS_FIXED ONE = 65536;
+typedef std::vector<long> V;
+using enginetest::kDejaVuSansFile;
 
-TEST(ComputeScaling, PowerOfTwoEmShiftsAndRoundsHalvesUp) {
-  // 12 ppem at 2048 units: N = 12 << 16 and D = 2048 << 16 share 18 low
-  // zeros; 17 go, leaving N = 6, D = 1024; N x 64 = 384. D is 2^10.
-  scale_rec r;
-  compute_scaling(&r, 12 * ONE, 2048);
-  EXPECT_EQ(0, r.fn);
-  EXPECT_EQ(384, r.N);
-  EXPECT_EQ(1024, r.D);
-  EXPECT_EQ(10, r.shift);
-  EXPECT_EQ(2, scale_value(&r, 4));    // 1.5 -> 2
-  EXPECT_EQ(-1, scale_value(&r, -4));  // -1.5 -> -1: the shift rounds up
-  EXPECT_EQ(768, scale_value(&r, 2048));
-}
-
-TEST(ComputeScaling, OtherEmsDivideOnMagnitudesOrMultiply) {
-  // 10 ppem at 1000 units: 17 common zeros, 16 go: N = 10, D = 1000;
-  // N x 64 = 640, D no power of 2: (|v| 640 + 500) / 1000, signed.
-  scale_rec r;
-  compute_scaling(&r, 10 * ONE, 1000);
-  EXPECT_EQ(1, r.fn);
-  EXPECT_EQ(640, r.N);
-  EXPECT_EQ(1000, r.D);
-  EXPECT_EQ(64, scale_value(&r, 100));
-  EXPECT_EQ(-2, scale_value(&r, -3));   // 1.92 + 0.5, truncated
-  EXPECT_EQ(-16, scale_value(&r, -25)); // exactly -25 x 0.64
-
-  // 1500 ppem at 1000 units: 18 common zeros, 17 go: N = 750, D = 500;
-  // N x 64 = 48000 > 32767: scl = 96.0 and function 2.
-  compute_scaling(&r, 1500 * ONE, 1000);
-  EXPECT_EQ(2, r.fn);
-  EXPECT_EQ(96 * ONE, r.scl);
-  EXPECT_EQ(288, scale_value(&r, 3));
+TEST(ComputeScaling, EachEmGetsItsFunctionAndRoundsUnitsToTheNearest26Dot6) {
+  // ppem << 16 over em << 16 loses their common low zeros but one; N is then
+  // x 64. 12/2048: 17 go, N = 6 x 64 = 384, D = 1024 = 2^10: a rounded
+  // shift. 10/1000: 16 go, N = 640, D = 1000: a rounded division on the
+  // magnitude. 1500/1000: N = 750 x 64 = 48000 > 32767: a multiply by
+  // scl = 96.0.
+  struct {
+    int ppem, em, fn, N, D, v, want;  // function 2 has scl in pixels for N
+    const char* why;
+  } rows[] = {
+      {12, 2048, 0, 384, 1024, 4, 2, "4 x 0.375 = 1.5 rounds up"},
+      {12, 2048, 0, 384, 1024, -4, -1, "-1.5: the shift rounds up"},
+      {12, 2048, 0, 384, 1024, 2048, 768, "exact"},
+      {10, 1000, 1, 640, 1000, 100, 64, "exact"},
+      {10, 1000, 1, 640, 1000, -3, -2, "-1.92 rounds on the magnitude"},
+      {10, 1000, 1, 640, 1000, -25, -16, "exactly -25 x 0.64"},
+      {1500, 1000, 2, 96, 0, 3, 288, "3 x scl 96"},
+  };
+  for (auto& r : rows) {
+    scale_rec s;
+    compute_scaling(&s, r.ppem * ONE, r.em);
+    EXPECT_EQ((V{r.fn, r.N, r.D, r.want}),
+              (V{s.fn, r.fn < 2 ? s.N : s.scl / ONE, r.fn < 2 ? s.D : 0, scale_value(&s, r.v)}))
+        << r.why;
+  }
 }
 
 TEST(ScaleInputs, DiagonalRotatedSkewedAndRefusedScales) {
-  FS_FIXED x, y, t;
-  FS_FIXED plain[4] = {12 * ONE, 0, 0, -12 * ONE};
-  EXPECT_EQ(0, get_scale_inputs(plain, &x, &y, &t));
-  EXPECT_EQ(12 * ONE, x);
-  EXPECT_EQ(12 * ONE, y);
-  EXPECT_EQ(0, t);
-
-  // A quarter turn: (a, b) = (-1, 0), so xppm = |0 - 12 x -1| and
-  // yppm = |-12 x -1 + 0|, no shear.
-  FS_FIXED turn[4] = {0, -12 * ONE, 12 * ONE, 0};
-  EXPECT_EQ(0, get_scale_inputs(turn, &x, &y, &t));
-  EXPECT_EQ(12 * ONE, x);
-  EXPECT_EQ(12 * ONE, y);
-  EXPECT_EQ(0, t);
-
-  // Skew by a quarter: (a, b) = (0, 1), tan_s = 3 / 12.
-  FS_FIXED skew[4] = {12 * ONE, 3 * ONE, 0, 12 * ONE};
-  EXPECT_EQ(0, get_scale_inputs(skew, &x, &y, &t));
-  EXPECT_EQ(12 * ONE, x);
-  EXPECT_EQ(12 * ONE, y);
-  EXPECT_EQ(ONE / 4, t);
-
-  FS_FIXED parallel[4] = {2 * ONE, 4 * ONE, ONE, 2 * ONE};
-  EXPECT_EQ(ERR_SCALE_DEGENERATE, get_scale_inputs(parallel, &x, &y, &t));
-  FS_FIXED zeroColumn[4] = {0, 5 * ONE, 0, 7 * ONE};
-  EXPECT_EQ(ERR_SCALE_DEGENERATE, get_scale_inputs(zeroColumn, &x, &y, &t));
-  FS_FIXED huge[4] = {0x40000000, ONE, 0, 5 * ONE};
-  EXPECT_EQ(ERR_SCALE_LIMIT, get_scale_inputs(huge, &x, &y, &t));
+  struct {
+    FS_FIXED m[4];
+    FS_LONG err;
+    FS_FIXED x, y, t;
+    const char* why;
+  } rows[] = {
+      {{12 * ONE, 0, 0, -12 * ONE}, 0, 12 * ONE, 12 * ONE, 0, "a flip keeps its sizes"},
+      // (a, b) = (-1, 0): xppm = |0 - 12 x -1|, yppm = |-12 x -1 + 0|.
+      {{0, -12 * ONE, 12 * ONE, 0}, 0, 12 * ONE, 12 * ONE, 0, "a quarter turn"},
+      {{12 * ONE, 3 * ONE, 0, 12 * ONE}, 0, 12 * ONE, 12 * ONE, ONE / 4, "skew 3/12"},
+      {{2 * ONE, 4 * ONE, ONE, 2 * ONE}, ERR_SCALE_DEGENERATE, 0, 0, 0, "parallel columns"},
+      {{0, 5 * ONE, 0, 7 * ONE}, ERR_SCALE_DEGENERATE, 0, 0, 0, "a zero column"},
+      {{0x40000000, ONE, 0, 5 * ONE}, ERR_SCALE_LIMIT, 0, 0, 0, "past the size limit"},
+  };
+  for (auto& r : rows) {
+    FS_FIXED x = 0, y = 0, t = 0;
+    EXPECT_EQ(r.err, get_scale_inputs(r.m, &x, &y, &t)) << r.why;
+    if (r.err == 0) {
+      EXPECT_EQ((V{r.x, r.y, r.t}), (V{x, y, t})) << r.why;
+    }
+  }
 }
 
 TEST(ModifyScale, ItalicisingAddsTheShearToTheYColumn) {
   // No shear yet: tan_x = 0.25, lambda = 12 x 0.25 / 12; s01 += 12 x 0.25.
   FS_FIXED s[4] = {12 * ONE, 0, 0, 12 * ONE};
   EXPECT_EQ(0, modify_scale(s, ONE / 4));
-  EXPECT_EQ(12 * ONE, s[0]);
-  EXPECT_EQ(3 * ONE, s[1]);
-  EXPECT_EQ(0, s[2]);
-  EXPECT_EQ(12 * ONE, s[3]);
-  // A second quarter on top: tan_x = 0.5 / (1 - 1/16) = 8/15, and
-  // lambda = 8/15 - 1/4 = 17/60, so s01 = 3 + 12 x 17/60 = 6.4, to within
-  // the 16.16 roundings of five steps.
+  EXPECT_EQ((V{12 * ONE, 3 * ONE, 0, 12 * ONE}), (V{s[0], s[1], s[2], s[3]}));
+  // A second quarter: tan_x = 0.5 / (1 - 1/16) = 8/15, lambda = 8/15 - 1/4
+  // = 17/60, so s01 = 3 + 12 x 17/60 = 6.4, within five steps' roundings.
   EXPECT_EQ(0, modify_scale(s, ONE / 4));
   EXPECT_NEAR(6.4 * ONE, s[1], 8);
   EXPECT_EQ(12 * ONE, s[3]);
@@ -109,41 +97,31 @@ TEST(CheckScale, OnePixelPassesLessIsRefusedAndLargeGlyphsAreMarked) {
   EXPECT_EQ(ERR_SCALE_LIMIT, st.error);
   EXPECT_EQ(ERR_SCALE_LIMIT, check_scale(&st, &head, ONE, 0, 0, ONE - 1));
   EXPECT_EQ(ERR_FONT_NOT_LOADED, check_scale(&st, nullptr, ONE, 0, 0, ONE));
-
-  // A corner of 2048 units at 0x20000000 per em reaches 0x10000000 pixels.
+  // A corner of 2048 units at 0x20000000 per em reaches 0x10000000 pixels:
+  // marked large; the mark is cleared at each check.
   st.flags = 0;
   EXPECT_EQ(0, check_scale(&st, &head, 0x20000000, 0, 0, ONE));
   EXPECT_EQ(FLAGS_LARGE_SCALE, st.flags);
   EXPECT_EQ(0, check_scale(&st, &head, ONE, 0, 0, ONE));
-  EXPECT_EQ(0u, st.flags);  // cleared at each check
-  // Twice the em at 0x30000000 is past the limit.
-  head.xMax = 4096;
+  EXPECT_EQ(0u, st.flags);
+  head.xMax = 4096;  // twice the em at 0x30000000 is past the limit
   EXPECT_EQ(ERR_SCALE_LIMIT, check_scale(&st, &head, 0x30000000, 0, 0, ONE));
 }
 
 TEST(ScaleFont, ARealFontGetsItsEnvironmentAndSharedWorkspace) {
   testsupport::ScaledFont f;
-  ASSERT_TRUE(f.started);
-  f.setFont("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
-  ASSERT_EQ(0, f.setPpem(12));
+  f.setFont(kDejaVuSansFile);
+  ASSERT_EQ(0, f.setPpem(12)) << "cannot scale " << kDejaVuSansFile;
   SENV* senv = f.st.cur_sfnt->senv;
-  ASSERT_NE(nullptr, senv);
-  EXPECT_EQ(12, senv->xppm);
-  EXPECT_EQ(12, senv->yppm);
-  EXPECT_TRUE(senv->vanilla);
-  fsg_SplineKey* key = f.key();
-  EXPECT_EQ(2048, key->emResolution);
-  EXPECT_TRUE(key->identityTransformation);
+  EXPECT_EQ((V{12, 12, 1, 2048, 1}), (V{senv->xppm, senv->yppm, senv->vanilla,
+                                        f.key()->emResolution, f.key()->identityTransformation}));
   EXPECT_EQ(f.st.cur_sfnt, f.st.server->workspace_sfnt);
   FS_LONG size = f.st.server->workspaceSize;
   EXPECT_GT(size, 0);
-
   // A second scale shares the workspace, which does not shrink.
   ASSERT_EQ(0, f.setScale(20 * ONE, 5 * ONE, 0, 20 * ONE));
-  EXPECT_FALSE(f.st.cur_sfnt->senv->vanilla);
-  EXPECT_FALSE(f.key()->identityTransformation);
-  EXPECT_EQ(size, f.st.server->workspaceSize);
-
+  EXPECT_EQ((V{0, 0, size}), (V{f.st.cur_sfnt->senv->vanilla, f.key()->identityTransformation,
+                                f.st.server->workspaceSize}));
   EXPECT_EQ(ERR_SCALE_LIMIT, f.setScale(ONE / 2, 0, 0, ONE / 2));
   EXPECT_EQ(nullptr, f.st.cur_sfnt->senv);
 }
@@ -157,8 +135,8 @@ TEST(CheckSfnt, RefusesMissingFontsAndRebuildsAReclaimedKey) {
   EXPECT_EQ(ERR_NO_CURRENT_LFNT, check_sfnt(&f.st));
 
   testsupport::ScaledFont g;
-  g.setFont("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf");
-  ASSERT_EQ(0, g.setPpem(16));
+  g.setFont(kDejaVuSansFile);
+  ASSERT_EQ(0, g.setPpem(16)) << "cannot scale " << kDejaVuSansFile;
   g.key()->maxp = nullptr;  // what the reclaim ladder does to a key
   ASSERT_EQ(0, check_sfnt(&g.st));
   EXPECT_NE(nullptr, g.key()->maxp);
