@@ -26,7 +26,6 @@
 #include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/fs_xmalloc.h"
 
-char ImagePath[12800];
 int err_FD = 0;
 int GlyphCreationError = 0;
 double stdDevAdv = 0.0;

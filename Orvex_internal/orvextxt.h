@@ -28,6 +28,7 @@ int NumFontsInTTC(const char* fontPath);
 
 #include <cstdio>
 
+#include "Orvex_internal/display_png.h"  // ImagePath, which SetImagePath sets
 #include "Orvex_internal/orvextxt_utilities.h"
 
 // Display types of the interpreter's output.

@@ -11,6 +11,8 @@
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/orvextxt.h"
+// validateImages: the renderer's one call above itself, into the vector core
+// (the result of a run is the core's check of the font folder).
 #include "feature_vector_core.h"
 
 
@@ -74,11 +76,12 @@ int create_images_from_font(const char* script_folder,
   SetImagePath(font_file_loc);
   int err = generateFontImages(script_folder, font_path, 0);
   if (err == 0 && GlyphCreationError == 0) {
-    // Validates the font folder itself, where no pictures are written: a
+    // The one call from the renderer up into the vector core. It validates
+    // the font folder itself, where no pictures are written: a
     // clean run finds them all missing and answers 1, the value on which the
     // front door measures the Images sub-folder.
     err = validateImages(font_file_loc);
-    *std_dev = stdDevAdv;
+    *std_dev = stdDevAdv;  // handed up to the measurements as value 47
   }
   GlyphCreationError = 0;
   return err;

@@ -6,7 +6,6 @@
 #include <math.h>
 #include <stdlib.h>
 
-#include "feature_vector_library.h"
 
 namespace {
 
