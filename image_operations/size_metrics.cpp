@@ -38,18 +38,19 @@ double boxDarkness(const BoxedPicture& p, int x, int y) {
   return darknessAt(p.pixels, p.width, p.height, p.minX + x, p.minY + y);
 }
 
-// Darkness summed over box row y, x from 0 while below W.
-double boxRowSum(const BoxedPicture& p, int y, int W) {
+// Darkness summed along one line of the box from its start while below
+// `length`: column `line` (y ascending) when `columns`, else row `line`
+// (x ascending).
+double boxLineSum(const BoxedPicture& p, bool columns, int line, int length) {
   double sum = 0.0;
-  for (int x = 0; x < W; x++) sum += boxDarkness(p, x, y);
+  for (int i = 0; i < length; i++)
+    sum += columns ? boxDarkness(p, line, i) : boxDarkness(p, i, line);
   return sum;
 }
 
-// Darkness summed over box column x, y from 0 while below H.
-double boxColumnSum(const BoxedPicture& p, int x, int H) {
-  double sum = 0.0;
-  for (int y = 0; y < H; y++) sum += boxDarkness(p, x, y);
-  return sum;
+// Darkness summed over box row y, x from 0 while below W.
+double boxRowSum(const BoxedPicture& p, int y, int W) {
+  return boxLineSum(p, false, y, W);
 }
 
 // Darkness summed over the whole box, rows ascending.
@@ -58,6 +59,25 @@ double boxTotal(const BoxedPicture& p, int W, int H) {
   for (int y = 0; y < H; y++)
     for (int x = 0; x < W; x++) total += boxDarkness(p, x, y);
   return total;
+}
+
+// The spread of the box's column sums (`columns`) or row sums: their root
+// mean square deviation from a mean, divided by the number of lines. The
+// mean divides the box's whole darkness by the line's length, not by the
+// number of lines: the value is meant to depend on the glyph's proportions.
+double lineHistogramNumber(const char* file1, bool columns) {
+  BoxedPicture p;
+  if (!readBoxed(file1, &p)) return 0.0;
+  int W = boxWidth(p), H = boxHeight(p);
+  int lines = columns ? W : H, length = columns ? H : W;
+  double avg = boxTotal(p, W, H) / length;
+  double std_dev = 0.0;
+  for (int line = 0; line < lines; line++) {
+    double sum = boxLineSum(p, columns, line, length);
+    std_dev += (sum - avg) * (sum - avg);
+  }
+  free(p.pixels);
+  return sqrt(std_dev / lines) / lines;
 }
 
 }  // namespace
@@ -97,9 +117,9 @@ double getSquareStringWidth(const char* file1) {
 }
 
 double isMonoSpaced(const char* fileB, const char* fileS) {
-  double smallStringWIdth = getStringWidth(fileS);
-  double bigStringWIdth = getStringWidth(fileB);
-  double value = pow(smallStringWIdth / bigStringWIdth, 4.0);
+  double narrowWidth = getStringWidth(fileS);
+  double wideWidth = getStringWidth(fileB);
+  double value = pow(narrowWidth / wideWidth, 4.0);
   if (value > 1.0) return 1.0 / value;
   return value;
 }
@@ -117,34 +137,11 @@ double getAspectRatio(const char* file1) {
 }
 
 double getWidthHistogramNumber(const char* file1) {
-  BoxedPicture p;
-  if (!readBoxed(file1, &p)) return 0.0;
-  int W = boxWidth(p), H = boxHeight(p);
-  // The mean is taken over H although the sums are per column: the value is
-  // meant to depend on the glyph's proportions.
-  double avg = boxTotal(p, W, H) / H;
-  double std_dev = 0.0;
-  for (int x = 0; x < W; x++) {
-    double column = boxColumnSum(p, x, H);
-    std_dev += (column - avg) * (column - avg);
-  }
-  free(p.pixels);
-  return sqrt(std_dev / W) / W;
+  return lineHistogramNumber(file1, true);
 }
 
 double getHeightHistogramNumber(const char* file1) {
-  BoxedPicture p;
-  if (!readBoxed(file1, &p)) return 0.0;
-  int W = boxWidth(p), H = boxHeight(p);
-  // Mirror of the column measure: mean over W, sums per row.
-  double avg = boxTotal(p, W, H) / W;
-  double std_dev = 0.0;
-  for (int y = 0; y < H; y++) {
-    double row = boxRowSum(p, y, W);
-    std_dev += (row - avg) * (row - avg);
-  }
-  free(p.pixels);
-  return sqrt(std_dev / H) / H;
+  return lineHistogramNumber(file1, false);
 }
 
 double pixelCount(const char* file1) {
