@@ -344,35 +344,61 @@ static FS_ULONG image_checksum(const FS_BYTE* memptr, FS_ULONG data_offset,
   return FNTSET_checksum(memptr, data_length ? data_offset + data_length : 0);
 }
 
+// The first record of `list` (loaded fonts or font sets, linked by `next`)
+// that `same` finds to be the font at `path` or `memptr` with its index and
+// offsets; null when there is none.
+template <typename Record>
+static Record* find_font_record(
+    Record* list,
+    FS_BOOLEAN (*same)(const Record*, const FILECHAR*, const FS_BYTE*,
+                       FS_ULONG, FS_ULONG, FS_ULONG, FS_ULONG),
+    const FILECHAR* path, FS_BYTE* memptr, FS_ULONG index,
+    FS_ULONG data_offset, FS_ULONG data_length) {
+  FS_ULONG sum = image_checksum(memptr, data_offset, data_length);
+  for (Record* r = list; r; r = r->next)
+    if (same(r, path, memptr, index, data_offset, data_length, sum)) return r;
+  return nullptr;
+}
+
+// A zeroed loaded font or font set that knows its font: its own copy of
+// `path` (when there is one), the memory image, the offsets and the
+// checksum. Null when out of memory; when the path cannot be copied the
+// record goes again and the error is `path_error`.
+template <typename Record>
+static Record* new_font_record(FS_STATE* state, const FILECHAR* path,
+                               FS_BYTE* memptr, FS_ULONG data_offset,
+                               FS_ULONG data_length, FS_ULONG path_error) {
+  Record* r = (Record*)FSS_calloc(state, sizeof(Record));
+  if (r == nullptr) return nullptr;
+  if (path != nullptr && path[0] != 0) {
+    r->path = FS_strdup(state, path);
+    if (r->path == nullptr) {
+      FSS_free(state, r);
+      state->error = path_error;
+      return nullptr;
+    }
+  }
+  r->memptr = memptr;
+  r->data_offset = data_offset;
+  r->data_length = data_length;
+  r->checksum = image_checksum(memptr, data_offset, data_length);
+  return r;
+}
+
 LFNT* FS_SERVER_find_LFNT(FS_STATE* state, const FILECHAR* path,
                           FS_BYTE* memptr, FS_ULONG index,
                           FS_ULONG data_offset, FS_ULONG data_length) {
-  FS_ULONG sum = image_checksum(memptr, data_offset, data_length);
-  for (LFNT* l = state->server->loaded_fonts; l; l = l->next)
-    if (LFNT_same_font(l, path, memptr, index, data_offset, data_length, sum))
-      return l;
-  return nullptr;
+  return find_font_record(state->server->loaded_fonts, LFNT_same_font, path,
+                          memptr, index, data_offset, data_length);
 }
 
 LFNT* FS_SERVER_create_LFNT(FS_STATE* state, FS_BYTE fnt_type,
                             const FILECHAR* path, FS_BYTE* memptr,
                             FS_ULONG index, FS_ULONG data_offset,
                             FS_ULONG data_length) {
-  LFNT* lfnt = (LFNT*)FSS_calloc(state, sizeof(LFNT));
+  LFNT* lfnt = new_font_record<LFNT>(state, path, memptr, data_offset,
+                                     data_length, ERR_MALLOC_FAIL);
   if (lfnt == nullptr) return nullptr;
-  if (path != nullptr && path[0] != 0) {
-    lfnt->path = FS_strdup(state, path);
-    if (lfnt->path == nullptr) {
-      FSS_free(state, lfnt);
-      state->error = ERR_MALLOC_FAIL;
-      return nullptr;
-    }
-  }
-  lfnt->memptr = memptr;
-  lfnt->data_offset = data_offset;
-  lfnt->data_length = data_length;
-  lfnt->checksum =
-      image_checksum(memptr, data_offset, data_length);
   lfnt->index = index;
   lfnt->fnt_type = fnt_type;
   lfnt->fntset_refs = 0;
@@ -454,12 +480,8 @@ void CFNT_delete(FS_STATE* state, CFNT* cfnt) {
 FNTSET* FS_SERVER_find_FNTSET(FS_STATE* state, const FILECHAR* path,
                               FS_BYTE* memptr, FS_ULONG index,
                               FS_ULONG data_offset, FS_ULONG data_length) {
-  FS_ULONG sum =
-      image_checksum(memptr, data_offset, data_length);
-  for (FNTSET* s = state->server->font_sets; s; s = s->next)
-    if (FNTSET_same_font(s, path, memptr, index, data_offset, data_length, sum))
-      return s;
-  return nullptr;
+  return find_font_record(state->server->font_sets, FNTSET_same_font, path,
+                          memptr, index, data_offset, data_length);
 }
 
 FNTSET* FS_SERVER_create_FNTSET(FS_STATE* state, const FILECHAR* path,
@@ -470,21 +492,9 @@ FNTSET* FS_SERVER_create_FNTSET(FS_STATE* state, const FILECHAR* path,
     state->error = ERR_FONT_NOT_FOUND;
     return nullptr;
   }
-  FNTSET* set = (FNTSET*)FSS_calloc(state, sizeof(FNTSET));
+  FNTSET* set = new_font_record<FNTSET>(state, path, memptr, data_offset,
+                                        data_length, ERR_FONT_NOT_FOUND);
   if (set == nullptr) return nullptr;
-  if (path != nullptr && path[0] != 0) {
-    set->path = FS_strdup(state, path);
-    if (set->path == nullptr) {
-      FSS_free(state, set);
-      state->error = ERR_FONT_NOT_FOUND;
-      return nullptr;
-    }
-  }
-  set->memptr = memptr;
-  set->data_offset = data_offset;
-  set->data_length = data_length;
-  set->checksum =
-      image_checksum(memptr, data_offset, data_length);
 
   FS_BYTE type = fontfile_type(state, path, memptr, data_offset);
   if (type == FNT_TYPE_UNREADABLE) {

@@ -48,6 +48,21 @@ double boxLineSum(const BoxedPicture& p, bool columns, int line, int length) {
   return sum;
 }
 
+// Mean position of the ink pixels along one line of the box: column `line`
+// (positions y) when `columns`, else row `line` (positions x); `empty` for a
+// line without ink.
+double lineInkCentre(const BoxedPicture& p, bool columns, int line,
+                     int length, double empty) {
+  double sum = 0.0;
+  int count = 0;
+  for (int i = 0; i < length; i++)
+    if ((columns ? boxDarkness(p, line, i) : boxDarkness(p, i, line)) != 0.0) {
+      sum += i;
+      count++;
+    }
+  return count ? sum / count : empty;
+}
+
 // Darkness summed over box row y, x from 0 while below W.
 double boxRowSum(const BoxedPicture& p, int y, int W) {
   return boxLineSum(p, false, y, W);
@@ -235,29 +250,13 @@ void GetCenterOfGravity(const char* file1, double* COGX, double* COGY,
   // Each line weighs the same whatever its ink; an empty line sits at the
   // middle of the box.
   double gravX = 0.0;
-  for (int y = 0; y < iH; y++) {
-    double sum = 0.0;
-    int count = 0;
-    for (int x = 0; x < iW; x++)
-      if (boxDarkness(p, x, y) != 0.0) {
-        sum += x;
-        count++;
-      }
-    gravX += count ? sum / count : (W - 1.0) / 2.0;
-  }
+  for (int y = 0; y < iH; y++)
+    gravX += lineInkCentre(p, false, y, iW, (W - 1.0) / 2.0);
   gravX /= H;
 
   double gravY = 0.0;
-  for (int x = 0; x < iW; x++) {
-    double sum = 0.0;
-    int count = 0;
-    for (int y = 0; y < iH; y++)
-      if (boxDarkness(p, x, y) != 0.0) {
-        sum += y;
-        count++;
-      }
-    gravY += count ? sum / count : (H - 1.0) / 2.0;
-  }
+  for (int x = 0; x < iW; x++)
+    gravY += lineInkCentre(p, true, x, iH, (H - 1.0) / 2.0);
   gravY /= W;
 
   double avgX = 0.0;
