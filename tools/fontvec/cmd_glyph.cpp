@@ -2,25 +2,22 @@
 // 26.6 units with the origin at the left phantom place, and the rounded
 // advance; or with --png its 8-bit graymap as a grey PNG. Starts a private
 // engine client, adds and sets the font, sets the scale and the character
-// map, and asks the glyph request calls for the advance (with the points
-// from the scaled font's key) or the graymap.
+// map, and asks the glyph request calls for the advance and the points, or
+// the graymap.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <png.h>
 
+// The engine's client calls only.
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
-#include "Orvex_internal/fs_glue.h"
 #include "Orvex_internal/fs_glyphmap.h"
-#include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_request.h"
-#include "Orvex_internal/fs_scale.h"
-#include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
 #include "tools/fontvec/commands.h"
 
@@ -158,8 +155,8 @@ int fontvec_glyph(int argc, char** argv) {
   } else {
     // A --glyph number is a glyph index: the map is bypassed for it. An
     // unmapped character gives the font's missing-glyph shape, index 0.
-    if (haveGlyph) st.flags |= FLAGS_CMAP_OFF;
-    st.flags |= FLAGS_NO_HINTS;
+    if (haveGlyph) FS_set_flags(&st, FLAGS_CMAP_OFF);
+    FS_set_flags(&st, FLAGS_NO_HINTS);
     FS_ULONG id = haveChar ? (FS_ULONG)code : (FS_ULONG)glyph;
     if (pngOut != NULL) {
       FS_GLYPHMAP* g = FSS_get_glyphmap(&st, id, FS_MAP_GRAYMAP8);
@@ -180,22 +177,17 @@ int fontvec_glyph(int argc, char** argv) {
       if (FSS_get_advance(&st, id, FS_MAP_GRAYMAP8, &idx, &idy, &dx, &dy) != 0) {
         status = engineError(path, &st);
       } else {
-        // The advance call left the glyph's component current and its
-        // scaled font ready; its key fetches the points.
-        FS_USHORT index = map_char(&st, id, 0);
-        fsg_SplineKey* key = (fsg_SplineKey*)st.cur_sfnt->senv->ttkey;
-        key->glyphIndex = index;
-        if (st.error != 0 || fsg_GridFit(&st, key, 0) != 0) {
+        FS_GLYPH_POINTS* pts = FSS_get_points(&st, id);
+        if (pts == NULL) {
           status = engineError(path, &st);
         } else {
-          fnt_ElementType* el = fsg_glyph_element(key);
-          F26DOT6 ox = el->x[el->np], oy = el->y[el->np];
-          for (FS_SHORT c = 0; c < el->nc; c++) {
+          for (FS_SHORT c = 0; c < pts->nc; c++) {
             if (c > 0) printf("\n");
-            for (FS_LONG p = el->sp[c]; p <= el->ep[c]; p++)
-              printf("%ld %ld %s\n", (long)(el->x[p] - ox),
-                     (long)(el->y[p] - oy), el->onCurve[p] ? "on" : "off");
+            for (FS_LONG p = pts->sp[c]; p <= pts->ep[c]; p++)
+              printf("%ld %ld %s\n", (long)pts->x[p], (long)pts->y[p],
+                     pts->onCurve[p] ? "on" : "off");
           }
+          FSS_free(&st, pts);
           printf("advance: %ld\n", (long)idx * 64);
         }
       }
