@@ -172,13 +172,19 @@ FS_ULONG FNTSET_checksum(const FS_BYTE* memptr, FS_ULONG length) {
 
 namespace {
 
-bool same_source(const FILECHAR* pa, const FS_BYTE* ma, FS_ULONG oa,
-                 FS_ULONG la, FS_ULONG ca, const FILECHAR* pb,
-                 const FS_BYTE* mb, FS_ULONG ob, FS_ULONG lb, FS_ULONG cb) {
-  if (pa != nullptr && pb != nullptr)
-    return strcmp(pa, pb) == 0 && oa == ob && la == lb;
-  if (pa == nullptr && pb == nullptr)
-    return ma == mb && oa == ob && la == lb && ca == cb;
+// Whether record `r` (a loaded font or a font set) was made from the same
+// source: the same path and offsets, or for fonts in memory the same image,
+// offsets and checksum. A path on one side only is another font.
+template <typename Record>
+bool same_source(const Record* r, const FILECHAR* path, const FS_BYTE* memptr,
+                 FS_ULONG data_offset, FS_ULONG data_length,
+                 FS_ULONG checksum) {
+  if (r->path != nullptr && path != nullptr)
+    return strcmp(r->path, path) == 0 && r->data_offset == data_offset &&
+           r->data_length == data_length;
+  if (r->path == nullptr && path == nullptr)
+    return r->memptr == memptr && r->data_offset == data_offset &&
+           r->data_length == data_length && r->checksum == checksum;
   return false;  // a path on one side only
 }
 
@@ -187,9 +193,7 @@ bool same_source(const FILECHAR* pa, const FS_BYTE* ma, FS_ULONG oa,
 FS_BOOLEAN FNTSET_same_file(const FNTSET* set, const FILECHAR* path,
                             const FS_BYTE* memptr, FS_ULONG data_offset,
                             FS_ULONG data_length, FS_ULONG checksum) {
-  return same_source(set->path, set->memptr, set->data_offset,
-                     set->data_length, set->checksum, path, memptr,
-                     data_offset, data_length, checksum);
+  return same_source(set, path, memptr, data_offset, data_length, checksum);
 }
 
 FS_BOOLEAN FNTSET_same_font(const FNTSET* set, const FILECHAR* path,
@@ -207,9 +211,7 @@ FS_BOOLEAN FNTSET_same_font(const FNTSET* set, const FILECHAR* path,
 FS_BOOLEAN LFNT_same_file(const LFNT* lfnt, const FILECHAR* path,
                           const FS_BYTE* memptr, FS_ULONG data_offset,
                           FS_ULONG data_length, FS_ULONG checksum) {
-  return same_source(lfnt->path, lfnt->memptr, lfnt->data_offset,
-                     lfnt->data_length, lfnt->checksum, path, memptr,
-                     data_offset, data_length, checksum);
+  return same_source(lfnt, path, memptr, data_offset, data_length, checksum);
 }
 
 FS_BOOLEAN LFNT_same_font(const LFNT* lfnt, const FILECHAR* path,

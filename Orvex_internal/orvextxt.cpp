@@ -236,6 +236,7 @@ void store(Activation& a, const Command& row) {
     d->*row.ints[0] = get_boolean(a.fp) ? row.value : 0;
   }
 }
+
 // ---- The show path ---------------------------------------------------------
 
 // What a show family word asks for: its map type and its variants.

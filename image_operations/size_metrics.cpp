@@ -68,6 +68,19 @@ double boxRowSum(const BoxedPicture& p, int y, int W) {
   return boxLineSum(p, false, y, W);
 }
 
+// Appends the darkness sum of box row y (x below W) to the list from
+// *head to *tail and returns it.
+double appendRowSum(const BoxedPicture& p, int y, int W,
+                    struct GreyMapList** head, struct GreyMapList** tail) {
+  struct GreyMapList* node =
+      (struct GreyMapList*)xmalloc(sizeof(struct GreyMapList));
+  node->value = boxRowSum(p, y, W);
+  node->next = NULL;
+  if (*tail) (*tail)->next = node; else *head = node;
+  *tail = node;
+  return node->value;
+}
+
 // Darkness summed over the whole box, rows ascending.
 double boxTotal(const BoxedPicture& p, int W, int H) {
   double total = 0.0;
@@ -192,13 +205,7 @@ double getAvgGreyUsingHistogram(const char* file1, const double xheight) {
   struct GreyMapList* tail = NULL;
   double maxGrey = 0.0;
   for (int y = 0; xheight > y; y++) {
-    struct GreyMapList* node =
-        (struct GreyMapList*)xmalloc(sizeof(struct GreyMapList));
-    node->value = boxRowSum(p, y, W);
-    node->next = NULL;
-    if (tail) tail->next = node; else head = node;
-    tail = node;
-    maxGrey += node->value;
+    maxGrey += appendRowSum(p, y, W, &head, &tail);
   }
 
   double pivotGrey = maxGrey;
@@ -210,13 +217,7 @@ double getAvgGreyUsingHistogram(const char* file1, const double xheight) {
       maxGrey -= dropped->value;
       free(dropped);
     }
-    struct GreyMapList* node =
-        (struct GreyMapList*)xmalloc(sizeof(struct GreyMapList));
-    node->value = boxRowSum(p, y, W);
-    node->next = NULL;
-    if (tail) tail->next = node; else head = node;
-    tail = node;
-    maxGrey += node->value;
+    maxGrey += appendRowSum(p, y, W, &head, &tail);
     if (maxGrey > pivotGrey) pivotGrey = maxGrey;
   }
 
