@@ -338,9 +338,8 @@ int stencilGapLines(const uint32* pixels, int width, int height, int minX,
     double TotalGreyVal = 0, blackpix = 0;
     int blackpixcount = 0;
     for (int j = 0; j < (int)(0.02 + across); j++) {
-      double value = columns
-                         ? darknessAt(pixels, width, height, minX + i, minY + j)
-                         : darknessAt(pixels, width, height, minX + j, minY + i);
+      int x = columns ? i : j, y = columns ? j : i;
+      double value = darknessAt(pixels, width, height, minX + x, minY + y);
       if (value > 0) {
         TotalGreyVal += value;
         blackpixcount += 1;
