@@ -18,7 +18,6 @@
 #include "image_operations/slant_stroke.h"
 #include "image_operations/style_classes.h"
 
-extern "C" const int FontSizePx = 72;
 
 const char* const GlyphImages[GLYPH_IMAGE_COUNT] = {
     "65-A",  "66-B",  "67-C",  "68-D",  "69-E",  "70-F",  "71-G",  "72-H",
@@ -83,11 +82,7 @@ const char* const FeatureValueNames[FEATURE_VECTOR_LENGTH] = {
     "AscenderStddevSerif", "FlareStemNess"};
 
 int sort(const void* x, const void* y) {
-  double a = *(const double*)x;
-  double b = *(const double*)y;
-  if (b > a) return -1;
-  if (a > b) return 1;
-  return 0;
+  return compareDoublesAscending(x, y);
 }
 
 // Mean of one field over the 52 glyph records, summed in glyph order.

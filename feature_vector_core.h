@@ -8,16 +8,9 @@
 
 #include "feature_vector_library.h"
 
-// Faults of a measurement run; the values are bit-like. Only INVALID_PATH,
-// INVALID_FEAT and MEMORY_FULL reach the vector text.
-typedef enum _ERR_CASES {
-  NO_ERROR_FD = 0,
-  INVALID_PATH = 1,
-  INVALID_GLYPH = 2,
-  MISSING_GLYPH = 4,
-  INVALID_FEAT = 8,
-  MEMORY_FULL = 16
-} ERR_CASES;
+// The fault codes of a measurement run (ERR_CASES) and the picture size
+// FontSizePx come from the measurement layer.
+#include "image_operations/image_access.h"
 
 enum {
   GLYPH_IMAGE_COUNT = 52,
@@ -125,7 +118,8 @@ struct BlackLetterSigns {
 // blackletter holds, otherwise the bowl's blackness.
 double blackLetterValue(const FONT_DATA* FD, const BlackLetterSigns& signs);
 
-// qsort comparator for doubles, ascending.
+// qsort comparator for doubles, ascending: the measurement layer's
+// compareDoublesAscending under the sequence's name.
 int sort(const void* x, const void* y);
 
 #endif

@@ -69,6 +69,8 @@ extern "C" int create_feature_vector(const char* font_path, char* result) {
     memset(temp_images_path, 0, sizeof temp_images_path);
     snprintf(temp_images_path, sizeof temp_images_path, "%s/Images/",
              font_path);
+    // The advance spread stdDevAdv: the one number that crosses from the
+    // renderer to the measurements, as value 47 of the vector.
     features = getFeatureVector(temp_images_path, 0, std_deviation);
   }
 

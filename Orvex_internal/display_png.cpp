@@ -9,8 +9,6 @@
 #include <cstring>
 #include <string>
 
-#include "Orvex_internal/orvextxt_utilities.h"
-
 const char* const targetFiles[PAGE_NAME_COUNT] = {
     "font_b", "font_s",
     "65-A", "66-B", "67-C", "68-D", "69-E", "70-F", "71-G", "72-H", "73-I",
@@ -22,6 +20,9 @@ const char* const targetFiles[PAGE_NAME_COUNT] = {
     "121-y", "122-z",
     "46-.", "48-0", "104-hlar", "111-olar"};
 
+// The page writer's own naming record: the font folder the driver names
+// (SetImagePath) and the index of the next name.
+char ImagePath[IMAGE_FOLDER_SIZE];
 int ImageCount = 0;
 
 void new_image_page(char* image_path) {

@@ -10,6 +10,11 @@
 // The picture names, in the order pages are named.
 const int PAGE_NAME_COUNT = 58;
 extern const char* const targetFiles[PAGE_NAME_COUNT];
+// Size of the folder path below.
+const int IMAGE_FOLDER_SIZE = 12800;
+// The folder of the font in work: every picture name starts with it. The
+// render driver sets it (SetImagePath) before a run.
+extern char ImagePath[IMAGE_FOLDER_SIZE];
 // Index into targetFiles of the next name.
 extern int ImageCount;
 // Size of the path buffers new_image_page writes into.

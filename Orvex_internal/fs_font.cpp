@@ -172,13 +172,19 @@ FS_ULONG FNTSET_checksum(const FS_BYTE* memptr, FS_ULONG length) {
 
 namespace {
 
-bool same_source(const FILECHAR* pa, const FS_BYTE* ma, FS_ULONG oa,
-                 FS_ULONG la, FS_ULONG ca, const FILECHAR* pb,
-                 const FS_BYTE* mb, FS_ULONG ob, FS_ULONG lb, FS_ULONG cb) {
-  if (pa != nullptr && pb != nullptr)
-    return strcmp(pa, pb) == 0 && oa == ob && la == lb;
-  if (pa == nullptr && pb == nullptr)
-    return ma == mb && oa == ob && la == lb && ca == cb;
+// Whether record `r` (a loaded font or a font set) was made from the same
+// source: the same path and offsets, or for fonts in memory the same image,
+// offsets and checksum. A path on one side only is another font.
+template <typename Record>
+bool same_source(const Record* r, const FILECHAR* path, const FS_BYTE* memptr,
+                 FS_ULONG data_offset, FS_ULONG data_length,
+                 FS_ULONG checksum) {
+  if (r->path != nullptr && path != nullptr)
+    return strcmp(r->path, path) == 0 && r->data_offset == data_offset &&
+           r->data_length == data_length;
+  if (r->path == nullptr && path == nullptr)
+    return r->memptr == memptr && r->data_offset == data_offset &&
+           r->data_length == data_length && r->checksum == checksum;
   return false;  // a path on one side only
 }
 
@@ -187,9 +193,7 @@ bool same_source(const FILECHAR* pa, const FS_BYTE* ma, FS_ULONG oa,
 FS_BOOLEAN FNTSET_same_file(const FNTSET* set, const FILECHAR* path,
                             const FS_BYTE* memptr, FS_ULONG data_offset,
                             FS_ULONG data_length, FS_ULONG checksum) {
-  return same_source(set->path, set->memptr, set->data_offset,
-                     set->data_length, set->checksum, path, memptr,
-                     data_offset, data_length, checksum);
+  return same_source(set, path, memptr, data_offset, data_length, checksum);
 }
 
 FS_BOOLEAN FNTSET_same_font(const FNTSET* set, const FILECHAR* path,
@@ -207,9 +211,7 @@ FS_BOOLEAN FNTSET_same_font(const FNTSET* set, const FILECHAR* path,
 FS_BOOLEAN LFNT_same_file(const LFNT* lfnt, const FILECHAR* path,
                           const FS_BYTE* memptr, FS_ULONG data_offset,
                           FS_ULONG data_length, FS_ULONG checksum) {
-  return same_source(lfnt->path, lfnt->memptr, lfnt->data_offset,
-                     lfnt->data_length, lfnt->checksum, path, memptr,
-                     data_offset, data_length, checksum);
+  return same_source(lfnt, path, memptr, data_offset, data_length, checksum);
 }
 
 FS_BOOLEAN LFNT_same_font(const LFNT* lfnt, const FILECHAR* path,
@@ -344,35 +346,61 @@ static FS_ULONG image_checksum(const FS_BYTE* memptr, FS_ULONG data_offset,
   return FNTSET_checksum(memptr, data_length ? data_offset + data_length : 0);
 }
 
+// The first record of `list` (loaded fonts or font sets, linked by `next`)
+// that `same` finds to be the font at `path` or `memptr` with its index and
+// offsets; null when there is none.
+template <typename Record>
+static Record* find_font_record(
+    Record* list,
+    FS_BOOLEAN (*same)(const Record*, const FILECHAR*, const FS_BYTE*,
+                       FS_ULONG, FS_ULONG, FS_ULONG, FS_ULONG),
+    const FILECHAR* path, FS_BYTE* memptr, FS_ULONG index,
+    FS_ULONG data_offset, FS_ULONG data_length) {
+  FS_ULONG sum = image_checksum(memptr, data_offset, data_length);
+  for (Record* r = list; r; r = r->next)
+    if (same(r, path, memptr, index, data_offset, data_length, sum)) return r;
+  return nullptr;
+}
+
+// A zeroed loaded font or font set that knows its font: its own copy of
+// `path` (when there is one), the memory image, the offsets and the
+// checksum. Null when out of memory; when the path cannot be copied the
+// record goes again and the error is `path_error`.
+template <typename Record>
+static Record* new_font_record(FS_STATE* state, const FILECHAR* path,
+                               FS_BYTE* memptr, FS_ULONG data_offset,
+                               FS_ULONG data_length, FS_ULONG path_error) {
+  Record* r = (Record*)FSS_calloc(state, sizeof(Record));
+  if (r == nullptr) return nullptr;
+  if (path != nullptr && path[0] != 0) {
+    r->path = FS_strdup(state, path);
+    if (r->path == nullptr) {
+      FSS_free(state, r);
+      state->error = path_error;
+      return nullptr;
+    }
+  }
+  r->memptr = memptr;
+  r->data_offset = data_offset;
+  r->data_length = data_length;
+  r->checksum = image_checksum(memptr, data_offset, data_length);
+  return r;
+}
+
 LFNT* FS_SERVER_find_LFNT(FS_STATE* state, const FILECHAR* path,
                           FS_BYTE* memptr, FS_ULONG index,
                           FS_ULONG data_offset, FS_ULONG data_length) {
-  FS_ULONG sum = image_checksum(memptr, data_offset, data_length);
-  for (LFNT* l = state->server->loaded_fonts; l; l = l->next)
-    if (LFNT_same_font(l, path, memptr, index, data_offset, data_length, sum))
-      return l;
-  return nullptr;
+  return find_font_record(state->server->loaded_fonts, LFNT_same_font, path,
+                          memptr, index, data_offset, data_length);
 }
 
 LFNT* FS_SERVER_create_LFNT(FS_STATE* state, FS_BYTE fnt_type,
                             const FILECHAR* path, FS_BYTE* memptr,
                             FS_ULONG index, FS_ULONG data_offset,
                             FS_ULONG data_length) {
-  LFNT* lfnt = (LFNT*)FSS_calloc(state, sizeof(LFNT));
+  LFNT* lfnt = new_font_record<LFNT>(state, path, memptr, data_offset,
+                                     data_length, ERR_MALLOC_FAIL);
   if (lfnt == nullptr) return nullptr;
-  if (path != nullptr && path[0] != 0) {
-    lfnt->path = FS_strdup(state, path);
-    if (lfnt->path == nullptr) {
-      FSS_free(state, lfnt);
-      state->error = ERR_MALLOC_FAIL;
-      return nullptr;
-    }
-  }
-  lfnt->memptr = memptr;
-  lfnt->data_offset = data_offset;
-  lfnt->data_length = data_length;
-  lfnt->checksum =
-      image_checksum(memptr, data_offset, data_length);
   lfnt->index = index;
   lfnt->fnt_type = fnt_type;
   lfnt->fntset_refs = 0;
@@ -454,12 +482,8 @@ void CFNT_delete(FS_STATE* state, CFNT* cfnt) {
 FNTSET* FS_SERVER_find_FNTSET(FS_STATE* state, const FILECHAR* path,
                               FS_BYTE* memptr, FS_ULONG index,
                               FS_ULONG data_offset, FS_ULONG data_length) {
-  FS_ULONG sum =
-      image_checksum(memptr, data_offset, data_length);
-  for (FNTSET* s = state->server->font_sets; s; s = s->next)
-    if (FNTSET_same_font(s, path, memptr, index, data_offset, data_length, sum))
-      return s;
-  return nullptr;
+  return find_font_record(state->server->font_sets, FNTSET_same_font, path,
+                          memptr, index, data_offset, data_length);
 }
 
 FNTSET* FS_SERVER_create_FNTSET(FS_STATE* state, const FILECHAR* path,
@@ -470,21 +494,9 @@ FNTSET* FS_SERVER_create_FNTSET(FS_STATE* state, const FILECHAR* path,
     state->error = ERR_FONT_NOT_FOUND;
     return nullptr;
   }
-  FNTSET* set = (FNTSET*)FSS_calloc(state, sizeof(FNTSET));
+  FNTSET* set = new_font_record<FNTSET>(state, path, memptr, data_offset,
+                                        data_length, ERR_FONT_NOT_FOUND);
   if (set == nullptr) return nullptr;
-  if (path != nullptr && path[0] != 0) {
-    set->path = FS_strdup(state, path);
-    if (set->path == nullptr) {
-      FSS_free(state, set);
-      state->error = ERR_FONT_NOT_FOUND;
-      return nullptr;
-    }
-  }
-  set->memptr = memptr;
-  set->data_offset = data_offset;
-  set->data_length = data_length;
-  set->checksum =
-      image_checksum(memptr, data_offset, data_length);
 
   FS_BYTE type = fontfile_type(state, path, memptr, data_offset);
   if (type == FNT_TYPE_UNREADABLE) {

@@ -56,6 +56,19 @@ const FS_BYTE FS_QUADTO = 2;
 const FS_BYTE FS_CUBETO = 3;
 const FS_BYTE OUTLINE_STROKE = 0x80;
 
+// A glyph's scaled points as the scaler leaves them, for inspection tools:
+// `nc` contours, contour c running from point sp[c] to ep[c]; `np` points
+// in 26.6 pixels counted from the glyph's left phantom point, each on or off
+// the curve. One block on the engine heap, given back by FSS_free.
+struct FS_GLYPH_POINTS {
+  FS_SHORT nc, np;
+  F26DOT6* x;
+  F26DOT6* y;
+  FS_SHORT* sp;
+  FS_SHORT* ep;
+  FS_BYTE* onCurve;
+};
+
 // The cached advance, 24 bytes.
 struct FS_ADVANCE {
   CACHE_ENTRY* cache_ptr;

@@ -424,189 +424,249 @@ FS_FIXED side_of(const FIXED_VECTOR& u, FS_FIXED dx, FS_FIXED dy, int sign) {
 
 bool opposite(FS_FIXED a, FS_FIXED b) { return (a < 0 && b > 0) || (a > 0 && b < 0); }
 
-}  // namespace
-
-FS_OUTLINE* embolden_outline(FS_STATE* state, FS_OUTLINE* o, FS_LONG* n_types,
-                             FS_LONG* n_points) {
-  *n_types = o->num;
-  *n_points = o->np;
-  SFNT* sfnt = state->cur_sfnt;
-  CFNT* cfnt = current_cfnt(state);
-  FS_LONG lpm = outline_lpm(state, sfnt);
-  FS_FIXED total = (FS_FIXED)((FS_INT64)(state->bold_pct + (cfnt ? cfnt->bold_pct : 0)) * lpm);
-  FIXED_VECTOR u = {sfnt ? sfnt->user_scale[0] : 65536,
-                    sfnt ? sfnt->user_scale[2] : 0};
-  fixed_norm(&u);
-  FS_FIXED vx, vy;
-  if (state->flags & FLAGS_FRACTBOLD) {
-    vx = fmul(u.x, total);
-    vy = fmul(u.y, total);
-  } else {
-    FS_LONG whole = (total + 0x8000) >> 16;
-    if (whole == 0) return o;
-    vx = u.x * whole;
-    vy = u.y * whole;
-  }
-
-  FS_OUTLINE* b = setup_outline(state, o->nc, 3 * o->num, 3 * o->np);
-  if (b == nullptr) return nullptr;
-  b->polarity = o->polarity;
+// The emboldening walk over one outline: the source's elements are copied
+// one by one, each displaced by the bold vector (vx, vy) on the side the
+// contour runs; where a segment turns to the other side the walk steps
+// across by the vector (a flip), so the outline grows by (vx, vy) in all.
+struct Bolden {
+  const FS_OUTLINE* o;
+  FIXED_VECTOR u;        // the unit vector of the bold direction
+  FS_FIXED vx, vy;       // the bold vector
   Emitter e;
-  e.o = b;
   FS_FIXED cx = 0, cy = 0;  // the current point written
   int sign = 1, dir = 1, start_sign = 1;
-  auto flip = [&]() {
+  FS_LONG pi = 0;           // source point index
+  FS_FIXED sx = 0, sy = 0;  // the source's current point
+
+  void flip() {
     e.line(cx + vx * dir, cy + vy * dir);
     cx += vx * dir;
     cy += vy * dir;
     sign = -sign;
     dir = -dir;
-  };
-  FS_LONG pi = 0;  // source point index
-  FS_FIXED sx = 0, sy = 0;  // the source's current point
-  for (FS_SHORT k = 0; k < o->num; k++) {
-    FS_BYTE t = o->type[k] & 0x7F;
-    if (t == FS_MOVETO) {
-      if (k > 0 && sign != start_sign) flip();
-      sx = o->x[pi];
-      sy = o->y[pi];
-      pi++;
-      // The side of the contour's start, by a rough look at the deltas of
-      // the points with element indices as point indices, on purpose.
-      sign = 1;
-      for (FS_SHORT j = k + 1; j < o->num && (o->type[j] & 0x7F) != FS_MOVETO &&
-                               j < o->np;
-           j++) {
-        FS_INT64 c = cross(vx, vy, o->x[j] - o->x[j - 1], o->y[j] - o->y[j - 1]);
-        if (c != 0) {
-          sign = c < 0 ? -1 : 1;
-          break;
-        }
+  }
+
+  // A contour's start: the side it starts on, by a rough look at the deltas
+  // of the points with element indices as point indices, on purpose.
+  void move(FS_SHORT k) {
+    if (k > 0 && sign != start_sign) flip();
+    sx = o->x[pi];
+    sy = o->y[pi];
+    pi++;
+    sign = 1;
+    for (FS_SHORT j = k + 1; j < o->num && (o->type[j] & 0x7F) != FS_MOVETO &&
+                             j < o->np;
+         j++) {
+      FS_INT64 c = cross(vx, vy, o->x[j] - o->x[j - 1], o->y[j] - o->y[j - 1]);
+      if (c != 0) {
+        sign = c < 0 ? -1 : 1;
+        break;
       }
-      dir = o->polarity ? sign * o->polarity : sign;
-      start_sign = sign;
-      cx = sx + (dir == -1 ? vx : 0);
-      cy = sy + (dir == -1 ? vy : 0);
-      e.move(cx, cy);
-      continue;
     }
-    if (k == 0) {
-      FSS_free(state, b);
-      return nullptr;  // elements out of order: no move first
-    }
-    if (t == FS_LINETO) {
-      FS_FIXED dx = o->x[pi] - sx, dy = o->y[pi] - sy;
-      if (cross(vx, vy, dx, dy) * sign < 0) flip();
-      cx += dx;
-      cy += dy;
-      e.line(cx, cy);
-      sx = o->x[pi];
-      sy = o->y[pi];
-      pi++;
-    } else if (t == FS_QUADTO) {
-      FS_FIXED d0x = o->x[pi] - sx, d0y = o->y[pi] - sy;
-      FS_FIXED ex = o->x[pi + 1], ey = o->y[pi + 1];
-      FS_FIXED d1x = ex - o->x[pi], d1y = ey - o->y[pi];
-      FS_FIXED c0 = side_of(u, d0x, d0y, sign), c1 = side_of(u, d1x, d1y, sign);
-      if (c0 < 0 || (c0 == 0 && c1 < 0)) {
-        flip();
-        c0 = -c0;
-        c1 = -c1;
-      }
-      if (!opposite(c0, c1)) {
-        e.quad(cx + d0x, cy + d0y, cx + d0x + d1x, cy + d0y + d1y);
-        cx += d0x + d1x;
-        cy += d0y + d1y;
-      } else {
-        FS_INT64 num = -cross(vx, vy, d0x, d0y);
-        FS_INT64 den = cross(vx, vy, d1x - d0x, d1y - d0y);
-        FS_FIXED tt = den != 0 ? (FS_FIXED)((num * 65536) / den) : 0x8000;
-        FS_FIXED qx = cx + fmul(tt, d0x), qy = cy + fmul(tt, d0y);
-        FS_FIXED t2 = fmul(tt, tt);
-        FS_FIXED mx = cx + 2 * fmul(tt, d0x) + fmul(t2, d1x - d0x);
-        FS_FIXED my = cy + 2 * fmul(tt, d0y) + fmul(t2, d1y - d0y);
-        e.quad(qx, qy, mx, my);
-        cx = mx;
-        cy = my;
-        flip();
-        FS_FIXED fx = ex + (sign < 0 ? vx : 0), fy = ey + (sign < 0 ? vy : 0);
-        e.quad(fx + fmul(tt - 65536, d1x), fy + fmul(tt - 65536, d1y), fx, fy);
-        cx = fx;
-        cy = fy;
-      }
-      sx = ex;
-      sy = ey;
-      pi += 2;
-    } else if (t == FS_CUBETO) {
-      FS_FIXED d0x = o->x[pi] - sx, d0y = o->y[pi] - sy;
-      FS_FIXED mx = o->x[pi + 1] - o->x[pi], my = o->y[pi + 1] - o->y[pi];
-      FS_FIXED ex = o->x[pi + 2], ey = o->y[pi + 2];
-      FS_FIXED d1x = ex - o->x[pi + 1], d1y = ey - o->y[pi + 1];
-      FS_FIXED c0 = side_of(u, d0x, d0y, sign), c1 = side_of(u, d1x, d1y, sign);
-      if (c0 < 0 || (c0 == 0 && c1 < 0)) {
-        flip();
-        c0 = -c0;
-        c1 = -c1;
-      }
-      if (opposite(c0, c1)) {
-        FS_FIXED ax = cx + d0x, ay = cy + d0y;
-        sign = -sign;
-        dir = -dir;
-        FS_FIXED fx = ex + (sign < 0 ? vx : 0), fy = ey + (sign < 0 ? vy : 0);
-        e.cube(ax, ay, fx - d1x, fy - d1y, fx, fy);
-        cx = fx;
-        cy = fy;
-      } else {
-        e.cube(cx + d0x, cy + d0y, cx + d0x + mx, cy + d0y + my,
-               cx + d0x + mx + d1x, cy + d0y + my + d1y);
-        cx += d0x + mx + d1x;
-        cy += d0y + my + d1y;
-      }
-      sx = ex;
-      sy = ey;
-      pi += 3;
-    } else {
-      FSS_free(state, b);
-      return nullptr;
+    dir = o->polarity ? sign * o->polarity : sign;
+    start_sign = sign;
+    cx = sx + (dir == -1 ? vx : 0);
+    cy = sy + (dir == -1 ? vy : 0);
+    e.move(cx, cy);
+  }
+
+  void line() {
+    FS_FIXED dx = o->x[pi] - sx, dy = o->y[pi] - sy;
+    if (cross(vx, vy, dx, dy) * sign < 0) flip();
+    cx += dx;
+    cy += dy;
+    e.line(cx, cy);
+    sx = o->x[pi];
+    sy = o->y[pi];
+    pi++;
+  }
+
+  // The sides of a curve's first and last legs, flipped first when the
+  // curve starts on the other side.
+  void curve_sides(FS_FIXED d0x, FS_FIXED d0y, FS_FIXED d1x, FS_FIXED d1y,
+                   FS_FIXED* c0, FS_FIXED* c1) {
+    *c0 = side_of(u, d0x, d0y, sign);
+    *c1 = side_of(u, d1x, d1y, sign);
+    if (*c0 < 0 || (*c0 == 0 && *c1 < 0)) {
+      flip();
+      *c0 = -*c0;
+      *c1 = -*c1;
     }
   }
-  if (o->num > 0 && sign != start_sign) flip();
-  b->num = (FS_SHORT)e.types;
-  b->np = (FS_SHORT)e.points;
-  if (e.types > 0) b->type[0] |= 0x80;
+
+  // A quadratic that changes side is split where its tangent is parallel
+  // to the bold vector, with a flip between the halves.
+  void quad() {
+    FS_FIXED d0x = o->x[pi] - sx, d0y = o->y[pi] - sy;
+    FS_FIXED ex = o->x[pi + 1], ey = o->y[pi + 1];
+    FS_FIXED d1x = ex - o->x[pi], d1y = ey - o->y[pi];
+    FS_FIXED c0, c1;
+    curve_sides(d0x, d0y, d1x, d1y, &c0, &c1);
+    if (!opposite(c0, c1)) {
+      e.quad(cx + d0x, cy + d0y, cx + d0x + d1x, cy + d0y + d1y);
+      cx += d0x + d1x;
+      cy += d0y + d1y;
+    } else {
+      FS_INT64 num = -cross(vx, vy, d0x, d0y);
+      FS_INT64 den = cross(vx, vy, d1x - d0x, d1y - d0y);
+      FS_FIXED tt = den != 0 ? (FS_FIXED)((num * 65536) / den) : 0x8000;
+      FS_FIXED qx = cx + fmul(tt, d0x), qy = cy + fmul(tt, d0y);
+      FS_FIXED t2 = fmul(tt, tt);
+      FS_FIXED mx = cx + 2 * fmul(tt, d0x) + fmul(t2, d1x - d0x);
+      FS_FIXED my = cy + 2 * fmul(tt, d0y) + fmul(t2, d1y - d0y);
+      e.quad(qx, qy, mx, my);
+      cx = mx;
+      cy = my;
+      flip();
+      FS_FIXED fx = ex + (sign < 0 ? vx : 0), fy = ey + (sign < 0 ? vy : 0);
+      e.quad(fx + fmul(tt - 65536, d1x), fy + fmul(tt - 65536, d1y), fx, fy);
+      cx = fx;
+      cy = fy;
+    }
+    sx = ex;
+    sy = ey;
+    pi += 2;
+  }
+
+  // A cubic that changes side crosses over whole: its end is displaced to
+  // the other side without a flip segment.
+  void cube() {
+    FS_FIXED d0x = o->x[pi] - sx, d0y = o->y[pi] - sy;
+    FS_FIXED mx = o->x[pi + 1] - o->x[pi], my = o->y[pi + 1] - o->y[pi];
+    FS_FIXED ex = o->x[pi + 2], ey = o->y[pi + 2];
+    FS_FIXED d1x = ex - o->x[pi + 1], d1y = ey - o->y[pi + 1];
+    FS_FIXED c0, c1;
+    curve_sides(d0x, d0y, d1x, d1y, &c0, &c1);
+    if (opposite(c0, c1)) {
+      FS_FIXED ax = cx + d0x, ay = cy + d0y;
+      sign = -sign;
+      dir = -dir;
+      FS_FIXED fx = ex + (sign < 0 ? vx : 0), fy = ey + (sign < 0 ? vy : 0);
+      e.cube(ax, ay, fx - d1x, fy - d1y, fx, fy);
+      cx = fx;
+      cy = fy;
+    } else {
+      e.cube(cx + d0x, cy + d0y, cx + d0x + mx, cy + d0y + my,
+             cx + d0x + mx + d1x, cy + d0y + my + d1y);
+      cx += d0x + mx + d1x;
+      cy += d0y + my + d1y;
+    }
+    sx = ex;
+    sy = ey;
+    pi += 3;
+  }
+
+  // Walks every element; false for elements out of order (no move first)
+  // or of an unknown kind.
+  bool walk() {
+    for (FS_SHORT k = 0; k < o->num; k++) {
+      FS_BYTE t = o->type[k] & 0x7F;
+      if (t == FS_MOVETO) {
+        move(k);
+        continue;
+      }
+      if (k == 0) return false;
+      if (t == FS_LINETO)
+        line();
+      else if (t == FS_QUADTO)
+        quad();
+      else if (t == FS_CUBETO)
+        cube();
+      else
+        return false;
+    }
+    if (o->num > 0 && sign != start_sign) flip();
+    return true;
+  }
+};
+
+// The bold vector: the font's and the client's bold percentages of the
+// em along the scale's x direction, whole pixels unless fractional bold is
+// on. False when it rounds to nothing.
+bool bold_vector(FS_STATE* state, FIXED_VECTOR* u, FS_FIXED* vx,
+                 FS_FIXED* vy) {
+  SFNT* sfnt = state->cur_sfnt;
+  CFNT* cfnt = current_cfnt(state);
+  FS_LONG lpm = outline_lpm(state, sfnt);
+  FS_FIXED total = (FS_FIXED)((FS_INT64)(state->bold_pct + (cfnt ? cfnt->bold_pct : 0)) * lpm);
+  *u = {sfnt ? sfnt->user_scale[0] : 65536, sfnt ? sfnt->user_scale[2] : 0};
+  fixed_norm(u);
+  if (state->flags & FLAGS_FRACTBOLD) {
+    *vx = fmul(u->x, total);
+    *vy = fmul(u->y, total);
+    return true;
+  }
+  FS_LONG whole = (total + 0x8000) >> 16;
+  if (whole == 0) return false;
+  *vx = u->x * whole;
+  *vy = u->y * whole;
+  return true;
+}
+
+// The emboldened outline's header from the source's: its advance grows by
+// the bold vector when it has one.
+void bold_header(const FS_OUTLINE* o, FS_OUTLINE* b, const Bolden& w) {
+  b->num = (FS_SHORT)w.e.types;
+  b->np = (FS_SHORT)w.e.points;
+  if (w.e.types > 0) b->type[0] |= 0x80;
   b->dx = o->dx;
   b->dy = o->dy;
   b->i_dx = o->i_dx;
   b->i_dy = o->i_dy;
   b->outl_flag = o->outl_flag;
   if (o->dx != 0 || o->dy != 0) {
-    b->dx += vx;
-    b->dy += vy;
-    if (b->i_dx) b->i_dx += round_pixels(vx);
-    if (b->i_dy) b->i_dy += round_pixels(vy);
+    b->dx += w.vx;
+    b->dy += w.vy;
+    if (b->i_dx) b->i_dx += round_pixels(w.vx);
+    if (b->i_dy) b->i_dy += round_pixels(w.vy);
   }
   set_bbox(b->np, b);
-  *n_types = e.types;
-  *n_points = e.points;
-  if (e.types < 3 * o->num || e.points < 3 * o->np) {
-    // Into an exact record.
-    FS_OUTLINE* x = setup_outline(state, b->nc, e.types, e.points);
-    if (x == nullptr) {
-      FSS_free(state, b);
-      return nullptr;
-    }
-    FS_OUTLINE keep = *x;
-    memcpy(x, b, FS_OUTLINE_HEADER);
-    x->size = keep.size;
-    x->type = keep.type;
-    x->x = keep.x;
-    x->y = keep.y;
-    memcpy(x->type, b->type, (size_t)e.types);
-    memcpy(x->x, b->x, 4 * (size_t)e.points);
-    memcpy(x->y, b->y, 4 * (size_t)e.points);
+}
+
+// Moves outline `b`, sized for more, into an exact record of `types`
+// elements and `points` points. Null when out of memory (`b` freed).
+FS_OUTLINE* exact_outline(FS_STATE* state, FS_OUTLINE* b, FS_LONG types,
+                          FS_LONG points) {
+  FS_OUTLINE* x = setup_outline(state, b->nc, types, points);
+  if (x == nullptr) {
     FSS_free(state, b);
-    b = x;
+    return nullptr;
   }
+  FS_OUTLINE keep = *x;
+  memcpy(x, b, FS_OUTLINE_HEADER);
+  x->size = keep.size;
+  x->type = keep.type;
+  x->x = keep.x;
+  x->y = keep.y;
+  memcpy(x->type, b->type, (size_t)types);
+  memcpy(x->x, b->x, 4 * (size_t)points);
+  memcpy(x->y, b->y, 4 * (size_t)points);
+  FSS_free(state, b);
+  return x;
+}
+
+}  // namespace
+
+FS_OUTLINE* embolden_outline(FS_STATE* state, FS_OUTLINE* o, FS_LONG* n_types,
+                             FS_LONG* n_points) {
+  *n_types = o->num;
+  *n_points = o->np;
+  Bolden w;
+  w.o = o;
+  if (!bold_vector(state, &w.u, &w.vx, &w.vy)) return o;
+  FS_OUTLINE* b = setup_outline(state, o->nc, 3 * o->num, 3 * o->np);
+  if (b == nullptr) return nullptr;
+  b->polarity = o->polarity;
+  w.e.o = b;
+  if (!w.walk()) {
+    FSS_free(state, b);
+    return nullptr;
+  }
+  bold_header(o, b, w);
+  *n_types = w.e.types;
+  *n_points = w.e.points;
+  if (w.e.types < 3 * o->num || w.e.points < 3 * o->np)
+    b = exact_outline(state, b, w.e.types, w.e.points);
   return b;
 }
 

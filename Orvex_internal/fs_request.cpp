@@ -565,6 +565,47 @@ FS_BOUNDINGBOX* FSS_get_boundingbox(FS_STATE* state, FS_ULONG id,
   return box;
 }
 
+FS_GLYPH_POINTS* FSS_get_points(FS_STATE* state, FS_ULONG id) {
+  state->error = 0;
+  FS_USHORT index;
+  if (!map_and_check(state, id, &index)) return nullptr;
+  SENV* senv = state->cur_sfnt->senv;
+  if (senv == nullptr || senv->ttkey == nullptr) {
+    fail(state, ERR_NO_SENV);
+    return nullptr;
+  }
+  fsg_SplineKey* key = (fsg_SplineKey*)senv->ttkey;
+  key->glyphIndex = index;
+  if (fsg_GridFit(state, key, 0) != 0) return nullptr;
+  const fnt_ElementType* el = fsg_glyph_element(key);
+  FS_LONG np = el->np, nc = el->nc;
+  FS_ULONG size = (FS_ULONG)(sizeof(FS_GLYPH_POINTS) +
+                             np * (2 * sizeof(F26DOT6) + 1) +
+                             nc * 2 * sizeof(FS_SHORT));
+  FS_GLYPH_POINTS* p = (FS_GLYPH_POINTS*)FSS_malloc(state, size);
+  if (p == nullptr) return nullptr;
+  p->nc = (FS_SHORT)nc;
+  p->np = (FS_SHORT)np;
+  p->x = (F26DOT6*)(p + 1);
+  p->y = p->x + np;
+  p->sp = (FS_SHORT*)(p->y + np);
+  p->ep = p->sp + nc;
+  p->onCurve = (FS_BYTE*)(p->ep + nc);
+  // The left phantom point follows the glyph's own points.
+  F26DOT6 ox = el->x[np], oy = el->y[np];
+  for (FS_LONG i = 0; i < np; i++) {
+    p->x[i] = el->x[i] - ox;
+    p->y[i] = el->y[i] - oy;
+    p->onCurve[i] = el->onCurve[i] ? 1 : 0;
+  }
+  for (FS_LONG c = 0; c < nc; c++) {
+    p->sp[c] = el->sp[c];
+    p->ep[c] = el->ep[c];
+  }
+  state->error = 0;
+  return p;
+}
+
 void adjust_advance(FS_STATE* state, SENV* senv, FS_BOOLEAN space,
                     FS_FIXED* dx, FS_FIXED* dy) {
   LFNT* lfnt = state->cur_lfnt;

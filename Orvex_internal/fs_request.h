@@ -114,6 +114,12 @@ FS_BITMAP* FSS_get_bitmap(FS_STATE* state, FS_ULONG id);
 // The outline of `id` in 16.16 pixels, a private copy. Null with the error.
 FS_OUTLINE* FSS_get_outline(FS_STATE* state, FS_ULONG id);
 
+// The scaled points of `id` (a code through the character map, a glyph
+// index under FLAGS_CMAP_OFF) at the current size, unhinted, as the scaler
+// leaves them for the outline. Null with the error: the mapper's, 317 for a
+// scaled font without TrueType scaler environment, the scaler's.
+FS_GLYPH_POINTS* FSS_get_points(FS_STATE* state, FS_ULONG id);
+
 // The box of the map of `id` under `type`: a 48-byte map header without
 // pixels, cached. Null with the error.
 FS_BOUNDINGBOX* FSS_get_boundingbox(FS_STATE* state, FS_ULONG id,

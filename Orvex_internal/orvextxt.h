@@ -28,6 +28,7 @@ int NumFontsInTTC(const char* fontPath);
 
 #include <cstdio>
 
+#include "Orvex_internal/display_png.h"  // ImagePath, which SetImagePath sets
 #include "Orvex_internal/orvextxt_utilities.h"
 
 // Display types of the interpreter's output.
@@ -48,5 +49,17 @@ void OrvexTxt(FILE* fp, const char* fname, FS_ULONG print_header,
               NAMED_STATE* currns, const char* orvex_root,
               FS_ULONG load_fonts_to_ram, int use_external_heap,
               const char* fontPath, int fontIndexInTTC);
+
+// True when `word` is a command of the script language as the interpreter
+// runs it: a word of the command table, or any word that begins with "show"
+// (which draws as `show` when it has no row of its own).
+bool isScriptCommand(const char* word);
+
+// Word i of the command table, null past its end.
+const char* scriptCommandWord(int i);
+
+// The script help: one line per command word with its arguments, in the
+// table's order.
+void printScriptCommands(FILE* out);
 
 #endif

@@ -11,6 +11,8 @@
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/orvextxt.h"
+// validateImages: the renderer's one call above itself, into the vector core
+// (the result of a run is the core's check of the font folder).
 #include "feature_vector_core.h"
 
 
@@ -55,29 +57,9 @@ void printUsage(const char* tool) {
   printf("       %s ?   -- to get help with scripts\n", tool);
 }
 
-// The script help: the command words of the language, one group a line.
-void printScriptHelp() {
-  static const char* const lines[] = {
-      "Script commands ('#' starts a comment, a leading '-' ignores the "
-      "command's error):",
-      "  heapsize N | external_heapsize N (default 529000)",
-      "  path | load_font PATH \"NAME\" | font \"NAME\" | remove_font \"NAME\"",
-      "  cmap PLATFORM ENCODING | ppm N | xppm N | yppm N | res N",
-      "  rot DEG | skew DEG | stroke PCT | bold PCT | boldtype N",
-      "  glyphset \"hex hex-hex ...\" | glyphset_string \"text\" | "
-      "glyphset_all | glyphset_file PATH",
-      "  show | show_bitmap | show_gray | show_gray_2bit | show_gray_4bit | "
-      "show_gray_8bit | show_fake | show_type TYPES",
-      "  hinting ON|OFF | kerning ON|OFF | wraptext ON|OFF | get_advance "
-      "ON|OFF | vertical N",
-      "  page | image_width N | image_height N | fg_color R G B | bg_color R G "
-      "B",
-      "  new_client \"NAME\" | set_client \"NAME\" | endclient \"NAME\"",
-      "  include \"FILE\" | repeat N | timer_start | timer_stop | "
-      "timer_report | continue_on_error ON|OFF",
-  };
-  for (const char* line : lines) printf("%s\n", line);
-}
+// The script help: the command words of the language, printed from the
+// interpreter's own table so that the two cannot drift apart.
+void printScriptHelp() { printScriptCommands(stdout); }
 
 }  // namespace
 
@@ -94,11 +76,12 @@ int create_images_from_font(const char* script_folder,
   SetImagePath(font_file_loc);
   int err = generateFontImages(script_folder, font_path, 0);
   if (err == 0 && GlyphCreationError == 0) {
-    // Validates the font folder itself, where no pictures are written: a
+    // The one call from the renderer up into the vector core. It validates
+    // the font folder itself, where no pictures are written: a
     // clean run finds them all missing and answers 1, the value on which the
     // front door measures the Images sub-folder.
     err = validateImages(font_file_loc);
-    *std_dev = stdDevAdv;
+    *std_dev = stdDevAdv;  // handed up to the measurements as value 47
   }
   GlyphCreationError = 0;
   return err;

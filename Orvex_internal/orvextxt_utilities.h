@@ -12,7 +12,6 @@
 
 /* ---- Result globals of the renderer (one set per process) ---- */
 
-extern char ImagePath[12800];
 extern int err_FD;  // last engine error seen by the interpreter; 0 = clean
 extern int GlyphCreationError;
 extern double stdDevAdv;

@@ -10,7 +10,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "feature_vector_core.h"
+extern "C" const int FontSizePx = 72;
 
 namespace {
 
@@ -20,6 +20,14 @@ namespace {
 const png_uint_32 MAX_PICTURE_SIDE = 16384;
 
 }  // namespace
+
+int compareDoublesAscending(const void* x, const void* y) {
+  double a = *(const double*)x;
+  double b = *(const double*)y;
+  if (b > a) return -1;
+  if (a > b) return 1;
+  return 0;
+}
 
 void* xmalloc(size_t size) {
   void* p = malloc(size);
@@ -319,7 +327,7 @@ double GetMedianWidth(struct GreyMapList* HeadStrkwidth, int listcount) {
   for (struct GreyMapList* node = HeadStrkwidth; node != NULL;
        node = node->next)
     values.push_back(node->value);
-  qsort(values.data(), values.size(), sizeof(double), sort);
+  qsort(values.data(), values.size(), sizeof(double), compareDoublesAscending);
   // The index comes from the caller's count; an empty or short list has no
   // element there and gives 0.0.
   size_t middle = (size_t)(listcount > 0 ? listcount : 0) / 2;

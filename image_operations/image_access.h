@@ -10,9 +10,27 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include "feature_vector_core.h"
-
 typedef uint32_t uint32;
+
+// Faults of a measurement run; the values are bit-like. isValidImage answers
+// with them, and the vector core reports INVALID_PATH, INVALID_FEAT and
+// MEMORY_FULL in its text.
+typedef enum _ERR_CASES {
+  NO_ERROR_FD = 0,
+  INVALID_PATH = 1,
+  INVALID_GLYPH = 2,
+  MISSING_GLYPH = 4,
+  INVALID_FEAT = 8,
+  MEMORY_FULL = 16
+} ERR_CASES;
+
+// Nominal pixel size of the glyph pictures, 72: lengths are normalised as
+// value * 72 / FontSizePx. Defined here, beside the measurements that use
+// it; the library's public header exports it too.
+extern "C" const int FontSizePx;
+
+// qsort comparator for doubles, ascending.
+int compareDoublesAscending(const void* x, const void* y);
 
 // Byte order of the pixels ReadPngFile delivers. Measurements all use boBGRA,
 // which on a little-endian machine reads as the integer 0x00RRGGBB.

@@ -6,6 +6,7 @@
 #include <stdlib.h>
 
 #include "image_operations/size_metrics.h"
+#include "image_operations/style_classes.h"
 
 namespace {
 
@@ -65,27 +66,8 @@ double getsmalliFontVal(const char* filePath) {
   // The row pass of the stencil gap test: a row is a gap when it has no ink,
   // or when it lies on a falling slope far below the darkest row and holds
   // only pale pixels (a dot joined to the stem by antialiasing).
-  double MinGreyvalue = 9999.0, MaxGreValue = 0, prevgreyval = 0;
-  int whiteline = 0;
-  for (int y = (int)(0.05 * H + 0.02); y < (int)(0.95 * H + 0.02); y++) {
-    double TotalGreyVal = 0.0, blackpix = 0.0;
-    int blackpixcount = 0;
-    for (int x = 0; x < (int)(0.02 + W); x++) {
-      double value =
-          darknessAt(pixels, width, height, minX + x, minY + y);
-      TotalGreyVal += value;
-      if (value != 0.0) blackpixcount++;
-      if (value > 0.5) blackpix = 1.0;
-    }
-    if (MinGreyvalue > TotalGreyVal && prevgreyval > TotalGreyVal)
-      MinGreyvalue = TotalGreyVal;
-    if (TotalGreyVal > MaxGreValue) MaxGreValue = TotalGreyVal;
-    prevgreyval = TotalGreyVal;
-    if (blackpixcount == 0)
-      whiteline += 1;
-    else if (MinGreyvalue / MaxGreValue < 0.05 && blackpix == 0)
-      whiteline += 1;
-  }
+  int whiteline =
+      stencilGapLines(pixels, width, height, minX, minY, W, H, false);
   free(pixels);
   return whiteline != 0 ? 1.0 : 0.0;
 }

@@ -169,62 +169,33 @@ void bracketSpread(const double* greyVal, const BracketRange& r, bool heightOk,
 // Number of column sums subSerifType keeps; its scan stops before this.
 const int kBracketColumns = 256;
 
-// Bottom half of subSerifType: the foot serif's bracket.
-void footBracket(const SerifPicture& pic, int H, int MaximumWidth,
-                 double* greyVal, double* totalGreyBottom,
-                 double* stdDevBottom) {
+// One half of subSerifType: the foot serif's bracket (`foot`, the bottom
+// half of the box) or the head serif's (the top half). Columns from 1 sum
+// their ink in that half until the stem, a column with more than H / 8 ink
+// pixels. The bracket's height runs between its outer edge and its inner
+// edge, which each half finds the other way round:
+// - foot: the inner edge is where a column's ink starts, taken from the
+//   column before the stem; the outer edge is the box's bottom, H.
+// - head: the outer edge is where the first inked column's ink starts; the
+//   inner edge is where a column's ink ends (its first white pixel after
+//   ink), taken from the column before the stem.
+void bracket(const SerifPicture& pic, int H, int MaximumWidth, bool foot,
+             double* greyVal, double* totalGrey, double* stdDev) {
   BracketRange r;
-  int yStratRange = -1, yEndRange = -1, yPrev = -1;
+  int inkStart = -1, inkEnd = -1, innerBefore = -1;
+  const int yFrom = foot ? H / 2 : 0, yTo = foot ? H : H / 2;
   for (int x = 1; x < MaximumWidth; x++) {
     int numActive = 0;
     greyVal[x] = 0.0;
+    if (!foot) inkEnd = -1;
     int y;
-    for (y = H / 2; y < H; y++) {
-      double value = pic.boxDarkness(x, y);
-      if (value == 0.0) continue;
-      if (numActive == 0) yStratRange = y;
-      numActive += 1;
-      greyVal[x] += value;
-    }
-    if (isFaintEdgeColumn(r.totalGrey, numActive, greyVal[x])) {
-      r.startRange = x + 1;
-      continue;
-    }
-    if (numActive > H / 8) {  // the stem
-      if (r.startRange == -1) r.startRange = x;
-      yStratRange = yPrev;
-      r.endRange = x;
-      break;
-    }
-    if (r.startRange == -1) r.startRange = x;
-    if (yEndRange == -1) yEndRange = y;  // y is H here: the box's bottom
-    yPrev = yStratRange;
-    r.totalGrey += greyVal[x];
-  }
-  bracketSpread(greyVal, r, yEndRange > yStratRange, totalGreyBottom,
-                stdDevBottom);
-  int heightBottom = abs(yEndRange - yStratRange);
-  if (heightBottom != 0) *totalGreyBottom /= heightBottom;
-}
-
-// Top half of subSerifType: the head serif's bracket. A column's height
-// ends at its first white pixel after ink.
-void headBracket(const SerifPicture& pic, int H, int MaximumWidth,
-                 double* greyVal, double* totalGreyTop, double* stdDevTop) {
-  BracketRange r;
-  int yStratRange = -1, yEndRange = -1, yPrev = -1;
-  for (int x = 1; x < MaximumWidth; x++) {
-    int numActive = 0;
-    greyVal[x] = 0.0;
-    yEndRange = -1;
-    int y;
-    for (y = 0; y < H / 2; y++) {
+    for (y = yFrom; y < yTo; y++) {
       double value = pic.boxDarkness(x, y);
       if (value == 0.0) {
-        if (numActive > 0 && yEndRange == -1) yEndRange = y;
+        if (!foot && numActive > 0 && inkEnd == -1) inkEnd = y;
         continue;
       }
-      if (numActive == 0) yStratRange = y;
+      if (numActive == 0) inkStart = y;
       numActive += 1;
       greyVal[x] += value;
     }
@@ -234,18 +205,23 @@ void headBracket(const SerifPicture& pic, int H, int MaximumWidth,
     }
     if (numActive > H / 8) {  // the stem
       if (r.startRange == -1) r.startRange = x;
-      if (yStratRange == -1) yStratRange = y;
+      if (foot) {
+        inkStart = innerBefore;
+      } else {
+        if (inkStart == -1) inkStart = y;
+        inkEnd = innerBefore;
+      }
       r.endRange = x;
-      yEndRange = yPrev;
       break;
     }
     if (r.startRange == -1) r.startRange = x;
-    yPrev = yEndRange;
+    if (foot && inkEnd == -1) inkEnd = y;  // y is H here: the box's bottom
+    innerBefore = foot ? inkStart : inkEnd;
     r.totalGrey += greyVal[x];
   }
-  bracketSpread(greyVal, r, yEndRange > yStratRange, totalGreyTop, stdDevTop);
-  int heightTop = abs(yEndRange - yStratRange);
-  if (heightTop != 0) *totalGreyTop /= heightTop;
+  bracketSpread(greyVal, r, inkEnd > inkStart, totalGrey, stdDev);
+  int height = abs(inkEnd - inkStart);
+  if (height != 0) *totalGrey /= height;
 }
 
 // ---- WedgeSerifType ------------------------------------------------------
@@ -402,8 +378,9 @@ double subSerifType(const char* file, double SkewAngle, double* BrackStdDev,
   double greyVal[kBracketColumns] = {0.0};
   double totalGreyBottom = 0.0, stdDevBottom = 0.0;
   double totalGreyTop = 0.0, stdDevTop = 0.0;
-  footBracket(pic, H, MaximumWidth, greyVal, &totalGreyBottom, &stdDevBottom);
-  headBracket(pic, H, MaximumWidth, greyVal, &totalGreyTop, &stdDevTop);
+  bracket(pic, H, MaximumWidth, true, greyVal, &totalGreyBottom,
+          &stdDevBottom);
+  bracket(pic, H, MaximumWidth, false, greyVal, &totalGreyTop, &stdDevTop);
 
   *BrackStdDev += stdDevBottom + stdDevTop;
   *BracketGreyVal += totalGreyBottom + totalGreyTop;

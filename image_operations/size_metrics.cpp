@@ -6,7 +6,6 @@
 #include <math.h>
 #include <stdlib.h>
 
-#include "feature_vector_library.h"
 
 namespace {
 
@@ -39,18 +38,47 @@ double boxDarkness(const BoxedPicture& p, int x, int y) {
   return darknessAt(p.pixels, p.width, p.height, p.minX + x, p.minY + y);
 }
 
-// Darkness summed over box row y, x from 0 while below W.
-double boxRowSum(const BoxedPicture& p, int y, int W) {
+// Darkness summed along one line of the box from its start while below
+// `length`: column `line` (y ascending) when `columns`, else row `line`
+// (x ascending).
+double boxLineSum(const BoxedPicture& p, bool columns, int line, int length) {
   double sum = 0.0;
-  for (int x = 0; x < W; x++) sum += boxDarkness(p, x, y);
+  for (int i = 0; i < length; i++)
+    sum += columns ? boxDarkness(p, line, i) : boxDarkness(p, i, line);
   return sum;
 }
 
-// Darkness summed over box column x, y from 0 while below H.
-double boxColumnSum(const BoxedPicture& p, int x, int H) {
+// Mean position of the ink pixels along one line of the box: column `line`
+// (positions y) when `columns`, else row `line` (positions x); `empty` for a
+// line without ink.
+double lineInkCentre(const BoxedPicture& p, bool columns, int line,
+                     int length, double empty) {
   double sum = 0.0;
-  for (int y = 0; y < H; y++) sum += boxDarkness(p, x, y);
-  return sum;
+  int count = 0;
+  for (int i = 0; i < length; i++)
+    if ((columns ? boxDarkness(p, line, i) : boxDarkness(p, i, line)) != 0.0) {
+      sum += i;
+      count++;
+    }
+  return count ? sum / count : empty;
+}
+
+// Darkness summed over box row y, x from 0 while below W.
+double boxRowSum(const BoxedPicture& p, int y, int W) {
+  return boxLineSum(p, false, y, W);
+}
+
+// Appends the darkness sum of box row y (x below W) to the list from
+// *head to *tail and returns it.
+double appendRowSum(const BoxedPicture& p, int y, int W,
+                    struct GreyMapList** head, struct GreyMapList** tail) {
+  struct GreyMapList* node =
+      (struct GreyMapList*)xmalloc(sizeof(struct GreyMapList));
+  node->value = boxRowSum(p, y, W);
+  node->next = NULL;
+  if (*tail) (*tail)->next = node; else *head = node;
+  *tail = node;
+  return node->value;
 }
 
 // Darkness summed over the whole box, rows ascending.
@@ -59,6 +87,25 @@ double boxTotal(const BoxedPicture& p, int W, int H) {
   for (int y = 0; y < H; y++)
     for (int x = 0; x < W; x++) total += boxDarkness(p, x, y);
   return total;
+}
+
+// The spread of the box's column sums (`columns`) or row sums: their root
+// mean square deviation from a mean, divided by the number of lines. The
+// mean divides the box's whole darkness by the line's length, not by the
+// number of lines: the value is meant to depend on the glyph's proportions.
+double lineHistogramNumber(const char* file1, bool columns) {
+  BoxedPicture p;
+  if (!readBoxed(file1, &p)) return 0.0;
+  int W = boxWidth(p), H = boxHeight(p);
+  int lines = columns ? W : H, length = columns ? H : W;
+  double avg = boxTotal(p, W, H) / length;
+  double std_dev = 0.0;
+  for (int line = 0; line < lines; line++) {
+    double sum = boxLineSum(p, columns, line, length);
+    std_dev += (sum - avg) * (sum - avg);
+  }
+  free(p.pixels);
+  return sqrt(std_dev / lines) / lines;
 }
 
 }  // namespace
@@ -98,9 +145,9 @@ double getSquareStringWidth(const char* file1) {
 }
 
 double isMonoSpaced(const char* fileB, const char* fileS) {
-  double smallStringWIdth = getStringWidth(fileS);
-  double bigStringWIdth = getStringWidth(fileB);
-  double value = pow(smallStringWIdth / bigStringWIdth, 4.0);
+  double narrowWidth = getStringWidth(fileS);
+  double wideWidth = getStringWidth(fileB);
+  double value = pow(narrowWidth / wideWidth, 4.0);
   if (value > 1.0) return 1.0 / value;
   return value;
 }
@@ -118,34 +165,11 @@ double getAspectRatio(const char* file1) {
 }
 
 double getWidthHistogramNumber(const char* file1) {
-  BoxedPicture p;
-  if (!readBoxed(file1, &p)) return 0.0;
-  int W = boxWidth(p), H = boxHeight(p);
-  // The mean is taken over H although the sums are per column: the value is
-  // meant to depend on the glyph's proportions.
-  double avg = boxTotal(p, W, H) / H;
-  double std_dev = 0.0;
-  for (int x = 0; x < W; x++) {
-    double column = boxColumnSum(p, x, H);
-    std_dev += (column - avg) * (column - avg);
-  }
-  free(p.pixels);
-  return sqrt(std_dev / W) / W;
+  return lineHistogramNumber(file1, true);
 }
 
 double getHeightHistogramNumber(const char* file1) {
-  BoxedPicture p;
-  if (!readBoxed(file1, &p)) return 0.0;
-  int W = boxWidth(p), H = boxHeight(p);
-  // Mirror of the column measure: mean over W, sums per row.
-  double avg = boxTotal(p, W, H) / W;
-  double std_dev = 0.0;
-  for (int y = 0; y < H; y++) {
-    double row = boxRowSum(p, y, W);
-    std_dev += (row - avg) * (row - avg);
-  }
-  free(p.pixels);
-  return sqrt(std_dev / H) / H;
+  return lineHistogramNumber(file1, false);
 }
 
 double pixelCount(const char* file1) {
@@ -181,13 +205,7 @@ double getAvgGreyUsingHistogram(const char* file1, const double xheight) {
   struct GreyMapList* tail = NULL;
   double maxGrey = 0.0;
   for (int y = 0; xheight > y; y++) {
-    struct GreyMapList* node =
-        (struct GreyMapList*)xmalloc(sizeof(struct GreyMapList));
-    node->value = boxRowSum(p, y, W);
-    node->next = NULL;
-    if (tail) tail->next = node; else head = node;
-    tail = node;
-    maxGrey += node->value;
+    maxGrey += appendRowSum(p, y, W, &head, &tail);
   }
 
   double pivotGrey = maxGrey;
@@ -199,13 +217,7 @@ double getAvgGreyUsingHistogram(const char* file1, const double xheight) {
       maxGrey -= dropped->value;
       free(dropped);
     }
-    struct GreyMapList* node =
-        (struct GreyMapList*)xmalloc(sizeof(struct GreyMapList));
-    node->value = boxRowSum(p, y, W);
-    node->next = NULL;
-    if (tail) tail->next = node; else head = node;
-    tail = node;
-    maxGrey += node->value;
+    maxGrey += appendRowSum(p, y, W, &head, &tail);
     if (maxGrey > pivotGrey) pivotGrey = maxGrey;
   }
 
@@ -239,29 +251,13 @@ void GetCenterOfGravity(const char* file1, double* COGX, double* COGY,
   // Each line weighs the same whatever its ink; an empty line sits at the
   // middle of the box.
   double gravX = 0.0;
-  for (int y = 0; y < iH; y++) {
-    double sum = 0.0;
-    int count = 0;
-    for (int x = 0; x < iW; x++)
-      if (boxDarkness(p, x, y) != 0.0) {
-        sum += x;
-        count++;
-      }
-    gravX += count ? sum / count : (W - 1.0) / 2.0;
-  }
+  for (int y = 0; y < iH; y++)
+    gravX += lineInkCentre(p, false, y, iW, (W - 1.0) / 2.0);
   gravX /= H;
 
   double gravY = 0.0;
-  for (int x = 0; x < iW; x++) {
-    double sum = 0.0;
-    int count = 0;
-    for (int y = 0; y < iH; y++)
-      if (boxDarkness(p, x, y) != 0.0) {
-        sum += y;
-        count++;
-      }
-    gravY += count ? sum / count : (H - 1.0) / 2.0;
-  }
+  for (int x = 0; x < iW; x++)
+    gravY += lineInkCentre(p, true, x, iH, (H - 1.0) / 2.0);
   gravY /= W;
 
   double avgX = 0.0;

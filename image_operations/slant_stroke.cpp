@@ -10,7 +10,6 @@
 #include <map>
 #include <vector>
 
-#include "feature_vector_library.h"
 
 namespace {
 

@@ -159,33 +159,6 @@ double inkOutsideV(const BoxCopy& box, int startX, int endX, int endY,
 
 // ---- getStencilsFont -----------------------------------------------------
 
-// Running state of the gap test over the lines of one pass.
-struct GapScan {
-  double MinGreyvalue = 9999.0;
-  double MaxGreValue = 0;
-  double prevgreyval = 0;
-  int whiteline = 0;
-
-  void reset() {
-    MinGreyvalue = 9999.0;
-    MaxGreValue = 0;
-    prevgreyval = 0;
-  }
-  // One line: its darkness sum, its number of ink pixels, and 1.0 if any of
-  // its pixels is darker than 0.5. A minimum is taken only on a falling
-  // slope, when the previous line was heavier.
-  void line(double TotalGreyVal, int blackpixcount, double blackpix) {
-    if (MinGreyvalue > TotalGreyVal && prevgreyval > TotalGreyVal)
-      MinGreyvalue = TotalGreyVal;
-    if (TotalGreyVal > MaxGreValue) MaxGreValue = TotalGreyVal;
-    prevgreyval = TotalGreyVal;
-    if (blackpixcount == 0)
-      whiteline += 1;
-    else if (MinGreyvalue / MaxGreValue < 0.05 && blackpix == 0)
-      whiteline += 1;
-  }
-};
-
 // ---- getHollowFont -------------------------------------------------------
 
 // Counts one line for the hollow test: `darknessOf(i)` for i from 0 while
@@ -355,44 +328,50 @@ double getBlackletterness(const char* filePath, int mode) {
   return inkOutsideV(box, startX, endX, endY, pivotX, pivotY);
 }
 
-double getStencilsFont(const char* filepath) {
-  StylePicture pic(filepath);
-  if (!pic.ok()) return 0.0;
-  const double W = pic.boxWidth();
-  const double H = pic.boxHeight();
-  GapScan scan;
-
-  for (int x = (int)(0.05 * W + 0.02); x < (int)(0.95 * W + 0.02); x++) {
+int stencilGapLines(const uint32* pixels, int width, int height, int minX,
+                    int minY, double W, double H, bool columns) {
+  const double along = columns ? W : H, across = columns ? H : W;
+  double MinGreyvalue = 9999.0, darkestLine = 0, prevgreyval = 0;
+  int whiteline = 0;
+  for (int i = (int)(0.05 * along + 0.02); i < (int)(0.95 * along + 0.02);
+       i++) {
     double TotalGreyVal = 0, blackpix = 0;
     int blackpixcount = 0;
-    for (int y = 0; y < (int)(0.02 + H); y++) {
-      double value = pic.boxDarkness(x, y);
+    for (int j = 0; j < (int)(0.02 + across); j++) {
+      int x = columns ? i : j, y = columns ? j : i;
+      double value = darknessAt(pixels, width, height, minX + x, minY + y);
       if (value > 0) {
         TotalGreyVal += value;
         blackpixcount += 1;
         if (value > 0.5) blackpix = 1.0;
       }
     }
-    scan.line(TotalGreyVal, blackpixcount, blackpix);
+    // A minimum is taken only on a falling slope, when the previous line
+    // was heavier.
+    if (MinGreyvalue > TotalGreyVal && prevgreyval > TotalGreyVal)
+      MinGreyvalue = TotalGreyVal;
+    if (TotalGreyVal > darkestLine) darkestLine = TotalGreyVal;
+    prevgreyval = TotalGreyVal;
+    if (blackpixcount == 0)
+      whiteline += 1;
+    else if (MinGreyvalue / darkestLine < 0.05 && blackpix == 0)
+      whiteline += 1;
   }
+  return whiteline;
+}
 
-  if (scan.whiteline == 0) {
-    scan.reset();
-    for (int y = (int)(0.05 * H + 0.02); y < (int)(0.95 * H + 0.02); y++) {
-      double TotalGreyVal = 0, blackpix = 0;
-      int blackpixcount = 0;
-      for (int x = 0; x < (int)(0.02 + W); x++) {
-        double value = pic.boxDarkness(x, y);
-        if (value > 0) {
-          TotalGreyVal += value;
-          blackpixcount += 1;
-          if (value > 0.5) blackpix = 1.0;
-        }
-      }
-      scan.line(TotalGreyVal, blackpixcount, blackpix);
-    }
-  }
-  return scan.whiteline != 0 ? 1.0 : 0.0;
+double getStencilsFont(const char* filepath) {
+  StylePicture pic(filepath);
+  if (!pic.ok()) return 0.0;
+  const double W = pic.boxWidth();
+  const double H = pic.boxHeight();
+  // The columns first; the rows only when no column is a gap.
+  int gaps = stencilGapLines(pic.pixels, pic.width, pic.height, pic.minX,
+                             pic.minY, W, H, true);
+  if (gaps == 0)
+    gaps = stencilGapLines(pic.pixels, pic.width, pic.height, pic.minX,
+                           pic.minY, W, H, false);
+  return gaps != 0 ? 1.0 : 0.0;
 }
 
 double getDigitalFont(const char* filepath, double SkewAngle) {

@@ -80,4 +80,14 @@ double getSymbolFont(const char* file1, const char* file2, int isReverse);
 // picture; 0.0 when the file cannot be read.
 double percentDarkPixels(const char* file);
 
+// The gap test of the stencil detector over one direction of an ink box of
+// W by H pixels at (minX, minY): the columns from 5% to 95% of W
+// (`columns`), else the rows from 5% to 95% of H, each summed across the
+// whole box. A line is a gap when it has no ink, or when it lies on a
+// falling slope whose least line is below 5% of the darkest line and holds
+// no pixel darker than 0.5. Returns the number of gap lines. Also the
+// i-without-dot test of the letterform detectors (getsmalliFontVal).
+int stencilGapLines(const uint32* pixels, int width, int height, int minX,
+                    int minY, double W, double H, bool columns);
+
 #endif

@@ -2,25 +2,22 @@
 // 26.6 units with the origin at the left phantom place, and the rounded
 // advance; or with --png its 8-bit graymap as a grey PNG. Starts a private
 // engine client, adds and sets the font, sets the scale and the character
-// map, and asks the glyph request calls for the advance (with the points
-// from the scaled font's key) or the graymap.
+// map, and asks the glyph request calls for the advance and the points, or
+// the graymap.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include <png.h>
 
+// The engine's client calls only.
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
-#include "Orvex_internal/fs_glue.h"
 #include "Orvex_internal/fs_glyphmap.h"
-#include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_request.h"
-#include "Orvex_internal/fs_scale.h"
-#include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
 #include "tools/fontvec/commands.h"
 
@@ -101,47 +98,88 @@ int engineError(const char* path, FS_STATE* st) {
   return 1;
 }
 
-}  // namespace
+// The points of `id` and its rounded advance, printed; 0 or 1.
+int printPoints(FS_STATE* st, const char* path, FS_ULONG id) {
+  FS_FIXED dx, dy;
+  FS_SHORT idx, idy;
+  if (FSS_get_advance(st, id, FS_MAP_GRAYMAP8, &idx, &idy, &dx, &dy) != 0)
+    return engineError(path, st);
+  FS_GLYPH_POINTS* pts = FSS_get_points(st, id);
+  if (pts == NULL) return engineError(path, st);
+  for (FS_SHORT c = 0; c < pts->nc; c++) {
+    if (c > 0) printf("\n");
+    for (FS_LONG p = pts->sp[c]; p <= pts->ep[c]; p++)
+      printf("%ld %ld %s\n", (long)pts->x[p], (long)pts->y[p],
+             pts->onCurve[p] ? "on" : "off");
+  }
+  FSS_free(st, pts);
+  printf("advance: %ld\n", (long)idx * 64);
+  return 0;
+}
 
-int fontvec_glyph(int argc, char** argv) {
+// The graymap of `id` written to `pngOut`, its box printed; 0 or 1.
+int writeGraymap(FS_STATE* st, const char* path, FS_ULONG id,
+                 const char* pngOut) {
+  FS_GLYPHMAP* g = FSS_get_glyphmap(st, id, FS_MAP_GRAYMAP8);
+  if (g == NULL) return engineError(path, st);
+  int status = 0;
+  if (!writeGraymapPng(pngOut, g)) {
+    fontvec_error("%s: cannot write the PNG file", pngOut);
+    status = 1;
+  } else {
+    printf("%d %d %d %d\n", g->lo_x, g->hi_y, g->width, g->height);
+  }
+  FSS_free_char(st, g);
+  return status;
+}
+
+// What the command line asks for.
+struct GlyphRequest {
   const char* path = NULL;
   unsigned long glyph = 0, ppem = 0, index = 0, code = 0;
   bool haveGlyph = false, haveChar = false, points = false;
   const char* pngOut = NULL;
+};
+
+// Reads the options; false on a usage error.
+bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
   for (int i = 0; i < argc; i++) {
     const char* a = argv[i];
     if (strcmp(a, "--glyph") == 0 && i + 1 < argc) {
-      if (!parseNumber(argv[++i], 10, 0xFFFF, &glyph)) return fontvec_usage("glyph");
-      haveGlyph = true;
+      if (!parseNumber(argv[++i], 10, 0xFFFF, &r->glyph)) return false;
+      r->haveGlyph = true;
     } else if (strcmp(a, "--char") == 0 && i + 1 < argc) {
       const char* t = argv[++i];
-      if (strncmp(t, "U+", 2) != 0 || !parseNumber(t + 2, 16, 0x10FFFF, &code))
-        return fontvec_usage("glyph");
-      haveChar = true;
+      if (strncmp(t, "U+", 2) != 0 ||
+          !parseNumber(t + 2, 16, 0x10FFFF, &r->code))
+        return false;
+      r->haveChar = true;
     } else if (strcmp(a, "--ppem") == 0 && i + 1 < argc) {
-      if (!parseNumber(argv[++i], 10, 16383, &ppem) || ppem == 0)
-        return fontvec_usage("glyph");
+      if (!parseNumber(argv[++i], 10, 16383, &r->ppem) || r->ppem == 0)
+        return false;
     } else if (strcmp(a, "--index") == 0 && i + 1 < argc) {
-      if (!parseNumber(argv[++i], 10, 0xFFFFFFFFul, &index))
-        return fontvec_usage("glyph");
+      if (!parseNumber(argv[++i], 10, 0xFFFFFFFFul, &r->index)) return false;
     } else if (strcmp(a, "--png") == 0 && i + 1 < argc) {
-      pngOut = argv[++i];
+      r->pngOut = argv[++i];
     } else if (strcmp(a, "--points") == 0) {
-      points = true;
+      r->points = true;
     } else if (strcmp(a, "--no-hints") == 0) {
       // Unhinted is all the scaler gives until the interpreter exists.
-    } else if (a[0] == '-' && a[1] != '\0') {
-      return fontvec_usage("glyph");
-    } else if (path == NULL) {
-      path = a;
+    } else if ((a[0] == '-' && a[1] != '\0') || r->path != NULL) {
+      return false;
     } else {
-      return fontvec_usage("glyph");
+      r->path = a;
     }
   }
-  if (path == NULL || ppem == 0 || haveGlyph == haveChar)
-    return fontvec_usage("glyph");
-  if (points && pngOut != NULL) return fontvec_usage("glyph");
+  return r->path != NULL && r->ppem != 0 && r->haveGlyph != r->haveChar &&
+         !(r->points && r->pngOut != NULL);
+}
 
+}  // namespace
+
+int fontvec_glyph(int argc, char** argv) {
+  GlyphRequest r;
+  if (!parseGlyphRequest(argc, argv, &r)) return fontvec_usage("glyph");
   FS_STATE st;
   if (FSS_init(&st, kGlyphHeap) != 0) {
     fontvec_error("the font engine did not start (error %lu: %s)",
@@ -150,56 +188,19 @@ int fontvec_glyph(int argc, char** argv) {
   }
   int status = 0;
   bool mapped = false;
-  if (setUp(&st, path, (FS_ULONG)index, ppem, &mapped) != 0) {
-    status = engineError(path, &st);
+  if (setUp(&st, r.path, (FS_ULONG)r.index, r.ppem, &mapped) != 0) {
+    status = engineError(r.path, &st);
   } else if (!mapped) {
-    fontvec_error("%s: no character map", path);
+    fontvec_error("%s: no character map", r.path);
     status = 1;
   } else {
     // A --glyph number is a glyph index: the map is bypassed for it. An
     // unmapped character gives the font's missing-glyph shape, index 0.
-    if (haveGlyph) st.flags |= FLAGS_CMAP_OFF;
-    st.flags |= FLAGS_NO_HINTS;
-    FS_ULONG id = haveChar ? (FS_ULONG)code : (FS_ULONG)glyph;
-    if (pngOut != NULL) {
-      FS_GLYPHMAP* g = FSS_get_glyphmap(&st, id, FS_MAP_GRAYMAP8);
-      if (g == NULL) {
-        status = engineError(path, &st);
-      } else {
-        if (!writeGraymapPng(pngOut, g)) {
-          fontvec_error("%s: cannot write the PNG file", pngOut);
-          status = 1;
-        } else {
-          printf("%d %d %d %d\n", g->lo_x, g->hi_y, g->width, g->height);
-        }
-        FSS_free_char(&st, g);
-      }
-    } else {
-      FS_FIXED dx, dy;
-      FS_SHORT idx, idy;
-      if (FSS_get_advance(&st, id, FS_MAP_GRAYMAP8, &idx, &idy, &dx, &dy) != 0) {
-        status = engineError(path, &st);
-      } else {
-        // The advance call left the glyph's component current and its
-        // scaled font ready; its key fetches the points.
-        FS_USHORT index = map_char(&st, id, 0);
-        fsg_SplineKey* key = (fsg_SplineKey*)st.cur_sfnt->senv->ttkey;
-        key->glyphIndex = index;
-        if (st.error != 0 || fsg_GridFit(&st, key, 0) != 0) {
-          status = engineError(path, &st);
-        } else {
-          fnt_ElementType* el = fsg_glyph_element(key);
-          F26DOT6 ox = el->x[el->np], oy = el->y[el->np];
-          for (FS_SHORT c = 0; c < el->nc; c++) {
-            if (c > 0) printf("\n");
-            for (FS_LONG p = el->sp[c]; p <= el->ep[c]; p++)
-              printf("%ld %ld %s\n", (long)(el->x[p] - ox),
-                     (long)(el->y[p] - oy), el->onCurve[p] ? "on" : "off");
-          }
-          printf("advance: %ld\n", (long)idx * 64);
-        }
-      }
-    }
+    if (r.haveGlyph) FS_set_flags(&st, FLAGS_CMAP_OFF);
+    FS_set_flags(&st, FLAGS_NO_HINTS);
+    FS_ULONG id = r.haveChar ? (FS_ULONG)r.code : (FS_ULONG)r.glyph;
+    status = r.pngOut != NULL ? writeGraymap(&st, r.path, id, r.pngOut)
+                              : printPoints(&st, r.path, id);
   }
   FSS_exit(&st);
   return status;
