@@ -75,11 +75,7 @@ class Linked : public testing::Test {
 
 TEST(RenderDriver, ACleanRunAnswersOneAndFillsImagesWithTheAdvanceSpread) {
   testsupport::TempDir dir;
-  const struct {
-    std::string font;
-    bool spread;
-    const char* why;
-  } rows[] = {
+  const struct { std::string font; bool spread; const char* why; } rows[] = {
       {kDejaVu, true, "proportional letters and digits"},
       {kMono, false, "every advance equals the mean: each deviation truncates to 0"},
   };

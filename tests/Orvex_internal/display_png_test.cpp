@@ -1,10 +1,8 @@
 // Tests of the PNG pages: glyph maps made by hand blended onto real pages
-// that are written and read back, picture names and their one-step lag, and
-// scripts that draw DejaVu Sans glyphs through show_fake and show_gray_8bit
-// into an Images folder, read back with the measurement code's reader.
+// that are written and read back, and the picture names. Pages drawn by
+// scripts are tested with the interpreter.
 #include <gtest/gtest.h>
 #include <png.h>
-#include <sys/stat.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +13,6 @@
 #include "Orvex_internal/display_png.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/orvextxt.h"
-#include "image_operations/image_access.h"
 #include "support/test_support.h"
 
 namespace {
@@ -167,10 +164,7 @@ TEST(GraymapDepths, TwoAndFourBitCoveragesScaleTo255AndRowsFollowBpl) {
   // On RGB, value 3 and nibble 15 take the solid path; red 200 -> 10 by
   // 85: (-16150 + 128) >> 8 = -63 -> 137; by 170: -32172 >> 8 = -126 -> 74;
   // by 136: -25712 >> 8 = -101 -> 99.
-  const struct {
-    Map* map;
-    int type, x, y, ch, want;
-  } rows[] = {
+  const struct { Map* map; int type, x, y, ch, want; } rows[] = {
       {&two, kGray, 2, 2, 0, 255},  {&two, kGray, 3, 2, 0, 170},
       {&two, kGray, 4, 2, 0, 85},   {&two, kGray, 5, 2, 0, 0},
       {&two, kRgb, 2, 2, 0, 200},   {&two, kRgb, 3, 2, 0, 137},
@@ -190,11 +184,7 @@ TEST(GraymapDepths, TwoAndFourBitCoveragesScaleTo255AndRowsFollowBpl) {
 TEST(GlyphFit, AGlyphNotStrictlyInsideThePageIsDroppedWhole) {
   Map m(5, 1, 5, 8, {255, 255, 255, 255, 255});
   Map corner(1, 1, 1, 8, {255}, 3, 4);  // lo_x 3, hi_y 4
-  const struct {
-    Map* map;
-    int h, x, y, inked;
-    const char* why;
-  } rows[] = {
+  const struct { Map* map; int h, x, y, inked; const char* why; } rows[] = {
       {&m, 5, 4, 2, 5, "4 + 5 = 9 < 10"},
       {&m, 5, 5, 2, 0, "width exactly xSize - xx"},
       {&m, 5, -1, 2, 0, "negative xx"},
@@ -246,10 +236,7 @@ TEST(BitmapAndSubpixelWriters, BitsAndPackedCoveragesReachEachColourType) {
   EXPECT_EQ(g.at(1, 1), 85);
   EXPECT_EQ(g.at(2, 1), 191);  // 255 - 64
   RawPage c = page(4, 3, kRgb, draw);
-  const struct {
-    int x, ch, want;
-    const char* why;
-  } rows[] = {
+  const struct { int x, ch, want; const char* why; } rows[] = {
       {0, 0, 10, "red 15: solid"},
       {0, 2, 255, "blue coverage 0"},
       {1, 0, 10, "red 3: solid"},
@@ -295,168 +282,6 @@ TEST(PageDeathTest, AnUnopenableFileEndsTheProcess) {
               testing::ExitedWithCode(255),
               "^Error: Cannot open output png file: "
               "/nonexistent-folder/Images/font.png\n$");
-}
-
-const char* kDejaVu = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
-
-// A PNG run as the driver makes it: ImagePath is the font folder, the
-// counter at 0, the first page "Images/font.png" under it.
-struct PngRun {
-  testsupport::TempDir dir;
-  NAMED_STATE* states = nullptr;
-  NAMED_STATE* currns = nullptr;
-  FS_STATE* sp = nullptr;
-  std::string images = dir.mkdir("Images");
-
-  PngRun() {
-    snprintf(ImagePath, sizeof ImagePath, "%s", dir.path().c_str());
-    ImageCount = 0;
-    states = currns = new_named_state("NONE", nullptr, 0);
-    init_and_set_DEFAULT_client(&sp, states, &currns, 5290000, 0,
-                                DISPLAY_NONE, nullptr);
-  }
-  void script(const std::string& text) {
-    std::string path = dir.file("main.scr"), first = images + "/font.png";
-    testsupport::writeBytes(path, text);
-    FILE* f = fopen(path.c_str(), "r");
-    err_FD = 0;
-    OrvexTxt(f, path.c_str(), 0, DISPLAY_PNG, first.c_str(), nullptr, sp,
-             states, currns, dir.path().c_str(), 0, 0, kDejaVu, 0);
-    fclose(f);
-  }
-  std::string file(const std::string& name) { return images + "/" + name; }
-  bool exists(const std::string& name) {
-    struct stat st;
-    return stat(file(name).c_str(), &st) == 0;
-  }
-  ~PngRun() {
-    for (NAMED_STATE* e = states; e != nullptr; e = e->next)
-      if (e->ismaster && e->state != nullptr) FSS_exit(e->state);
-    remove_named_states(&states, &currns);
-    ImagePath[0] = 0;
-    ImageCount = 0;
-  }
-};
-
-// A page read with the measurement code's reader: its size, ink box, and
-// the margins right of and below the ink.
-struct Measured {
-  int w = 0, h = 0, minX = 0, minY = 0, maxX = 0, maxY = 0, ink = 1;
-  int right() const { return w - 1 - maxX; }
-  int below() const { return h - 1 - maxY; }
-};
-
-Measured measure(const std::string& path) {
-  Measured m;
-  unsigned int w = 0, h = 0;
-  unsigned int* px = ReadPngFile(path.c_str(), &w, &h, boBGRA);
-  if (px == nullptr) return m;
-  m.w = (int)w, m.h = (int)h;
-  m.ink = getBoundingBox(px, &m.minX, &m.minY, &m.maxX, &m.maxY, m.w, m.h);
-  free(px);
-  return m;
-}
-
-TEST(ScriptPages, GlyphsAndStringsSitOnTheirMargins) {
-  const struct {
-    const char* glyphs;
-    const char* draw;
-    int minX, minY, right, below;  // -1: not pinned by the row
-    const char* why;
-  } rows[] = {
-      {"41", "show_gray_8bit\n", 2, 2, 3, 3,
-       "a single glyph: its ink box at (2, 2) plus five in each direction"},
-      {"70 48 69", "moveto 0 0\nshow_gray_8bit\n", 50, 5, 105, 25,
-       "\"pHi\": the lead-in, the tallest ink 5 below the top, 25 rows under "
-       "the lowest ink, 105 columns after the last"},
-      {"48 69 70", "moveto 0 0\nshow_gray_8bit\n", -1, 5, -1, 10,
-       "\"Hip\": 'H' sets the bottom 25 below the baseline; 'p' (426 units of "
-       "descent, 15 rows at 72 ppem) ends above it, which only moves when ink "
-       "reaches it: 25 - 15 = 10 rows stay"},
-  };
-  for (const auto& row : rows) {
-    PngRun r;
-    r.script(std::string("path\nppm 72\nglyphset \"") + row.glyphs +
-             "\"\nshow_fake\n" + row.draw);
-    ASSERT_EQ(err_FD, 0) << row.why;
-    EXPECT_FALSE(r.exists("font_b.png"));  // named, not yet opened
-    Measured m = measure(r.file("font.png"));
-    ASSERT_EQ(m.ink, 0) << row.why;
-    if (row.minX >= 0) { EXPECT_EQ(m.minX, row.minX) << row.why; }
-    EXPECT_EQ(m.minY, row.minY) << row.why;
-    if (row.right >= 0) { EXPECT_EQ(m.right(), row.right) << row.why; }
-    EXPECT_EQ(m.below(), row.below) << row.why;
-  }
-}
-
-TEST(ScriptPages, FilesFollowTheOneStepLag) {
-  PngRun r;
-  // Every page gets one glyph, the pen put back to the top each time (a
-  // pen low on the page would overflow into extra pages): 60 pages.
-  std::string text = "path\nppm 20\nglyphset \"41\"\n";
-  for (int i = 0; i < 60; i++) text += "page\nmoveto 0 0\nshow_gray_8bit\n";
-  r.script(text);
-  ASSERT_EQ(err_FD, 0);
-  for (const char* n : {"font_s.png", "65-A.png", "122-z.png", "46-..png"})
-    EXPECT_TRUE(r.exists(n)) << n;
-  for (const char* n : {"font.png", "font_b.png", "111-olar.png"}) {
-    Measured m = measure(r.file(n));
-    EXPECT_EQ(m.w * 1000 + m.h, 594764) << n;  // 594 by 764
-    EXPECT_EQ(m.ink, 0) << n;
-  }
-  EXPECT_EQ(ImageCount, 2);  // the 60th page took "font_b" again
-}
-
-TEST(ScriptPages, ImageSizeReopensTheSameName) {
-  PngRun r;
-  r.script("path\nppm 20\nglyphset \"41\"\npage\nshow_gray_8bit\npage\n"
-           "image_size 40 30\nmoveto 0 0\nshow_gray_8bit\n");
-  ASSERT_EQ(err_FD, 0);
-  // The second "page" opened font_b and named font_s next; image_size
-  // wrote font_b and opened font_s at 40 by 30 without naming another, so
-  // the page after it would take font_s again.
-  Measured b = measure(r.file("font_b.png"));
-  EXPECT_EQ(b.w, 594);
-  EXPECT_EQ(b.ink, 1);  // blank: closed before anything was drawn
-  Measured s = measure(r.file("font_s.png"));
-  EXPECT_EQ(s.w * 1000 + s.h, 40030);
-  EXPECT_EQ(s.ink, 0);
-  EXPECT_FALSE(r.exists("65-A.png"));
-  EXPECT_EQ(ImageCount, 2);
-}
-
-TEST(ScriptPages, AnEngineErrorLeavesTheOpenPageUnwritten) {
-  PngRun r;
-  // The unknown font ends the run with font.png open: the file holds at
-  // most its header, no picture a reader takes.
-  testing::internal::CaptureStderr();
-  r.script("path\nppm 20\nglyphset \"41\"\nshow_gray_8bit\nfont \"nope\"\n");
-  testing::internal::GetCapturedStderr();
-  EXPECT_EQ(err_FD, 301);
-  EXPECT_TRUE(r.exists("font.png"));
-  unsigned int w = 0, h = 0;
-  EXPECT_EQ(ReadPngFile(r.file("font.png").c_str(), &w, &h, boBGRA), nullptr);
-}
-
-TEST(ScriptPages, AdvanceSpreadAndFailedSetsOfHintedGlyphs) {
-  PngRun r;
-  stdDevAdv = -1;
-  // Hinted at 20 ppem DejaVu Sans gives s 10, a 12, A 14 pixels
-  // (1067, 1255, 1401 units, rounded). Mean 12; |10 - 12| + |12 - 12| = 2,
-  // the last left out; 2 / (3 * 12).
-  r.script("path\nppm 20\nget_advance ON\nglyphset \"73 61 41\"\nshow_fake\n");
-  EXPECT_EQ(err_FD, 0);
-  EXPECT_EQ(stdDevAdv, 2.0 / 36.0);
-  EXPECT_FALSE(r.exists("font.png"));  // the pass ends the command
-  // Twelve trailing identical indices (E000-E00B, unmapped) fail the set
-  // once per show command; a trailing run of one glyph does not.
-  GlyphCreationError = 0;
-  r.script("path\nppm 20\nglyphset \"41 E000-E00B\"\nshow_fake\n"
-           "show_gray_8bit\n");
-  EXPECT_EQ(GlyphCreationError, 2);
-  GlyphCreationError = 0;
-  r.script("path\nppm 20\nglyphset \"E000-E00A 41\"\nshow_gray_8bit\n");
-  EXPECT_EQ(GlyphCreationError, 0);
 }
 
 }  // namespace
