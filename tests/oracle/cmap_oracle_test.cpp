@@ -41,14 +41,10 @@ class EngineMap {
     if (name_[0]) FSS_delete_font(st_, name_);
   }
 
-  bool openFile(const std::string& path) {
-    return FSS_load_font(st_, path.c_str(), nullptr, 0, sizeof name_, name_) ==
-               0 &&
-           FSS_set_font(st_, name_) == 0;
-  }
-  bool openMemory(const Bytes& font) {
-    return FSS_load_font(st_, nullptr, (FS_BYTE*)font.data(), 0, sizeof name_,
-                         name_) == 0 &&
+  // A font file, or `font` in memory when it is given.
+  bool open(const std::string& path, const Bytes* font = nullptr) {
+    FS_BYTE* bytes = font ? (FS_BYTE*)font->data() : nullptr;
+    return FSS_load_font(st_, font ? nullptr : path.c_str(), bytes, 0, sizeof name_, name_) == 0 &&
            FSS_set_font(st_, name_) == 0;
   }
   // The Unicode subtable the renderer's preference list settles on: (3,10)
@@ -91,11 +87,14 @@ class CmapAgainstFreetype : public ::testing::Test {
     FT_Done_FreeType(lib);
   }
 
-  // libfreetype's face on the subtable (platform, encoding), or null.
-  FT_Face ftFace(const FT_Open_Args& args, FS_USHORT platform,
+  // libfreetype's face on the subtable (platform, encoding) of a font file,
+  // or of `font` in memory when it is given; null when it has none.
+  FT_Face ftFace(const std::string& path, const Bytes* font, FS_USHORT platform,
                  FS_USHORT encoding) {
     FT_Face face = nullptr;
-    if (FT_Open_Face(lib, &args, 0, &face) != 0) return nullptr;
+    if ((font ? FT_New_Memory_Face(lib, font->data(), (FT_Long)font->size(), 0, &face)
+              : FT_New_Face(lib, path.c_str(), 0, &face)) != 0)
+      return nullptr;
     for (int i = 0; i < face->num_charmaps; i++) {
       FT_CharMap m = face->charmaps[i];
       if (m->platform_id == platform && m->encoding_id == encoding) {
@@ -134,20 +133,6 @@ class CmapAgainstFreetype : public ::testing::Test {
     return compared;
   }
 
-  FT_Open_Args fileArgs(const std::string& path) {
-    FT_Open_Args args = {};
-    args.flags = FT_OPEN_PATHNAME;
-    args.pathname = (FT_String*)path.c_str();
-    return args;
-  }
-  FT_Open_Args memoryArgs(const Bytes& font) {
-    FT_Open_Args args = {};
-    args.flags = FT_OPEN_MEMORY;
-    args.memory_base = font.data();
-    args.memory_size = (FT_Long)font.size();
-    return args;
-  }
-
   FT_Library lib;
   FS_STATE st;
 };
@@ -163,10 +148,10 @@ TEST_F(CmapAgainstFreetype, ChosenUnicodeMapOfEveryDebianFontAgrees) {
   for (const std::string& path : fonts) {
     if (path.find("/noto/") != std::string::npos) notoCount++;
     EngineMap engine(&st);
-    ASSERT_TRUE(engine.openFile(path)) << path << ": " << st.error;
+    ASSERT_TRUE(engine.open(path)) << path << ": " << st.error;
     FS_USHORT platform = 0, encoding = 0;
     ASSERT_TRUE(engine.chooseUnicode(&platform, &encoding)) << path;
-    FT_Face face = ftFace(fileArgs(path), platform, encoding);
+    FT_Face face = ftFace(path, nullptr, platform, encoding);
     ASSERT_NE(face, nullptr) << path;
     compared += compareMaps(engine, face, path);
     FT_Done_Face(face);
@@ -257,9 +242,9 @@ TEST_F(CmapAgainstFreetype, HandBuiltFormats0_6_8_12Agree) {
   for (auto& c : cases) {
     Bytes font = fontWithCmap({{c.platform, c.encoding, *c.subtable}});
     EngineMap engine(&st);
-    ASSERT_TRUE(engine.openMemory(font));
+    ASSERT_TRUE(engine.open("", &font));
     ASSERT_TRUE(engine.choose(c.platform, c.encoding));
-    FT_Face face = ftFace(memoryArgs(font), c.platform, c.encoding);
+    FT_Face face = ftFace("", &font, c.platform, c.encoding);
     ASSERT_NE(face, nullptr) << "format " << sfnt::getU16(*c.subtable, 0);
     EXPECT_GT(compareMaps(engine, face,
                           "format " + std::to_string(sfnt::getU16(*c.subtable, 0))),
@@ -300,9 +285,9 @@ TEST_F(CmapAgainstFreetype, VariationSelectorsAgreeOnTheirOwnGlyphs) {
   Bytes font = fontWithCmap({{0, 3, unicode}, {0, 5, f14}, {3, 1, unicode}});
 
   EngineMap engine(&st);
-  ASSERT_TRUE(engine.openMemory(font));
+  ASSERT_TRUE(engine.open("", &font));
   ASSERT_TRUE(engine.choose(3, 1));
-  FT_Face face = ftFace(memoryArgs(font), 3, 1);
+  FT_Face face = ftFace("", &font, 3, 1);
   ASSERT_NE(face, nullptr);
   std::vector<FT_ULong> codes;
   for (FT_ULong c = 0; c < 0x300; c++) codes.push_back(c);

@@ -27,19 +27,16 @@ const char* const kFonts[] = {
     "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf"};
 const int kSizes[] = {9, 12, 16, 24, 48, 72};
 
-std::vector<uint8_t> readFile(const char* path) {
-  std::string bytes = testsupport::readBytes(path);
-  return std::vector<uint8_t>(bytes.begin(), bytes.end());
-}
-
+// libfreetype's face on a font's bytes, which the scaler reads too.
 struct Oracle {
   FT_Library lib = nullptr;
   FT_Face face = nullptr;
   std::vector<uint8_t> bytes;
-  explicit Oracle(const std::vector<uint8_t>& b) : bytes(b) {
+  explicit Oracle(const char* path) {
+    std::string b = testsupport::readBytes(path);
+    bytes.assign(b.begin(), b.end());
     FT_Init_FreeType(&lib);
-    if (FT_New_Memory_Face(lib, bytes.data(), (FT_Long)bytes.size(), 0, &face))
-      face = nullptr;
+    if (FT_New_Memory_Face(lib, bytes.data(), (FT_Long)bytes.size(), 0, &face)) face = nullptr;
   }
   ~Oracle() {
     if (face) FT_Done_Face(face);
@@ -136,18 +133,13 @@ void compareGlyph(testsupport::ScaledFont& ours, FT_Face face, const char* font,
 
 TEST(ScalerOracle, EveryGlyphAndAdvanceUnhintedMatchLibfreetypeSaveNegativeHalvesRoundedUp) {
   for (const char* font : kFonts) {
-    std::vector<uint8_t> bytes = readFile(font);
-    if (bytes.empty()) {
-      ADD_FAILURE() << "missing packaged font " << font;
-      continue;
-    }
-    Oracle oracle(bytes);
-    ASSERT_NE(nullptr, oracle.face);
+    Oracle oracle(font);
+    ASSERT_NE(nullptr, oracle.face) << "missing or unreadable packaged font " << font;
     // The exact-half rule below is worked out for 2048 units per em.
     ASSERT_EQ(2048, oracle.face->units_per_EM) << font;
     testsupport::ScaledFont ours;
     ASSERT_TRUE(ours.started);
-    ours.setFont(font, bytes);
+    ours.setFont(font, oracle.bytes);
     Tally tally;
     long glyphs = 0;
     for (int ppem : kSizes) {
@@ -198,11 +190,10 @@ TEST(ScalerOracle, SkewRotationAndUnequalAxesMatchLibfreetypeWithin3Of64) {
       {"mirror", -18, 0, 0, 18, 18, 18},
   };
   const char* font = kFonts[0];
-  std::vector<uint8_t> bytes = readFile(font);
-  Oracle oracle(bytes);
-  ASSERT_NE(nullptr, oracle.face);
+  Oracle oracle(font);
+  ASSERT_NE(nullptr, oracle.face) << font;
   testsupport::ScaledFont ours;
-  ours.setFont(font, bytes);
+  ours.setFont(font, oracle.bytes);
   for (const Plain& s : scales) {
     FS_FIXED f[4] = {(FS_FIXED)lround(s.s00 * 65536), (FS_FIXED)lround(s.s01 * 65536),
                      (FS_FIXED)lround(s.s10 * 65536), (FS_FIXED)lround(s.s11 * 65536)};
