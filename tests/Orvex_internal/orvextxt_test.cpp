@@ -215,22 +215,17 @@ TEST(ScriptRunDeathTest, ScriptFaultsEndTheProcessWithTheirMessage) {
   }
 }
 
-TEST(ScriptRun, PathLoadsTheFontSetsItAndPicksTheFirstCmapOfTheList) {
+TEST(ScriptRun, PathLoadsTheFontAndWhatAnErrorLeavesInTheClientAndInErrFd) {
   ScriptHost r;
   strcpy(CurentFontName, "");
   r.script("path /ignored/word.ttf\n");
   EXPECT_EQ(r.out + r.err, "");
   EXPECT_EQ(err_FD, 0);
   EXPECT_STREQ(CurentFontName, "DejaVu Sans");
-  EXPECT_NE(r.sp->cur_typeset.fntset, nullptr);
   // DejaVu Sans has (3,1) and (3,10); (3,10) comes first in the list.
   FS_USHORT p = 0, e = 0;
   FSS_get_cmap(r.sp, &p, &e);
   EXPECT_EQ(p * 100 + e, 310);
-}
-
-TEST(ScriptErrors, WhatAnErrorLeavesInTheClientAndInErrFd) {
-  ScriptHost r;
   r.script("font \"nope\"\n");
   EXPECT_EQ(r.sp->error, 301u);  // the ending error is not cleared
   r.script("path\n-font \"nope\"\n");  // '-' cleared its error, kept the font

@@ -48,16 +48,11 @@ std::vector<FS_LONG> glyphList(const FS_LONG* g) {
   return v;
 }
 
-// One read of a token reader and the word it must give: 's' get_string,
-// 'S' GetString (stops before '-' and '"'), 'c' get_command, 'r'
-// get_remainder, 'g' the next raw byte.
-struct Read {
-  char how;
-  const char* word;
-};
-
+// Each read names its reader and the word it must give: 's' get_string, 'S'
+// GetString (stops before '-' and '"'), 'c' get_command, 'r' get_remainder,
+// 'g' the next raw byte; `size` is the buffer each read is given.
 TEST(ScriptTokens, ReadersSplitWordsAsTheScriptLanguageDoes) {
-  // size: the buffer each read is given
+  typedef std::pair<char, const char*> Read;
   const struct { const char* text; int size; std::vector<Read> reads; const char* why; } rows[] = {
       {"  alpha\tbeta\r\n\n gamma", 16,
        {{'s', "alpha"}, {'s', "beta"}, {'s', "gamma"}, {'s', ""}},
@@ -77,14 +72,14 @@ TEST(ScriptTokens, ReadersSplitWordsAsTheScriptLanguageDoes) {
     Script s(row.text);
     for (const Read& r : row.reads) {
       std::vector<char> w(row.size, 'Z');
-      switch (r.how) {
+      switch (r.first) {
         case 's': get_string(s.fp, w.data(), row.size); break;
         case 'S': GetString(s.fp, w.data(), row.size); break;
         case 'c': get_command(s.fp, w.data(), row.size); break;
         case 'r': get_remainder(s.fp, w.data(), row.size); break;
         default: w[0] = (char)getc(s.fp), w[1] = 0;
       }
-      EXPECT_STREQ(w.data(), r.word) << row.why;
+      EXPECT_STREQ(w.data(), r.second) << row.why;
     }
   }
   Script s("alpha");
