@@ -1,67 +1,66 @@
 // Tests of the script interpreter: real scripts written into temporary
 // files, run by OrvexTxt against DejaVu Sans on a real engine client, their
-// effects checked through the engine, the client list and the result
-// globals, and their messages byte for byte on the stream they belong to.
+// effects checked through the engine, the client list, the result globals
+// and the PNG pages they draw (read back with the measurement code's
+// reader), and their messages byte for byte on the stream they belong to.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "Orvex_internal/display_png.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/orvextxt.h"
+#include "image_operations/image_access.h"
 #include "support/test_support.h"
 
 namespace {
 
 const char* kDejaVu = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+#define UNKNOWN_FONT "The function <FS_set_font> returned 301\n"
 
 // One run as the driver sets it up: a "NONE" head, "DEFAULT" current, the
-// script in a temporary folder (include files beside it), both streams
-// captured. The engine is shut down and the list freed afterwards.
+// script in a temporary folder that is also the font folder (ImagePath,
+// the first page Images/font.png); include files go beside the script and
+// "@" in a script stands for the folder. Both streams are captured unless
+// the run is to end the process. The engine is shut down and the list
+// freed afterwards.
 struct ScriptHost {
   testsupport::TempDir dir;
+  std::string images = dir.mkdir("Images");
   NAMED_STATE* states = nullptr;
   NAMED_STATE* currns = nullptr;
   FS_STATE* sp = nullptr;
   std::string out, err;
 
   void write(const std::string& name, const std::string& text) {
-    FILE* f = fopen(dir.file(name).c_str(), "w");
-    fputs(text.c_str(), f);
-    fclose(f);
+    testsupport::writeBytes(dir.file(name), text);
   }
-
   void start(FS_LONG heap = 5290000) {
-    states = new_named_state("NONE", nullptr, 0);
-    currns = states;
-    init_and_set_DEFAULT_client(&sp, states, &currns, heap, 0, DISPLAY_NONE,
-                                nullptr);
+    snprintf(ImagePath, sizeof ImagePath, "%s", dir.path().c_str());
+    ImageCount = 0;
+    states = currns = new_named_state("NONE", nullptr, 0);
+    init_and_set_DEFAULT_client(&sp, states, &currns, heap, 0, DISPLAY_NONE, nullptr);
   }
-
-  // Runs `text` (with "@" replaced by the folder) on the current client.
-  void script(const std::string& text, FS_USHORT displayType = DISPLAY_NONE,
+  void script(const std::string& text, FS_USHORT display = DISPLAY_NONE,
               FILE* psFp = nullptr, bool capture = true) {
     if (states == nullptr) start();
     std::string t = text;
-    for (size_t at; (at = t.find('@')) != std::string::npos;)
-      t.replace(at, 1, dir.path());
+    for (size_t at; (at = t.find('@')) != std::string::npos;) t.replace(at, 1, dir.path());
     write("main.scr", t);
-    std::string path = dir.file("main.scr");
+    std::string path = dir.file("main.scr"), page = image("font.png");
     FILE* fp = fopen(path.c_str(), "r");
     err_FD = 0;
-    if (capture) {
-      testing::internal::CaptureStdout();
-      testing::internal::CaptureStderr();
-    }
-    // PNG pages open for real: the first one goes to the folder.
-    std::string page = dir.file("page.png");
-    OrvexTxt(fp, path.c_str(), 0, displayType, page.c_str(), psFp, sp, states,
-             currns, dir.path().c_str(), 0, 0, kDejaVu, 0);
+    if (capture) testing::internal::CaptureStdout(), testing::internal::CaptureStderr();
+    OrvexTxt(fp, path.c_str(), 0, display, page.c_str(), psFp, sp, states, currns,
+             dir.path().c_str(), 0, 0, kDejaVu, 0);
     if (capture) {
       fflush(stdout);
       err = testing::internal::GetCapturedStderr();
@@ -69,14 +68,11 @@ struct ScriptHost {
     }
     fclose(fp);
   }
-
-  // A run expected to end the process: the death test reads stderr itself.
-  void die(const std::string& text, FS_USHORT displayType = DISPLAY_NONE) {
-    script(text, displayType, nullptr, false);
-  }
-
-  NAMED_STATE* entry(const char* name) {
-    return find_named_state(states, name);
+  NAMED_STATE* entry(const char* name) { return find_named_state(states, name); }
+  std::string image(const std::string& name) { return images + "/" + name; }
+  bool exists(const std::string& name) {
+    struct stat st;
+    return stat(image(name).c_str(), &st) == 0;
   }
 
   ~ScriptHost() {
@@ -85,161 +81,174 @@ struct ScriptHost {
     std::vector<NAMED_STATE*> children;
     for (NAMED_STATE* e = states; e != nullptr; e = e->next)
       if (!e->ismaster && e->state != nullptr) children.push_back(e);
-    for (auto it = children.rbegin(); it != children.rend(); ++it)
-      FSS_end_client((*it)->state);
+    for (auto it = children.rbegin(); it != children.rend(); ++it) FSS_end_client((*it)->state);
     for (NAMED_STATE* e = states; e != nullptr; e = e->next)
       if (e->ismaster && e->state != nullptr) FSS_exit(e->state);
     remove_named_states(&states, &currns);
+    ImagePath[0] = 0;
+    ImageCount = 0;
   }
 };
 
-std::string dejavuName(FS_STATE* sp) {
-  char name[256];
-  FSS_font_name(sp, kDejaVu, nullptr, 0, 256, name);
-  return name;
+// What a whole script run prints and leaves in err_FD. nullptr and -1: not
+// pinned by the row. `files` are written beside the script first.
+struct RunRow {
+  const char* script;
+  const char* out;
+  const char* err;
+  int errFD;
+  const char* why;
+  FS_USHORT display = DISPLAY_NONE;
+  std::vector<std::pair<const char*, const char*>> files = {};
+};
+
+TEST(ScriptRun, MessagesAndErrorCodeOfWholeScripts) {
+  const RunRow rows[] = {
+      {"# -font \"nope\"\nbanana 12 \"x\"\nppm#comment -font \"a\"\n", "", "", 0,
+       "unknown words and comments fall away"},
+      {"font \"nope\"\nfont \"never\"\n", UNKNOWN_FONT, "", 301,
+       "an engine error ends the run: the second font never ran"},
+      {"path\n-font \"nope\"\nfont \"DejaVu Sans\"\nfont \"gone\"\nfont \"never\"\n",
+       UNKNOWN_FONT UNKNOWN_FONT, "", 301, "'-' lets one command's error pass, not the next's"},
+      {"continue_on_error ON\nfont \"a\"\nremove_font \"b\"\npath\nfont \"DejaVu Sans\"\n"
+       "continue_on_error off\nfont \"c\"\nfont \"d\"\n",
+       UNKNOWN_FONT "The function <FS_delete_font> returned 301\n" UNKNOWN_FONT, "", 301,
+       "continue_on_error goes on until it is turned off"},
+      {"repeat_start 0\n-font \"x\"\nrepeat_end\n", UNKNOWN_FONT, "", -1,
+       "repeat_start n runs the body n + 1 times: once for 0"},
+      {"repeat_start 2\n-font \"x\"\nrepeat_end\n-font \"y\"\n",
+       UNKNOWN_FONT UNKNOWN_FONT UNKNOWN_FONT UNKNOWN_FONT, "", -1,
+       "three times for 2, then the command after the loop"},
+      {"repeat_end\n-font \"x\"\nrepeat_end\n", UNKNOWN_FONT, "", -1,
+       "a stray repeat_end does nothing"},
+      {"repeat_start 3\n-font \"x\"\n", UNKNOWN_FONT,
+       "End of script reached without matching repeat_end command. Check Script...\n", -1,
+       "an open repeat_start is reported at the end"},
+      {"path\ninclude \"@/inner.scr\"\nfont \"c\"\nfont \"d\"\n",
+       UNKNOWN_FONT UNKNOWN_FONT UNKNOWN_FONT UNKNOWN_FONT, nullptr, 301,
+       "included runs keep their own error handling but share the client: "
+       "a and b pass in inner, t ends third, c ends the outer run",
+       DISPLAY_NONE,
+       {{"inner.scr",
+         "continue_on_error ON\nfont \"a\"\ninclude \"$ORVEX_ROOT/third.scr\"\nfont \"b\"\n"},
+        {"third.scr", "font \"DejaVu Sans\"\nfont \"t\"\nfont \"u\"\n"}}},
+      {"newclient \"P\" 1000000\nclient \"P\"\nnewclient \"C\" 1000\n-endclient\n",
+       "The function <FS_end_client> returned 508\n", nullptr, 508,
+       "a parent with children is not ended"},
+      {"res 123\nres 300\n", nullptr, " bad resolution 123\n", -1,
+       "an unknown resolution is reported and ignored"},
+      {"res 72\n", nullptr, "", -1, "72 dpi is the one PNG resolution", DISPLAY_PNG},
+      {"fiab\neffects add_weight\nexternal_heapsize 10\npng_color_type GREY\n"
+       "png_color_type GRAY\nforeground_color 1 2 3\nbackground_color 1 2 3\n"
+       "outline_color 1 2 3\n",
+       " The command effects add_weight is no longer supported\n"
+       "%% The function <external_heapsize> is only valid for builds with FS_INT_MEM defined\n",
+       " FIAB no longer supported\n"
+       "The function <external_heapsize> is only valid for builds with FS_INT_MEM defined\n"
+       "INVALID PNG output image color type: GREY\n"
+       "WARNING: foreground_color command only applies to color PNG output images\n"
+       "WARNING: background_color command only applies to color PNG output images\n"
+       "WARNING: outline_color command only applies to color PNG output images\n",
+       -1, "retired commands and warnings, each on its stream"},
+      {"page\npng_color_type COLOR\n", nullptr,
+       "WARNING: PNG image was already created before png_color_type command\n", -1,
+       "the colour type comes too late once a page is open", DISPLAY_PNG},
+      {"path\navailable_fonts ANY ANY\nglyphset_all\n", "", "", 0,
+       "the font list is walked and freed"},
+      {"ppm 12\n-show\nshow_gray\n",
+       "The function <FS_set_scale> returned 305\nThe function <FS_set_scale> returned 305\n",
+       " no current font\n no current font\n", 305,
+       "without a font the scale fails after the warning"},
+      {"path\nppm 24\nglyphset_string \"\"\n-show_fake\n", "", nullptr, 402,
+       "an empty string set makes the measuring pass fail"},
+      {"path\nppm 24\nglyphset \"41\"\nshow_fake\nshow_gray_8bit\n"
+       "glyphset_string \"Hello\"\nshow_fake\nshow_string_gray\n",
+       "", "", 0, "real sets measure and draw without a message"},
+  };
+  for (const RunRow& row : rows) {
+    ScriptHost r;
+    for (const auto& f : row.files) r.write(f.first, f.second);
+    r.script(row.script, row.display);
+    if (row.out) { EXPECT_EQ(r.out, row.out) << row.why; }
+    if (row.err) { EXPECT_EQ(r.err, row.err) << row.why; }
+    if (row.errFD >= 0) { EXPECT_EQ(err_FD, row.errFD) << row.why; }
+  }
 }
 
-int count(const std::string& text, const std::string& what) {
-  int n = 0;
-  for (size_t at = 0; (at = text.find(what, at)) != std::string::npos;
-       at += what.size())
-    n++;
-  return n;
+// Scripts that end the process (exit 255) with their message on stderr.
+TEST(ScriptRunDeathTest, ScriptFaultsEndTheProcessWithTheirMessage) {
+  const struct {
+    const char* script;
+    const char* message;  // a regular expression over stderr
+    FS_USHORT display = DISPLAY_NONE;
+  } rows[] = {
+      {"repeat_start 1\nrepeat_start 1\n",
+       "Nesting repeat_start commands is not supported! Check script...\n"},
+      {"include inner.scr\n", "\\*\\*\\* get_include_file_name: expecting a \"\n"
+                              "Malformed include statement check script...\n"},
+      {"include \"@/none.scr\"\n", ""},
+      {"newclient \"A\" 1000\nnewclient \"A\" 1000\n",
+       "^The function <newclient>, client name 'A' already used\n$"},
+      {"client \"Z\"\n", "^The function <client>, client name 'Z' not found\n$"},
+      {"client \"NONE\"\nendclient\n",
+       "^The function <endclient>, illegal use with client 'NONE'\n$"},
+      {"newclient \"A\" 1000\nclient \"A\"\nendclient\nclient \"A\"\n",
+       "^The function <client>, client 'A' has been ended\n$"},
+      {"newclient \"A\" 1000\nclient \"A\"\nheapsize 9\n",
+       "^The function <heapsize> only valid for DEFAULT client\n$"},
+      {"res 300\n",
+       "^ERROR: res other than 72 encountered while using PNG output\n"
+       "       PNG output only works properly with 72 dpi resolution \n$",
+       DISPLAY_PNG},
+      {"available_fonts HEAVY ANY\n",
+       "^The function <available_fonts>, unrecognized style 'HEAVY'\n$"},
+      {"available_fonts ANY WIDE\n",
+       "^The function <available_fonts>, unrecognized face 'WIDE'\n$"},
+      {"glyphset_file set.txt\n",
+       "^ Error: glyphset_file command should only be used with Unicode cmap\n$"},
+  };
+  for (const auto& row : rows) {
+    ScriptHost r;
+    EXPECT_EXIT(r.script(row.script, row.display, nullptr, false),
+                testing::ExitedWithCode(255), row.message)
+        << row.script;
+  }
 }
 
-const char* kUnknownFont = "The function <FS_set_font> returned 301\n";
-
-TEST(ScriptRun, PathLoadsTheFontSetsItAndPicksTheFirstCmapOfTheList) {
+TEST(ScriptRun, PathLoadsTheFontAndWhatAnErrorLeavesInTheClientAndInErrFd) {
   ScriptHost r;
   strcpy(CurentFontName, "");
   r.script("path /ignored/word.ttf\n");
-  EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(r.out + r.err, "");
   EXPECT_EQ(err_FD, 0);
   EXPECT_STREQ(CurentFontName, "DejaVu Sans");
-  EXPECT_NE(r.sp->cur_typeset.fntset, nullptr);
   // DejaVu Sans has (3,1) and (3,10); (3,10) comes first in the list.
   FS_USHORT p = 0, e = 0;
   FSS_get_cmap(r.sp, &p, &e);
-  EXPECT_EQ(p, 3);
-  EXPECT_EQ(e, 10);
-}
-
-TEST(ScriptRun, UnknownWordsAndCommentsFallAway) {
-  ScriptHost r;
-  r.script("# -font \"nope\"\nbanana 12 \"x\"\nppm#comment -font \"a\"\n");
-  EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "");
-  EXPECT_EQ(err_FD, 0);
-}
-
-TEST(ScriptErrors, AnEngineErrorEndsTheRunUnlessIgnored) {
-  ScriptHost r;
-  r.script("font \"nope\"\nfont \"never\"\n");
-  EXPECT_EQ(r.out, kUnknownFont);  // the second command never ran
-  EXPECT_EQ(err_FD, 301);
-  EXPECT_EQ(r.sp->error, 301u);  // not cleared on the return
-}
-
-TEST(ScriptErrors, DashIgnoresOneCommandOnlyAndErrFdStaysAfterSuccess) {
-  ScriptHost r;
-  r.start();
-  std::string name = dejavuName(r.sp);
-  r.script("path\n-font \"nope\"\nfont \"" + name +
-           "\"\nfont \"gone\"\nfont \"never\"\n");
-  EXPECT_EQ(r.out, std::string(kUnknownFont) + kUnknownFont);
-  EXPECT_EQ(err_FD, 301);
-  // The -font cleared its error and kept the old font current.
+  EXPECT_EQ(p * 100 + e, 310);
+  r.script("font \"nope\"\n");
+  EXPECT_EQ(r.sp->error, 301u);  // the ending error is not cleared
+  r.script("path\n-font \"nope\"\n");  // '-' cleared its error, kept the font
   EXPECT_NE(r.sp->cur_typeset.fntset, nullptr);
-}
-
-TEST(ScriptErrors, ContinueOnErrorKeepsGoingAndErrFdKeepsTheLastFailure) {
-  ScriptHost r;
-  r.start();
-  std::string name = dejavuName(r.sp);
-  r.script("continue_on_error ON\nfont \"a\"\nremove_font \"b\"\npath\n"
-           "font \"" + name + "\"\ncontinue_on_error off\nfont \"c\"\n"
-           "font \"d\"\n");
-  EXPECT_EQ(r.out, std::string(kUnknownFont) +
-                       "The function <FS_delete_font> returned 301\n" +
-                       kUnknownFont);
-  EXPECT_EQ(err_FD, 301);
+  // Under continue_on_error a later success keeps the last failure.
   r.script("continue_on_error ON\nfont \"a\"\npath\n");
-  EXPECT_EQ(err_FD, 301);  // a success later doesn't hide it
-  EXPECT_EQ(r.sp->error, 0u);
-}
-
-TEST(ScriptRepeat, CountNRunsTheBodyNPlusOneTimes) {
-  ScriptHost r;
-  r.script("repeat_start 0\n-font \"x\"\nrepeat_end\n");
-  EXPECT_EQ(count(r.out, kUnknownFont), 1);
-  r.script("repeat_start 2\n-font \"x\"\nrepeat_end\n-font \"y\"\n");
-  EXPECT_EQ(count(r.out, kUnknownFont), 4);  // 3 in the body, 1 after
-  EXPECT_EQ(r.err, "");
-}
-
-TEST(ScriptRepeat, StrayEndDoesNothingAndAnOpenStartIsReported) {
-  ScriptHost r;
-  r.script("repeat_end\n-font \"x\"\nrepeat_end\n");
-  EXPECT_EQ(count(r.out, kUnknownFont), 1);
-  EXPECT_EQ(r.err, "");
-  r.script("repeat_start 3\n-font \"x\"\n");
-  EXPECT_EQ(count(r.out, kUnknownFont), 1);
-  EXPECT_EQ(r.err,
-            "End of script reached without matching repeat_end command. "
-            "Check Script...\n");
-}
-
-TEST(ScriptRepeatDeathTest, NestingIsFatal) {
-  ScriptHost r;
-  EXPECT_EXIT(r.die("repeat_start 1\nrepeat_start 1\n"),
-              testing::ExitedWithCode(255),
-              "Nesting repeat_start commands is not supported! Check "
-              "script...\n");
-}
-
-TEST(ScriptInclude, NestedRunsHaveTheirOwnDisplayStateButShareTheClient) {
-  ScriptHost r;
-  r.start();
-  std::string name = dejavuName(r.sp);
-  // inner.scr turns errors off for itself only and includes a third level
-  // that uses the font the outer script loaded.
-  r.write("inner.scr", "continue_on_error ON\nfont \"a\"\n"
-                       "include \"$ORVEX_ROOT/third.scr\"\nfont \"b\"\n");
-  r.write("third.scr", "font \"" + name + "\"\nfont \"t\"\nfont \"u\"\n");
-  r.script("path\ninclude \"@/inner.scr\"\nfont \"c\"\nfont \"d\"\n");
-  // a and b ignored in inner; t ends third's run; c ends the outer run,
-  // whose continue_on_error was never set.
-  EXPECT_EQ(count(r.out, kUnknownFont), 4);
   EXPECT_EQ(err_FD, 301);
+  EXPECT_EQ(r.sp->error, 0u);
+  // The zero size is refused (at the scale or at the first glyph) with one
+  // engine message, and the run ends there.
+  r.script("path\nppm 0\nglyphset \"41\"\nshow_gray_8bit\nfont \"x\"\n");
+  EXPECT_EQ(r.out.rfind("The function <FS_", 0), 0u);
+  EXPECT_EQ(r.out.find('\n'), r.out.size() - 1);
+  EXPECT_NE(err_FD, 0);
 }
 
-TEST(ScriptInclude, AClientChangeInsideEndsWithTheIncludedRun) {
+TEST(ScriptClients, ClientsAreMadeSwitchedEndedAndDefaultRestarted) {
   ScriptHost r;
-  r.write("inner.scr", "newclient \"B\" 1000000\nclient \"B\"\n");
-  r.script("include \"@/inner.scr\"\npath\n");
-  ASSERT_NE(r.entry("B"), nullptr);
-  EXPECT_EQ(r.entry("B")->state->cur_typeset.fntset, nullptr);
-  EXPECT_NE(r.sp->cur_typeset.fntset, nullptr);  // path ran on DEFAULT
-}
-
-TEST(ScriptIncludeDeathTest, MalformedOrMissingIncludesAreFatal) {
-  ScriptHost r;
-  EXPECT_EXIT(r.die("include inner.scr\n"), testing::ExitedWithCode(255),
-              "\\*\\*\\* get_include_file_name: expecting a \"\n"
-              "Malformed include statement check script...\n");
-  EXPECT_EXIT(r.die("include \"@/none.scr\"\n"),
-              testing::ExitedWithCode(255), "");
-}
-
-TEST(ScriptClients, ChildAndRootClientsAreMadeSwitchedAndEnded) {
-  ScriptHost r;
-  r.script("newclient \"A\" 1000000\nclient \"NONE\"\n"
-           "newclient \"R\" 2000000\nclient \"A\"\npath\n");
+  r.script("newclient \"A\" 1000000\nclient \"NONE\"\nnewclient \"R\" 2000000\n"
+           "client \"A\"\npath\n");
   NAMED_STATE* a = r.entry("A");
   NAMED_STATE* root = r.entry("R");
-  ASSERT_NE(a, nullptr);
-  ASSERT_NE(root, nullptr);
+  ASSERT_TRUE(a != nullptr && root != nullptr);
   EXPECT_EQ(a->ismaster, 0);
   EXPECT_EQ(a->state->parent, r.sp);
   EXPECT_EQ(root->ismaster, 1);
@@ -247,229 +256,188 @@ TEST(ScriptClients, ChildAndRootClientsAreMadeSwitchedAndEnded) {
   EXPECT_EQ(root->state->server->heap_size, 2000000u);
   EXPECT_NE(a->state->cur_typeset.fntset, nullptr);  // path ran on A
   EXPECT_EQ(r.sp->cur_typeset.fntset, nullptr);
-  EXPECT_EQ(r.out, "");
-
   r.script("client \"A\"\nendclient\nclient \"R\"\nendclient\n");
   EXPECT_EQ(a->state, nullptr);
   EXPECT_EQ(root->state, nullptr);
   EXPECT_EQ(r.out, "");
-
-  // Ended clients: with '-' the message and going on.
+  // An ended client with '-': the message, and the run goes on on DEFAULT.
   r.script("-client \"A\"\n-font \"x\"\n");
   EXPECT_EQ(r.err, "The function <client>, client 'A' has been ended\n");
-  EXPECT_EQ(r.out, kUnknownFont);  // still on DEFAULT
-}
-
-TEST(ScriptClients, EndingAParentWithChildrenReports508AndKeepsIt) {
-  ScriptHost r;
-  r.script("newclient \"P\" 1000000\nclient \"P\"\nnewclient \"C\" 1000\n"
-           "-endclient\n");
-  EXPECT_EQ(r.out, "The function <FS_end_client> returned 508\n");
-  EXPECT_EQ(err_FD, 508);
+  EXPECT_EQ(r.out, UNKNOWN_FONT);
+  // The parent refused to end (508) keeps its client, its error cleared.
+  r.script("newclient \"P\" 1000000\nclient \"P\"\nnewclient \"C\" 1000\n-endclient\n");
   ASSERT_NE(r.entry("P")->state, nullptr);
   EXPECT_EQ(r.entry("P")->state->error, 0u);
+
+  // A client change inside an include ends with the included run.
+  ScriptHost s;
+  s.write("inner.scr", "newclient \"B\" 1000000\nclient \"B\"\n");
+  s.script("include \"@/inner.scr\"\npath\n");
+  ASSERT_NE(s.entry("B"), nullptr);
+  EXPECT_EQ(s.entry("B")->state->cur_typeset.fntset, nullptr);
+  EXPECT_NE(s.sp->cur_typeset.fntset, nullptr);  // path ran on DEFAULT
+
+  // The first heapsize only marks the start-up (the pre-scan's job); later
+  // ones restart DEFAULT in the same block with the new heap.
+  ScriptHost h;
+  h.start(5290000);
+  FS_STATE* before = h.sp;
+  h.script("heapsize 7000000\n");
+  EXPECT_EQ(h.sp->server->heap_size, 5290000u);
+  h.script("-font \"x\"\nheapsize 7000000\n");
+  EXPECT_EQ(h.sp, before);
+  EXPECT_EQ(h.sp->server->heap_size, 7000000u);
+  EXPECT_EQ(h.sp->cur_typeset.fntset, nullptr);
+  EXPECT_EQ(h.out, UNKNOWN_FONT);
 }
 
-TEST(ScriptClientsDeathTest, ClientFaultsEndTheProcess) {
-  ScriptHost r;
-  EXPECT_EXIT(r.die("newclient \"A\" 1000\nnewclient \"A\" 1000\n"),
-              testing::ExitedWithCode(255),
-              "^The function <newclient>, client name 'A' already used\n$");
-  EXPECT_EXIT(r.die("client \"Z\"\n"), testing::ExitedWithCode(255),
-              "^The function <client>, client name 'Z' not found\n$");
-  EXPECT_EXIT(r.die("client \"NONE\"\nendclient\n"),
-              testing::ExitedWithCode(255),
-              "^The function <endclient>, illegal use with client 'NONE'\n$");
-  EXPECT_EXIT(r.die("newclient \"A\" 1000\nclient \"A\"\nendclient\n"
-                       "client \"A\"\n"),
-              testing::ExitedWithCode(255),
-              "^The function <client>, client 'A' has been ended\n$");
-}
-
-TEST(ScriptHeapsize, FirstHeapsizeOnlyMarksStartUpLaterOnesRestartDefault) {
-  ScriptHost r;
-  r.start(5290000);
-  FS_STATE* before = r.sp;
-  r.script("heapsize 7000000\n");
-  EXPECT_EQ(r.sp->server->heap_size, 5290000u);  // the pre-scan's job
-  r.script("-font \"x\"\nheapsize 7000000\n");
-  EXPECT_EQ(r.sp, before);  // the same block, restarted
-  EXPECT_EQ(r.sp->server->heap_size, 7000000u);
-  EXPECT_EQ(r.sp->cur_typeset.fntset, nullptr);
-  EXPECT_EQ(r.out, kUnknownFont);
-}
-
-TEST(ScriptHeapsizeDeathTest, OnlyDefaultMayResize) {
-  ScriptHost r;
-  EXPECT_EXIT(r.die("newclient \"A\" 1000\nclient \"A\"\nheapsize 9\n"),
-              testing::ExitedWithCode(255),
-              "^The function <heapsize> only valid for DEFAULT client\n$");
-}
-
-TEST(ScriptRes, BadValuesKeepMagAndNon72IsFatalUnderPng) {
-  ScriptHost r;
-  r.script("res 123\nres 300\n");
-  EXPECT_EQ(r.err, " bad resolution 123\n");
-  r.script("res 72\n", DISPLAY_PNG);
-  EXPECT_EQ(r.err, "");
-  EXPECT_EXIT(r.die("res 300\n", DISPLAY_PNG), testing::ExitedWithCode(255),
-              "^ERROR: res other than 72 encountered while using PNG output\n"
-              "       PNG output only works properly with 72 dpi resolution "
-              "\n$");
-}
-
-TEST(ScriptMessages, WarningsAndRetiredCommandsSayExactlyTheirText) {
-  ScriptHost r;
-  r.script("fiab\neffects add_weight\nexternal_heapsize 10\n"
-           "png_color_type GREY\npng_color_type GRAY\n"
-           "foreground_color 1 2 3\nbackground_color 1 2 3\n"
-           "outline_color 1 2 3\n");
-  EXPECT_EQ(r.err,
-            " FIAB no longer supported\n"
-            "The function <external_heapsize> is only valid for builds with "
-            "FS_INT_MEM defined\n"
-            "INVALID PNG output image color type: GREY\n"
-            "WARNING: foreground_color command only applies to color PNG "
-            "output images\n"
-            "WARNING: background_color command only applies to color PNG "
-            "output images\n"
-            "WARNING: outline_color command only applies to color PNG output "
-            "images\n");
-  EXPECT_EQ(r.out,
-            " The command effects add_weight is no longer supported\n"
-            "%% The function <external_heapsize> is only valid for builds "
-            "with FS_INT_MEM defined\n");
-  r.script("page\npng_color_type COLOR\n", DISPLAY_PNG);
-  EXPECT_EQ(r.err,
-            "WARNING: PNG image was already created before png_color_type "
-            "command\n");
-}
-
-TEST(ScriptMessagesDeathTest, BadAvailableFontsWordsAndGlyphsetFileCmap) {
-  ScriptHost r;
-  EXPECT_EXIT(r.die("available_fonts HEAVY ANY\n"),
-              testing::ExitedWithCode(255),
-              "^The function <available_fonts>, unrecognized style 'HEAVY'\n$");
-  EXPECT_EXIT(r.die("available_fonts ANY WIDE\n"),
-              testing::ExitedWithCode(255),
-              "^The function <available_fonts>, unrecognized face 'WIDE'\n$");
-  EXPECT_EXIT(r.die("glyphset_file set.txt\n"),
-              testing::ExitedWithCode(255),
-              "^ Error: glyphset_file command should only be used with "
-              "Unicode cmap\n$");
-}
-
-TEST(ScriptRun, AvailableFontsWalksAndFreesTheList) {
-  ScriptHost r;
-  r.script("path\navailable_fonts ANY ANY\nglyphset_all\n");
-  EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "");
-  EXPECT_EQ(err_FD, 0);
-}
-
-TEST(ScriptPostScript, HeaderOnThePostScriptStream) {
-  ScriptHost r;
-  testsupport::TempDir d;
-  std::string ps = d.file("out.ps");
-  FILE* psFp = fopen(ps.c_str(), "w");
-  r.script("ppm 12\n", DISPLAY_PS, psFp);
-  fclose(psFp);
-  FILE* f = fopen(ps.c_str(), "r");
-  char line[64] = {0};
-  ASSERT_NE(fgets(line, sizeof line, f), nullptr);
-  fclose(f);
-  EXPECT_STREQ(line, "%!PS-Adobe-3.0\n");
-}
-
-}  // namespace
-
-namespace {
-
-TEST(ScriptShow, WithoutAFontTheScaleFailsAfterTheWarning) {
-  ScriptHost r;
-  r.script("ppm 12\n-show\nshow_gray\n");
-  EXPECT_EQ(r.err, " no current font\n no current font\n");
-  EXPECT_EQ(r.out, "The function <FS_set_scale> returned 305\n"
-                   "The function <FS_set_scale> returned 305\n");
-  EXPECT_EQ(err_FD, 305);
-}
-
-TEST(ScriptShow, ZeroSizeReachesTheScaleAndTakesItsFailure) {
-  ScriptHost r;
-  r.script("path\nppm 0\nglyphset \"41\"\nshow_gray_8bit\nfont \"x\"\n");
-  // The engine refuses the zero size (at the scale or at the first glyph)
-  // and the run ends there.
-  EXPECT_EQ(r.out.rfind("The function <FS_", 0), 0u);
-  EXPECT_EQ(count(r.out, "\n"), 1);
-  EXPECT_NE(err_FD, 0);
-}
-
-TEST(ScriptShow, EmptyStringSetMakesTheMeasuringPassFailWith402) {
-  ScriptHost r;
-  r.script("path\nppm 24\nglyphset_string \"\"\n-show_fake\n");
-  EXPECT_EQ(err_FD, 402);
-  EXPECT_EQ(r.out, "");
-  // A real set measures: 'A' alone gives its box plus 5 each way, no error.
-  r.script("path\nppm 24\nglyphset \"41\"\nshow_fake\nshow_gray_8bit\n"
-           "glyphset_string \"Hello\"\nshow_fake\nshow_string_gray\n");
-  EXPECT_EQ(err_FD, 0);
-  EXPECT_EQ(r.out, "");
-  EXPECT_EQ(r.err, "");
-}
-
-TEST(ScriptShow, TwelveTrailingMissingGlyphsCountAsAFailedSet) {
-  ScriptHost r;
-  GlyphCreationError = 0;
-  // E000 to E00A: 11 private-use codes DejaVu Sans doesn't map, all glyph
-  // 0: ten repeats, not more than 10.
-  r.script("path\nppm 12\nglyphset \"41 E000-E00A\"\nshow_gray\n");
-  EXPECT_EQ(GlyphCreationError, 0);
-  EXPECT_EQ(err_FD, 0);
-  // E000 to E00B: twelve, eleven repeats.
-  r.script("path\nppm 12\nglyphset \"E000-E00B\"\nshow_gray\nshow_gray_8bit\n");
-  EXPECT_EQ(GlyphCreationError, 2);  // once per show command
+TEST(ScriptShow, TrailingRunsOfOneGlyphFailTheSetBeyondTenRepeats) {
+  // E000 up are private-use codes DejaVu Sans doesn't map: all glyph 0.
+  // failed: GlyphCreationError, counted once per show command
+  const struct { FS_USHORT display; const char* script; int failed; } rows[] = {
+      {DISPLAY_NONE, "glyphset \"41 E000-E00A\"\nshow_gray\n", 0},  // 11: ten repeats
+      {DISPLAY_NONE, "glyphset \"E000-E00B\"\nshow_gray\nshow_gray_8bit\n", 2},  // eleven
+      {DISPLAY_PNG, "glyphset \"41 E000-E00B\"\nshow_fake\nshow_gray_8bit\n", 2},
+      {DISPLAY_PNG, "glyphset \"E000-E00A 41\"\nshow_gray_8bit\n", 0},  // a run of one
+  };
+  for (const auto& row : rows) {
+    ScriptHost r;
+    GlyphCreationError = 0;
+    r.script(std::string("path\nppm 20\n") + row.script, row.display);
+    EXPECT_EQ(GlyphCreationError, row.failed) << row.script;
+    EXPECT_EQ(err_FD, 0);
+  }
   GlyphCreationError = 0;
 }
 
 TEST(ScriptShow, AdvancePassSetsTheSpreadWithoutTheLastGlyph) {
-  ScriptHost r;
-  stdDevAdv = -1;
-  // Unhinted at 256 ppem DejaVu Sans (2048 units) advances are units / 8:
-  // i 569 -> 71.125, m 1995 -> 249.375, W 2025 -> 253.125. Mean 191.2083;
-  // |int(71.125 - mean)| = 120, |int(249.375 - mean)| = 58, W left out:
-  // 178 / (3 * 191.2083) = 178 / 573.625.
-  r.script("path\nhints OFF\nppm 256\nget_advance ON\nglyphset \"69 6D 57\"\n"
-           "show_fake\n");
-  EXPECT_EQ(r.out, "");
-  EXPECT_EQ(err_FD, 0);
-  EXPECT_NEAR(stdDevAdv, 178.0 / 573.625, 1e-12);
-  // One code: the value is 0.
-  r.script("path\nppm 12\nget_advance ON\nglyphset \"41\"\nshow_fake\n");
-  EXPECT_EQ(stdDevAdv, 0.0);
+  const struct { const char* script; double spread; } rows[] = {
+      // Unhinted at 256 ppem (2048 units) advances are units / 8: i 569 ->
+      // 71.125, m 1995 -> 249.375, W 2025 -> 253.125. Mean 191.2083;
+      // |int(71.125 - mean)| = 120, |int(249.375 - mean)| = 58, W left
+      // out: 178 / (3 * 191.2083) = 178 / 573.625.
+      {"hints OFF\nppm 256\nget_advance ON\nglyphset \"69 6D 57\"\n", 178.0 / 573.625},
+      // Hinted at 20 ppem: s 10, a 12, A 14 pixels (1067, 1255, 1401
+      // units, rounded). Mean 12; |10 - 12| + |12 - 12| = 2; 2 / (3 * 12).
+      {"ppm 20\nget_advance ON\nglyphset \"73 61 41\"\n", 2.0 / 36.0},
+      {"ppm 12\nget_advance ON\nglyphset \"41\"\n", 0.0},  // one code
+  };
+  for (const auto& row : rows) {
+    ScriptHost r;
+    stdDevAdv = -1;
+    r.script(std::string("path\n") + row.script + "show_fake\n", DISPLAY_PNG);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(err_FD, 0);
+    EXPECT_NEAR(stdDevAdv, row.spread, 1e-12) << row.script;
+    EXPECT_FALSE(r.exists("font.png"));  // the pass ends the command: no page
+  }
 }
 
-TEST(ScriptShow, PostScriptStandInWritesALinePerGlyph) {
+// A page read with the measurement code's reader: its size, ink box, and
+// the margins right of and below the ink.
+struct Measured {
+  int w = 0, h = 0, minX = 0, minY = 0, maxX = 0, maxY = 0, ink = 1;
+  int right() const { return w - 1 - maxX; }
+  int below() const { return h - 1 - maxY; }
+};
+
+Measured measure(const std::string& path) {
+  Measured m;
+  unsigned int w = 0, h = 0;
+  unsigned int* px = ReadPngFile(path.c_str(), &w, &h, boBGRA);
+  if (px == nullptr) return m;
+  m.w = (int)w, m.h = (int)h;
+  m.ink = getBoundingBox(px, &m.minX, &m.minY, &m.maxX, &m.maxY, m.w, m.h);
+  free(px);
+  return m;
+}
+
+TEST(ScriptPages, GlyphsAndStringsSitOnTheirMargins) {
+  const struct {
+    const char* glyphs;
+    const char* draw;
+    int minX, minY, right, below;  // -1: not pinned by the row
+    const char* why;
+  } rows[] = {
+      {"41", "show_gray_8bit\n", 2, 2, 3, 3,
+       "a single glyph: its ink box at (2, 2) plus five in each direction"},
+      {"70 48 69", "moveto 0 0\nshow_gray_8bit\n", 50, 5, 105, 25,
+       "\"pHi\": the lead-in, the tallest ink 5 below the top, 25 rows under "
+       "the lowest ink, 105 columns after the last"},
+      {"48 69 70", "moveto 0 0\nshow_gray_8bit\n", -1, 5, -1, 10,
+       "\"Hip\": 'H' sets the bottom 25 below the baseline; 'p' (426 units of "
+       "descent, 15 rows at 72 ppem) ends above it, which only moves when ink "
+       "reaches it: 25 - 15 = 10 rows stay"},
+  };
+  for (const auto& row : rows) {
+    ScriptHost r;
+    r.script(std::string("path\nppm 72\nglyphset \"") + row.glyphs + "\"\nshow_fake\n" +
+                 row.draw, DISPLAY_PNG);
+    ASSERT_EQ(err_FD, 0) << row.why;
+    EXPECT_FALSE(r.exists("font_b.png"));  // named, not yet opened
+    Measured m = measure(r.image("font.png"));
+    ASSERT_EQ(m.ink, 0) << row.why;
+    if (row.minX >= 0) { EXPECT_EQ(m.minX, row.minX) << row.why; }
+    EXPECT_EQ(m.minY, row.minY) << row.why;
+    if (row.right >= 0) { EXPECT_EQ(m.right(), row.right) << row.why; }
+    EXPECT_EQ(m.below(), row.below) << row.why;
+  }
+}
+
+TEST(ScriptPages, FilesFollowTheOneStepLagAndImageSizeReopensTheName) {
   ScriptHost r;
-  testsupport::TempDir d;
-  std::string ps = d.file("out.ps");
+  // Every page gets one glyph, the pen put back to the top each time (a
+  // pen low on the page would overflow into extra pages): 60 pages.
+  std::string text = "path\nppm 20\nglyphset \"41\"\n";
+  for (int i = 0; i < 60; i++) text += "page\nmoveto 0 0\nshow_gray_8bit\n";
+  r.script(text, DISPLAY_PNG);
+  ASSERT_EQ(err_FD, 0);
+  for (const char* n : {"font_s.png", "65-A.png", "122-z.png", "46-..png"})
+    EXPECT_TRUE(r.exists(n)) << n;
+  for (const char* n : {"font.png", "font_b.png", "111-olar.png"}) {
+    Measured m = measure(r.image(n));
+    EXPECT_EQ(m.w * 1000 + m.h, 594764) << n;  // 594 by 764
+    EXPECT_EQ(m.ink, 0) << n;
+  }
+  EXPECT_EQ(ImageCount, 2);  // the 60th page took "font_b" again
+
+  // The second "page" opens font_b and names font_s next; image_size
+  // writes font_b and opens font_s at 40 by 30 without naming another.
+  ScriptHost s;
+  s.script("path\nppm 20\nglyphset \"41\"\npage\nshow_gray_8bit\npage\n"
+           "image_size 40 30\nmoveto 0 0\nshow_gray_8bit\n", DISPLAY_PNG);
+  ASSERT_EQ(err_FD, 0);
+  Measured b = measure(s.image("font_b.png")), small = measure(s.image("font_s.png"));
+  EXPECT_EQ(b.w, 594);
+  EXPECT_EQ(b.ink, 1);  // blank: closed before anything was drawn
+  EXPECT_EQ(small.w * 1000 + small.h, 40030);
+  EXPECT_EQ(small.ink, 0);
+  EXPECT_FALSE(s.exists("65-A.png"));
+  EXPECT_EQ(ImageCount, 2);
+
+  // An engine error ends the run with font.png open: the file holds at
+  // most its header, no picture a reader takes.
+  ScriptHost e;
+  e.script("path\nppm 20\nglyphset \"41\"\nshow_gray_8bit\nfont \"nope\"\n", DISPLAY_PNG);
+  EXPECT_EQ(err_FD, 301);
+  EXPECT_TRUE(e.exists("font.png"));
+  EXPECT_EQ(measure(e.image("font.png")).w, 0);
+}
+
+TEST(ScriptPostScript, HeaderAndALinePerGlyphOnThePostScriptStream) {
+  ScriptHost r;
+  std::string ps = r.dir.file("out.ps");
   FILE* psFp = fopen(ps.c_str(), "w");
   r.script("path\nppm 12\nglyphset \"41 42\"\nshow_gray\n", DISPLAY_PS, psFp);
   fclose(psFp);
-  FILE* f = fopen(ps.c_str(), "r");
+  std::string text = testsupport::readBytes(ps);
+  EXPECT_EQ(text.rfind("%!PS-Adobe-3.0\n", 0), 0u) << text;
   int lines = 0, glyphLines = 0;
-  char line[256];
-  while (fgets(line, sizeof line, f)) {
-    lines++;
-    if (strncmp(line, "% graymap 4-bit at ", 19) == 0) glyphLines++;
-  }
-  fclose(f);
+  for (size_t at = 0; at < text.size(); at = text.find('\n', at) + 1, lines++)
+    glyphLines += text.compare(at, 19, "% graymap 4-bit at ") == 0;
   EXPECT_EQ(glyphLines, 2);
   EXPECT_EQ(lines, 3);  // the header line and the two glyphs
 }
-
-}  // namespace
-
-namespace {
 
 // Mutations of a script that exercises the show path (truncations, long
 // words, stray and unterminated quotes, comment marks, random bytes) run
@@ -478,16 +446,14 @@ namespace {
 // must end at end of file, in the sanitizer build without a bad access.
 TEST(ScriptFuzz, MutatedScriptsRunToTheirEnd) {
   const std::string base =
-      "continue_on_error ON\npath\nppm 12\n-font \"Deja\"\n"
-      "glyphset \"41-43 61\"\nshow_gray\nglyphset_string \"Hi\"\n-show_fake\n"
-      "rot 10 skew 5\neffects emboss\nshow_gray_8bit\nkerning ON\n"
-      "show_string_gray\n# note \"x\nmoveto 5 6\nshow_type GRAYMAP|EDGE\n"
+      "continue_on_error ON\npath\nppm 12\n-font \"Deja\"\nglyphset \"41-43 61\"\nshow_gray\n"
+      "glyphset_string \"Hi\"\n-show_fake\nrot 10 skew 5\neffects emboss\nshow_gray_8bit\n"
+      "kerning ON\nshow_string_gray\n# note \"x\nmoveto 5 6\nshow_type GRAYMAP|EDGE\n"
       "vertical ON\nshow_gray\n";
   std::mt19937 rng(4321);
   for (int round = 0; round < 60; round++) {
     std::string t = base;
-    int edits = 1 + rng() % 5;
-    for (int e = 0; e < edits; e++) {
+    for (int e = 0, edits = 1 + rng() % 5; e < edits; e++) {
       size_t at = rng() % (t.size() + 1);
       switch (rng() % 5) {
         case 0: t.resize(at); break;
@@ -496,8 +462,7 @@ TEST(ScriptFuzz, MutatedScriptsRunToTheirEnd) {
         case 3: t.insert(at, "#"); break;
         default: {
           char c = (char)(rng() % 256);
-          if (c == '@') c = 'a';
-          t.insert(at, std::string(1, c));
+          t.insert(at, std::string(1, c == '@' ? 'a' : c));
         }
       }
     }

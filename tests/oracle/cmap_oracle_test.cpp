@@ -5,7 +5,6 @@
 // mapped maps the same here. Hand-built subtables of the other published
 // formats, and a variation-selector subtable added to a real font, are
 // compared the same way.
-#include <dirent.h>
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include <gtest/gtest.h>
@@ -18,6 +17,7 @@
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_ttf.h"
+#include "oracle/oracle_fonts.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
 
@@ -27,34 +27,6 @@ namespace {
 
 const char kDejaVuSans[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 const FS_ULONG kLastUnicode = 0x10FFFF;
-
-std::vector<std::string> filesIn(const std::string& folder) {
-  std::vector<std::string> files;
-  DIR* d = opendir(folder.c_str());
-  if (d == nullptr) return files;
-  while (dirent* e = readdir(d)) {
-    std::string name = e->d_name;
-    if (name.size() > 4 && (name.compare(name.size() - 4, 4, ".ttf") == 0 ||
-                            name.compare(name.size() - 4, 4, ".otf") == 0))
-      files.push_back(folder + "/" + name);
-  }
-  closedir(d);
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
-// Every font of the three families and of Noto (the sweep walks the covered
-// ranges only, which keeps it quick).
-std::vector<std::string> sweptFonts() {
-  std::vector<std::string> fonts;
-  for (const char* folder : {"/usr/share/fonts/truetype/dejavu",
-                             "/usr/share/fonts/truetype/liberation2",
-                             "/usr/share/fonts/truetype/freefont"})
-    for (const std::string& f : filesIn(folder)) fonts.push_back(f);
-  std::vector<std::string> noto = filesIn("/usr/share/fonts/truetype/noto");
-  fonts.insert(fonts.end(), noto.begin(), noto.end());
-  return fonts;
-}
 
 void addRange(void* ctx, FS_ULONG first, FS_ULONG last) {
   ((std::vector<std::pair<FS_ULONG, FS_ULONG>>*)ctx)->push_back({first, last});
@@ -69,14 +41,10 @@ class EngineMap {
     if (name_[0]) FSS_delete_font(st_, name_);
   }
 
-  bool openFile(const std::string& path) {
-    return FSS_load_font(st_, path.c_str(), nullptr, 0, sizeof name_, name_) ==
-               0 &&
-           FSS_set_font(st_, name_) == 0;
-  }
-  bool openMemory(const Bytes& font) {
-    return FSS_load_font(st_, nullptr, (FS_BYTE*)font.data(), 0, sizeof name_,
-                         name_) == 0 &&
+  // A font file, or `font` in memory when it is given.
+  bool open(const std::string& path, const Bytes* font = nullptr) {
+    FS_BYTE* bytes = font ? (FS_BYTE*)font->data() : nullptr;
+    return FSS_load_font(st_, font ? nullptr : path.c_str(), bytes, 0, sizeof name_, name_) == 0 &&
            FSS_set_font(st_, name_) == 0;
   }
   // The Unicode subtable the renderer's preference list settles on: (3,10)
@@ -119,11 +87,14 @@ class CmapAgainstFreetype : public ::testing::Test {
     FT_Done_FreeType(lib);
   }
 
-  // libfreetype's face on the subtable (platform, encoding), or null.
-  FT_Face ftFace(const FT_Open_Args& args, FS_USHORT platform,
+  // libfreetype's face on the subtable (platform, encoding) of a font file,
+  // or of `font` in memory when it is given; null when it has none.
+  FT_Face ftFace(const std::string& path, const Bytes* font, FS_USHORT platform,
                  FS_USHORT encoding) {
     FT_Face face = nullptr;
-    if (FT_Open_Face(lib, &args, 0, &face) != 0) return nullptr;
+    if ((font ? FT_New_Memory_Face(lib, font->data(), (FT_Long)font->size(), 0, &face)
+              : FT_New_Face(lib, path.c_str(), 0, &face)) != 0)
+      return nullptr;
     for (int i = 0; i < face->num_charmaps; i++) {
       FT_CharMap m = face->charmaps[i];
       if (m->platform_id == platform && m->encoding_id == encoding) {
@@ -162,35 +133,25 @@ class CmapAgainstFreetype : public ::testing::Test {
     return compared;
   }
 
-  FT_Open_Args fileArgs(const std::string& path) {
-    FT_Open_Args args = {};
-    args.flags = FT_OPEN_PATHNAME;
-    args.pathname = (FT_String*)path.c_str();
-    return args;
-  }
-  FT_Open_Args memoryArgs(const Bytes& font) {
-    FT_Open_Args args = {};
-    args.flags = FT_OPEN_MEMORY;
-    args.memory_base = font.data();
-    args.memory_size = (FT_Long)font.size();
-    return args;
-  }
-
   FT_Library lib;
   FS_STATE st;
 };
 
 TEST_F(CmapAgainstFreetype, ChosenUnicodeMapOfEveryDebianFontAgrees) {
-  std::vector<std::string> fonts = sweptFonts();
+  // Every font of the three families and of Noto (the sweep walks the
+  // covered ranges only, which keeps it quick).
+  std::vector<std::string> fonts = oracle::fontsIn(
+      {PACKAGED "dejavu", PACKAGED "liberation2", PACKAGED "freefont", PACKAGED "noto"},
+      {".ttf", ".otf"});
   ASSERT_FALSE(fonts.empty()) << "no fonts under /usr/share/fonts: install fonts-dejavu-core, fonts-liberation2, fonts-freefont-ttf and fonts-noto-core";
   size_t notoCount = 0, compared = 0;
   for (const std::string& path : fonts) {
     if (path.find("/noto/") != std::string::npos) notoCount++;
     EngineMap engine(&st);
-    ASSERT_TRUE(engine.openFile(path)) << path << ": " << st.error;
+    ASSERT_TRUE(engine.open(path)) << path << ": " << st.error;
     FS_USHORT platform = 0, encoding = 0;
     ASSERT_TRUE(engine.chooseUnicode(&platform, &encoding)) << path;
-    FT_Face face = ftFace(fileArgs(path), platform, encoding);
+    FT_Face face = ftFace(path, nullptr, platform, encoding);
     ASSERT_NE(face, nullptr) << path;
     compared += compareMaps(engine, face, path);
     FT_Done_Face(face);
@@ -245,67 +206,45 @@ Bytes dejaVuUnicodeSubtable() {
   return Bytes();
 }
 
-void u24(Bytes& b, uint32_t v) {
-  sfnt::u8(b, v >> 16);
-  sfnt::u16(b, v & 0xFFFF);
+// Appends each value as a big-endian number of `bytes` bytes.
+void put(Bytes& b, int bytes, std::initializer_list<uint32_t> values) {
+  for (uint32_t v : values)
+    for (int i = bytes - 1; i >= 0; i--) sfnt::u8(b, v >> (8 * i));
 }
 
 TEST_F(CmapAgainstFreetype, HandBuiltFormats0_6_8_12Agree) {
   // Format 0: code c maps to (c * 7) % 200.
-  Bytes f0;
-  sfnt::u16(f0, 0);
-  sfnt::u16(f0, 262);
-  sfnt::u16(f0, 0);
+  Bytes f0, f6, f8, f12;
+  put(f0, 2, {0, 262, 0});
   for (int c = 0; c < 256; c++) sfnt::u8(f0, (c * 7) % 200);
   // Format 6: 300 codes from U+0400, glyph 1000 - i (some 0).
-  Bytes f6;
-  sfnt::u16(f6, 6);
-  sfnt::u16(f6, 10 + 600);
-  sfnt::u16(f6, 0);
-  sfnt::u16(f6, 0x400);
-  sfnt::u16(f6, 300);
+  put(f6, 2, {6, 10 + 600, 0, 0x400, 300});
   for (int i = 0; i < 300; i++) sfnt::u16(f6, i % 17 ? 1000 - i : 0);
   // Groups shared by formats 8 and 12, in both planes.
   const uint32_t groups[][3] = {{0x20, 0x7E, 3},        {0xA0, 0xFF, 100},
                                 {0x1000, 0x1000, 1500}, {0x10000, 0x1002F, 2000},
                                 {0x1F600, 0x1F64F, 2500}, {0x10FF00, 0x10FF0F, 3000}};
-  Bytes f12;
-  sfnt::u16(f12, 12);
-  sfnt::u16(f12, 0);
-  sfnt::u32(f12, 16 + 12 * 6);
-  sfnt::u32(f12, 0);
-  sfnt::u32(f12, 6);
-  for (auto& g : groups) {
-    sfnt::u32(f12, g[0]);
-    sfnt::u32(f12, g[1]);
-    sfnt::u32(f12, g[2]);
-  }
-  Bytes f8;
-  sfnt::u16(f8, 8);
-  sfnt::u16(f8, 0);
-  sfnt::u32(f8, 8208 + 12 * 6);
-  sfnt::u32(f8, 0);
+  put(f12, 2, {12, 0});
+  put(f12, 4, {16 + 12 * 6, 0, 6});
+  put(f8, 2, {8, 0});
+  put(f8, 4, {8208 + 12 * 6, 0});
   Bytes is32(8192, 0);
   for (auto& g : groups)  // high halves of the 32-bit codes are marked
     for (uint32_t c = g[0]; c <= g[1]; c++)
       if (c > 0xFFFF) is32[(c >> 16) / 8] |= (uint8_t)(0x80 >> ((c >> 16) % 8));
   f8.insert(f8.end(), is32.begin(), is32.end());
-  sfnt::u32(f8, 6);
+  put(f8, 4, {6});
   for (auto& g : groups) {
-    sfnt::u32(f8, g[0]);
-    sfnt::u32(f8, g[1]);
-    sfnt::u32(f8, g[2]);
+    put(f12, 4, {g[0], g[1], g[2]});
+    put(f8, 4, {g[0], g[1], g[2]});
   }
-  const struct {
-    FS_USHORT platform, encoding;
-    Bytes* subtable;
-  } cases[] = {{1, 0, &f0}, {3, 1, &f6}, {3, 10, &f12}, {3, 10, &f8}};
+  const struct { FS_USHORT platform, encoding; Bytes* subtable; } cases[] = {{1, 0, &f0}, {3, 1, &f6}, {3, 10, &f12}, {3, 10, &f8}};
   for (auto& c : cases) {
     Bytes font = fontWithCmap({{c.platform, c.encoding, *c.subtable}});
     EngineMap engine(&st);
-    ASSERT_TRUE(engine.openMemory(font));
+    ASSERT_TRUE(engine.open("", &font));
     ASSERT_TRUE(engine.choose(c.platform, c.encoding));
-    FT_Face face = ftFace(memoryArgs(font), c.platform, c.encoding);
+    FT_Face face = ftFace("", &font, c.platform, c.encoding);
     ASSERT_NE(face, nullptr) << "format " << sfnt::getU16(*c.subtable, 0);
     EXPECT_GT(compareMaps(engine, face,
                           "format " + std::to_string(sfnt::getU16(*c.subtable, 0))),
@@ -325,47 +264,30 @@ TEST_F(CmapAgainstFreetype, VariationSelectorsAgreeOnTheirOwnGlyphs) {
   uint32_t defaultFE01 = ownFE00 + 4 + 5 * 4;        // 1 range: 4 + 4
   uint32_t ownE0100 = defaultFE01 + 4 + 4 * 1;       // 3 mappings: 4 + 15
   uint32_t length = ownE0100 + 4 + 5 * 3;
-  sfnt::u16(f14, 14);
-  sfnt::u32(f14, length);
-  sfnt::u32(f14, selectors);
-  u24(f14, 0xFE00);
-  sfnt::u32(f14, defaultFE00);
-  sfnt::u32(f14, ownFE00);
-  u24(f14, 0xFE01);
-  sfnt::u32(f14, defaultFE01);
-  sfnt::u32(f14, 0);
-  u24(f14, 0xE0100);
-  sfnt::u32(f14, 0);
-  sfnt::u32(f14, ownE0100);
-  sfnt::u32(f14, 2);  // default ranges of U+FE00: 0x30..0x39, 0x41..0x43
-  u24(f14, 0x30);
-  sfnt::u8(f14, 9);
-  u24(f14, 0x41);
-  sfnt::u8(f14, 2);
-  sfnt::u32(f14, 4);  // own glyphs of U+FE00
+  put(f14, 2, {14});
+  put(f14, 4, {length, selectors});
+  put(f14, 3, {0xFE00}), put(f14, 4, {defaultFE00, ownFE00});
+  put(f14, 3, {0xFE01}), put(f14, 4, {defaultFE01, 0});
+  put(f14, 3, {0xE0100}), put(f14, 4, {0, ownE0100});
+  put(f14, 4, {2});  // default ranges of U+FE00: 0x30..0x39, 0x41..0x43
+  put(f14, 3, {0x30}), put(f14, 1, {9}), put(f14, 3, {0x41}), put(f14, 1, {2});
+  put(f14, 4, {4});  // own glyphs of U+FE00
   const uint32_t ownA[][2] = {{0x44, 70}, {0x45, 71}, {0x100, 72}, {0x2260, 73}};
-  for (auto& m : ownA) {
-    u24(f14, m[0]);
-    sfnt::u16(f14, m[1]);
-  }
-  sfnt::u32(f14, 1);  // default range of U+FE01: 0x61..0x7A
-  u24(f14, 0x61);
-  sfnt::u8(f14, 25);
-  sfnt::u32(f14, 3);  // own glyphs of U+E0100
+  for (auto& m : ownA) put(f14, 3, {m[0]}), put(f14, 2, {m[1]});
+  put(f14, 4, {1});  // default range of U+FE01: 0x61..0x7A
+  put(f14, 3, {0x61}), put(f14, 1, {25});
+  put(f14, 4, {3});  // own glyphs of U+E0100
   const uint32_t ownB[][2] = {{0x20, 80}, {0x4E00, 81}, {0x20000, 82}};
-  for (auto& m : ownB) {
-    u24(f14, m[0]);
-    sfnt::u16(f14, m[1]);
-  }
+  for (auto& m : ownB) put(f14, 3, {m[0]}), put(f14, 2, {m[1]});
   ASSERT_EQ(f14.size(), length);
   Bytes unicode = dejaVuUnicodeSubtable();
   ASSERT_FALSE(unicode.empty());
   Bytes font = fontWithCmap({{0, 3, unicode}, {0, 5, f14}, {3, 1, unicode}});
 
   EngineMap engine(&st);
-  ASSERT_TRUE(engine.openMemory(font));
+  ASSERT_TRUE(engine.open("", &font));
   ASSERT_TRUE(engine.choose(3, 1));
-  FT_Face face = ftFace(memoryArgs(font), 3, 1);
+  FT_Face face = ftFace("", &font, 3, 1);
   ASSERT_NE(face, nullptr);
   std::vector<FT_ULong> codes;
   for (FT_ULong c = 0; c < 0x300; c++) codes.push_back(c);

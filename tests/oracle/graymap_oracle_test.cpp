@@ -89,28 +89,35 @@ struct Box {
   }
 };
 
-// The oracle's total coverage of the outline drawn 8 times larger, over 64:
-// the same rasteriser with its curves flattened 8 times finer for the
-// pixel, used where its own flattening at the size is the coarser one.
-double fineSum(FT_Library lib, const FS_OUTLINE* o) {
-  const long k = 8;
+// The oracle's rendering of the outline drawn k times larger, over its
+// whole-pixel box (lower left at (ox, oy)), rows top down.
+std::vector<unsigned char> ftRender(FT_Library lib, const FS_OUTLINE* o, long k, long* w,
+                                    long* h) {
   long ox = o->lo_x >> 16, oy = o->lo_y >> 16;
-  long w = (((o->hi_x + 0xFFFF) >> 16) - ox) * k;
-  long h = (((o->hi_y + 0xFFFF) >> 16) - oy) * k;
-  std::vector<unsigned char> buf((size_t)(w * h));
+  *w = (((o->hi_x + 0xFFFF) >> 16) - ox) * k;
+  *h = (((o->hi_y + 0xFFFF) >> 16) - oy) * k;
+  std::vector<unsigned char> buf((size_t)(*w * *h > 0 ? *w * *h : 1));
   FT_Bitmap bm;
   memset(&bm, 0, sizeof bm);
-  bm.rows = (unsigned)h;
-  bm.width = (unsigned)w;
-  bm.pitch = (int)w;
+  bm.rows = (unsigned)*h;
+  bm.width = (unsigned)*w;
+  bm.pitch = (int)*w;
   bm.buffer = buf.data();
   bm.num_grays = 256;
   bm.pixel_mode = FT_PIXEL_MODE_GRAY;
   FtOutline fo(o, ox, oy, k);
-  FT_Outline_Get_Bitmap(lib, &fo.ft, &bm);
+  EXPECT_EQ(0, FT_Outline_Get_Bitmap(lib, &fo.ft, &bm));
+  return buf;
+}
+
+// The oracle's total coverage of the outline drawn 8 times larger, over 64:
+// the same rasteriser with its curves flattened 8 times finer for the
+// pixel, used where its own flattening at the size is the coarser one.
+double fineSum(FT_Library lib, const FS_OUTLINE* o) {
+  long w, h;
   double sum = 0;
-  for (unsigned char c : buf) sum += c;
-  return sum / (k * k);
+  for (unsigned char c : ftRender(lib, o, 8, &w, &h)) sum += c;
+  return sum / 64;
 }
 
 bool straight(const FS_OUTLINE* o) {
@@ -119,18 +126,18 @@ bool straight(const FS_OUTLINE* o) {
   return true;
 }
 
+// The largest difference of one kind and the glyph that showed it first.
+struct Largest {
+  double value = 0;
+  std::string at = "-";
+  void see(double v, const std::string& where) {
+    if (v > value) value = v, at = where;
+  }
+};
+
 struct Worst {
-  int straightLevel = 0;
-  std::string straightAt;
-  int curvedLevel = 0;
-  std::string curvedAt;
-  int boxSide = 0;
-  std::string boxAt;
-  double coverage = 0;
-  std::string coverageAt;
+  Largest straightLevel, curvedLevel, boxSide, coverage, coverageFine;
   long finer = 0;  // glyphs checked against the finer rendering
-  double coverageFine = 0;
-  std::string coverageFineAt;
   long glyphs = 0, straightGlyphs = 0;
 };
 
@@ -160,20 +167,8 @@ TEST(GraymapAgainstFreetype, EveryGlyphOfTwoFontsAtFourSizes) {
         FS_GRAYMAP* g = make_graymap(&f.st, o, FS_MAP_GRAYMAP8);
         ASSERT_NE(nullptr, g) << path << " glyph " << gi;
         // The oracle renders over the outline's whole-pixel box.
-        long ox = o->lo_x >> 16, oy = o->lo_y >> 16;
-        long w_ = ((o->hi_x + 0xFFFF) >> 16) - ox;
-        long h_ = ((o->hi_y + 0xFFFF) >> 16) - oy;
-        std::vector<unsigned char> buf((size_t)(w_ * h_ > 0 ? w_ * h_ : 1));
-        FT_Bitmap bm;
-        memset(&bm, 0, sizeof bm);
-        bm.rows = (unsigned)h_;
-        bm.width = (unsigned)w_;
-        bm.pitch = (int)w_;
-        bm.buffer = buf.data();
-        bm.num_grays = 256;
-        bm.pixel_mode = FT_PIXEL_MODE_GRAY;
-        FtOutline fo(o, ox, oy);
-        ASSERT_EQ(0, FT_Outline_Get_Bitmap(lib, &fo.ft, &bm));
+        long ox = o->lo_x >> 16, oy = o->lo_y >> 16, w_, h_;
+        std::vector<unsigned char> buf = ftRender(lib, o, 1, &w_, &h_);
         bool lines = straight(o);
         w.glyphs++;
         if (lines) w.straightGlyphs++;
@@ -200,15 +195,11 @@ TEST(GraymapAgainstFreetype, EveryGlyphOfTwoFontsAtFourSizes) {
           }
         }
         if (lines) {
-          if (worst > w.straightLevel) {
-            w.straightLevel = worst;
-            w.straightAt = where;
-          }
+          w.straightLevel.see(worst, where);
           if (worst > 2) failures++;
           EXPECT_LE(worst, 2) << path << " " << where;
-        } else if (worst > w.curvedLevel) {
-          w.curvedLevel = worst;
-          w.curvedAt = where;
+        } else {
+          w.curvedLevel.see(worst, where);
         }
         if (fb.empty() || eb.empty()) {
           // Only slivers too thin to reach a level on one side may differ.
@@ -216,16 +207,10 @@ TEST(GraymapAgainstFreetype, EveryGlyphOfTwoFontsAtFourSizes) {
         } else {
           int side = std::max(std::max(labs(fb.x0 - eb.x0), labs(fb.x1 - eb.x1)),
                               std::max(labs(fb.y0 - eb.y0), labs(fb.y1 - eb.y1)));
-          if (side > w.boxSide) {
-            w.boxSide = side;
-            w.boxAt = where;
-          }
+          w.boxSide.see(side, where);
           EXPECT_LE(side, 1) << path << " " << where;
           double rel = fsum > 0 ? fabs((double)esum - fsum) / fsum : 0;
-          if (rel > w.coverage) {
-            w.coverage = rel;
-            w.coverageAt = where;
-          }
+          w.coverage.see(rel, where);
           // Beyond 2%, libfreetype's own flattening at this size is the
           // coarser one on thin curved strokes: its rendering 8 times
           // larger moves to the engine's figure. Such a glyph must be
@@ -236,10 +221,7 @@ TEST(GraymapAgainstFreetype, EveryGlyphOfTwoFontsAtFourSizes) {
             double fine = fineSum(lib, o);
             double relFine = fabs(esum - fine) / fine;
             w.finer++;
-            if (relFine > w.coverageFine) {
-              w.coverageFine = relFine;
-              w.coverageFineAt = where;
-            }
+            w.coverageFine.see(relFine, where);
             EXPECT_LE(relFine, 0.025) << path << " " << where;
           }
         }
@@ -249,12 +231,12 @@ TEST(GraymapAgainstFreetype, EveryGlyphOfTwoFontsAtFourSizes) {
       }
     }
     printf("%s: %ld glyphs (%ld straight); straight: largest level difference "
-           "%d (%s); curved: %d (%s); ink box side %d (%s); coverage %.3f%% (%s), "
+           "%.0f (%s); curved: %.0f (%s); ink box side %.0f (%s); coverage %.3f%% (%s), "
            "%ld beyond 2%% against the 8x rendering: %.3f%% (%s)\n",
-           path, w.glyphs, w.straightGlyphs, w.straightLevel, w.straightAt.c_str(),
-           w.curvedLevel, w.curvedAt.c_str(), w.boxSide, w.boxAt.c_str(),
-           100 * w.coverage, w.coverageAt.c_str(), w.finer,
-           100 * w.coverageFine, w.coverageFineAt.c_str());
+           path, w.glyphs, w.straightGlyphs, w.straightLevel.value, w.straightLevel.at.c_str(),
+           w.curvedLevel.value, w.curvedLevel.at.c_str(), w.boxSide.value, w.boxSide.at.c_str(),
+           100 * w.coverage.value, w.coverage.at.c_str(), w.finer,
+           100 * w.coverageFine.value, w.coverageFine.at.c_str());
   }
   FT_Done_FreeType(lib);
 }

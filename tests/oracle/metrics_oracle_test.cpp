@@ -3,7 +3,6 @@
 // every DejaVu and Liberation font, the raw `head`, `hhea` and `OS/2` fields
 // and the glyph count of FONT_METRICS, every kerning pair unscaled, and the
 // kerning at 24 pixels per em within 1/64 pixel.
-#include <dirent.h>
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include FT_TRUETYPE_TABLES_H
@@ -17,26 +16,10 @@
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_kern.h"
 #include "Orvex_internal/fs_metrics.h"
+#include "oracle/oracle_fonts.h"
 #include "support/typeset_font.h"
 
 namespace {
-
-std::vector<std::string> fontFiles() {
-  std::vector<std::string> files;
-  for (const char* folder : {"/usr/share/fonts/truetype/dejavu",
-                             "/usr/share/fonts/truetype/liberation2"}) {
-    DIR* d = opendir(folder);
-    if (d == nullptr) continue;
-    while (dirent* e = readdir(d)) {
-      std::string name = e->d_name;
-      if (name.size() > 4 && name.compare(name.size() - 4, 4, ".ttf") == 0)
-        files.push_back(std::string(folder) + "/" + name);
-    }
-    closedir(d);
-  }
-  std::sort(files.begin(), files.end());
-  return files;
-}
 
 // Name `id` of the Windows English record, its UTF-16 units cut to bytes.
 std::string windowsName(FT_Face face, FT_UShort id) {
@@ -57,7 +40,7 @@ class MetricsOracle : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_EQ(FT_Init_FreeType(&lib), 0);
-    files = fontFiles();
+    files = oracle::fontsIn({PACKAGED "dejavu", PACKAGED "liberation2"});
     ASSERT_FALSE(files.empty()) << "no DejaVu or Liberation fonts: install fonts-dejavu-core and fonts-liberation2";
   }
   void TearDown() override { FT_Done_FreeType(lib); }
@@ -79,25 +62,26 @@ TEST_F(MetricsOracle, FontMetricsRecordHoldsTheRawHeaderFields) {
     ASSERT_EQ(f.open(path), 0);
     FONT_METRICS fm;
     ASSERT_EQ(FSS_font_metrics(&f.st, &fm), 0);
-    EXPECT_EQ(fm.unitsPerEm, head->Units_Per_EM);
-    EXPECT_EQ(fm.metricsResolution, head->Units_Per_EM);
-    EXPECT_EQ(fm.head_macStyle, head->Mac_Style);
-    EXPECT_EQ(fm.font_bbox.xMin, head->xMin);
-    EXPECT_EQ(fm.font_bbox.yMin, head->yMin);
-    EXPECT_EQ(fm.font_bbox.xMax, head->xMax);
-    EXPECT_EQ(fm.font_bbox.yMax, head->yMax);
-    EXPECT_EQ(fm.hhea_ascent, hhea->Ascender);
-    EXPECT_EQ(fm.hhea_descent, hhea->Descender);
-    EXPECT_EQ(fm.hhea_leading, (FS_USHORT)hhea->Line_Gap);
-    EXPECT_EQ((FS_USHORT)fm.os2_win_ascent, os2->usWinAscent);
-    EXPECT_EQ((FS_USHORT)fm.os2_win_descent, os2->usWinDescent);
-    EXPECT_EQ(fm.os2_ascent, os2->sTypoAscender);
-    EXPECT_EQ(fm.os2_descent, os2->sTypoDescender);
-    EXPECT_EQ(fm.os2_leading, (FS_USHORT)os2->sTypoLineGap);
-    EXPECT_EQ(fm.os2_fsSelection, os2->fsSelection);
-    EXPECT_EQ(fm.embedding_bits, os2->fsType);
-    EXPECT_EQ(fm.numGlyphs, (FS_ULONG)face->num_glyphs);
-    EXPECT_EQ(fm.num_cmap_tables, (FS_USHORT)std::min(face->num_charmaps, 20));
+    // Each field as the record holds it and as the oracle reads it.
+    const struct { const char* field; long ours, oracle; } fields[] = {
+        {"unitsPerEm", fm.unitsPerEm, head->Units_Per_EM},
+        {"metricsResolution", fm.metricsResolution, head->Units_Per_EM},
+        {"head_macStyle", fm.head_macStyle, head->Mac_Style},
+        {"xMin", fm.font_bbox.xMin, head->xMin}, {"yMin", fm.font_bbox.yMin, head->yMin},
+        {"xMax", fm.font_bbox.xMax, head->xMax}, {"yMax", fm.font_bbox.yMax, head->yMax},
+        {"hhea_ascent", fm.hhea_ascent, hhea->Ascender},
+        {"hhea_descent", fm.hhea_descent, hhea->Descender},
+        {"hhea_leading", fm.hhea_leading, (FS_USHORT)hhea->Line_Gap},
+        {"os2_win_ascent", (FS_USHORT)fm.os2_win_ascent, os2->usWinAscent},
+        {"os2_win_descent", (FS_USHORT)fm.os2_win_descent, os2->usWinDescent},
+        {"os2_ascent", fm.os2_ascent, os2->sTypoAscender},
+        {"os2_descent", fm.os2_descent, os2->sTypoDescender},
+        {"os2_leading", fm.os2_leading, (FS_USHORT)os2->sTypoLineGap},
+        {"os2_fsSelection", fm.os2_fsSelection, os2->fsSelection},
+        {"embedding_bits", fm.embedding_bits, os2->fsType},
+        {"numGlyphs", (long)fm.numGlyphs, face->num_glyphs},
+        {"num_cmap_tables", fm.num_cmap_tables, std::min(face->num_charmaps, 20)}};
+    for (const auto& x : fields) EXPECT_EQ(x.ours, x.oracle) << x.field;
     EXPECT_EQ(std::string(fm.font_family_name), windowsName(face, 1));
     EXPECT_EQ(std::string(fm.font_name), windowsName(face, 4));
     FT_Done_Face(face);

@@ -3,7 +3,6 @@
 // font of the Debian font packages, and for collections built from them,
 // the loader must read the same face count, glyph count, units per em,
 // `head` bounding box and `hhea` ascender and descender.
-#include <dirent.h>
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include FT_TRUETYPE_TABLES_H
@@ -18,68 +17,27 @@
 
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_ttf.h"
+#include "oracle/oracle_fonts.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
 
 namespace {
 
-const char* const kFontFolders[] = {
-    "/usr/share/fonts/truetype/dejavu", "/usr/share/fonts/truetype/liberation2",
-    "/usr/share/fonts/truetype/freefont", "/usr/share/fonts/truetype/noto"};
-
-bool isSfntName(const std::string& name) {
-  std::string lower = name;
-  for (char& c : lower) c = (char)tolower((unsigned char)c);
-  for (const char* ext : {".ttf", ".otf", ".ttc", ".otc"})
-    if (lower.size() > 4 && lower.compare(lower.size() - 4, 4, ext) == 0)
-      return true;
-  return false;
-}
-
-std::vector<std::string> fontFiles() {
-  std::vector<std::string> files;
-  for (const char* folder : kFontFolders) {
-    DIR* d = opendir(folder);
-    if (d == nullptr) continue;
-    while (dirent* e = readdir(d))
-      if (isSfntName(e->d_name)) files.push_back(std::string(folder) + "/" + e->d_name);
-    closedir(d);
-  }
-  std::sort(files.begin(), files.end());
-  return files;
-}
-
-// What libfreetype reads from one face.
-struct Reference {
-  long faces = 0;
-  long glyphs = 0;
-  int upem = 0;
-  long bbox[4] = {0, 0, 0, 0};
-  int ascender = 0, descender = 0;
-  bool cff = false;
-};
-
-bool freetypeReads(FT_Library lib, const std::string& path, long index,
-                   Reference* r) {
+// What libfreetype reads from one face: faces, glyphs, units per em, the
+// head box (x and y minimum, x and y maximum), hhea ascender and descender
+// and whether the outlines are CFF; empty when it refuses the face.
+std::vector<long> freetypeReads(FT_Library lib, const std::string& path, long index) {
   FT_Face face;
-  if (FT_New_Face(lib, path.c_str(), index, &face) != 0) return false;
-  r->faces = face->num_faces;
-  r->glyphs = face->num_glyphs;
+  if (FT_New_Face(lib, path.c_str(), index, &face) != 0) return {};
   TT_Header* head = (TT_Header*)FT_Get_Sfnt_Table(face, FT_SFNT_HEAD);
   TT_HoriHeader* hhea = (TT_HoriHeader*)FT_Get_Sfnt_Table(face, FT_SFNT_HHEA);
-  bool ok = head != nullptr && hhea != nullptr;
-  if (ok) {
-    r->upem = head->Units_Per_EM;
-    r->bbox[0] = head->xMin;
-    r->bbox[1] = head->yMin;
-    r->bbox[2] = head->xMax;
-    r->bbox[3] = head->yMax;
-    r->ascender = hhea->Ascender;
-    r->descender = hhea->Descender;
-  }
-  r->cff = strcmp(FT_Get_Font_Format(face), "CFF") == 0;
+  std::vector<long> r;
+  if (head != nullptr && hhea != nullptr)
+    r = {face->num_faces, face->num_glyphs, head->Units_Per_EM, head->xMin, head->yMin,
+         head->xMax, head->yMax, hhea->Ascender, hhea->Descender,
+         strcmp(FT_Get_Font_Format(face), "CFF") == 0};
   FT_Done_Face(face);
-  return ok;
+  return r;
 }
 
 class LoaderAgainstFreetype : public ::testing::Test {
@@ -95,26 +53,20 @@ class LoaderAgainstFreetype : public ::testing::Test {
 
   // Loads every face of `path` and compares it with libfreetype's reading.
   void compareFile(const std::string& path) {
-    Reference first;
-    ASSERT_TRUE(freetypeReads(lib, path, 0, &first)) << path;
-    for (long i = 0; i < first.faces; i++) {
-      Reference ref;
-      ASSERT_TRUE(freetypeReads(lib, path, i, &ref)) << path << " face " << i;
-      FS_BYTE type = ref.cff ? FNT_TYPE_OTT : 0;
-      TTF* ttf = load_ttf(&st, (FILECHAR*)path.c_str(), nullptr, (FS_ULONG)i,
-                          0, 0, 0, type);
+    std::vector<long> first = freetypeReads(lib, path, 0);
+    ASSERT_FALSE(first.empty()) << path;
+    for (long i = 0; i < first[0]; i++) {
+      std::vector<long> ref = freetypeReads(lib, path, i);
+      ASSERT_FALSE(ref.empty()) << path << " face " << i;
+      TTF* ttf = load_ttf(&st, (FILECHAR*)path.c_str(), nullptr, (FS_ULONG)i, 0, 0, 0,
+                          ref[9] ? FNT_TYPE_OTT : 0);
       ASSERT_NE(ttf, nullptr) << path << " face " << i << ": error " << st.error;
-      long faces = ttf->ttc_header ? (long)ttf->ttc_header->numFonts : 1;
-      EXPECT_EQ(faces, ref.faces) << path;
-      EXPECT_EQ(ttf->maxp->numGlyphs, ref.glyphs) << path;
-      EXPECT_EQ(ttf->head->unitsPerEm, ref.upem) << path;
-      EXPECT_EQ(ttf->head->xMin, ref.bbox[0]) << path;
-      EXPECT_EQ(ttf->head->yMin, ref.bbox[1]) << path;
-      EXPECT_EQ(ttf->head->xMax, ref.bbox[2]) << path;
-      EXPECT_EQ(ttf->head->yMax, ref.bbox[3]) << path;
-      EXPECT_EQ(ttf->hhea->yAscender, ref.ascender) << path;
-      EXPECT_EQ(ttf->hhea->yDescender, ref.descender) << path;
-      EXPECT_EQ(ttf->cff != nullptr, ref.cff) << path;
+      std::vector<long> ours = {ttf->ttc_header ? (long)ttf->ttc_header->numFonts : 1,
+                                ttf->maxp->numGlyphs, ttf->head->unitsPerEm,
+                                ttf->head->xMin, ttf->head->yMin, ttf->head->xMax,
+                                ttf->head->yMax, ttf->hhea->yAscender,
+                                ttf->hhea->yDescender, ttf->cff != nullptr};
+      EXPECT_EQ(ours, ref) << path << " face " << i;
       unload_ttf(&st, ttf);
     }
     // Everything the loads took went back to the heap: only the scratch
@@ -129,7 +81,9 @@ class LoaderAgainstFreetype : public ::testing::Test {
 }  // namespace
 
 TEST_F(LoaderAgainstFreetype, EveryPackagedFontReadsAlike) {
-  std::vector<std::string> files = fontFiles();
+  std::vector<std::string> files = oracle::fontsIn(
+      {PACKAGED "dejavu", PACKAGED "liberation2", PACKAGED "freefont", PACKAGED "noto"},
+      {".ttf", ".otf", ".ttc", ".otc"});
   ASSERT_FALSE(files.empty()) << "no fonts under /usr/share/fonts: install the font packages of scripts/install-deps.sh";
   for (const std::string& path : files) compareFile(path);
   // dejavu-core, liberation2, freefont-ttf and noto-core hold hundreds.
