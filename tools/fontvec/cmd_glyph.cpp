@@ -1,7 +1,8 @@
 // fontvec glyph: one glyph's scaled points as the scaler leaves them, in
 // 26.6 units with the origin at the left phantom place, and the rounded
-// advance; or with --png its 8-bit graymap as a grey PNG. Starts a private
-// engine client, adds and sets the font, sets the scale and the character
+// advance (a CFF glyph's contours in the engine's order: reversed, each
+// closed on a point of its own, a cubic's two controls `off`); or with
+// --png its 8-bit graymap as a grey PNG. Starts a private engine client, adds and sets the font, sets the scale and the character
 // map, and asks the glyph request calls for the advance (with the points
 // from the scaled font's key) or the graymap.
 #include <stdio.h>
@@ -12,6 +13,7 @@
 
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cache.h"
+#include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
@@ -185,7 +187,9 @@ int fontvec_glyph(int argc, char** argv) {
         FS_USHORT index = map_char(&st, id, 0);
         fsg_SplineKey* key = (fsg_SplineKey*)st.cur_sfnt->senv->ttkey;
         key->glyphIndex = index;
-        if (st.error != 0 || fsg_GridFit(&st, key, 0) != 0) {
+        bool cff = ((TTF*)st.cur_lfnt->fnt)->cff != NULL;
+        if (st.error != 0 ||
+            (cff ? cff_GridFit(&st, key, 0) : fsg_GridFit(&st, key, 0)) != 0) {
           status = engineError(path, &st);
         } else {
           fnt_ElementType* el = fsg_glyph_element(key);
