@@ -1,0 +1,213 @@
+// The CFF loader and charstring interpreter on tables written byte by byte:
+// hand-worked points and widths, subroutine and seac limits, and the
+// loader's refusals. Glyphs are fetched at ppem = unitsPerEm (1000), where
+// 26.6 pixels are 64 x font units exactly.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Orvex_internal/fs_cff.h"
+#include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_ttf.h"
+#include "support/cff_builder.h"
+#include "support/scaled_font.h"
+#include "support/sfnt_builder.h"
+
+namespace {
+
+typedef std::vector<std::pair<long, long>> Points;
+
+// An OpenType font around `t` (hmtx: glyph 0 500 wide, the rest 600),
+// scaled to 1000 ppem. `err` receives the scaler's error.
+struct CffFont {
+  testsupport::ScaledFont sf;
+  FS_LONG err = 0;
+  explicit CffFont(const cffw::Table& t, int ppem = 1000) {
+    sfnt::Font f = sfnt::minimalCffFont((uint32_t)t.glyphs.size());
+    f.set("CFF ", cffw::build(t));
+    sf.setFont("", sfnt::build(f));
+    err = sf.setPpem(ppem);
+  }
+  FS_LONG fetch(unsigned g) {
+    sf.key()->glyphIndex = (FS_USHORT)g;
+    return cff_GridFit(&sf.st, sf.key(), 0);
+  }
+  // The glyph's points in whole pixels (font units at 1000 ppem), contour
+  // after contour, as drawn.
+  Points points() {
+    fnt_ElementType* el = sf.element();
+    Points p;
+    for (int i = 0; i < el->np; i++)
+      p.push_back({el->x[i] / 64, el->y[i] / 64});
+    return p;
+  }
+  long advance() {
+    fnt_ElementType* el = sf.element();
+    return (el->x[el->np + 1] - el->x[el->np]) / 64;
+  }
+};
+
+cffw::Table oneGlyph(const std::string& cs) {
+  cffw::Table t;
+  t.glyphs = {cffw::charstring("endchar"), cffw::charstring(cs)};
+  t.priv.nominalWidth = 200;
+  t.priv.defaultWidth = 300;
+  return t;
+}
+
+const char* kFlex = "0 0 rmoveto 50 0 50 -3 50 0 50 0 50 3 50 0 50 flex endchar";
+
+TEST(CffCharstring, HandWorkedPointsInTrueTypeOrder) {
+  const struct {
+    const char* cs;
+    int ppem;
+    Points expected;
+    const char* why;
+  } rows[] = {
+      {"100 0 rmoveto 100 0 rlineto 0 100 rlineto endchar", 1000,
+       {{100, 0}, {200, 100}, {200, 0}, {100, 0}},
+       "an open contour closes on an added start point; reversed"},
+      {"10.5 -0.25 rmoveto 0 100 rlineto endchar", 1000,
+       {{11, 0}, {11, 100}, {11, 0}},
+       "16.16 operands: 10.5 is 672/64, rounded to 11; -0.25 and 99.75 to 0, 100"},
+      {"0 0 rmoveto 0 10 20 30 40 50 rrcurveto endchar", 1000,
+       {{0, 0}, {60, 90}, {20, 40}, {0, 10}, {0, 0}},
+       "a cubic: two off-curve controls, reversed with its end"},
+      {"0 0 rmoveto 10 20 rlineto 5 5 rmoveto 0 10 rlineto endchar", 1000,
+       {{0, 0}, {10, 20}, {0, 0}, {15, 25}, {15, 35}, {15, 25}},
+       "a second moveto closes the first contour"},
+      {"50 50 rmoveto 0 0 rmoveto endchar", 1000, {},
+       "a contour of its start alone leaves nothing"},
+      {kFlex, 1000,
+       {{0, 0}, {300, 0}, {250, 0}, {200, -3}, {150, -3}, {100, -3}, {50, 0}, {0, 0}},
+       "a flex 3 pixels deep curves"},
+      {kFlex, 100, {{0, 0}, {30, 0}, {0, 0}},
+       "at 100 ppem it is 0.3 pixel deep, under its depth of 50/100: a line"},
+  };
+  for (const auto& r : rows) {
+    CffFont f(oneGlyph(r.cs), r.ppem);
+    ASSERT_EQ(f.err, 0);
+    ASSERT_EQ(f.fetch(1), 0) << r.cs;
+    EXPECT_EQ(f.points(), r.expected) << r.why;
+  }
+}
+
+TEST(CffCharstring, WidthFromTheFirstStackClearingOperatorElseHmtx) {
+  const struct {
+    const char* cs;
+    long advance;
+    const char* why;
+  } rows[] = {
+      {"52 endchar", 252, "one operand at endchar: nominal 200 + 52"},
+      {"-20 10 20 hstem 0 0 rmoveto endchar", 180, "odd stem operands: the first is the width"},
+      {"7 0 0 rmoveto endchar", 207, "three at rmoveto"},
+      {"0 0 rmoveto 5 endchar", 600, "no width at the first clearing operator: hmtx"},
+      {"", 600, "an empty charstring takes the hmtx advance"},
+  };
+  for (const auto& r : rows) {
+    CffFont f(oneGlyph(r.cs));
+    ASSERT_EQ(f.fetch(1), 0) << r.cs;
+    EXPECT_EQ(f.advance(), r.advance) << r.why;
+  }
+}
+
+TEST(CffCharstring, FontDictsOfACidFontGiveTheirOwnNominalWidth) {
+  cffw::Table t;
+  t.glyphs = {cffw::charstring("10 endchar"), cffw::charstring("10 endchar")};
+  t.charset = {1};
+  t.fds = {cffw::Private(), cffw::Private()};
+  t.fds[0].nominalWidth = 100;
+  t.fds[1].nominalWidth = 400;
+  t.fdSelect = {1, 0};
+  CffFont f(t);
+  ASSERT_EQ(f.fetch(0), 0);
+  EXPECT_EQ(f.advance(), 410);
+  ASSERT_EQ(f.fetch(1), 0);
+  EXPECT_EQ(f.advance(), 110);
+  ASSERT_EQ(f.fetch(0), 0);
+  EXPECT_EQ(f.advance(), 410);
+}
+
+// Local subroutine i (of n) calls i + 1; the last draws a line.
+cffw::Table nested(int depth, int count) {
+  cffw::Table t = oneGlyph("0 0 rmoveto -107 callsubr endchar");
+  for (int i = 0; i < count; i++)
+    t.priv.subrs.push_back(cffw::charstring(
+        i + 1 < depth ? std::to_string(i + 1 - 107) + " callsubr return"
+                      : "0 100 rlineto return"));
+  return t;
+}
+
+TEST(CffCharstring, SubroutineAndSeacLimits) {
+  const struct {
+    cffw::Table table;
+    FS_LONG expected;
+    const char* why;
+  } rows[] = {
+      {nested(10, 10), 0, "ten open calls draw"},
+      {nested(11, 11), 456, "the eleventh is a bad charstring"},
+      {oneGlyph("0 0 rmoveto -107 callsubr 0 10 rlineto endchar"), 0,
+       "index = count (0) passes as an empty subroutine"},
+      {oneGlyph("-106 callsubr endchar"), 460, "count + 1 is out of range"},
+      {oneGlyph("0 0 rmoveto 1 2 add endchar"), 0, "arithmetic leaves the path alone"},
+      {oneGlyph("add endchar"), 456, "stack underflow"},
+      {oneGlyph("0 10 hstem 0 0 rmoveto 0 100 rlineto x:13"), 456,
+       "a hintmask's byte past the end"},
+      {oneGlyph("0 0 rmoveto 0 x:1c"), 456, "an operand cut by the end"},
+  };
+  for (const auto& r : rows) {
+    CffFont f(r.table);
+    EXPECT_EQ(f.fetch(1), r.expected) << r.why;
+  }
+  // seac whose base is itself (glyph 1 is SID 1, space: code 32).
+  cffw::Table self = oneGlyph("0 0 32 32 endchar");
+  CffFont f(self);
+  EXPECT_EQ(f.fetch(1), 467) << "seac nesting past 10";
+  EXPECT_EQ(f.fetch(0), 0) << "the font stays usable";
+}
+
+TEST(CffCharstring, AGlyphPastTheElementGrowsItAndLaterGlyphsKeepTheRoom) {
+  std::string cs = "0 0 rmoveto";
+  for (int k = 0; k < 13; k++) {  // 13 x 24 lines: 313 points with the start
+    for (int i = 0; i < 24; i++) cs += i % 2 ? " 0 1" : " 1 0";
+    cs += " rlineto";
+  }
+  CffFont f(oneGlyph(cs + " endchar"));
+  ASSERT_EQ(f.fetch(1), 0);
+  EXPECT_EQ(f.sf.element()->np, 314);  // and the closing point
+  EXPECT_EQ(f.sf.key()->maxp->maxPoints, 512);
+  ASSERT_EQ(f.fetch(0), 0);
+  EXPECT_EQ(f.sf.key()->max_points, 512);
+}
+
+TEST(CffLoad, RefusedTablesGiveTheirOwnCode) {
+  cffw::Table twoNames = oneGlyph("endchar");
+  twoNames.names.push_back({'U'});
+  cffw::Table type1 = oneGlyph("endchar");
+  type1.topExtra = {{{1}, 1206}};
+  cffw::Table wideOffsets = oneGlyph("endchar");
+  wideOffsets.charstringsOffSize = 5;
+  const struct {
+    cffw::Table table;
+    FS_ULONG expected;
+    const char* why;
+  } rows[] = {
+      {twoNames, ERR_CFF_HEADER, "a name INDEX of 2 names is 458"},
+      {type1, ERR_CFF_HEADER_2, "charstring type 1 is 459"},
+      {wideOffsets, ERR_CFF_INDEX_2, "an INDEX offset size of 5 is 461"},
+  };
+  for (const auto& r : rows) {
+    sfnt::Font font = sfnt::minimalCffFont(2);
+    font.set("CFF ", cffw::build(r.table));
+    testsupport::ScaledFont sf;
+    sf.setFont("", sfnt::build(font));
+    EXPECT_NE(sf.setPpem(1000), 0) << r.why;
+    TTF* ttf = load_ttf(&sf.st, nullptr, sf.data.data(), 0, 0,
+                        (FS_ULONG)sf.data.size(), 0, 7);
+    EXPECT_EQ(ttf, nullptr);
+    EXPECT_EQ(sf.st.error, r.expected) << r.why;
+  }
+}
+
+}  // namespace
