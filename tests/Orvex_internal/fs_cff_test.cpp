@@ -13,6 +13,7 @@
 #include "support/cff_builder.h"
 #include "support/scaled_font.h"
 #include "support/sfnt_builder.h"
+#include "support/test_support.h"
 
 namespace {
 
@@ -208,6 +209,69 @@ TEST(CffLoad, RefusedTablesGiveTheirOwnCode) {
     EXPECT_EQ(ttf, nullptr);
     EXPECT_EQ(sf.st.error, r.expected) << r.why;
   }
+}
+
+
+/* ---- Packaged fonts ---- */
+
+const char* kPagella = "/usr/share/texmf/fonts/opentype/public/tex-gyre/texgyrepagella-regular.otf";
+const char* kGaramond = "/usr/share/fonts/opentype/ebgaramond/EBGaramond12-Regular.otf";
+
+TEST(CffPackagedFonts, PagellaHFlexesCurveFromHalfAPixelDeep) {
+  // Four flexes 3 units deep (1000 units per em): lines up to 150 ppem
+  // (0.45 pixel), two curves each from 200 ppem (0.6 pixel), 5 points more.
+  const struct {
+    int ppem;
+    int points;
+  } rows[] = {{24, 65}, {150, 65}, {200, 85}};
+  for (const auto& r : rows) {
+    testsupport::ToolRun run = testsupport::runFontvec(
+        std::string("glyph ") + kPagella + " --char U+0048 --ppem " +
+        std::to_string(r.ppem) + " --points");
+    ASSERT_EQ(run.status, 0) << kPagella;
+    int n = 0;
+    for (size_t at = 0; (at = run.out.find(" o", at)) != std::string::npos; at++) n++;
+    EXPECT_EQ(n, r.points) << r.ppem << " ppem";
+  }
+}
+
+TEST(CffPackagedFonts, GlyphsOverTheSynthesisedLimitGrowItOnceForLaterGlyphs) {
+  testsupport::ScaledFont sf;
+  sf.setFont(kGaramond);
+  ASSERT_EQ(sf.setPpem(24), 0) << kGaramond;
+  int over = 0, largest = 0;
+  for (unsigned g = 0; g < sf.key()->maxp->numGlyphs; g++) {
+    sf.key()->glyphIndex = (FS_USHORT)g;
+    ASSERT_EQ(cff_GridFit(&sf.st, sf.key(), 0), 0) << "glyph " << g;
+    int np = sf.element()->np;
+    if (np > 256) over++;
+    if (np > largest) largest = np;
+  }
+  EXPECT_EQ(over, 13);
+  EXPECT_EQ(largest, 545);
+  EXPECT_EQ(sf.key()->max_points, 1024);
+  EXPECT_EQ(sf.key()->maxp->maxPoints, 1024);
+}
+
+TEST(CffPackagedFonts, InfoShowsTheDictsAndSubroutines) {
+  const struct {
+    std::string font;
+    std::string expected;
+  } rows[] = {
+      {kPagella, "cid: no\nfont_dicts: 0\nglobal_subrs: 0\nlocal_subrs: 423\n"
+                 "default_width: 500\nnominal_width: 683\n"},
+      {"/usr/share/fonts/opentype/noto/NotoSansCJK-Regular.ttc",
+       "cid: yes\nfont_dicts: 18\nglobal_subrs: 1246\nlocal_subrs: 3\n"
+       "default_width: 1000\nnominal_width: 0\n"},
+  };
+  for (const auto& r : rows) {
+    testsupport::ToolRun run = testsupport::runFontvec("info " + r.font + " --cff");
+    EXPECT_EQ(run.status, 0) << r.font;
+    EXPECT_EQ(run.out, r.expected) << r.font;
+  }
+  testsupport::ToolRun glyf = testsupport::runFontvec(
+      "info /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf --cff");
+  EXPECT_EQ(glyf.status, 1);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <dirent.h>
 #include <ft2build.h>
 #include FT_FREETYPE_H
+#include <stdlib.h>
 #include <gtest/gtest.h>
 #include <math.h>
 #include <stdio.h>
@@ -18,7 +19,9 @@
 
 #include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_ttf.h"
+#include "support/cff_builder.h"
 #include "support/scaled_font.h"
+#include "support/sfnt_builder.h"
 
 namespace {
 
@@ -313,6 +316,53 @@ TEST(CffOracle, FourSizesUnhintedWithinOneSixtyFourthOrAFlatFlex) {
   printf("%ld of %ld glyph-sizes differ; %ld (%.1f%%) are exactly equal\n",
          differing, total, exact, 100.0 * exact / total);
   EXPECT_EQ(total, 338508);
+}
+
+// Nimbus Sans with Aacute redrawn as a seac of A (code 65) and acute (code
+// 194) 167 units right and 199 up, with a width of 52 over nominalWidthX:
+// the same contours as libfreetype draws (which puts the accent first).
+TEST(CffOracle, SeacAccentedLetterDrawsAsLibfreetypeDrawsIt) {
+  const char* font = "/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf";
+  Face original(font, 0);
+  ASSERT_NE(original.face, nullptr) << font;
+  FT_UInt g = FT_Get_Name_Index(original.face, (FT_String*)"Aacute");
+  ASSERT_NE(g, 0u);
+  FILE* f = fopen(font, "rb");
+  ASSERT_NE(f, nullptr);
+  sfnt::Bytes file;
+  uint8_t buf[65536];
+  for (size_t n; (n = fread(buf, 1, sizeof buf, f)) > 0;) file.insert(file.end(), buf, buf + n);
+  fclose(f);
+  sfnt::Font sf = sfnt::read(file);
+  for (sfnt::Table& t : sf.tables)
+    if (t.tag == "CFF ")
+      t.data = cffw::replaceCharstring(t.data, g, cffw::charstring("52 167 199 65 194 endchar"));
+  sfnt::Bytes built = sfnt::build(sf);
+
+  FT_Library lib;
+  FT_Face face;
+  FT_Init_FreeType(&lib);
+  ASSERT_EQ(FT_New_Memory_Face(lib, built.data(), (FT_Long)built.size(), 0, &face), 0);
+  ASSERT_EQ(FT_Load_Glyph(face, g, FT_LOAD_NO_SCALE | FT_LOAD_NO_HINTING), 0);
+  Contours other = theirs(face->glyph->outline, 64, 0);
+  testsupport::ScaledFont en;
+  en.setFont("", built);
+  ASSERT_EQ(en.setPpem(face->units_per_EM), 0);
+  en.key()->glyphIndex = (FS_USHORT)g;
+  ASSERT_EQ(cff_GridFit(&en.st, en.key(), 0), 0);
+  Contours mine = ours(en.element(), 0);
+  fnt_ElementType* el = en.element();
+  EXPECT_EQ((el->x[el->np + 1] - el->x[el->np]) / 64, 615 + 52) << "nominalWidthX + 52";
+  FT_Done_Face(face);
+  FT_Done_FreeType(lib);
+  EXPECT_GE(other.size(), 2u);
+  auto byStart = [](const std::vector<Pt>& a, const std::vector<Pt>& b) {
+    return a[0].x < b[0].x || (a[0].x == b[0].x && a[0].y < b[0].y);
+  };
+  std::sort(mine.begin(), mine.end(), byStart);
+  std::sort(other.begin(), other.end(), byStart);
+  EXPECT_TRUE(sameDrawing(mine, other, 0, 0)) << "engine: " << show(mine)
+                                              << "\nlibfreetype: " << show(other);
 }
 
 }  // namespace
