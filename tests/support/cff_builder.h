@@ -265,6 +265,81 @@ inline IndexAt readIndex(const Bytes& b, size_t at) {
   return x;
 }
 
+// A dict's integer operands by operator (reals read as 0).
+inline std::map<int, std::vector<long>> readDict(const Bytes& d) {
+  std::map<int, std::vector<long>> out;
+  std::vector<long> args;
+  for (size_t i = 0; i < d.size();) {
+    uint8_t b0 = d[i];
+    if (b0 <= 21) {
+      int op = b0 == 12 && i + 1 < d.size() ? 1200 + d[i + 1] : b0;
+      i += b0 == 12 ? 2 : 1;
+      out[op] = args;
+      args.clear();
+    } else if (b0 == 30) {
+      while (++i < d.size() && (d[i] & 0x0F) != 0x0F && (d[i] >> 4) != 0x0F) {
+      }
+      i++;
+      args.push_back(0);
+    } else if (b0 == 28 && i + 2 < d.size()) {
+      args.push_back((int16_t)be(d, i + 1, 2));
+      i += 3;
+    } else if (b0 == 29 && i + 4 < d.size()) {
+      args.push_back((int32_t)be(d, i + 1, 4));
+      i += 5;
+    } else if (b0 >= 32 && b0 <= 246) {
+      args.push_back(b0 - 139);
+      i++;
+    } else if (b0 >= 247 && b0 <= 254 && i + 1 < d.size()) {
+      args.push_back(b0 <= 250 ? (b0 - 247) * 256 + d[i + 1] + 108
+                               : -(b0 - 251) * 256 - d[i + 1] - 108);
+      i += 2;
+    } else {
+      break;
+    }
+  }
+  return out;
+}
+
+// Where the parts of a table lie, for damaging them on purpose: each
+// INDEX's start, the top dict's bytes, the Private dict's, the charstrings'
+// data and a CID font's FDSelect (0 where there is none).
+struct Layout {
+  std::vector<size_t> indexes;  // name, top, string, global subrs, charstrings, local subrs
+  size_t topDict = 0, topDictEnd = 0;
+  size_t privateDict = 0, privateEnd = 0;
+  size_t charstringData = 0, charstringEnd = 0;
+  size_t fdSelect = 0;
+};
+
+inline Layout layout(const Bytes& cff) {
+  Layout l;
+  IndexAt names = readIndex(cff, cff[2]);
+  IndexAt top = readIndex(cff, names.end);
+  IndexAt strings = readIndex(cff, top.end);
+  l.indexes = {cff[2], names.end, top.end, strings.end};
+  l.topDict = top.end - top.items[0].size();
+  l.topDictEnd = top.end;
+  auto d = readDict(top.items[0]);
+  if (d.count(17)) {
+    size_t at = (size_t)d[17][0];
+    l.indexes.push_back(at);
+    IndexAt cs = readIndex(cff, at);
+    l.charstringEnd = cs.end;
+    size_t n = 0;
+    for (auto& it : cs.items) n += it.size();
+    l.charstringData = cs.end - n;
+  }
+  if (d.count(18) && d[18].size() == 2) {
+    l.privateDict = (size_t)d[18][1];
+    l.privateEnd = l.privateDict + (size_t)d[18][0];
+    auto p = readDict(Bytes(cff.begin() + l.privateDict, cff.begin() + l.privateEnd));
+    if (p.count(19)) l.indexes.push_back(l.privateDict + (size_t)p[19][0]);
+  }
+  if (d.count(1237)) l.fdSelect = (size_t)d[1237][0];
+  return l;
+}
+
 // `cff` with glyph `g`'s charstring replaced by `cs`. The top dict is
 // rewritten with 32-bit offsets (moving what follows it, whose offsets move
 // with it) and the new CharStrings INDEX goes at the table's end.
