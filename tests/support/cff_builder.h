@@ -122,7 +122,7 @@ inline Bytes index(const std::vector<Bytes>& items, int offSize = 0) {
   b.push_back((uint8_t)offSize);
   uint32_t off = 1;
   for (size_t i = 0; i <= items.size(); i++) {
-    for (int k = offSize - 1; k >= 0; k--) b.push_back((uint8_t)(off >> (8 * k)));
+    for (int k = offSize - 1; k >= 0; k--) b.push_back((uint8_t)((uint64_t)off >> (8 * k)));
     if (i < items.size()) off += (uint32_t)items[i].size();
   }
   for (const Bytes& it : items) append(b, it);
