@@ -1,8 +1,8 @@
 // Test helper: writes `CFF ` tables byte by byte, so that tests can feed the
 // CFF loader and charstring interpreter exactly the structure a case needs:
 // charstrings written as text ("0 100 rlineto endchar"), subroutines, font
-// dicts of a CID font, a chosen offset size or charstring type; and can put
-// a new charstring into a real font's table.
+// dicts of a CID font, a chosen offset size or charstring type; and can
+// overwrite a charstring of a real font's table, or find its parts.
 #ifndef TESTS_SUPPORT_CFF_BUILDER_H
 #define TESTS_SUPPORT_CFF_BUILDER_H
 
@@ -10,6 +10,7 @@
 #include <stdint.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <map>
 #include <sstream>
 #include <string>
@@ -340,77 +341,17 @@ inline Layout layout(const Bytes& cff) {
   return l;
 }
 
-// `cff` with glyph `g`'s charstring replaced by `cs`. The top dict is
-// rewritten with 32-bit offsets (moving what follows it, whose offsets move
-// with it) and the new CharStrings INDEX goes at the table's end.
-inline Bytes replaceCharstring(const Bytes& cff, size_t g, const Bytes& cs) {
-  IndexAt names = readIndex(cff, cff[2]);
-  IndexAt top = readIndex(cff, names.end);
-  const Bytes& d = top.items[0];
-  // Operands as raw bytes, offsets decoded.
-  Bytes rewritten;
-  std::vector<long> ints;
-  Bytes raw;
-  size_t oldCharstrings = 0;
-  std::vector<std::pair<size_t, int>> offsetSlots;  // (position in rewritten, op)
-  for (size_t i = 0; i < d.size();) {
-    uint8_t b0 = d[i];
-    if (b0 <= 21) {
-      int op = b0 == 12 ? 1200 + d[i + 1] : b0;
-      i += b0 == 12 ? 2 : 1;
-      bool offsets = op == 15 || op == 16 || op == 17 || op == 18 ||
-                     op == 1236 || op == 1237;
-      if (offsets) {
-        for (size_t k = 0; k < ints.size(); k++) {
-          bool isOffset = op != 18 || k == 1;
-          long v = ints[k];
-          if (op == 17) oldCharstrings = (size_t)v;
-          rewritten.push_back(29);
-          if (isOffset && !((op == 15 || op == 16) && v <= 2))
-            offsetSlots.push_back({rewritten.size(), op});
-          for (int s = 24; s >= 0; s -= 8) rewritten.push_back((uint8_t)((uint32_t)v >> s));
-        }
-      } else {
-        append(rewritten, raw);
-      }
-      if (op >= 1200) rewritten.push_back(12);
-      rewritten.push_back((uint8_t)(op >= 1200 ? op - 1200 : op));
-      ints.clear();
-      raw.clear();
-      continue;
-    }
-    size_t len = b0 == 28 ? 3 : b0 == 29 ? 5 : (b0 >= 247 && b0 <= 254) ? 2 : 1;
-    if (b0 == 30) {
-      len = 1;
-      while (i + len < d.size() && (d[i + len] & 0x0F) != 0x0F && (d[i + len] >> 4) != 0x0F) len++;
-      len++;
-    }
-    long v = b0 == 28 ? (int16_t)be(d, i + 1, 2)
-             : b0 == 29 ? (int32_t)be(d, i + 1, 4)
-             : b0 >= 32 && b0 <= 246 ? b0 - 139
-             : b0 >= 247 && b0 <= 250 ? (b0 - 247) * 256 + d[i + 1] + 108
-             : b0 >= 251 && b0 <= 254 ? -(b0 - 251) * 256 - d[i + 1] - 108 : 0;
-    ints.push_back(v);
-    raw.insert(raw.end(), d.begin() + i, d.begin() + i + len);
-    i += len;
-  }
-  Bytes head(cff.begin(), cff.begin() + names.end);
-  Bytes newTop = index({rewritten});
-  long delta = (long)(head.size() + newTop.size()) - (long)top.end;
-  IndexAt glyphs = readIndex(cff, oldCharstrings);
-  glyphs.items[g] = cs;
-  long newCharstrings = (long)cff.size() + delta;
-  for (auto& slot : offsetSlots) {
-    size_t at = slot.first;
-    long v = (long)be(rewritten, at, 4);
-    v = slot.second == 17 ? newCharstrings : v + delta;
-    for (int s = 0; s < 4; s++) rewritten[at + s] = (uint8_t)((uint32_t)v >> (24 - 8 * s));
-  }
-  Bytes out = head;
-  append(out, index({rewritten}));
-  out.insert(out.end(), cff.begin() + top.end, cff.end());
-  append(out, index(glyphs.items));
-  return out;
+// `cff` with glyph `g`'s charstring overwritten from its start by `cs`,
+// which must not be longer: what follows its endchar is never read.
+inline Bytes withCharstring(Bytes cff, size_t g, const Bytes& cs) {
+  IndexAt top = readIndex(cff, readIndex(cff, cff[2]).end);
+  size_t at = (size_t)readDict(top.items[0])[17][0];
+  uint32_t count = be(cff, at, 2), offSize = cff[at + 2];
+  size_t base = at + 2 + (count + 1) * offSize;
+  size_t start = base + be(cff, at + 3 + g * offSize, (int)offSize);
+  size_t end = base + be(cff, at + 3 + (g + 1) * offSize, (int)offSize);
+  if (cs.size() <= end - start) std::copy(cs.begin(), cs.end(), cff.begin() + (long)start);
+  return cff;
 }
 
 }  // namespace cffw
