@@ -461,12 +461,10 @@ FS_LONG getFDindex(FS_STATE* state, TTF* ttf, FS_ULONG g) {
   return fd;
 }
 
-// Loads the font dict and Private dict of glyph `g` when another one is
-// loaded. 456 when the font dict can't be read.
-FS_LONG resetCIDdicts(FS_STATE* state, TTF* ttf, FS_ULONG g) {
+// Loads font dict `fd` (dict 0 for one beyond the array) with its Private
+// dict. 456 when the font dict can't be read.
+FS_LONG load_font_dict(FS_STATE* state, TTF* ttf, FS_LONG fd) {
   CFFTOPDICT* t = ttf->cff->topdict;
-  FS_LONG fd = getFDindex(state, ttf, g);
-  if (fd == t->FDselect) return 0;
   t->FDselect = -1;
   FS_ULONG pos = 0, len = 0;
   if (!index_entry(state, ttf, &t->fdarray, (FS_ULONG)fd, &pos, &len) &&
@@ -483,6 +481,13 @@ FS_LONG resetCIDdicts(FS_STATE* state, TTF* ttf, FS_ULONG g) {
                   &t->privatedict);
   t->FDselect = fd;
   return 0;
+}
+
+// Loads the font dict and Private dict of glyph `g` when another one is
+// loaded.
+FS_LONG resetCIDdicts(FS_STATE* state, TTF* ttf, FS_ULONG g) {
+  FS_LONG fd = getFDindex(state, ttf, g);
+  return fd == ttf->cff->topdict->FDselect ? 0 : load_font_dict(state, ttf, fd);
 }
 
 /* ---- The glyph element ---- */
@@ -537,6 +542,8 @@ FS_LONG grow_element(FS_STATE* state, fsg_SplineKey* key, int which) {
   FSS_free(state, stale);
   if (key->maxp->maxPoints < pts) key->maxp->maxPoints = (FS_USHORT)pts;
   if (key->maxp->maxContours < cts) key->maxp->maxContours = (FS_USHORT)cts;
+  ttf->cff->max_points = key->maxp->maxPoints;
+  ttf->cff->max_contours = key->maxp->maxContours;
   state->error = SUCCESS;
   return 0;
 }
@@ -1319,21 +1326,9 @@ FS_LONG cff_summary(FS_STATE* state, TTF* ttf, CFF_SUMMARY* out) {
   out->cid = is_cid(cff);
   out->font_dicts = t->fdarray.count;
   out->global_subrs = cff->globalsubrs.count;
-  if (out->cid) {
-    // Font dict 0, whichever glyph selects it.
-    t->FDselect = -1;
-    FS_ULONG pos = 0, len = 0;
-    if (!index_entry(state, ttf, &t->fdarray, 0, &pos, &len)) return fail(state, ERR_CHARSTRING);
-    FS_BYTE* block = nullptr;
-    const FS_BYTE* dict = fetch_bytes(state, ttf, pos, len, &block);
-    if (dict == nullptr) return fail(state, ERR_CHARSTRING);
-    t->privatedictoffset = t->privatedictsize = 0;
-    bool ok = loadTopDict(t, ttf->cff_offset, dict, len);
-    release_bytes(state, block);
-    if (!ok) return fail(state, ERR_CHARSTRING);
-    loadPrivateDict(state, ttf, t->privatedictoffset, t->privatedictsize,
-                    &t->privatedict);
-    t->FDselect = 0;
+  if (out->cid && t->FDselect != 0) {
+    FS_LONG err = load_font_dict(state, ttf, 0);
+    if (err) return fail(state, err);
   }
   out->local_subrs = t->privatedict.subrs.count;
   out->default_width = t->privatedict.defaultwidthX;

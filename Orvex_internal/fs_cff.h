@@ -58,7 +58,7 @@ struct CFFTOPDICT {
 
 // The parsed top level of a `CFF ` table, owned by its TTF record.
 struct CFF_TAB {
-  FS_ULONG max_points;
+  FS_ULONG max_points;  // the element limits its glyphs have grown to
   FS_ULONG max_contours;
   FS_ULONG nameINDEXoffset;
   FS_BYTE* topdictINDEXptr;  // the whole top dict INDEX
