@@ -21,8 +21,6 @@
 
 namespace {
 
-const FS_LONG ERR_CHARSTRING = 456;
-const FS_LONG ERR_SEAC_NESTING = 467;
 // Element records number points in FS_SHORT and keep 8 phantom places.
 const FS_ULONG kElementCap = 32767 - 8;
 
@@ -469,14 +467,14 @@ FS_LONG load_font_dict(FS_STATE* state, TTF* ttf, FS_LONG fd) {
   FS_ULONG pos = 0, len = 0;
   if (!index_entry(state, ttf, &t->fdarray, (FS_ULONG)fd, &pos, &len) &&
       (fd == 0 || !index_entry(state, ttf, &t->fdarray, 0, &pos, &len)))
-    return ERR_CHARSTRING;
+    return ERR_CFF_CHARSTRING;
   FS_BYTE* block = nullptr;
   const FS_BYTE* dict = fetch_bytes(state, ttf, pos, len, &block);
-  if (dict == nullptr) return ERR_CHARSTRING;
+  if (dict == nullptr) return ERR_CFF_CHARSTRING;
   t->privatedictoffset = t->privatedictsize = 0;
   bool ok = loadTopDict(t, ttf->cff_offset, dict, len);
   release_bytes(state, block);
-  if (!ok) return ERR_CHARSTRING;
+  if (!ok) return ERR_CFF_CHARSTRING;
   loadPrivateDict(state, ttf, t->privatedictoffset, t->privatedictsize,
                   &t->privatedict);
   t->FDselect = fd;
@@ -715,12 +713,12 @@ FS_LONG nextcsopcode(FS_CURSOR* c, CFF_DATA* cd, int* op) {
       v = cursor_s32(c);  // 16.16 as it stands
     } else if (b0 == 12) {
       *op = 1200 + cursor_u8(c);
-      return c->overrun ? ERR_CHARSTRING : 0;
+      return c->overrun ? ERR_CFF_CHARSTRING : 0;
     } else {
       *op = b0;
       return 0;
     }
-    if (c->overrun || cd->numargs >= 48) return ERR_CHARSTRING;
+    if (c->overrun || cd->numargs >= 48) return ERR_CFF_CHARSTRING;
     cd->args[cd->numargs++] = v;
   }
 }
@@ -743,7 +741,7 @@ FS_LONG generateoutline(FS_STATE* state, TTF* ttf, const FS_BYTE* ptr,
 // A subroutine call: the top operand plus the bias picks the entry; the
 // count itself passes and runs as an empty subroutine.
 FS_LONG call_subr(FS_STATE* state, TTF* ttf, CFF_DATA* cd, bool global) {
-  if (cd->numargs < 1) return ERR_CHARSTRING;
+  if (cd->numargs < 1) return ERR_CFF_CHARSTRING;
   FS_LONG number = cd->args[--cd->numargs] >> 16;
   CFF_TAB* cff = ttf->cff;
   const CFF_INDEX* idx =
@@ -751,7 +749,7 @@ FS_LONG call_subr(FS_STATE* state, TTF* ttf, CFF_DATA* cd, bool global) {
   FS_INT64 i = (FS_INT64)number + subr_bias(idx->count);
   if (i < 0 || (FS_INT64)idx->count < i) return ERR_CFF_INDEX;
   if (i == (FS_INT64)idx->count) return 0;
-  if (cd->depth + 1 > CFF_MAX_SUBR_DEPTH) return ERR_CHARSTRING;
+  if (cd->depth + 1 > CFF_MAX_SUBR_DEPTH) return ERR_CFF_CHARSTRING;
   FS_BYTE* block = nullptr;
   const FS_BYTE* p;
   FS_ULONG len = 0;
@@ -763,7 +761,7 @@ FS_LONG call_subr(FS_STATE* state, TTF* ttf, CFF_DATA* cd, bool global) {
             ? fetch_bytes(state, ttf, pos, len, &block)
             : nullptr;
   }
-  if (p == nullptr) return ERR_CHARSTRING;
+  if (p == nullptr) return ERR_CFF_CHARSTRING;
   cd->depth++;
   FS_LONG err = generateoutline(state, ttf, p, (FS_LONG)len, cd);
   cd->depth--;
@@ -780,14 +778,14 @@ FS_LONG stack_op(CFF_DATA* cd, int op) {
   switch (op) {
     case 1203: case 1204: case 1210: case 1211: case 1212: case 1215:
     case 1224: case 1228: case 1220: case 1230:
-      if (n < 2) return ERR_CHARSTRING;
+      if (n < 2) return ERR_CFF_CHARSTRING;
       break;
     case 1205: case 1209: case 1214: case 1218: case 1221: case 1226:
     case 1227: case 1229:
-      if (n < 1) return ERR_CHARSTRING;
+      if (n < 1) return ERR_CFF_CHARSTRING;
       break;
     case 1222:
-      if (n < 4) return ERR_CHARSTRING;
+      if (n < 4) return ERR_CFF_CHARSTRING;
       break;
     default:
       return 0;  // random and unknown operators are passed over
@@ -822,7 +820,7 @@ FS_LONG stack_op(CFF_DATA* cd, int op) {
     case 1224: a[n - 2] = clamp_long((double)(((FS_INT64)x * y) >> 16)); n--; break;
     case 1226: a[n - 1] = y > 0 ? clamp_long(sqrt(y / 65536.0) * 65536.0 + 0.5) : 0; break;
     case 1227:
-      if (n >= 48) return ERR_CHARSTRING;
+      if (n >= 48) return ERR_CFF_CHARSTRING;
       a[n] = y;
       n++;
       break;
@@ -830,14 +828,14 @@ FS_LONG stack_op(CFF_DATA* cd, int op) {
     case 1229: {
       FS_LONG i = y >> 16;
       if (i < 0) i = 0;
-      if (i > n - 2) return ERR_CHARSTRING;
+      if (i > n - 2) return ERR_CFF_CHARSTRING;
       a[n - 1] = a[n - 2 - i];
       break;
     }
     case 1230: {
       FS_LONG count = x >> 16, j = y >> 16;
       n -= 2;
-      if (count < 0 || count > n) return ERR_CHARSTRING;
+      if (count < 0 || count > n) return ERR_CFF_CHARSTRING;
       if (count == 0) break;
       j %= count;
       if (j < 0) j += count;
@@ -861,12 +859,12 @@ FS_LONG read_flex(CFF_DATA* cd, int op, FLEXARGS* f) {
   F26DOT6 d[12];  // dx1 dy1 ... dx6 dy6 in 26.6
   switch (op) {
     case 1235:  // flex
-      if (n < 13) return ERR_CHARSTRING;
+      if (n < 13) return ERR_CFF_CHARSTRING;
       for (int i = 0; i < 12; i++) d[i] = to26(a[i]);
       f->fd = a[12] >> 16;
       break;
     case 1234:  // hflex
-      if (n < 7) return ERR_CHARSTRING;
+      if (n < 7) return ERR_CFF_CHARSTRING;
       d[0] = to26(a[0]); d[1] = 0;
       d[2] = to26(a[1]); d[3] = to26(a[2]);
       d[4] = to26(a[3]); d[5] = 0;
@@ -876,7 +874,7 @@ FS_LONG read_flex(CFF_DATA* cd, int op, FLEXARGS* f) {
       f->fd = 50;
       break;
     case 1236:  // hflex1
-      if (n < 9) return ERR_CHARSTRING;
+      if (n < 9) return ERR_CFF_CHARSTRING;
       d[0] = to26(a[0]); d[1] = to26(a[1]);
       d[2] = to26(a[2]); d[3] = to26(a[3]);
       d[4] = to26(a[4]); d[5] = 0;
@@ -887,7 +885,7 @@ FS_LONG read_flex(CFF_DATA* cd, int op, FLEXARGS* f) {
       f->fd = 50;
       break;
     default: {  // flex1: the last operand runs along the longer way
-      if (n < 11) return ERR_CHARSTRING;
+      if (n < 11) return ERR_CFF_CHARSTRING;
       F26DOT6 sx = 0, sy = 0;
       for (int i = 0; i < 10; i++) d[i] = to26(a[i]);
       for (int i = 0; i < 10; i += 2) sx = wadd(sx, d[i]), sy = wadd(sy, d[i + 1]);
@@ -917,7 +915,7 @@ FS_LONG read_flex(CFF_DATA* cd, int op, FLEXARGS* f) {
 FS_LONG curves(FS_STATE* state, TTF* ttf, CFF_DATA* cd, int op) {
   const FS_LONG* a = cd->args;
   FS_LONG n = cd->numargs;
-  if (n < 4) return ERR_CHARSTRING;
+  if (n < 4) return ERR_CFF_CHARSTRING;
   F26DOT6 x = cd->prevx, y = cd->prevy;
   FS_LONG i = 0;
   if (op == 26 || op == 27) {
@@ -985,12 +983,12 @@ FS_LONG lines_and_curves(FS_STATE* state, TTF* ttf, CFF_DATA* cd, int op) {
   };
   switch (op) {
     case 5:
-      if (n < 2) return ERR_CHARSTRING;
+      if (n < 2) return ERR_CFF_CHARSTRING;
       for (; i + 2 <= n && !err; i += 2) err = line(i);
       return err;
     case 6:
     case 7: {
-      if (n < 1) return ERR_CHARSTRING;
+      if (n < 1) return ERR_CFF_CHARSTRING;
       bool horizontal = op == 6;
       for (; i < n && !err; i++, horizontal = !horizontal) {
         F26DOT6 d = to26(a[i]);
@@ -1000,15 +998,15 @@ FS_LONG lines_and_curves(FS_STATE* state, TTF* ttf, CFF_DATA* cd, int op) {
       return err;
     }
     case 8:
-      if (n < 6) return ERR_CHARSTRING;
+      if (n < 6) return ERR_CFF_CHARSTRING;
       for (; i + 6 <= n && !err; i += 6) err = curve(i);
       return err;
     case 24:  // curves, then one line
-      if (n < 8) return ERR_CHARSTRING;
+      if (n < 8) return ERR_CFF_CHARSTRING;
       for (; i + 6 <= n - 2 && !err; i += 6) err = curve(i);
       return err ? err : line(i);
     default:  // 25: lines, then one curve
-      if (n < 8) return ERR_CHARSTRING;
+      if (n < 8) return ERR_CFF_CHARSTRING;
       for (; i + 2 <= n - 6 && !err; i += 2) err = line(i);
       return err ? err : curve(i);
   }
@@ -1036,13 +1034,13 @@ FS_LONG do_operator(FS_STATE* state, TTF* ttf, CFF_DATA* cd, int op,
       take_width(cd, false);
       cd->numvstems += n / 2;
       FS_ULONG bytes = (FS_ULONG)(cd->numhstems + cd->numvstems + 7) / 8;
-      if (!cursor_has(c, bytes)) return ERR_CHARSTRING;
+      if (!cursor_has(c, bytes)) return ERR_CFF_CHARSTRING;
       cursor_skip(c, bytes);
       break;
     }
     case 21: {
       int b = take_width(cd, n > 2);
-      if (n - b < 2) return ERR_CHARSTRING;
+      if (n - b < 2) return ERR_CFF_CHARSTRING;
       cd->prevx = wadd(cd->prevx, to26(a[b]));
       cd->prevy = wadd(cd->prevy, to26(a[b + 1]));
       err = moveto(state, ttf, cd);
@@ -1050,7 +1048,7 @@ FS_LONG do_operator(FS_STATE* state, TTF* ttf, CFF_DATA* cd, int op,
     }
     case 22: case 4: {
       int b = take_width(cd, n > 1);
-      if (n - b < 1) return ERR_CHARSTRING;
+      if (n - b < 1) return ERR_CFF_CHARSTRING;
       if (op == 22) cd->prevx = wadd(cd->prevx, to26(a[b]));
       else cd->prevy = wadd(cd->prevy, to26(a[b]));
       err = moveto(state, ttf, cd);
@@ -1103,7 +1101,7 @@ FS_LONG generateoutline(FS_STATE* state, TTF* ttf, const FS_BYTE* ptr,
     int op;
     FS_LONG err = nextcsopcode(&c, cd, &op);
     if (err) return err;
-    if (op == -1) return cd->numargs && cd->depth == 0 ? ERR_CHARSTRING : 0;
+    if (op == -1) return cd->numargs && cd->depth == 0 ? ERR_CFF_CHARSTRING : 0;
     if (op == 11) return 0;
     err = do_operator(state, ttf, cd, op, &c);
     if (err) return err;
@@ -1152,10 +1150,10 @@ FS_LONG draw_component(FS_STATE* state, TTF* ttf, CFF_DATA* cd, FS_ULONG g,
   }
   FS_ULONG pos = 0, len = 0;
   if (!index_entry(state, ttf, &cff->topdict->charstrings, g, &pos, &len))
-    return ERR_CHARSTRING;
+    return ERR_CFF_CHARSTRING;
   FS_BYTE* block = nullptr;
   const FS_BYTE* p = len ? fetch_bytes(state, ttf, pos, len, &block) : nullptr;
-  if (len && p == nullptr) return ERR_CHARSTRING;
+  if (len && p == nullptr) return ERR_CFF_CHARSTRING;
   cd->numargs = 0;
   cd->prevx = x;
   cd->prevy = y;
@@ -1174,7 +1172,7 @@ FS_LONG draw_component(FS_STATE* state, TTF* ttf, CFF_DATA* cd, FS_ULONG g,
 
 FS_LONG processseac(FS_STATE* state, TTF* ttf, CFF_DATA* cd, FS_LONG adx,
                     FS_LONG ady, FS_LONG bchar, FS_LONG achar) {
-  if (cd->level + 1 > CFF_MAX_SEAC_LEVEL) return ERR_SEAC_NESTING;
+  if (cd->level + 1 > CFF_MAX_SEAC_LEVEL) return ERR_CFF_SEAC_NESTING;
   cd->level++;
   FS_BOOLEAN ownWidth = cd->hasadvwidth;
   FS_FIXED ownDx = cd->dx;
@@ -1351,12 +1349,12 @@ FS_LONG loadGlyph(FS_STATE* state, TTF* ttf, fsg_SplineKey* key, int index) {
   if (is_cid(cff)) err = resetCIDdicts(state, ttf, (FS_ULONG)index);
   FS_ULONG pos = 0, len = 0;
   if (!err && !index_entry(state, ttf, &t->charstrings, (FS_ULONG)index, &pos, &len))
-    err = ERR_CHARSTRING;
+    err = ERR_CFF_CHARSTRING;
   if (!err && len > 0) {
     FS_BYTE* block = nullptr;
     const FS_BYTE* p = fetch_bytes(state, ttf, pos, len, &block);
     if (p == nullptr) {
-      err = state->error ? (FS_LONG)state->error : ERR_CHARSTRING;
+      err = state->error ? (FS_LONG)state->error : ERR_CFF_CHARSTRING;
     } else {
       cd->level = 0;
       err = generateoutline(state, ttf, p, (FS_LONG)len, cd);
