@@ -103,6 +103,7 @@ TEST(CffCharstring, WidthFromTheFirstStackClearingOperatorElseHmtx) {
     const char* why;
   } rows[] = {
       {"52 endchar", 252, "one operand at endchar: nominal 200 + 52"},
+      {"52 0 0 0 0 endchar", 252, "five at endchar: the width, then a seac of glyph 0 twice"},
       {"-20 10 20 hstem 0 0 rmoveto endchar", 180, "odd stem operands: the first is the width"},
       {"7 0 0 rmoveto endchar", 207, "three at rmoveto"},
       {"0 0 rmoveto 5 endchar", 600, "no width at the first clearing operator: hmtx"},
