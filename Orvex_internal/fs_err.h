@@ -55,6 +55,8 @@
   X(446, ERR_VALIDATE_ARGS, "validation without a source")                    \
   X(448, ERR_TABLE_DIR, "table directory inconsistent")                       \
   X(453, ERR_MAXP_VERSION, "CFF font maxp version is not 0x00005000")         \
+  X(456, ERR_CFF_CHARSTRING, "bad CFF charstring: operand count, stack "     \
+                             "underflow, or decoding past its end")           \
   X(458, ERR_CFF_HEADER, "CFF name INDEX does not hold one name")             \
   X(459, ERR_CFF_HEADER_2, "CFF charstring type is not 2")                    \
   X(460, ERR_CFF_INDEX, "CFF subroutine index out of range")                  \
@@ -62,6 +64,7 @@
   X(462, ERR_ADF_TOO_LARGE, "distance-field size too large for effects")      \
   X(464, ERR_SBIT_METRICS_2, "embedded bitmap image cannot be served")        \
   X(466, ERR_EBLC, "EBLC table bad")                                          \
+  X(467, ERR_CFF_SEAC_NESTING, "CFF seac nesting above 10")                   \
   X(502, ERR_SCALE_LIMIT, "scale matrix entry of 0x40000000 or more")         \
   X(503, ERR_SCALE_DEGENERATE, "scale matrix collapses")                      \
   X(505, ERR_RASTER_OVERFLOW, "bitmap run list overflow")                     \

@@ -44,8 +44,8 @@ void read_table_bytes(FS_STATE* state, TTF* ttf, FS_ULONG table,
 
 FS_LONG fix_mul(FS_LONG a, FS_LONG b) { return varmul_64(a, b, 16); }
 
-// Points the two element records into the server's workspace, which may
-// have moved or grown since the key was made.
+}  // namespace
+
 FS_LONG fs_SetUpKey(FS_STATE* state, fsg_SplineKey* key) {
   const FS_SHORT needed =
       KEY_INITIALISED | KEY_SFNT_READY | KEY_TRANSFORM_READY;
@@ -80,6 +80,8 @@ FS_LONG fs_SetUpKey(FS_STATE* state, fsg_SplineKey* key) {
   info->stackBaseOffset = (FS_ULONG)(p - server->workspace);
   return 0;
 }
+
+namespace {
 
 // The 8 phantom places of a glyph in font units, behind its points.
 void set_phantoms(fnt_ElementType* el, FS_LONG at, FS_LONG xMin, FS_LONG yMax,

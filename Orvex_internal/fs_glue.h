@@ -65,6 +65,11 @@ FS_LONG read_comp_parms_ttf(const FS_BYTE* data, FS_ULONG length,
                             FS_ULONG* pos, FS_USHORT numGlyphs,
                             fsg_Component* comp);
 
+// Points the two element records of the key into the server's workspace,
+// which may have moved or grown since the key was made; both come out
+// empty. 412 when the key is not ready or the workspace is too small.
+FS_LONG fs_SetUpKey(FS_STATE* state, fsg_SplineKey* key);
+
 // Runs the control-value program for the key: scales the control values
 // into the private font space and clears the twilight zone. Fonts with a
 // `FLNT` table skip both. The `prep` program itself runs here once the

@@ -8,6 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
@@ -687,12 +688,14 @@ FS_OUTLINE* make_outline_ttf(FS_STATE* state, SFNT* sfnt, FS_ULONG gIndex) {
   if (gIndex >= key->maxp->numGlyphs) gIndex = 0;
   key->glyphIndex = (FS_USHORT)gIndex;
   FS_BOOLEAN useHints = (state->flags & FLAGS_NO_HINTS) == 0;
-  if (fsg_GridFit(state, key, useHints) != 0) return nullptr;
-  FS_OUTLINE* o = extract_outline(state, key);
-  if (o == nullptr) return nullptr;
   LFNT* lfnt = sfnt->lfnt;
   bool cff = lfnt && (lfnt->fnt_type == FNT_TYPE_CFF ||
                       (lfnt->fontflags & FONTFLAG_CFF));
+  FS_LONG err = cff ? cff_GridFit(state, key, useHints)
+                    : fsg_GridFit(state, key, useHints);
+  if (err != 0) return nullptr;
+  FS_OUTLINE* o = extract_outline(state, key);
+  if (o == nullptr) return nullptr;
   if ((state->flags & FLAGS_RESERVED_BIT0) || cff)
     state->flags |= FLAGS_THIN_STROKE;  // dropout control wanted
   else
@@ -704,11 +707,7 @@ FS_OUTLINE* make_outline_ttf(FS_STATE* state, SFNT* sfnt, FS_ULONG gIndex) {
 FS_OUTLINE* find_or_make_outline(FS_STATE* state, LFNT* lfnt, SFNT* sfnt,
                                  FS_ULONG id, FS_ULONG index) {
   (void)id;  // stroke fonts take their reference-line choice from it
-  if (lfnt != nullptr && (lfnt->fnt_type == FNT_TYPE_CFF ||
-                          (lfnt->fontflags & FONTFLAG_CFF))) {
-    state->error = 436;  // no CFF glyph fetch in this build yet
-    return nullptr;
-  }
+  (void)lfnt;  // stroke fonts take their code mapping from it
   FS_OUTLINE* o = make_outline_ttf(state, sfnt, index);
   if (o != nullptr) o->outl_flag = state->any_hints;
   state->adfGridFitType = (state->flags & FLAGS_MAZ_ON) || (o && (o->outl_flag & 8))

@@ -9,6 +9,7 @@
 
 #include "Orvex_internal/fs_bytes.h"
 #include "Orvex_internal/fs_cache.h"
+#include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_fio.h"
@@ -576,7 +577,11 @@ FS_GLYPH_POINTS* FSS_get_points(FS_STATE* state, FS_ULONG id) {
   }
   fsg_SplineKey* key = (fsg_SplineKey*)senv->ttkey;
   key->glyphIndex = index;
-  if (fsg_GridFit(state, key, 0) != 0) return nullptr;
+  LFNT* lfnt = state->cur_sfnt->lfnt;
+  bool cff = lfnt && (lfnt->fnt_type == FNT_TYPE_CFF ||
+                      (lfnt->fontflags & FONTFLAG_CFF));
+  if ((cff ? cff_GridFit(state, key, 0) : fsg_GridFit(state, key, 0)) != 0)
+    return nullptr;
   const fnt_ElementType* el = fsg_glyph_element(key);
   FS_LONG np = el->np, nc = el->nc;
   FS_ULONG size = (FS_ULONG)(sizeof(FS_GLYPH_POINTS) +

@@ -163,6 +163,12 @@ void fs_NewTransformation(fsg_SplineKey* key) {
 
 }  // namespace
 
+void fsg_size_key(fsg_SplineKey* key, TTF* ttf) { work_out_sizes(key, ttf); }
+
+FS_LONG fsg_grow_workspace(FS_STATE* state, fsg_SplineKey* key) {
+  return grow_workspace(state, key);
+}
+
 void compute_scaling(scale_rec* rec, FS_FIXED scalar, FS_LONG em) {
   memset(rec, 0, sizeof *rec);
   FS_INT64 N = scalar;

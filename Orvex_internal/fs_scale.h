@@ -5,8 +5,10 @@
 #ifndef ORVEX_INTERNAL_FS_SCALE_H
 #define ORVEX_INTERNAL_FS_SCALE_H
 
+#include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_state.h"
 
+struct TTF;
 struct TTF_MAXP;
 struct TTF_HEAD;
 
@@ -118,6 +120,7 @@ struct fsg_SplineKey {
   FS_ULONG loca_length, hmtx_length, vmtx_length;
   FS_ULONG workspace_need, private_size;
   FS_FIXED user_scale[4];  // s00, s01, s10, s11
+  CFF_DATA cffdata;        // the charstring interpreter's, for CFF fonts
 };
 
 // Splits a scale into pixels per em along x and y (16.16, magnitudes) and
@@ -150,6 +153,14 @@ FS_LONG scale_font_ttf(FS_STATE* state, SFNT* sfnt, FS_FIXED s00, FS_FIXED s01,
 // 302 without one, 303 without its loaded font, 304 when that can't be
 // loaded; builds a missing environment. Returns 0 or the error.
 FS_LONG check_sfnt(FS_STATE* state);
+
+// Works out the workspace and private space the key needs for its
+// max_points, max_contours and max_twilight (workspace_need, private_size).
+void fsg_size_key(fsg_SplineKey* key, TTF* ttf);
+
+// Grows the server's workspace to the key's workspace_need; the old block
+// and what it held go. Returns 0 or the heap's error.
+FS_LONG fsg_grow_workspace(FS_STATE* state, fsg_SplineKey* key);
 
 // Frees a key of a TrueType font with its private space. Accepts null.
 void delete_key(FS_STATE* state, void* key);

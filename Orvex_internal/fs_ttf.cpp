@@ -330,7 +330,9 @@ bool synthesise_cff_maxp(FS_STATE* state, TTF* ttf) {
 
 // A `glyf` font's outline tables and its `maxp`.
 bool load_glyf_tables(FS_STATE* state, TTF* ttf, FS_BYTE fnt_type) {
-  if (fnt_type == FNT_TYPE_OTT) return false;  // 405 of the CFF lookup stands
+  // A type-7 font without a usable `CFF ` keeps the CFF loader's code: 405
+  // for no table, 458 to 461 for one that doesn't parse.
+  if (fnt_type == FNT_TYPE_OTT) return false;
   FS_ULONG off = 0, len = 0;
   if (get_ttf_table_info(state, ttf, TAG_glyf, &off, &len)) {
     ttf->glyf_offset = off;

@@ -12,6 +12,9 @@ packages=(
   fonts-dejavu-core fonts-dejavu-extra fonts-liberation2 fonts-freefont-ttf
   fonts-noto-core
   fonts-blankenburg
+  # OpenType fonts with CFF outlines (Noto CJK: a CID font in a collection).
+  fonts-urw-base35 fonts-texgyre fonts-cantarell fonts-ebgaramond
+  fonts-noto-cjk
   libfreetype-dev
 )
 

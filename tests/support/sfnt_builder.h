@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "support/cff_builder.h"
+
 namespace sfnt {
 
 typedef std::vector<uint8_t> Bytes;
@@ -311,15 +313,16 @@ inline Font minimalGlyfFont() {
   return f;
 }
 
-// A CFF OpenType font around a `CFF ` table of `cffBytes` (the loader only
-// holds the table for now): glyf and loca give way to CFF, maxp is 0.5.
+// A CFF OpenType font of `numGlyphs` empty glyphs (each charstring a lone
+// endchar): glyf and loca give way to CFF, maxp is 0.5.
 inline Font minimalCffFont(uint32_t numGlyphs = 3) {
   Font f = minimalGlyfFont();
   f.version = tagOf("OTTO");
   f.remove("glyf").remove("loca");
   f.set("maxp", maxp05(numGlyphs));
-  Bytes cff = {1, 0, 4, 1};  // major, minor, header size, offset size
-  f.set("CFF ", cff);
+  cffw::Table t;
+  t.glyphs.assign(numGlyphs, cffw::charstring("endchar"));
+  f.set("CFF ", cffw::build(t));
   return f;
 }
 

@@ -1,9 +1,10 @@
 // fontvec glyph: one glyph's scaled points as the scaler leaves them, in
 // 26.6 units with the origin at the left phantom place, and the rounded
-// advance; or with --png its 8-bit graymap as a grey PNG. Starts a private
-// engine client, adds and sets the font, sets the scale and the character
-// map, and asks the glyph request calls for the advance and the points, or
-// the graymap.
+// advance (a CFF glyph's contours in the engine's order: reversed, each
+// closed on a point of its own, a cubic's two controls `off`); or with --png
+// its 8-bit graymap as a grey PNG. Starts a private engine client, adds and
+// sets the font, sets the scale and the character map, and asks the glyph
+// request calls for the advance and the points, or the graymap.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

@@ -2,7 +2,8 @@
 // one "key: value" line each, then the names of the font's metrics record;
 // with --cmap, the character map the renderer would choose, one "U+XXXX
 // GLYPH" line per mapped code; with --kern, the font's kerning pairs, one
-// "LEFT RIGHT VALUE" line each. Starts a private engine client, loads the
+// "LEFT RIGHT VALUE" line each; with --cff, the CFF table's dicts and
+// subroutines. Starts a private engine client, loads the
 // face, prints, and ends the client.
 #include <stdio.h>
 #include <stdlib.h>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
@@ -57,6 +59,29 @@ void printInfo(const TTF* ttf) {
   printf("ascender: %d\n", ttf->hhea->yAscender);
   printf("descender: %d\n", ttf->hhea->yDescender);
   printf("outlines: %s\n", ttf->cff ? "CFF" : "glyf");
+}
+
+// The CFF table's top level: CID or not, font dicts, subroutine counts
+// and the widths of the top Private dict, or of font dict 0. A font with
+// `glyf` outlines is an error.
+int printCff(FS_STATE* state, const char* path, TTF* ttf) {
+  CFF_SUMMARY s;
+  if (ttf->cff == NULL) {
+    fontvec_error("%s: no CFF outlines in the font", path);
+    return 1;
+  }
+  if (cff_summary(state, ttf, &s) != 0) {
+    fontvec_error("%s: error %lu: %s", path, (unsigned long)state->error,
+                  FS_error_message(state->error));
+    return 1;
+  }
+  printf("cid: %s\n", s.cid ? "yes" : "no");
+  printf("font_dicts: %lu\n", (unsigned long)s.font_dicts);
+  printf("global_subrs: %lu\n", (unsigned long)s.global_subrs);
+  printf("local_subrs: %lu\n", (unsigned long)s.local_subrs);
+  printf("default_width: %ld\n", (long)s.default_width);
+  printf("nominal_width: %ld\n", (long)s.nominal_width);
+  return 0;
 }
 
 // The renderer's preference list of character maps, in its order.
@@ -181,11 +206,14 @@ int fontvec_info(int argc, char** argv) {
   FS_ULONG index = 0;
   bool cmap = false;
   bool kern = false;
+  bool cff = false;
   for (int i = 0; i < argc; i++) {
     if (strcmp(argv[i], "--cmap") == 0) {
       cmap = true;
     } else if (strcmp(argv[i], "--kern") == 0) {
       kern = true;
+    } else if (strcmp(argv[i], "--cff") == 0) {
+      cff = true;
     } else if (strcmp(argv[i], "--index") == 0 && i + 1 < argc) {
       if (!parseIndex(argv[++i], &index)) return fontvec_usage("info");
     } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
@@ -196,7 +224,7 @@ int fontvec_info(int argc, char** argv) {
       return fontvec_usage("info");
     }
   }
-  if (path == NULL || (cmap && kern)) return fontvec_usage("info");
+  if (path == NULL || (int)cmap + (int)kern + (int)cff > 1) return fontvec_usage("info");
 
   FS_STATE state;
   if (FSS_init(&state, kInfoHeap) != 0) {
@@ -222,6 +250,9 @@ int fontvec_info(int argc, char** argv) {
                   state.error ? FS_error_message(state.error)
                               : "no outlines nor bitmaps in the font");
     status = 1;
+  } else if (cff) {
+    status = printCff(&state, path, ttf);
+    unload_ttf(&state, ttf);
   } else {
     printInfo(ttf);
     unload_ttf(&state, ttf);
