@@ -122,26 +122,6 @@ TEST(GlyphFetch, LocaOutOfOrderPastGlyfOrTooShortReadsAsEmpty) {
   }
 }
 
-TEST(PreProgram, ControlValuesAreScaledUnlessTheFontHasFLNT) {
-  sfnt::Font font = glyffont::font({glyffont::triangle()});
-  sfnt::Bytes cvt;
-  sfnt::u16(cvt, 100);
-  sfnt::u16(cvt, (uint32_t)-50);
-  font.set("cvt ", cvt);
-  for (bool flnt : {false, true}) {
-    if (flnt) font.set("FLNT", sfnt::Bytes(4, 0));
-    Fixture t(font);
-    ASSERT_TRUE(t.ok);
-    fsg_SplineKey* k = t.f.key();
-    F26DOT6* cv = (F26DOT6*)(k->memoryBases[3] + k->offset_controlValues);
-    // 100 x 0.64 and -50 x 0.64, or left unscaled at 0 under FLNT.
-    EXPECT_EQ((std::vector<int>{2, flnt ? 0 : 64, flnt ? 0 : -32}),
-              (std::vector<int>{k->cvtCount, cv[0], cv[1]}));
-    ASSERT_EQ(0, t.f.fetch(0));  // glyphs still come
-    EXPECT_EQ(3, t.np());
-  }
-}
-
 TEST(ScaleFont, AWorkspaceBeyondTheHeapIs201AndNothingStays) {
   // maxp asks room for 60000 points, which the element records cap at
   // 32759; at about 26 bytes a point that passes a 512 kB heap.

@@ -18,7 +18,6 @@ using namespace enginetest;
 namespace {
 
 typedef std::vector<long> V;
-typedef std::vector<const void*> P;
 
 // A budget filled exactly with `n` cache entries of 1000 bytes in bucket 5,
 // all on one scaled font; the first added is the least recently used.
@@ -64,23 +63,6 @@ TEST(ReclaimLadder, NothingReclaimableFailsWith201And202AndTheWholeBudgetEmpties
   FullCache f(20);  // nothing held, but a request that can never fit
   EXPECT_EQ(nullptr, FSS_malloc(&f.e.st, f.e.server()->heap_size));
   EXPECT_EQ((V{ERR_MALLOC_FAIL, 20, 20, f.full}), f.state());
-}
-
-TEST(ReclaimLadder, ANewCacheEntryReusesOneTheLadderFreed) {
-  // 127 entries fill one lump, one a bucket, every other one held; the
-  // budget has no room for a second lump. The trim frees the 63 unheld,
-  // which go back on the chain of the lump the 64 held keep alive.
-  Engine e(1000000);
-  SFNT* sfnt = makeSfnt(&e.st, makeLfnt(&e.st));
-  for (int i = 0; i < 127; i++) addCacheEntry(&e.st, i, sfnt, 0, i % 2 == 0);
-  e.fillBudget();
-  long full = e.used();
-  FS_MASTER_LUMP* lump = e.server()->list_of_lumps;
-  CACHE_ENTRY* c = CACHE_ENTRY_calloc(&e.st);
-  ASSERT_NE(nullptr, c);
-  EXPECT_EQ(lump, c->master);
-  EXPECT_EQ((V{full, 64}), (V{e.used(), sfnt->cache_count}));
-  CACHE_ENTRY_free(&e.st, c);
 }
 
 TEST(ReclaimLadder, EachRungRunsOneStepInItsOrder) {
@@ -162,6 +144,7 @@ TEST(ReclaimLadder, FontDataIsUnloadedButNeverWhileLoadingOrCurrent) {
   set->ref_count = 1;
   EXPECT_EQ(0, gut_unused_fntsets(&e.st, 1));
   EXPECT_EQ(1, gut_unused_fntsets(&e.st, 0));
+  typedef std::vector<const void*> P;
   EXPECT_EQ((P{nullptr, nullptr, nullptr, key}),
             (P{lfnt->fnt, lfnt->cmap_cache, key->maxp, sfnt->senv->ttkey}));
   set->ref_count = 0;
