@@ -1,7 +1,6 @@
-// The glyph cache through get_graymap on a real font: one record for a
-// repeated request, the counts that follow holds and releases, the key's
-// phase and style, the size limit, removal of a held font, and the reclaim
-// ladder emptying it back to the heap.
+// The glyph cache through get_graymap on a real font: holds and releases,
+// the key's phase and depth, the size limit, removal of a held font, and
+// the reclaim ladder emptying it back to the heap.
 #include "Orvex_internal/fs_cache.h"
 
 #include <gtest/gtest.h>

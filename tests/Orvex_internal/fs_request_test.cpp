@@ -1,6 +1,5 @@
-// The glyph request calls on a real font: the scale and style setters and
-// the refusals of each call, type resolution, boxes, advances, phases and
-// strings.
+// The glyph request calls on a real font: setters, each call's refusals,
+// type resolution, boxes, advances, phases and strings.
 #include "Orvex_internal/fs_request.h"
 
 #include <gtest/gtest.h>
