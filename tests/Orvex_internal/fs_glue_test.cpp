@@ -12,7 +12,6 @@
 
 namespace {
 
-const FS_FIXED ONE = 65536;
 const uint32_t XY = 0x2, SCALE = 0x8, MY_METRICS = 0x200;  // component flags
 
 // Glyphs: 0 empty, 1 the triangle (0,0) (100,0) (50,100), 2 itself and the
