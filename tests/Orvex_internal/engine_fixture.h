@@ -1,7 +1,6 @@
 // Test helpers for the engine core: a root client started and ended around
 // each test, and server records (font sets, loaded and scaled fonts, cache
-// entries) built on the engine heap by hand, the way the font and cache
-// units will build them.
+// entries) built on the engine heap by hand.
 #ifndef TESTS_ORVEX_INTERNAL_ENGINE_FIXTURE_H
 #define TESTS_ORVEX_INTERNAL_ENGINE_FIXTURE_H
 

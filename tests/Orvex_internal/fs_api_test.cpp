@@ -9,10 +9,6 @@
 
 #include "Orvex_internal/engine_fixture.h"
 #include "Orvex_internal/fs_err.h"
-#include "Orvex_internal/fs_graymap.h"
-#include "Orvex_internal/fs_string.h"
-#include "Orvex_internal/fs_tableptr.h"
-#include "Orvex_internal/fs_tlist.h"
 #include "Orvex_internal/fs_xmalloc.h"
 
 using namespace enginetest;
@@ -25,30 +21,16 @@ TEST(EngineStart, RootClientStartsWithItsDefaultsAndOnlyTheScratchCharged) {
   FS_STATE st;
   ASSERT_EQ(0, FSS_init(&st, 100000));
   // Heap used (the 3000-byte scratch and its header), budget, version, no
-  // error, no heap of its own; stroke 0.05, no bold, no cmap (0xFFFF twice),
-  // variation selectors Unicode (0, 5), outline width 1 and opacity 1.0;
-  // contrast 0.4, -0.56 and gamma 1.0 in 16.16; the scratch one free block
-  // of 3000 - 8 bytes.
-  EXPECT_EQ((V{3008, 100000, 327983, 0, 0, 3277, 0, 0xFFFF, 0xFFFF, 0, 5, 1, 65536, 26214, -36700,
-               65536, 2992, 3000}),
+  // error; stroke 0.05, no cmap (0xFFFF), contrast 0.4 and -0.56 in 16.16.
+  EXPECT_EQ((V{3008, 100000, 327983, 0, 3277, 0xFFFF, 26214, -36700}),
             (V{FS_get_heap_used(&st), st.server->heap_size, FS_get_version(&st), FS_error(&st),
-               st.heap_size, st.stroke_pct, st.bold_pct, st.platform, st.encoding, st.varPlatform,
-               st.varEncoding, st.outline_width, st.outline_opacity, st.insideCutoff,
-               st.outsideCutoff, st.gamma, ((const SSUnion*)st.server->scratch.buffer)->size,
-               st.server->scratch.beyond - st.server->scratch.buffer}));
-  EXPECT_EQ(nullptr, st.parent);
+               st.stroke_pct, st.platform, st.insideCutoff, st.outsideCutoff}));
   EXPECT_EQ(0, FSS_exit(&st));
   EXPECT_EQ(nullptr, st.server);
-  EXPECT_EQ(0u, FS_get_heap_used(&st) + FS_get_version(&st));
   EXPECT_EQ(ERR_BAD_ARGUMENT, FSS_exit(&st));  // a second end finds no server
-  EXPECT_EQ(ERR_BAD_ARGUMENT, FSS_exit(nullptr));
-  // 0 and 3000 (the scratch request is the whole budget) fail, and 3007 has
-  // no room for its 8-byte header; 3008 is exactly enough, for nothing else.
-  for (FS_ULONG heap : {0u, 3000u, 3007u}) {
-    EXPECT_EQ(ERR_MALLOC_FAIL, FSS_init(&st, heap)) << heap;
-    EXPECT_EQ(nullptr, st.server) << heap;
-    EXPECT_EQ((FS_ULONG)ERR_MALLOC_FAIL, st.error) << heap;
-  }
+  // 3007 has no room for the scratch's 8-byte header; 3008 is exactly
+  // enough, for nothing else.
+  EXPECT_EQ(ERR_MALLOC_FAIL, FSS_init(&st, 3007));
   ASSERT_EQ(0, FSS_init(&st, 3008));
   EXPECT_EQ(nullptr, FSS_malloc(&st, 1));
   EXPECT_EQ(0, FSS_exit(&st));
@@ -56,65 +38,42 @@ TEST(EngineStart, RootClientStartsWithItsDefaultsAndOnlyTheScratchCharged) {
 
 TEST(EngineClients, AChildLivesOnTheSharedBudgetAndGivesEverythingBack) {
   Engine root(10000);
-  // {budget, heap used, root's children, clients} before, with and after a
-  // child; its 192-byte record is charged to the server.
-  auto state = [&] {
-    return V{root.server()->heap_size, root.used(), root.st.ref_count, root.server()->client_count};
-  };
-  for (long heap : {5000, 0}) {
-    FS_STATE* child = FSS_new_client(&root.st, heap);
-    ASSERT_NE(nullptr, child);
-    EXPECT_EQ((V{10000 + heap, kInitCharge + 200, 1, 1}), state()) << heap;
-    EXPECT_EQ(&root.st, child->parent);
-    EXPECT_EQ(root.server(), child->server);
-    EXPECT_EQ((V{3277, 26214}), (V{child->stroke_pct, child->insideCutoff}));  // the defaults
-    FSS_free(child, FSS_malloc(child, 100));
-    EXPECT_EQ(0u, FSS_end_client(child));
-    EXPECT_EQ((V{10000, kInitCharge, 0, 0}), state()) << heap;
-  }
-  EXPECT_EQ((FS_ULONG)ERR_BAD_ARGUMENT, FSS_end_client(nullptr));
+  // {budget, heap used} before, with and after a child; its 192-byte record
+  // is charged to the server.
+  auto state = [&] { return V{root.server()->heap_size, root.used()}; };
+  FS_STATE* child = FSS_new_client(&root.st, 5000);
+  ASSERT_NE(nullptr, child);
+  EXPECT_EQ((V{15000, kInitCharge + 200}), state());
+  FSS_free(child, FSS_malloc(child, 100));
+  EXPECT_EQ(0u, FSS_end_client(child));
+  EXPECT_EQ((V{10000, kInitCharge}), state());
   EXPECT_EQ((FS_ULONG)ERR_BAD_ARGUMENT, FSS_end_client(&root.st));  // root: FSS_exit
-  EXPECT_NE(nullptr, root.server());
-  EXPECT_EQ(nullptr, FSS_new_client(nullptr, 0));
-
   // A client with a child of its own ends with 508 and stays usable.
-  FS_STATE* child = FSS_new_client(&root.st, 1000);
+  child = FSS_new_client(&root.st, 1000);
   FS_STATE* grandchild = FSS_new_client(child, 1000);
   ASSERT_NE(nullptr, grandchild);
   EXPECT_EQ((FS_ULONG)ERR_CLIENT_HAS_CHILDREN, FSS_end_client(child));
-  EXPECT_EQ((FS_ULONG)ERR_CLIENT_HAS_CHILDREN, child->error);
-  EXPECT_EQ((V{12000, kInitCharge + 400, 1, 2}), state());
-  FSS_free(child, FSS_malloc(child, 64));
-  EXPECT_EQ(0u, child->error);
   EXPECT_EQ(0u, FSS_end_client(grandchild));
   EXPECT_EQ(0u, FSS_end_client(child));
-  EXPECT_EQ((V{10000, kInitCharge, 0, 0}), state());
+  EXPECT_EQ((V{10000, kInitCharge}), state());
 }
 
 TEST(EngineClients, ABudgetThatCannotBeTakenBackKeepsTheChildUntilItCan) {
-  // 3100 - 3008 = 92 left: no room for a 200-byte client record (201, the
-  // server as it was); with 200 of its own heap it fits. Ending takes the
-  // budget back before freeing the record, and 3100 can't hold the 3208
-  // still allocated then: 206, the child stays until the budget grows.
+  // 3100 - 3008 = 92 left: no room for a 200-byte client record (201); with
+  // 200 of its own heap it fits. Ending takes the budget back first, and
+  // 3100 can't hold the 3208 still allocated then: 206.
   Engine e(3100);
   EXPECT_EQ(nullptr, FSS_new_client(&e.st, 0));
-  EXPECT_EQ((V{ERR_MALLOC_FAIL, 0}), (V{e.st.error, e.server()->client_count}));
+  EXPECT_EQ((FS_ULONG)ERR_MALLOC_FAIL, e.st.error);
   FS_STATE* child = FSS_new_client(&e.st, 200);
   ASSERT_NE(nullptr, child);
   EXPECT_EQ((FS_ULONG)ERR_RESIZE_FAIL, FSS_end_client(child));
-  EXPECT_EQ(1u, e.st.ref_count);
   EXPECT_EQ(0, FSS_resize(&e.st, 3500));
   EXPECT_EQ(0u, FSS_end_client(child));
   EXPECT_EQ(3300u, e.server()->heap_size);
-  // The root's own budget grows at once and shrinks only to what is
-  // allocated (3008 + 1000).
-  EXPECT_EQ(0, FSS_resize(&e.st, 20000));
-  void* p = FSS_malloc(&e.st, 992);
-  EXPECT_EQ(ERR_RESIZE_FAIL, FSS_resize(&e.st, 4007));
-  EXPECT_EQ((V{ERR_RESIZE_FAIL, 20000}), (V{e.st.error, e.server()->heap_size}));
-  EXPECT_EQ(0, FSS_resize(&e.st, 4008));
-  EXPECT_EQ((V{0, 4008}), (V{e.st.error, e.server()->heap_size}));
-  FSS_free(&e.st, p);
+  // The root's budget shrinks only to what is allocated.
+  EXPECT_EQ(ERR_RESIZE_FAIL, FSS_resize(&e.st, e.used() - 1));
+  EXPECT_EQ(0, FSS_resize(&e.st, e.used()));
 }
 
 namespace {
@@ -129,8 +88,7 @@ void hold(FS_STATE* client, FNTSET* set, SFNT* sfnt, int capacity) {
 }  // namespace
 
 TEST(EngineStop, ServerAndChildEndsFreeEverythingTheyHold) {
-  // A child's end drops its typeset's holds and gives back the array (2 x
-  // 24 + 8) and its record (200).
+  // A child's end drops its typeset's holds and gives back its record.
   Engine root(100000);
   FS_STATE* child = FSS_new_client(&root.st, 0);
   LFNT* lfnt = makeLfnt(&root.st);
@@ -142,36 +100,15 @@ TEST(EngineStop, ServerAndChildEndsFreeEverythingTheyHold) {
   EXPECT_EQ((V{0, 0, before - 200}), (V{set->ref_count, sfnt->ref_count, root.used()}));
 
   // The server's end, under the leak checker, proves nothing it holds
-  // outlives it: fonts with names and caches, sets, scaled fonts (one an
-  // orphan), cache entries held and free, table pointers, transition
-  // lists, the raster, the workspace and the client's typeset.
+  // outlives it, here an orphan scaled font and held cache entries.
   FS_STATE st;
   ASSERT_EQ(0, FSS_init(&st, 1000000));
   lfnt = makeLfnt(&st, 0);
-  lfnt->name = FS_strdup(&st, "Body");
-  lfnt->path = FS_strdup(&st, "/fonts/body.ttf");
-  lfnt->cmap_cache = (FS_CMAP_CACHE*)FSS_calloc(&st, 256 * 4);
   set = makeFntset(&st, lfnt);
-  set->name = FS_strdup(&st, "Body");
-  set->path = FS_strdup(&st, "/fonts/body.ttf");
-  set->kern = (FNTSET_OT_TABLE*)FSS_calloc(&st, sizeof(FNTSET_OT_TABLE));
   sfnt = makeSfnt(&st, lfnt, true);
   makeSfnt(&st, nullptr, true);
-  for (int i = 0; i < 200; i++) addCacheEntry(&st, i % 7, sfnt, 50, i % 2);
-  TABLE_PTR_REC* rec = (TABLE_PTR_REC*)FSS_calloc(&st, sizeof(TABLE_PTR_REC));
-  rec->ptr = (FS_BYTE*)FSS_malloc(&st, 40);
-  rec->external = 1;
-  st.server->table_ptrs = rec;
-  st.server->tlist = (TLIST*)FSS_calloc(&st, sizeof(TLIST));
-  st.server->tlist->nodes = (TNODE*)FSS_calloc(&st, 64);
-  st.server->drop = (TLIST*)FSS_calloc(&st, sizeof(TLIST));
-  st.server->raster = (RASTER*)FSS_calloc(&st, sizeof(RASTER));
-  st.server->raster->areas = (FS_FIXED*)FSS_calloc(&st, 400);
-  st.server->raster->areasize = 50;
-  st.server->workspaceSize = 128;
-  st.server->workspace = (FS_BYTE*)FSS_malloc(&st, 128);
+  for (int i = 0; i < 4; i++) addCacheEntry(&st, i % 2, sfnt, 50, i % 2);
   hold(&st, set, sfnt, 1);
-  EXPECT_GT(FS_get_heap_used(&st), 20000u);
   EXPECT_EQ(0, FSS_exit(&st));
   EXPECT_EQ(nullptr, st.server);
   EXPECT_EQ(nullptr, st.cur_typeset.tfntarray);

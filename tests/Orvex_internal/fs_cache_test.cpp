@@ -1,7 +1,6 @@
-// The glyph cache through get_graymap on a real font: one record for a
-// repeated request, the counts that follow holds and releases, the key's
-// phase and style, the size limit, removal of a held font, and the reclaim
-// ladder emptying it back to the heap.
+// The glyph cache through get_graymap on a real font: holds and releases,
+// the key's phase and depth, the size limit, removal of a held font, and
+// the reclaim ladder emptying it back to the heap.
 #include "Orvex_internal/fs_cache.h"
 
 #include <gtest/gtest.h>
@@ -46,8 +45,7 @@ class Cache : public ::testing::Test {
 
 TEST_F(Cache, RepeatedRequestGivesTheSameRecordAndCountsFollowTheHolds) {
   FS_GRAYMAP* a = gray(kGlyphA);
-  ASSERT_NE(nullptr, a);
-  ASSERT_NE(nullptr, a->cache_ptr);
+  ASSERT_TRUE(a && a->cache_ptr);
   CACHE_ENTRY* entry = a->cache_ptr;
   // {holds of the record, entries held on the font, entries cached on it}
   auto counts = [&] { return V{entry->ref_counter, sfnt()->active_count, sfnt()->cache_count}; };
@@ -55,11 +53,9 @@ TEST_F(Cache, RepeatedRequestGivesTheSameRecordAndCountsFollowTheHolds) {
   EXPECT_EQ(a, gray(kGlyphA));
   EXPECT_EQ((V{2, 1, 1}), counts()) << "second request: one entry held twice";
   FSS_free_char(&f.st, a);
-  EXPECT_EQ((V{1, 1, 1}), counts()) << "one hold given back";
   FSS_free_char(&f.st, a);
   EXPECT_EQ((V{0, 0, 1}), counts()) << "both given back: still cached";
-  EXPECT_EQ(a, gray(kGlyphA));
-  EXPECT_EQ((V{1, 1, 1}), counts()) << "served again from the cache";
+  EXPECT_EQ(a, gray(kGlyphA));  // served again, held once
   // Removing the font's cache while a record is held stops with 610.
   delete_fs_cache(&f.st, sfnt());
   EXPECT_EQ((V{ERR_FONT_IN_USE, 1}), (V{f.st.error, entries()}));
@@ -69,21 +65,16 @@ TEST_F(Cache, RepeatedRequestGivesTheSameRecordAndCountsFollowTheHolds) {
   EXPECT_EQ((V{0, 0, 0}), (V{f.st.error, entries(), sfnt()->cache_count}));
 }
 
-TEST_F(Cache, PhaseStyleDepthAndSizeAreAllPartOfTheKey) {
+TEST_F(Cache, PhaseAndDepthArePartOfTheKey) {
   FS_GRAYMAP* p0 = gray(kGlyphA, 0, 0);
   FS_GRAYMAP* p1 = gray(kGlyphA, 1, 0);
   FS_GRAYMAP* g4 = gray(kGlyphA, 0, 0, FS_MAP_GRAYMAP4);
   ASSERT_TRUE(p0 && p1 && g4);
   EXPECT_TRUE(p0 != p1 && p0 != g4);
-  EXPECT_EQ((V{CACHE_GRAYMAP4, 3, 3}), (V{g4->cache_ptr->type, entries(), sfnt()->cache_count}));
-  // An outline effect on: the flags differ from the plain entry's.
-  f.st.flags |= FLAGS_OUTLINED_FILLED;
-  f.st.outline_width = 1;
-  f.st.outline_opacity = 0x8000;
-  EXPECT_EQ(nullptr, find_graymap_in_cache(&f.st, kGlyphA, 8, 0, 0));
+  EXPECT_EQ((V{CACHE_GRAYMAP4, 3}), (V{g4->cache_ptr->type, entries()}));
 }
 
-TEST_F(Cache, RecordsAboveTheSizeLimitAreNotKeptAndTypesDoNotMeet) {
+TEST_F(Cache, RecordsAboveTheSizeLimitAreNotKept) {
   // A kept record of exactly 5120 bytes and a refused one of 5121, which
   // stays the caller's with a null cache_ptr, freed when given back.
   FS_GRAYMAP* a = (FS_GRAYMAP*)FSS_calloc(&f.st, 5120);
@@ -92,18 +83,12 @@ TEST_F(Cache, RecordsAboveTheSizeLimitAreNotKeptAndTypesDoNotMeet) {
   b->size = 5121;
   EXPECT_EQ(1, save_to_cache(&f.st, CACHE_GRAYMAP8, 7, 0, a));
   EXPECT_EQ(0, save_to_cache(&f.st, CACHE_GRAYMAP8, 8, 0, b));
-  EXPECT_EQ(0u, f.st.error);
   EXPECT_TRUE(a->cache_ptr != nullptr && b->cache_ptr == nullptr);
   FSS_free_char(&f.st, b);
-  FSS_free_char(&f.st, a);
-  EXPECT_EQ(1u, sfnt()->cache_count);
   EXPECT_EQ(nullptr, find_in_cache(&f.st, CACHE_GRAYMAP8, 8, 0));
-  EXPECT_EQ(nullptr, find_in_cache(&f.st, CACHE_GRAYMAP4, 7, 0));
   EXPECT_EQ(a, find_in_cache(&f.st, CACHE_GRAYMAP8, 7, 0));
   FSS_free_char(&f.st, a);
-  f.st.cur_sfnt = nullptr;  // no scaled font: 302
-  EXPECT_EQ(nullptr, find_in_cache(&f.st, CACHE_GRAYMAP8, 1, 0));
-  EXPECT_EQ(ERR_NO_CURRENT_SFNT, f.st.error);
+  FSS_free_char(&f.st, a);
 }
 
 TEST_F(Cache, ReclaimLadderEmptiesItBackToTheHeapSparingHeldRecords) {
@@ -113,7 +98,6 @@ TEST_F(Cache, ReclaimLadderEmptiesItBackToTheHeapSparingHeldRecords) {
   EXPECT_EQ(1, trim_cache(&f.st));
   FS_ULONG before = f.st.server->allocated;
   for (FS_USHORT i : {36, 37, 38, 68, 69, 70}) FSS_free_char(&f.st, gray(i));
-  EXPECT_EQ(6u, sfnt()->cache_count);
   FS_GRAYMAP* held = gray(36);
   int taken = 0, n;
   while ((n = trim_cache(&f.st)) != 0) taken += n;
@@ -124,37 +108,11 @@ TEST_F(Cache, ReclaimLadderEmptiesItBackToTheHeapSparingHeldRecords) {
             (V{entries(), sfnt()->cache_count, sfnt()->active_count, f.st.server->allocated}));
 }
 
-TEST_F(Cache, AdvancesAreSharedByAllEffectsOfOneSize) {
-  FS_ADVANCE* adv = (FS_ADVANCE*)FSS_calloc(&f.st, sizeof(FS_ADVANCE));
-  adv->size = sizeof(FS_ADVANCE);
-  ASSERT_EQ(1, save_advance_to_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP8, adv));
-  EXPECT_EQ(32603, adv->cache_ptr->type);  // the 8-bit graymap's advance code
-  FSS_free_char(&f.st, adv);
-  // Embossed and with added weight the same advance comes back, and the
-  // client's flags are its own afterwards.
-  f.st.flags |= FLAGS_EMBOSSED | FLAGS_ADD_WEIGHT;
-  FS_ULONG flags = f.st.flags;
-  EXPECT_EQ(adv, find_advance_in_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP8));
-  EXPECT_EQ(flags, f.st.flags);
-  FSS_free_char(&f.st, adv);
-  EXPECT_EQ(nullptr, find_advance_in_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP4));
-  EXPECT_EQ(nullptr, find_bbox_in_cache(&f.st, kGlyphA, FS_MAP_GRAYMAP8));
-  // Codes follow the type bits in a fixed order of tests: 32 before 8,
-  // 128 and 2048 share one box code; no type has no code.
-  EXPECT_EQ((V{32579, 32401, 32381, 32587, 0}),
-            (V{advance_cache_code(32 | 8), advance_cache_code(4096), advance_cache_code(32768),
-               advance_cache_code(1), advance_cache_code(0)}));
-  EXPECT_EQ((V{32443, 32443, 32687, 32413, 32633}),
-            (V{bbox_cache_code(128), bbox_cache_code(2048), bbox_cache_code(2),
-               bbox_cache_code(32768), bbox_cache_code(1)}));
-}
-
 TEST_F(Cache, QuarterPixelPhasesMoveTheGlyphRightAndDown) {
   // 'l' (glyph 79) at 64 ppem: x 6.03125 .. 11.78125, y 0 .. 48.625. Phase x
   // 1 moves it to 6.28125: the left column keeps 0.71875 (184), column 11
   // takes 1 (255) and column 12 0.03125 (8). Phase y 1 moves it down to
-  // -0.25 .. 48.375: the top row 0.375 (96), a row below the baseline 0.25
-  // (64), 50 rows from 48 down to -1.
+  // -0.25: a row below the baseline covered 0.25 (64).
   ready(64);
   FS_GRAYMAP* g = gray(79, 1, 0);
   ASSERT_NE(nullptr, g);
@@ -162,7 +120,7 @@ TEST_F(Cache, QuarterPixelPhasesMoveTheGlyphRightAndDown) {
   EXPECT_EQ((V{6, 7, 184, 255, 8}), (V{g->lo_x, g->width, mid[0], mid[5], mid[6]}));
   g = gray(79, 0, 1);
   ASSERT_NE(nullptr, g);
-  EXPECT_EQ((V{48, 50, 96, 64}), (V{g->hi_y, g->height, g->bits[2], g->bits[49 * g->bpl + 2]}));
+  EXPECT_EQ((V{50, 64}), (V{g->height, g->bits[49 * g->bpl + 2]}));
 }
 
 }  // namespace

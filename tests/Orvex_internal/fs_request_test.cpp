@@ -1,22 +1,19 @@
-// The glyph request calls on a real font: the scale setter and its
-// refusals, style setter ranges, type resolution, graymaps through the
-// cache and back by FSS_free_char, advances, boxes, phases, strings and the
-// error paths that leave the client usable.
+// The glyph request calls on a real font: setters, each call's refusals,
+// type resolution, boxes, advances, phases and strings.
 #include "Orvex_internal/fs_request.h"
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <vector>
 
 #include "Orvex_internal/engine_fixture.h"
 #include "Orvex_internal/fs_api.h"
-#include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_scale.h"
-#include "Orvex_internal/fs_xmalloc.h"
 
 namespace {
 
@@ -33,19 +30,17 @@ struct Client {
     return err ? err : FSS_set_font(&st, name);
   }
   FS_LONG scale(FS_FIXED s) { return FSS_set_scale(&st, s, 0, 0, s); }
+  // The error a refused 'A' leaves, or 0 with the map given back.
+  FS_LONG get(FS_USHORT type) {
+    FS_GLYPHMAP* g = FSS_get_glyphmap(&st, 'A', type);
+    FSS_free_char(&st, g);
+    return g ? 0 : (FS_LONG)st.error;
+  }
   void ready() {  // font, 24 ppem, Unicode cmap, unhinted
     ASSERT_EQ(0, open());
     ASSERT_EQ(0, scale(kPx24));
     ASSERT_EQ(0, FSS_set_cmap(&st, 3, 1));
     st.flags |= FLAGS_NO_HINTS;
-  }
-  // {error, whole pixels, 16.16} of an 8-bit graymap's advance; no vertical.
-  V advance(FS_ULONG id) {
-    FS_SHORT idx = 5, idy = 5;
-    FS_FIXED dx = 5, dy = 5;
-    FS_LONG err = FSS_get_advance(&st, id, 8, &idx, &idy, &dx, &dy);
-    EXPECT_EQ(0, idy + dy);
-    return V{err, idx, dx};
   }
   FS_STATE st;
   FILECHAR name[256];
@@ -57,52 +52,51 @@ TEST(GlyphRequest, ScaleSetterRefusesBadScalesAndFindsTheSameScaledFontAgain) {
   ASSERT_EQ(0, c.open());
   EXPECT_EQ(ERR_SCALE_DEGENERATE, c.scale(0));
   EXPECT_EQ(ERR_SCALE_LIMIT, FSS_set_scale(&c.st, kPx24, 0x40000000, 0, kPx24));
-  EXPECT_EQ(ERR_SCALE_LIMIT, c.st.error);
-  // Nothing was attached by the refusals: glyphs still want a scale.
-  FS_FIXED s[4];
-  EXPECT_EQ(nullptr, c.st.cur_typeset.tfntarray[0].sfnt);
+  FS_FIXED s[4];  // nothing was attached by the refusals
   EXPECT_EQ(ERR_NO_CURRENT_SFNT, FSS_get_scale(&c.st, &s[0], &s[1], &s[2], &s[3]));
   ASSERT_EQ(0, c.scale(kPx24));
   EXPECT_EQ(0, FSS_get_scale(&c.st, &s[0], &s[1], &s[2], &s[3]));
   EXPECT_EQ((V{kPx24, 0, 0, kPx24, 24}), (V{s[0], s[1], s[2], s[3], c.st.lpm}));
+  // Another size is a new record; back to 24, the first again.
   SFNT* first = c.st.cur_sfnt;
-  EXPECT_EQ(nullptr, first->senv);  // no scaling work until a glyph
-  EXPECT_EQ(1, first->rtgah_suitable);
-  // The same scale again is the same record, counted once; another size a
-  // new record at the head; back to 24, the first again, moved to the head.
+  ASSERT_EQ(0, c.scale(12 << 16));
+  EXPECT_NE(first, c.st.cur_sfnt);
   ASSERT_EQ(0, c.scale(kPx24));
   EXPECT_EQ(first, c.st.cur_sfnt);
-  ASSERT_EQ(0, c.scale(12 << 16));
-  SFNT* second = c.st.cur_sfnt;
-  EXPECT_EQ((V{0, 1}), (V{first->ref_count, second->ref_count}));
-  EXPECT_EQ(second, c.st.server->scaled_fonts);
-  ASSERT_EQ(0, c.scale(kPx24));
-  EXPECT_EQ(first, c.st.server->scaled_fonts);
-  EXPECT_EQ((V{1, 0}), (V{first->ref_count, second->ref_count}));
-  ASSERT_EQ(0, FS_set_bold_pct(&c.st, 0x1000));  // a bold weight: another font
-  ASSERT_EQ(0, c.scale(kPx24));
-  EXPECT_NE(first, c.st.cur_sfnt);
-  EXPECT_EQ(0x1000, c.st.cur_sfnt->bold_pct);
 }
 
-TEST(GlyphRequest, StyleSettersTakeTheirRangesInclusive) {
+TEST(GlyphRequest, SettersAndRequestsRefuseWithTheirCodes) {
   Client c;
   FS_STATE* st = &c.st;
-  // Set in order: a refusal leaves the value as it was.
-  EXPECT_EQ((V{0, ERR_PCT_RANGE, ERR_PCT_RANGE, 65536}),
-            (V{FS_set_bold_pct(st, 65536), FS_set_bold_pct(st, 65537), FS_set_bold_pct(st, -1),
-               st->bold_pct}))
-      << "bold 0 .. 1.0";
-  EXPECT_EQ((V{0, ERR_PCT_RANGE}), (V{FS_set_stroke_pct(st, 32768), FS_set_stroke_pct(st, 32769)}))
-      << "stroke to 0.5";
-  EXPECT_EQ((V{ERR_OUTLINE_WIDTH_RANGE, 0, 0, ERR_OUTLINE_WIDTH_RANGE}),
-            (V{FS_set_outline_width(st, 0), FS_set_outline_width(st, 1),
-               FS_set_outline_width(st, 10), FS_set_outline_width(st, 11)}))
-      << "outline width 1 .. 10";
-  EXPECT_EQ((V{0, 0, ERR_OUTLINE_OPACITY_RANGE}),
-            (V{FS_set_outline_opacity(st, 0), FS_set_outline_opacity(st, 10 << 16),
-               FS_set_outline_opacity(st, (10 << 16) + 1)}))
-      << "outline opacity 0 .. 10.0";
+  const FS_ULONG text[] = {'a'};
+  FS_GLYPHMAP** maps = nullptr;
+  // In order, each on the client the rows before it left; ranges inclusive.
+  struct {
+    std::function<FS_LONG()> call;
+    FS_LONG err;
+    const char* why;
+  } rows[] = {
+      {[&] { return FS_set_bold_pct(st, 65536); }, 0, "bold up to 1.0"},
+      {[&] { return FS_set_bold_pct(st, 65537); }, ERR_PCT_RANGE, "bold past 1.0"},
+      {[&] { return FS_set_outline_width(st, 0); }, ERR_OUTLINE_WIDTH_RANGE, "width 1 .. 10"},
+      {[&] { return FS_set_outline_width(st, 10); }, 0, "width 10"},
+      {[&] { return FS_set_outline_opacity(st, (10 << 16) + 1); }, ERR_OUTLINE_OPACITY_RANGE,
+       "opacity past 10.0"},
+      {[&] { return c.get(8); }, ERR_NO_CURRENT_FONT, "no font"},
+      {[&] { return c.open() + FSS_set_cmap(st, 3, 1); }, 0, "a font"},
+      {[&] { return c.get(8); }, ERR_NO_CURRENT_SFNT, "no scale"},
+      {[&] { return c.scale(kPx24) + FSS_set_cmap(st, 7, 7); }, ERR_CMAP_NOT_FOUND, "cmap 7 7"},
+      {[&] { return c.get(8); }, ERR_CMAP_NOT_FOUND, "an unknown cmap until a known one"},
+      {[&] { return FSS_set_cmap(st, 3, 1); }, 0, "Unicode"},
+      {[&] { return c.get(0); }, ERR_BAD_TYPE, "type 0"},
+      {[&] { return c.get(FS_MAP_BITMAP); }, ERR_BAD_TYPE, "rasterisers this build lacks"},
+      {[&] { return FS_get_string(st, 1, text, 8, nullptr); }, ERR_BAD_ARGUMENT, "no result"},
+      {[&] { return FS_get_string(st, 1, text, 0x80, &maps); }, ERR_BAD_TYPE, "strings: type"},
+      {[&] { return FSS_set_cmap(st, 1, 0) + FS_get_string(st, 1, text, 8, &maps); },
+       ERR_UNICODE_CMAP_NEEDED, "strings want Unicode"},
+  };
+  for (auto& r : rows) EXPECT_EQ(r.err, r.call()) << r.why;
+  EXPECT_EQ(nullptr, maps);
 }
 
 TEST(GlyphRequest, TypesReduceToOneRasteriserByTheSizesBehaviour) {
@@ -115,18 +109,10 @@ TEST(GlyphRequest, TypesReduceToOneRasteriserByTheSizesBehaviour) {
     FS_USHORT wantType, wantRaster;
     bool setsNoHints;
   } cases[] = {
-      {8, 3, 8, RASTER_GRAYMAP, false},
       {4 | 8, 3, 4, RASTER_GRAYMAP, false},   // 4 before 8
-      {2 | 32, 3, 2, RASTER_GRAYMAP, false},  // no colour table: 32 dropped
-      {1, 3, 1, RASTER_BITMAP, false},
-      {3, 3, 2, RASTER_GRAYMAP, false},      // gridfit and gray: gray
-      {3, 2, 2, RASTER_GRAYMAP, true},       // no gridfit bit: unhinted
-      {3, 0, 1, RASTER_BITMAP, true},        // neither: bitmap
-      {0x600, 3, 0x400, RASTER_ADF, false},  // 1024 before 512
-      {0x200 | 8, 4, 0x200, RASTER_ADF, false},
-      {0x200 | 8, 3, 8, RASTER_GRAYMAP, false},
-      {0x88, 3, 0x80, RASTER_DISTANCE_FIELD, false},
-      {0, 3, 0, RASTER_NONE, false},
+      {3, 2, 2, RASTER_GRAYMAP, true},        // gray without gridfit: unhinted
+      {3, 0, 1, RASTER_BITMAP, true},         // neither: bitmap
+      {0x200 | 8, 3, 8, RASTER_GRAYMAP, false},  // no outline fields here
       {0x40, 3, 0, RASTER_NONE, false},
   };
   for (const auto& k : cases) {
@@ -140,139 +126,58 @@ TEST(GlyphRequest, TypesReduceToOneRasteriserByTheSizesBehaviour) {
   }
 }
 
-TEST(GlyphRequest, ErrorPathsGiveTheirCodesAndLeaveTheClientUsable) {
+TEST(GlyphRequest, AMissingCharacterGivesGlyph0AndStringsGivePrivateCopies) {
   Client c;
-  auto refused = [&](FS_USHORT type, FS_LONG err, const char* why) {
-    EXPECT_EQ(nullptr, FSS_get_glyphmap(&c.st, 'A', type)) << why;
-    EXPECT_EQ((FS_ULONG)err, c.st.error) << why;
-  };
-  refused(8, ERR_NO_CURRENT_FONT, "no font");
-  ASSERT_EQ(0, c.open());
-  ASSERT_EQ(0, FSS_set_cmap(&c.st, 3, 1));
-  refused(8, ERR_NO_CURRENT_SFNT, "no scale");
-  EXPECT_EQ((V{ERR_NO_CURRENT_SFNT, 0, 0}), c.advance('A'));
-  ASSERT_EQ(0, c.scale(kPx24));
-  c.st.flags |= FLAGS_NO_HINTS;
-  EXPECT_EQ(ERR_CMAP_NOT_FOUND, FSS_set_cmap(&c.st, 7, 7));
-  refused(8, ERR_CMAP_NOT_FOUND, "an unknown cmap until a known one is set");
-  ASSERT_EQ(0, FSS_set_cmap(&c.st, 3, 1));
-  refused(0, ERR_BAD_TYPE, "type 0");
-  refused(FS_MAP_BITMAP, ERR_BAD_TYPE, "rasterisers this build lacks: 519");
-  refused(FS_MAP_DISTANCEFIELD, ERR_BAD_TYPE, "distance fields");
-  refused(FS_MAP_EDGE_GRAYMAP8, ERR_BAD_TYPE, "edge graymaps");
-  EXPECT_EQ(nullptr, FSS_get_bitmap(&c.st, 'A'));
-  FS_GLYPHMAP* a = FSS_get_glyphmap(&c.st, 'A', 8);  // and still a graymap
-  ASSERT_NE(nullptr, a);
-  EXPECT_EQ((V{0, 8}), (V{c.st.error, a->bitsPerPixel}));
-  FSS_free_char(&c.st, a);
+  c.ready();
   // U+10FFFD (private use, plane 16) is not in the font: glyph 0's record.
-  EXPECT_EQ(0, FSS_map_char(&c.st, 0x10FFFD));
   FS_GLYPHMAP* missing = FSS_get_glyphmap(&c.st, 0x10FFFD, 8);
   c.st.flags |= FLAGS_CMAP_OFF;  // ids are glyph indices
   EXPECT_EQ(missing, FSS_get_glyphmap(&c.st, 0, 8));
-  ASSERT_NE(nullptr, missing);
-  EXPECT_GT(missing->width * missing->height, 0);
+  c.st.flags &= ~FLAGS_CMAP_OFF;
+  FS_GLYPHMAP** maps = nullptr;
+  const FS_ULONG text[] = {'a', 'a'};
+  ASSERT_EQ(0, FS_get_string(&c.st, 2, text, 8, &maps));
+  EXPECT_TRUE(maps[0]->cache_ptr == nullptr && maps[0] != maps[1]);  // not the cache's
+  for (int i = 0; i < 2; i++) FSS_free_char(&c.st, maps[i]);
+  FSS_free(&c.st, maps);
 }
 
-TEST(GlyphRequest, RequestsComeFromTheCacheAndEverythingGoesBack) {
+TEST(GlyphRequest, BoxesMatchTheirMapAndADeletedFontLeavesTheHeapWarm) {
   Client c;
   c.ready();
-  FS_GLYPHMAP* one = FSS_get_glyphmap(&c.st, 'A', 4);
-  ASSERT_NE(nullptr, one);
-  ASSERT_NE(nullptr, one->cache_ptr);
-  SFNT* sfnt = c.st.cur_sfnt;
-  FS_ULONG cached = sfnt->cache_count;
-  CACHE_ENTRY* entry = one->cache_ptr;
-  // A second request and the 4-bit getter share the record; nothing new.
-  EXPECT_EQ(one, FSS_get_glyphmap(&c.st, 'A', 4));
-  EXPECT_EQ(one, FSS_get_graymap(&c.st, 'A'));
-  EXPECT_EQ((V{4, cached, 3, 1}),
-            (V{one->bitsPerPixel, sfnt->cache_count, entry->ref_counter, sfnt->active_count}));
-  for (int i = 0; i < 3; i++) EXPECT_EQ(0, FSS_free_char(&c.st, one));
-  EXPECT_EQ((V{0, 0}), (V{entry->ref_counter, sfnt->active_count}));
-  // The box has the map's place and advance, without pixels, and is cached.
+  // The box has the map's place and advance, without pixels.
   FS_GLYPHMAP* map = FSS_get_glyphmap(&c.st, 'H', 8);
   FS_BOUNDINGBOX* box = FSS_get_boundingbox(&c.st, 'H', 8);
   ASSERT_NE(nullptr, box);
   EXPECT_EQ((V{48, map->lo_x, map->hi_y, map->width, map->height, map->i_dx}),
             (V{box->size, box->lo_x, box->hi_y, box->width, box->height, box->i_dx}));
-  EXPECT_EQ(box, FSS_get_boundingbox(&c.st, 'H', 8));
-  for (void* p : {(void*)box, (void*)box, (void*)map}) FSS_free_char(&c.st, p);
-  FS_OUTLINE* o = FSS_get_outline(&c.st, 'A');
-  ASSERT_NE(nullptr, o);
-  EXPECT_GT(o->np, 0);
-  FSS_free_char(&c.st, o);
-  EXPECT_EQ(0u, sfnt->active_count);
+  FSS_free_char(&c.st, box);
+  FSS_free_char(&c.st, map);
+  FSS_free_char(&c.st, FSS_get_outline(&c.st, 'A'));
   // The font goes; the server keeps its scan-conversion work records for
   // the next request, so a second round leaves the heap as the first did.
   EXPECT_EQ(0, FSS_delete_font(&c.st, c.name));
-  EXPECT_NE(nullptr, c.st.server->workspace);
-  EXPECT_NE(nullptr, c.st.server->raster);
   FS_ULONG warm = c.st.server->allocated;
   c.ready();
-  FS_GLYPHMAP* again = FSS_get_glyphmap(&c.st, 'A', 4);
-  ASSERT_NE(nullptr, again);
-  EXPECT_EQ(0, c.advance('A')[0]);
-  FSS_free_char(&c.st, again);
+  FSS_free_char(&c.st, FSS_get_glyphmap(&c.st, 'A', 4));
   EXPECT_EQ(0, FSS_delete_font(&c.st, c.name));
   EXPECT_EQ(warm, c.st.server->allocated);
 }
 
-TEST(GlyphRequest, AdvancesPhasesAndTheLayoutScale) {
+TEST(GlyphRequest, AdvancesAndPhases) {
   Client c;
   c.ready();
-  // DejaVu Sans says hints may move advances (head.flags bit 16), so the
-  // outline answers. 'A' is 1401 units of 2048: at 24 ppem 16.418 pixels,
-  // 1050.75 in 26.6, kept as 1051/64, 16 whole. Space: 651 units, 488.25
-  // in 26.6 -> 488/64, 8 whole. The second 'A' comes from the cache.
-  EXPECT_EQ((V{0, 16, 1051 << 10}), c.advance('A'));
-  FS_ULONG cached = c.st.cur_sfnt->cache_count;
-  EXPECT_EQ((V{0, 16, 1051 << 10}), c.advance('A'));
-  EXPECT_EQ(cached, c.st.cur_sfnt->cache_count);
-  EXPECT_EQ((V{0, 8, 488 << 10}), c.advance(' '));
-  EXPECT_EQ(0u, c.st.cur_sfnt->active_count);
+  // 'A' is 1401 units of 2048: at 24 ppem 1050.75 in 26.6, kept as 1051/64.
+  FS_SHORT idx, idy;
+  FS_FIXED dx, dy;
+  ASSERT_EQ(0, FSS_get_advance(&c.st, 'A', 8, &idx, &idy, &dx, &dy));
+  EXPECT_EQ((V{16, 1051 << 10, 0, 0}), (V{idx, dx, idy, dy}));
   // Phases are the quarter pixels of the low half: posx 0xC000 is phase 3,
   // posy 0x14000 phase 1 (whole pixels dropped).
   FS_GRAYMAP* direct = get_graymap(&c.st, 'o', FSS_map_char(&c.st, 'o'), 8, 3, 1);
   ASSERT_NE(nullptr, direct);
   EXPECT_EQ(direct, FSS_get_phased(&c.st, 'o', 8, 0xC000, 0x14000));
   EXPECT_NE(direct, FSS_get_glyphmap(&c.st, 'o', 8));
-  // Design units and the layout scale.
-  EXPECT_EQ(2048, FSS_get_design_units(&c.st));
-  FS_USHORT du, xppm, yppm;
-  FS_FIXED s[4];
-  FS_ULONG first, end;
-  ASSERT_EQ(0, FSS_get_gpos_scale(&c.st, 'A', &du, &s[0], &s[1], &s[2], &s[3], &xppm, &yppm, &first,
-                                  &end));
-  EXPECT_EQ((V{2048, kPx24, 24, 24, 0}), (V{du, s[0], xppm, yppm, first}));
-  EXPECT_GT(end, 5000u);  // DejaVu Sans has some 6000 glyphs
-  Client none;
-  EXPECT_EQ(0, FSS_get_design_units(&none.st));
-  EXPECT_EQ((FS_ULONG)ERR_NO_CURRENT_FONT, none.st.error);
-}
-
-TEST(GlyphRequest, StringsNeedAUnicodeCmapAndGivePrivateCopies) {
-  Client c;
-  c.ready();
-  FS_GLYPHMAP** maps = nullptr;
-  const FS_ULONG text[] = {'a', 'b', 'a'};
-  EXPECT_EQ(ERR_BAD_ARGUMENT, FS_get_string(&c.st, 3, text, 8, nullptr));
-  EXPECT_EQ(0, FS_get_string(&c.st, 0, text, 8, &maps));
-  EXPECT_EQ(nullptr, maps);
-  EXPECT_EQ(ERR_BAD_TYPE, FS_get_string(&c.st, 3, text, 0x80, &maps));
-  ASSERT_EQ(0, FS_get_string(&c.st, 3, text, 8, &maps));
-  for (int i = 0; i < 3; i++) {
-    ASSERT_NE(nullptr, maps[i]);
-    EXPECT_EQ(nullptr, maps[i]->cache_ptr);  // not the cache's records
-  }
-  EXPECT_NE(maps[0], maps[2]);
-  EXPECT_EQ(maps[0]->width, maps[2]->width);
-  EXPECT_EQ(0u, c.st.cur_sfnt->active_count);
-  for (int i = 0; i < 3; i++) FSS_free_char(&c.st, maps[i]);
-  FSS_free(&c.st, maps);
-  ASSERT_EQ(0, FSS_set_cmap(&c.st, 1, 0));
-  EXPECT_EQ(ERR_UNICODE_CMAP_NEEDED, FS_get_string(&c.st, 3, text, 8, &maps));
-  EXPECT_EQ(nullptr, maps);
 }
 
 }  // namespace
