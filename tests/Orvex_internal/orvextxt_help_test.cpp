@@ -40,16 +40,12 @@ TEST(ScriptHelp, EveryHelpWordRunsAndEveryCommandIsInTheHelp) {
 }
 
 TEST(ScriptHelp, WordsTheLanguageDoesNotHaveAreNotCommands) {
-  struct Row {
-    const char* word;
-    bool accepted;
-    const char* why;
-  } rows[] = {
+  const struct { const char* word; bool accepted; const char* why; } rows[] = {
       {"hinting", false, "an old help's name for hints"},
       {"showanything", true, "any word beginning with show draws as show"},
       {"Show", false, "words are case-sensitive"},
   };
-  for (const Row& r : rows)
+  for (const auto& r : rows)
     EXPECT_EQ(isScriptCommand(r.word), r.accepted) << r.word << ": " << r.why;
 }
 

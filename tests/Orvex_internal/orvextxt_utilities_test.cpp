@@ -126,14 +126,8 @@ TEST(ScriptTokens, QuotedNamesIncludeNamesAndTheirMessages) {
 }
 
 TEST(OrvexRoot, EveryFormIsReplacedInPlaceUntilTheBufferIsFull) {
-  const struct {
-    size_t size;
-    const char* path;
-    const char* root;
-    int result;
-    const char* want;
-    const char* printed;
-  } rows[] = {
+  const struct { size_t size; const char *path, *root; int result; const char *want, *printed; }
+      rows[] = {
       {64, "$ORVEX_ROOT/x/$(ORVEX_ROOT)/$ORVEX_ROOT", "/r", 0, "/r/x//r//r", ""},
       // 25 letters; each replacement by the 12 of the root adds one: the
       // first gives 26 and a terminator, which fits 27; the second doesn't.
@@ -166,8 +160,7 @@ TEST(GlyphSets, QuotedHexCodesAndInclusiveRanges) {
     const char* text;
     int count;
     std::vector<FS_LONG> codes;  // empty: only the ends are checked
-    const char* next;            // the word the script is left at
-    const char* printed;
+    const char *next, *printed;  // next: the word the script is left at
   } rows[] = {
       {"\"41 61-63\t20 \n 7E-7e\" next", 6,
        {0x41, 0x61, 0x62, 0x63, 0x20, 0x7e}, "next", ""},
@@ -294,17 +287,6 @@ TEST(LoadedToRam, LoadsOnceAndRemembersFailures) {
   EXPECT_EQ(loaded, nullptr);
 }
 
-TEST(Timers, ReportGivesRatesPerSecond) {
-  TIMER t;
-  initTimer(&t);
-  t.nglyphs = 3;
-  t.npixels = 300;
-  t.duration = CLOCKS_PER_SEC;  // one second: 3 glyphs and 300 pixels a second
-  EXPECT_EQ(captured(1, [&] { reportTimer(&t); }),
-            "%% Glyphs retrieved:  3\n%% Glyphs per second: 3.000000\n"
-            "%% Pixels per second: 300.000000\n");
-}
-
 TEST(ScaleMatrix, SizeSkewAndRotationIn16Dot16) {
   const struct { int rot, skew; FS_FIXED m[4]; const char* why; } rows[] = {
       {0, 0, {12 << 16, 0, 0, 24 << 16}, "diag(12, 24)"},
@@ -319,16 +301,6 @@ TEST(ScaleMatrix, SizeSkewAndRotationIn16Dot16) {
     FS_FIXED m[4] = {9, 9, 9, 9};
     calc_matrix(12, 24, row.rot, row.skew, m);
     for (int i = 0; i < 4; i++) EXPECT_EQ(m[i], row.m[i]) << row.why << " " << i;
-  }
-}
-
-TEST(ResTable, KnownResolutionsKeepTheirOddEntriesAndOthersChangeNothing) {
-  // 200 dpi keeps 0.38 where 72 / 200 gives 0.36.
-  const struct { int res, known; double mag; } rows[] = {{200, 1, 0.38}, {96, 0, 5.0}};
-  for (const auto& row : rows) {
-    double m = 5.0;
-    EXPECT_EQ(res_to_mag(row.res, &m), row.known) << row.res;
-    EXPECT_DOUBLE_EQ(m, row.mag) << row.res;
   }
 }
 
