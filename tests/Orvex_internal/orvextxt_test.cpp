@@ -24,9 +24,8 @@ namespace {
 const char* kDejaVu = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 #define UNKNOWN_FONT "The function <FS_set_font> returned 301\n"
 
-// One run as the driver sets it up: a "NONE" head, "DEFAULT" current, the
-// script in a temporary font folder that "@" stands for, both streams
-// captured unless the run is to end the process.
+// One run as the driver sets it up ("NONE" head, "DEFAULT" current) in a
+// temporary font folder "@" stands for; streams captured unless it is fatal.
 struct ScriptHost {
   testsupport::TempDir dir;
   std::string images = dir.mkdir("Images");
@@ -81,8 +80,7 @@ struct ScriptHost {
   }
 };
 
-// What a whole script run prints and leaves in err_FD. nullptr and -1: not
-// pinned by the row. `files` are written beside the script first.
+// What a script prints and leaves in err_FD (nullptr, -1: not pinned).
 struct RunRow {
   const char *script, *out, *err;
   int errFD;
@@ -114,13 +112,9 @@ TEST(ScriptRun, MessagesAndErrorCodeOfWholeScripts) {
        "End of script reached without matching repeat_end command. Check Script...\n", -1,
        "an open repeat_start is reported at the end"},
       {"path\ninclude \"@/inner.scr\"\nfont \"c\"\nfont \"d\"\n",
-       UNKNOWN_FONT UNKNOWN_FONT UNKNOWN_FONT UNKNOWN_FONT, nullptr, 301,
-       "included runs keep their own error handling but share the client: "
-       "a and b pass in inner, t ends third, c ends the outer run",
-       DISPLAY_NONE,
-       {{"inner.scr",
-         "continue_on_error ON\nfont \"a\"\ninclude \"$ORVEX_ROOT/third.scr\"\nfont \"b\"\n"},
-        {"third.scr", "font \"DejaVu Sans\"\nfont \"t\"\nfont \"u\"\n"}}},
+       UNKNOWN_FONT UNKNOWN_FONT UNKNOWN_FONT, nullptr, 301,
+       "an included run keeps its own error handling: a and b pass, c ends the run",
+       DISPLAY_NONE, {{"inner.scr", "continue_on_error ON\nfont \"a\"\nfont \"b\"\n"}}},
       {"newclient \"P\" 1000000\nclient \"P\"\nnewclient \"C\" 1000\n-endclient\n",
        "The function <FS_end_client> returned 508\n", nullptr, 508,
        "a parent with children is not ended"},
@@ -234,8 +228,7 @@ TEST(ScriptClients, ClientsAreMadeSwitchedEndedAndDefaultRestarted) {
   s.script("include \"@/inner.scr\"\npath\n");
   EXPECT_NE(s.sp->cur_typeset.fntset, nullptr);  // path ran on DEFAULT
 
-  // The first heapsize only marks the start-up (the pre-scan's job); later
-  // ones restart DEFAULT in the same block with the new heap.
+  // The first heapsize is the pre-scan's; later ones restart DEFAULT in place.
   ScriptHost h;
   h.start(5290000);
   FS_STATE* before = h.sp;
@@ -249,8 +242,7 @@ TEST(ScriptClients, ClientsAreMadeSwitchedEndedAndDefaultRestarted) {
 }
 
 TEST(ScriptShow, TrailingRunsOfOneGlyphFailTheSetBeyondTenRepeats) {
-  // E000 up are private-use codes DejaVu Sans doesn't map: all glyph 0.
-  // failed: GlyphCreationError, counted once per show command
+  // E000 up are unmapped: all glyph 0. failed: GlyphCreationError, one a show.
   const struct { FS_USHORT display; const char* script; int failed; } rows[] = {
       {DISPLAY_NONE, "glyphset \"41 E000-E00A\"\nshow_gray\n", 0},  // 11: ten repeats
       {DISPLAY_NONE, "glyphset \"E000-E00B\"\nshow_gray\nshow_gray_8bit\n", 2},  // eleven
@@ -268,8 +260,7 @@ TEST(ScriptShow, TrailingRunsOfOneGlyphFailTheSetBeyondTenRepeats) {
 
 TEST(ScriptShow, AdvancePassSetsTheSpreadWithoutTheLastGlyph) {
   const struct { const char* script; double spread; } rows[] = {
-      // Hinted at 20 ppem: s 10, a 12, A 14 pixels (1067, 1255, 1401
-      // units, rounded). Mean 12; |10 - 12| + |12 - 12| = 2; 2 / (3 * 12).
+      // Hinted at 20 ppem s, a, A are 10, 12, 14: (|10 - 12| + 0) / (3 * 12).
       {"ppm 20\nget_advance ON\nglyphset \"73 61 41\"\n", 2.0 / 36.0},
       {"ppm 12\nget_advance ON\nglyphset \"41\"\n", 0.0},  // one code
   };
@@ -284,8 +275,7 @@ TEST(ScriptShow, AdvancePassSetsTheSpreadWithoutTheLastGlyph) {
   }
 }
 
-// A page read with the measurement code's reader: its size, ink box, and
-// the margins right of and below the ink.
+// A page read with the measurement code's reader: size, ink box, margins.
 struct Measured {
   int w = 0, h = 0, minX = 0, minY = 0, maxX = 0, maxY = 0, ink = 1;
   int right() const { return w - 1 - maxX; }
@@ -333,8 +323,7 @@ TEST(ScriptPages, GlyphsAndStringsSitOnTheirMargins) {
 }
 
 TEST(ScriptPages, FilesFollowTheOneStepLagAndImageSizeReopensTheName) {
-  // The second "page" opens font_b and names font_s next; image_size
-  // writes font_b and opens font_s at 40 by 30 without naming another.
+  // The second page opens font_b; image_size reopens the next name, font_s.
   ScriptHost s;
   s.script("path\nppm 20\nglyphset \"41\"\npage\nshow_gray_8bit\npage\n"
            "image_size 40 30\nmoveto 0 0\nshow_gray_8bit\n", DISPLAY_PNG);
@@ -359,11 +348,8 @@ TEST(ScriptPostScript, HeaderAndALinePerGlyphOnThePostScriptStream) {
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 3) << text;  // header, two glyphs
 }
 
-// Mutations of a script that exercises the show path (truncations, long
-// words, stray and unterminated quotes, comment marks, random bytes) run
-// whole under continue_on_error. Commands that end the process on a script
-// fault are left out of the base, and mutations can't spell them. The run
-// must end at end of file, in the sanitizer build without a bad access.
+// Mutated show scripts (no fatal commands) run whole under continue_on_error
+// to their end, in the sanitizer build without a bad access.
 TEST(ScriptFuzz, MutatedScriptsRunToTheirEnd) {
   const std::string base =
       "continue_on_error ON\npath\nppm 12\n-font \"Deja\"\nglyphset \"41-43 61\"\nshow_gray\n"

@@ -46,9 +46,8 @@ std::vector<FS_LONG> glyphList(const FS_LONG* g) {
   return v;
 }
 
-// Each read names its reader and the word it must give: 's' get_string, 'S'
-// GetString (stops before '-' and '"'), 'c' get_command, 'r' get_remainder,
-// 'g' the next raw byte; `size` is the buffer each read is given.
+// Readers: 's' get_string, 'S' GetString, 'c' get_command, 'r' get_remainder,
+// 'g' one raw byte; each given a buffer of `size`.
 TEST(ScriptTokens, ReadersSplitWordsAsTheScriptLanguageDoes) {
   typedef std::pair<char, const char*> Read;
   const struct { const char* text; int size; std::vector<Read> reads; const char* why; } rows[] = {
@@ -129,8 +128,7 @@ TEST(OrvexRoot, EveryFormIsReplacedInPlaceUntilTheBufferIsFull) {
   const struct { size_t size; const char *path, *root; int result; const char *want, *printed; }
       rows[] = {
       {64, "$ORVEX_ROOT/x/$(ORVEX_ROOT)/$ORVEX_ROOT", "/r", 0, "/r/x//r//r", ""},
-      // 25 letters; each replacement by the 12 of the root adds one: the
-      // first gives 26 and a terminator, which fits 27; the second doesn't.
+      // Each replacement adds one to 25: 26 and a terminator fit 27, 27 don't.
       {27, "$ORVEX_ROOT/a/$ORVEX_ROOT", "/abcdefghijk", 1,
        "/abcdefghijk/a/$ORVEX_ROOT",
        "Error substituting $ORVEX_ROOT in path: storage length exceeded"},
@@ -221,8 +219,7 @@ TEST(GlyphSets, AllMappedCodesOfARealFont) {
   ASSERT_EQ(FSS_load_font(&st, kDejaVu, nullptr, 0, 256, name), 0) << kDejaVu;
   ASSERT_EQ(FSS_set_font(&st, name), 0);
   std::vector<FS_LONG> g(65538, 99);
-  // No font has a (7,7) subtable: the set fails with 402 and the walk ends
-  // at its first code on the same error.
+  // No (7,7) subtable: the set fails with 402, the walk at its first code.
   const FS_USHORT ucs4[2] = {7, 7};
   EXPECT_EQ(captured(2, [&] { EXPECT_EQ(get_glyphset_all(&st, ucs4, g.data()), 1); }),
             " Cannot set cmap for glyphset_all command, error = 402\n"
@@ -292,9 +289,7 @@ TEST(ScaleMatrix, SizeSkewAndRotationIn16Dot16) {
       {0, 0, {12 << 16, 0, 0, 24 << 16}, "diag(12, 24)"},
       {0, 45, {12 << 16, 24 << 16, 0, 24 << 16},
        "s01 = 24 * tan(45) = 24 (tan gives 0.9999999999999999)"},
-      // [cos -sin; sin cos] x S = [0 -24; 12 0]: -24 * 65536 + 0.5 is
-      // -1572863.5, which int() cuts toward zero; the cos(90) residue (6e-17
-      // of a pixel) vanishes in the 0 entries.
+      // R(90) x S = [0 -24; 12 0]: int(-24 * 65536 + 0.5) cuts toward zero.
       {90, 0, {0, -1572863, 12 << 16, 0}, "rot 90"},
   };
   for (const auto& row : rows) {
@@ -304,10 +299,8 @@ TEST(ScaleMatrix, SizeSkewAndRotationIn16Dot16) {
   }
 }
 
-// Mutations of a script: truncations, long words, stray and unterminated
-// quotes, comment marks. Every reader runs over each with buffers of the
-// exact size it is given (on the heap, so the sanitizer build catches an
-// overrun), and must end at end of file.
+// Every reader over mutated scripts with heap buffers of exact size (the
+// sanitizer build catches an overrun), each run ending at end of file.
 TEST(ScriptTokensFuzz, NoReaderOverrunsOnMutatedScripts) {
   const std::string base =
       "heapsize 6000000\n# comment \"open\n-font \"DejaVu Sans\"\n"
