@@ -128,29 +128,17 @@ std::map<std::string, double> valuesOf(const std::string& line) {
   return values;
 }
 
-// Pictures drawn by the engine come out as the fonts are known to be.
-TEST_F(Linked, RealFontsComeOutAsTheyAreKnownToBe) {
-  const std::string fonts[][2] = {
-      {"sans", kDejaVu},
-      {"oblique", kFontDir + "dejavu/DejaVuSans-Oblique.ttf"},
-      {"serif", kFontDir + "liberation2/LiberationSerif-Regular.ttf"},
-      {"mono", kMono}};
-  std::map<std::string, std::map<std::string, double>> v;
-  for (const auto& font : fonts) {
-    std::string line = vectorOf(fontFolder(dir, font[0], font[1]));
-    v[font[0]] = valuesOf(line);
-    ASSERT_EQ(v[font[0]].size(), 58u) << font[0] << ": " << line;
-    for (const auto& value : v[font[0]])
-      EXPECT_TRUE(std::isfinite(value.second)) << font[0] << " " << value.first;
-  }
-  EXPECT_GT(v["mono"]["isMonoSpaced"], 0.95);
-  EXPECT_LT(v["sans"]["isMonoSpaced"], 0.5);
-  // The renderer's advance spread, handed on: every mono deviation truncates to 0.
-  EXPECT_EQ(v["mono"]["advancedWidth"], 0.0);
-  EXPECT_GT(v["serif"]["advancedWidth"], 0.0);
-  EXPECT_NEAR(v["oblique"]["skew"], 11.0, 3.0);  // italic angle -11 degrees
-  EXPECT_LE(fabs(v["sans"]["skew"]), 2.0);
-  EXPECT_GT(v["serif"]["isSerifFont"], v["sans"]["isSerifFont"]);
+// The engine's pictures of a real font measure as the font is known to be
+// (what the measurements make of each font is pinned on the fixtures).
+TEST_F(Linked, ARealFontComesOutAsItIsKnownToBe) {
+  std::string oblique = kFontDir + "dejavu/DejaVuSans-Oblique.ttf";
+  std::string line = vectorOf(fontFolder(dir, "oblique", oblique));
+  std::map<std::string, double> v = valuesOf(line);
+  ASSERT_EQ(v.size(), 58u) << line;
+  for (const auto& value : v) EXPECT_TRUE(std::isfinite(value.second)) << value.first;
+  EXPECT_LT(v["isMonoSpaced"], 0.5);
+  EXPECT_GT(v["advancedWidth"], 0.0);  // the renderer's advance spread, handed on
+  EXPECT_NEAR(v["skew"], 11.0, 3.0);  // italic angle -11 degrees
 }
 
 TEST_F(Linked, FoldersWithoutTheFontOrWithPicturesBesideItGiveErrorMinusOne) {

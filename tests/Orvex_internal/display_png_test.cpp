@@ -177,7 +177,7 @@ TEST(GlyphFit, AGlyphNotStrictlyInsideThePageIsDroppedWhole) {
   EXPECT_EQ(drawOne(kGray, space).inked(), 0);
 }
 
-TEST(BitmapAndSubpixelWriters, BitsAndPackedCoveragesReachEachColourType) {
+TEST(BitmapWriter, SetBitsTakeTheForegroundOnEachColourType) {
   // 10 pixels: 0xA0 0x40 -> columns 0, 2 and 9 set.
   Map bits(10, 1, 2, 1, {0xA0, 0x40});
   for (int type : {kRgb, kRgba, kGray}) {
@@ -194,22 +194,6 @@ TEST(BitmapAndSubpixelWriters, BitsAndPackedCoveragesReachEachColourType) {
       if (type == kRgba) { EXPECT_EQ(p.at(1 + c, 1, 3), 255); }
     }
   }
-  // Subpixel red, green, blue, gray: 16 bits nibbles 15 0 0 8; 8 bits 0xC6 =
-  // 11 00 01 10; 32 bits 255 0 128 64.
-  Map sixteen(1, 1, 2, 16, {0xF0, 0x08}), eight(1, 1, 1, 8, {0xC6});
-  Map wide(1, 1, 4, 32, {255, 0, 128, 64});
-  auto draw = [&](TsImagePNG* pD) {
-    dump_subpixelmap_to_memory(pD, 0, 1, 0, 0, sixteen.g(), kFg);
-    dump_subpixelmap_to_memory(pD, 1, 1, 0, 0, eight.g(), kFg);
-    dump_subpixelmap_to_memory(pD, 2, 1, 0, 0, wide.g(), kFg);
-  };
-  RawPage g = page(4, 3, kGray, draw);
-  EXPECT_EQ(g.at(0, 1), 119);
-  EXPECT_EQ(g.at(1, 1), 85);
-  EXPECT_EQ(g.at(2, 1), 191);  // 255 - 64
-  RawPage c = page(4, 3, kRgb, draw);
-  EXPECT_EQ(c.at(1, 1, 2), 213);  // blue 255 -> 128 by 85: (-10795 + 128) >> 8 = -42
-  EXPECT_EQ(c.at(2, 1, 1), 40);  // green coverage 0 leaves it
 }
 
 // Picture names: ImagePath set, counter from 0.
