@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <png.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -11,7 +10,6 @@
 
 #include "Orvex_internal/display_png.h"
 #include "Orvex_internal/fs_api.h"
-#include "Orvex_internal/orvextxt.h"
 #include "support/test_support.h"
 
 namespace {
@@ -34,8 +32,7 @@ struct RawPage {
 // Reads an open file; an empty page when libpng rejects it.
 RawPage readRawFrom(FILE* f) {
   RawPage p;
-  png_structp png =
-      png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
   png_infop info = png_create_info_struct(png);
   if (setjmp(png_jmpbuf(png))) {
     png_destroy_read_struct(&png, &info, nullptr);

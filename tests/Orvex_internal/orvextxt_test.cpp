@@ -4,15 +4,12 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "Orvex_internal/display_png.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cmap.h"
-#include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/orvextxt.h"
 #include "image_operations/image_access.h"
 #include "support/test_support.h"
@@ -137,9 +134,6 @@ TEST(ScriptRun, MessagesAndErrorCodeOfWholeScripts) {
        "without a font the scale fails after the warning"},
       {"path\nppm 24\nglyphset_string \"\"\n-show_fake\n", "", nullptr, 402,
        "an empty string set makes the measuring pass fail"},
-      {"path\nppm 24\nglyphset \"41\"\nshow_fake\nshow_gray_8bit\n"
-       "glyphset_string \"Hello\"\nshow_fake\nshow_string_gray\n",
-       "", "", 0, "real sets measure and draw without a message"},
   };
   for (const RunRow& row : rows) {
     ScriptHost r;
@@ -211,12 +205,6 @@ TEST(ScriptClients, ClientsAreMadeSwitchedEndedAndDefaultRestarted) {
   r.script("-client \"A\"\n-font \"x\"\n");
   EXPECT_EQ(r.err, "The function <client>, client 'A' has been ended\n");
   EXPECT_EQ(r.out, UNKNOWN_FONT);
-
-  // A client change inside an include ends with the included run.
-  ScriptHost s;
-  s.write("inner.scr", "newclient \"B\" 1000000\nclient \"B\"\n");
-  s.script("include \"@/inner.scr\"\npath\n");
-  EXPECT_NE(s.sp->cur_typeset.fntset, nullptr);  // path ran on DEFAULT
 
   // The first heapsize is the pre-scan's; later ones restart DEFAULT in place.
   ScriptHost h;

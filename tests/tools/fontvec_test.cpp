@@ -1,12 +1,8 @@
 // fontvec as a person runs it: the real binary on packaged fonts, built fonts
 // and the measurement fixtures; its subcommands, output formats and exit codes.
 #include <gtest/gtest.h>
-#include <png.h>
-#include <stdio.h>
-#include <string.h>
 
 #include <filesystem>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -44,7 +40,6 @@ struct Built {
     put("two.ttf", sfnt::build(glyf));
     put("roman.ttf", sfnt::build(roman.set("cmap", cmap)));
     put("pair.ttc", sfnt::buildCollection({glyf, cff}));
-    put("empty.ttf", sfnt::Bytes());
     std::vector<sfnt::Bytes> glyphs = {
         {}, glyffont::triangle(),
         glyffont::composite({{0x2, 1, 0, 0}, {0x2, 1, 200, 0}})};
@@ -69,7 +64,6 @@ int count(const std::string& text, char c) {
 
 // One run and what it must show. Empty strings and -1 leave a part
 // unpinned, but a failing run's `out` is always compared whole.
-const int kFails = -2;  // any status but 0
 struct Row {
   std::string args;
   int status;
@@ -101,11 +95,8 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"info " DEJAVU "DejaVuSansMono.ttf --kern", 0, "", "", {}, 0},  // no kern
       {"info --index 2 @/pair.ttc", 1, "", "", {}, -1,
        "error 404: face index beyond the collection"},
-      {"info @/empty.ttf", 1, "", "", {}, -1, "error 403"},
-      {"info @/absent.ttf", 1, "", "", {}, -1, "error 102"},
       {"info", 2}, {"info a.ttf b.ttf", 2}, {"info --index x a.ttf", 2},
-      {"info --bogus a.ttf", 2},
-      {"info --kern --cmap a.ttf", 2},
+      {"info --bogus a.ttf", 2}, {"info --kern --cmap a.ttf", 2},
       // info --cmap: "U+XXXX GLYPH" per mapped code, as libfreetype counts them.
       {"info " SANS " --cmap", 0, "", "U+0020 3\nU+0021 4\n",
        {"\nU+0041 36\n", "\nU+0416 939\n", "\nU+10300 5373\n"}, 5918},
@@ -128,7 +119,7 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --char 41 --ppem 12", 2},
       {"glyph " SANS " --char U+41 --glyph 36 --ppem 12", 2},
       {"glyph " SANS " --char U+0020 --ppem 12 --png @/space.png", 0, "0 0 0 0\n"},
-      {"glyph " SANS " --char U+0041 --ppem 12 --points --png @/a.png", kFails},
+      {"glyph " SANS " --char U+0041 --ppem 12 --points --png @/a.png", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --png /no/such/dir/a.png", 1},
       // measure FOLDER: the library's line, and its refusals.
       {"measure @/absent", 1, "", "", {}, -1, "not a folder"},
@@ -147,8 +138,7 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
     std::string args = built.args(row.args);
     ToolRun r = runFontvec(args, errFile);
     std::string err = testsupport::readBytes(errFile);
-    if (row.status == kFails) { EXPECT_NE(r.status, 0) << args; }
-    else { EXPECT_EQ(r.status, row.status) << args << "\n" << err; }
+    EXPECT_EQ(r.status, row.status) << args << "\n" << err;
     if (row.status != 0 || !row.out.empty()) { EXPECT_EQ(r.out, row.out) << args; }
     EXPECT_EQ(r.out.rfind(row.starts, 0), 0u) << args;
     for (const std::string& part : row.has)
@@ -158,47 +148,25 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
   }
 }
 
-TEST(Fontvec, GlyphPngHoldsTheGraymapInkDarkOnWhite) {
-  testsupport::TempDir dir;
-  std::string out = dir.file("l.png");
-  // 'l' at 64 ppem: x 193..377, y 0..1556 of 2048 units: 6.03..11.78, 0..48.6 px.
-  ToolRun r = runFontvec("glyph " SANS " --char U+006C --ppem 64 --png " + out);
-  ASSERT_EQ(r.status, 0);
-  EXPECT_EQ(r.out, "6 48 6 49\n");
-  png_image image;
-  memset(&image, 0, sizeof image);
-  image.version = PNG_IMAGE_VERSION;
-  ASSERT_TRUE(png_image_begin_read_from_file(&image, out.c_str())) << out;
-  ASSERT_EQ(image.format, (png_uint_32)PNG_FORMAT_GRAY);  // 8-bit grey
-  EXPECT_EQ(image.width * 100 + image.height, 649u);
-  std::vector<unsigned char> px(PNG_IMAGE_SIZE(image));
-  ASSERT_TRUE(png_image_finish_read(&image, nullptr, px.data(), 0, nullptr));
-  EXPECT_EQ(px[20 * 6 + 1], 0);  // solid ink is black
-  EXPECT_EQ(px[20 * 6 + 5], 55);  // column 11 covered 0.78: 200 -> 55
-}
-
 TEST(Fontvec, MeasureGivesTheLibraryLineInEveryLayout) {
   REQUIRE_FIXTURES();
   std::string folder = fixtureImages("LiberationSerif");
-  ToolRun plain = runFontvec("measure " + folder);
-  EXPECT_EQ(plain.status, 0);
-  std::string line = plain.out;
-  EXPECT_EQ(line.find('\n'), line.size() - 1);  // one line
-  ToolRun sum = runFontvec("measure --checksum " + folder);
-  EXPECT_EQ(sum.out.substr(sum.out.find(',') + 1), line);
-  std::vector<std::string> values;
-  std::stringstream s(line.substr(0, line.size() - 1));
-  for (std::string v; std::getline(s, v, ',');) values.push_back(v);
-  ASSERT_EQ(values.size(), 58u);
-  // 58 lines "index name value", in the frozen order, with the line's digits.
-  ToolRun names = runFontvec("measure --names " + folder);
-  EXPECT_EQ(count(names.out, '\n'), 58);
-  EXPECT_NE(names.out.find("\n57 FlareStemNess " + values[57] + "\n"), std::string::npos);
+  std::string line = runFontvec("measure " + folder).out;
+  EXPECT_EQ(count(line, ','), 57);  // one line of 58 values
+  EXPECT_EQ(line.find('\n'), line.size() - 1);
+  std::string sum = runFontvec("measure --checksum " + folder).out;
+  EXPECT_EQ(sum.substr(sum.find(',') + 1), line);
+  // 58 lines "index name value" in the frozen order, with the line's digits.
+  std::string last = line.substr(line.rfind(',') + 1);  // with the line feed
+  std::string names = runFontvec("measure --names " + folder).out;
+  EXPECT_EQ(count(names, '\n'), 58);
+  EXPECT_NE(names.find("\n57 FlareStemNess " + last), std::string::npos);
   std::string csv = runFontvec("measure --format csv " + folder).out;
   EXPECT_EQ(csv.substr(csv.find('\n') + 1), line);  // after the names header
-  ToolRun json = runFontvec("measure --checksum --format json " + folder);
-  EXPECT_EQ(json.out.substr(0, 13), "{\"checksum\": ");
-  EXPECT_NE(json.out.find("\"FlareStemNess\": " + values[57] + "}\n"), std::string::npos);
+  std::string json = runFontvec("measure --checksum --format json " + folder).out;
+  EXPECT_EQ(json.substr(0, 13), "{\"checksum\": ");
+  last.pop_back();
+  EXPECT_NE(json.find("\"FlareStemNess\": " + last + "}\n"), std::string::npos);
 }
 
 TEST(Fontvec, FontFilesGiveVectorsInEveryLayoutAndKeptPictures) {
@@ -216,14 +184,10 @@ TEST(Fontvec, FontFilesGiveVectorsInEveryLayoutAndKeptPictures) {
   EXPECT_EQ(json.out.rfind("{\"file\": \"" MONO "\", \"AvgGreyVal\": " + first, 0), 0u)
       << json.out;
   // csv: a header, then one row per font with its file name first.
-  ToolRun csv = runFontvec("--format csv " SANS " " MONO, err);
-  EXPECT_EQ(csv.status, 0) << testsupport::readBytes(err);
-  std::stringstream s(csv.out);
-  std::string header, sans, mono;
-  std::getline(s, header), std::getline(s, sans), std::getline(s, mono);
-  EXPECT_EQ(header.rfind("file,AvgGreyVal,", 0), 0u) << header;
-  EXPECT_EQ(sans.rfind("DejaVuSans.ttf,", 0), 0u) << sans;
-  EXPECT_EQ(mono.rfind("LiberationMono-Regular.ttf,", 0), 0u) << mono;
+  std::string csv = runFontvec("--format csv " SANS " " MONO, err).out;
+  EXPECT_EQ(csv.rfind("file,AvgGreyVal,", 0), 0u) << csv;
+  EXPECT_NE(csv.find("\nDejaVuSans.ttf,"), std::string::npos) << csv;
+  EXPECT_NE(csv.find("\nLiberationMono-Regular.ttf,"), std::string::npos) << csv;
 
   // A failing font is reported and the run goes on.
   std::string bad = dir.file("not-a-font.ttf");
