@@ -1,6 +1,5 @@
 // A font file becomes its feature vector: the render driver with the shipped
-// Script.scr on real Debian fonts, the front door's codes around it, the lock
-// under threads and after a killed holder.
+// Script.scr on Debian fonts, the front door's codes, the lock.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <semaphore.h>
@@ -8,11 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cmath>
-#include <cstring>
 #include <filesystem>
-#include <map>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -73,112 +68,31 @@ class Linked : public testing::Test {
   testsupport::TempDir dir;
 };
 
-TEST(RenderDriver, ACleanRunAnswersOneAndFillsImagesWithTheAdvanceSpread) {
+TEST(RenderDriver, ACleanRunAnswersOneAndFillsImages) {
   testsupport::TempDir dir;
-  const struct { std::string font; bool spread; const char* why; } rows[] = {
-      {kDejaVu, true, "proportional letters and digits"},
-      {kMono, false, "every advance equals the mean: each deviation truncates to 0"},
-  };
-  for (const auto& row : rows) {
-    std::string folder = fontFolder(dir, row.spread ? "p" : "m", row.font);
-    double spread = -1.0;
-    // 1 is the clean answer: the font folder itself holds no pictures.
-    EXPECT_EQ(create_images_from_font(configDir().c_str(), folder.c_str(), &spread), 1);
-    if (row.spread) { EXPECT_GT(spread, 0.0) << row.why; }
-    else { EXPECT_EQ(spread, 0.0) << row.why; }
-    EXPECT_EQ(GlyphCreationError, 0);
-    EXPECT_EQ(err_FD, 0);
-    EXPECT_STREQ(ImagePath, folder.c_str());
-    // All 54 pictures that validation asks for are valid under Images, of
-    // 59: font, font_b, font_s, 52 letters, ., 0 and the two large ones.
-    EXPECT_EQ(validateImages((folder + "/Images").c_str()), 0);
-    int count = 0;
-    for (const auto& entry : fs::directory_iterator(folder + "/Images"))
-      count += entry.path().extension() == ".png";
-    EXPECT_EQ(count, 59);
-    EXPECT_TRUE(fs::exists(folder + "/Images/104-hlar.png"));
-    EXPECT_TRUE(fs::exists(folder + "/Images/111-olar.png"));
-  }
+  std::string folder = fontFolder(dir, "f", kDejaVu);
+  double spread = -1.0;
+  // 1 is the clean answer: the font folder itself holds no pictures.
+  EXPECT_EQ(create_images_from_font(configDir().c_str(), folder.c_str(), &spread), 1);
+  EXPECT_EQ(GlyphCreationError, 0);
+  EXPECT_EQ(err_FD, 0);
+  // The 54 pictures validation asks for, of 59: font, font_b, font_s, 52
+  // letters, ., 0 and the two large ones.
+  EXPECT_EQ(validateImages((folder + "/Images").c_str()), 0);
+  int count = 0;
+  for (const auto& entry : fs::directory_iterator(folder + "/Images"))
+    count += entry.path().extension() == ".png";
+  EXPECT_EQ(count, 59);
 }
 
-TEST(RenderDriver, MissingOrEmptyScriptsMissingFontsAndPlainFontsAreReportedByValue) {
+TEST(RenderDriver, AMissingScriptOrFontIsReportedByValue) {
   testsupport::TempDir dir;
   std::string folder = fontFolder(dir, "f", kDejaVu);
   std::string noconfig = dir.mkdir("noconfig"), nofont = fontFolder(dir, "nofont", "");
   double spread = 7.0;
-  testing::internal::CaptureStdout();
   EXPECT_EQ(create_images_from_font(noconfig.c_str(), folder.c_str(), &spread), 1);
-  std::string out = testing::internal::GetCapturedStdout();
   EXPECT_EQ(spread, 7.0);  // left as it was
-  EXPECT_NE(out.find("unable to open '" + noconfig + "/Script.scr'"), std::string::npos) << out;
-
-  testing::internal::CaptureStdout();
   EXPECT_EQ(create_images_from_font(configDir().c_str(), nofont.c_str(), &spread), 102);
-  out = testing::internal::GetCapturedStdout();
-  EXPECT_NE(out.find("The function <FS_load_font : path> returned 102"), std::string::npos) << out;
-  EXPECT_EQ(GlyphCreationError, 0);
-
-  // An empty script runs clean with no pictures and no advance pass: the
-  // spread is the last run's value.
-  std::string config = dir.mkdir("config");
-  testsupport::writeBytes(config + "/Script.scr", "");
-  std::string blank = fontFolder(dir, "blank", "");
-  EXPECT_EQ(create_images_from_font(config.c_str(), blank.c_str(), &spread), 1);
-  EXPECT_EQ(spread, stdDevAdv);
-  EXPECT_TRUE(fs::is_empty(blank + "/Images"));
-
-  SetImagePath("/some/folder");
-  SetImagePath(nullptr);  // only the name index restarts
-  EXPECT_STREQ(ImagePath, "/some/folder");
-  // A plain font has no collection header: 0 fonts, no error, its name.
-  err_FD = 0;
-  CurentFontName[0] = '\0';
-  EXPECT_EQ(NumFontsInTTC(kDejaVu.c_str()), 0);
-  EXPECT_EQ(err_FD, 0);
-  EXPECT_STREQ(CurentFontName, "DejaVu Sans");
-  EXPECT_EQ(NumFontsInTTC("/no/such/font.ttf"), 0);
-  EXPECT_NE(err_FD, 0);
-  err_FD = 0;
-}
-
-std::map<std::string, double> valuesOf(const std::string& line) {
-  std::map<std::string, double> values;
-  std::stringstream s(line);
-  std::string field;
-  for (int i = 0; std::getline(s, field, ',') && i < FEATURE_VECTOR_LENGTH; i++)
-    values[FeatureValueNames[i]] = atof(field.c_str());
-  return values;
-}
-
-TEST_F(Linked, RealFontsGiveVectorsWithTheFixtureExpectations) {
-  const std::string fonts[][2] = {
-      {"sans", kDejaVu},
-      {"oblique", kFontDir + "dejavu/DejaVuSans-Oblique.ttf"},
-      {"serif", kFontDir + "liberation2/LiberationSerif-Regular.ttf"},
-      {"mono", kMono}};
-  std::map<std::string, std::map<std::string, double>> v;
-  for (const auto& font : fonts) {
-    int code = 1;
-    std::string line = vectorOf(fontFolder(dir, font[0], font[1]), &code);
-    EXPECT_EQ(code, 0) << font[0] << ": " << line;
-    ASSERT_EQ(line.find("Error"), std::string::npos) << font[0] << ": " << line;
-    v[font[0]] = valuesOf(line);
-    ASSERT_EQ(v[font[0]].size(), 58u);
-    for (const auto& value : v[font[0]])
-      EXPECT_TRUE(std::isfinite(value.second)) << font[0] << " " << value.first;
-  }
-  EXPECT_GT(v["mono"]["isMonoSpaced"], 0.95);
-  EXPECT_EQ(v["mono"]["advancedWidth"], 0.0);
-  EXPECT_NEAR(v["oblique"]["skew"], 11.0, 3.0);  // italic angle -11 degrees
-  for (const char* f : {"sans", "oblique", "serif", "mono"}) {
-    EXPECT_EQ(v[f]["isNotBlackLetter"], 1.0) << f;
-    if (strcmp(f, "mono") != 0) {
-      EXPECT_LT(v[f]["isMonoSpaced"], 0.5) << f;
-      EXPECT_GT(v[f]["advancedWidth"], 0.0) << f;
-    }
-    if (strcmp(f, "oblique") != 0) { EXPECT_LE(fabs(v[f]["skew"]), 2.0) << f; }
-    if (strcmp(f, "serif") != 0) { EXPECT_GT(v["serif"]["isSerifFont"], v[f]["isSerifFont"]) << f; }
-  }
 }
 
 TEST_F(Linked, FoldersWithoutTheFontOrWithPicturesBesideItGiveErrorMinusOne) {
@@ -189,7 +103,11 @@ TEST_F(Linked, FoldersWithoutTheFontOrWithPicturesBesideItGiveErrorMinusOne) {
   // Validation looks at the font folder itself: finding all 54 pictures
   // there answers 0, and 0 is no licence to measure.
   std::string folder = fontFolder(dir, "f", kDejaVu);
-  ASSERT_EQ(vectorOf(folder).find("Error"), std::string::npos);
+  std::string line = vectorOf(folder);
+  ASSERT_EQ(line.find("Error"), std::string::npos) << line;
+  size_t at = 0;  // value 47, advancedWidth: the renderer's advance spread, handed on
+  for (int i = 0; i < 47; i++) at = line.find(',', at) + 1;
+  EXPECT_GT(atof(line.c_str() + at), 0.0);
   for (const auto& entry : fs::directory_iterator(folder + "/Images"))
     fs::copy_file(entry.path(), folder + "/" + entry.path().filename().string());
   code = 0;

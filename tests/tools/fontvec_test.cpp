@@ -1,13 +1,8 @@
-// fontvec as a person runs it: the real binary on packaged fonts, on fonts
-// built here and on the measurement fixtures; its subcommands (info, glyph,
-// measure, a font file), their output formats and exit codes.
+// fontvec as a person runs it: the real binary on packaged fonts, built fonts
+// and the measurement fixtures; its subcommands, output formats and exit codes.
 #include <gtest/gtest.h>
-#include <png.h>
-#include <stdio.h>
-#include <string.h>
 
 #include <filesystem>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -25,14 +20,11 @@ namespace {
 #define SANS DEJAVU "DejaVuSans.ttf"
 #define MONO "/usr/share/fonts/truetype/liberation2/LiberationMono-Regular.ttf"
 
-// Fonts built for a test, in a folder "@" stands for in
-// arguments (it holds no Script.scr, so it also serves as a bad --config):
-// two.ttf the minimal glyf font, whose (3,1) format-0 map sends c to c & 1;
-// roman.ttf the same with its map moved to (1,0); pair.ttc that font and a
-// 7-glyph CFF one with its own head; one.otf the CFF one alone; twin.ttc
-// two glyf fonts; empty.ttf no bytes; t.ttf glyphs of 1000 units: 0 empty,
-// 1 a triangle (0,0) (100,0) off (50,100), 2 a composite of two of them,
-// the second 200 units right, all advancing 500.
+// Fonts built in a folder "@" stands for (no Script.scr: a bad --config too).
+// two.ttf: the minimal glyf font, its (3,1) format-0 map sends c to c & 1;
+// roman.ttf: its map moved to (1,0); pair.ttc: it and a 7-glyph CFF font;
+// t.ttf: 1000 units, glyph 1 a triangle (0,0) (100,0) off (50,100), glyph 2
+// two of them 200 units apart, all advancing 500.
 struct Built {
   testsupport::TempDir dir;
   Built() {
@@ -48,9 +40,6 @@ struct Built {
     put("two.ttf", sfnt::build(glyf));
     put("roman.ttf", sfnt::build(roman.set("cmap", cmap)));
     put("pair.ttc", sfnt::buildCollection({glyf, cff}));
-    put("one.otf", sfnt::build(cff));
-    put("twin.ttc", sfnt::buildCollection({glyf, glyf}));
-    put("empty.ttf", sfnt::Bytes());
     std::vector<sfnt::Bytes> glyphs = {
         {}, glyffont::triangle(),
         glyffont::composite({{0x2, 1, 0, 0}, {0x2, 1, 200, 0}})};
@@ -74,34 +63,22 @@ int count(const std::string& text, char c) {
 }
 
 // One run and what it must show. Empty strings and -1 leave a part
-// unpinned, but a failing run's `out` is always compared whole (mostly
-// empty); `err` compares whole, the others in part.
-const int kFails = -2;  // any status but 0
+// unpinned, but a failing run's `out` is always compared whole.
 struct Row {
   std::string args;
   int status;
-  std::string out = "", starts = "", ends = "";
+  std::string out = "", starts = "";
   std::vector<std::string> has = {};
   int lines = -1;
-  std::string err = "", errHas = "";
+  std::string errHas = "";
 };
 
 TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
   REQUIRE_FIXTURES();
   Built built;
-  std::string oddCodes;  // two.ttf's map: the odd codes 1..255 to glyph 1
-  for (int c = 1; c < 256; c += 2) {
-    char line[16];
-    snprintf(line, sizeof line, "U+%04X 1\n", c);
-    oddCodes += line;
-  }
   const std::string serif = fixtureImages("LiberationSerif");
   const Row rows[] = {
       // info: what the loader read, "key: value".
-      {"info " SANS, 0,
-       "faces: 1\nglyphs: 6253\nunits_per_em: 2048\nbbox: -2090 -948 3673 2524\n"
-       "ascender: 1901\ndescender: -483\noutlines: glyf\nfamily: DejaVu Sans\n"
-       "style: Regular\nfull_name: DejaVu Sans\n"},
       {"info @/pair.ttc", 0,
        "faces: 2\nglyphs: 2\nunits_per_em: 1000\nbbox: -10 -200 600 800\n"
        "ascender: 800\ndescender: -200\noutlines: glyf\n"
@@ -110,38 +87,31 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
        "faces: 2\nglyphs: 7\nunits_per_em: 2048\nbbox: -5 -6 70 80\n"
        "ascender: 800\ndescender: -200\noutlines: CFF\n"
        "family: Test\nstyle: Regular\nfull_name: Test Sans\n"},
-      {"info @/one.otf", 0, "", "", "", {"outlines: CFF\n"}},
       // macStyle 3: bold and italic.
-      {"info " DEJAVU "DejaVuSerif-BoldItalic.ttf", 0, "", "", "",
+      {"info " DEJAVU "DejaVuSerif-BoldItalic.ttf", 0, "", "",
        {"family: DejaVu Serif\nstyle: Bold Italic\nfull_name: DejaVu Serif Bold Italic\n"}},
-      // The first pairs of the format-0 kern subtable: glyph 16 is the
-      // hyphen, 36 "A", 37 "B", 42 "G"; 2727 pairs in all.
-      {"info " SANS " --kern", 0, "", "16 36 -45\n16 37 -73\n16 42 75\n", "", {}, 2727},
-      {"info " DEJAVU "DejaVuSansMono.ttf --kern", 0, "", "", "", {}, 0},  // no kern
-      {"info --index 2 @/twin.ttc", 1, "", "", "", {}, -1, "",
+      // The format-0 kern pairs: 16 is the hyphen, 36 "A", 37 "B", 42 "G".
+      {"info " SANS " --kern", 0, "", "16 36 -45\n16 37 -73\n16 42 75\n", {}, 2727},
+      {"info " DEJAVU "DejaVuSansMono.ttf --kern", 0, "", "", {}, 0},  // no kern
+      {"info --index 2 @/pair.ttc", 1, "", "", {}, -1,
        "error 404: face index beyond the collection"},
-      {"info @/empty.ttf", 1, "", "", "", {}, -1, "", "error 403"},
-      {"info @/absent.ttf", 1, "", "", "", {}, -1, "", "error 102"},
       {"info", 2}, {"info a.ttf b.ttf", 2}, {"info --index x a.ttf", 2},
-      {"info --index -1 a.ttf", 2}, {"info --bogus a.ttf", 2},
-      {"info --kern --cmap a.ttf", 2},
-      // info --cmap: "U+XXXX GLYPH" per mapped code, as many as libfreetype
-      // enumerates for DejaVu Sans.
-      {"info " SANS " --cmap", 0, "", "U+0020 3\nU+0021 4\n", "",
+      {"info --bogus a.ttf", 2}, {"info --kern --cmap a.ttf", 2},
+      // info --cmap: "U+XXXX GLYPH" per mapped code, as libfreetype counts them.
+      {"info " SANS " --cmap", 0, "", "U+0020 3\nU+0021 4\n",
        {"\nU+0041 36\n", "\nU+0416 939\n", "\nU+10300 5373\n"}, 5918},
-      {"info @/two.ttf --cmap", 0, oddCodes},
-      {"info @/roman.ttf --cmap", 1, "", "", "", {}, -1, "", "no Unicode character map"},
-      // glyph --points: 10 ppem at 1000 units is 0.64 26.6 units per font
-      // unit; the advance 500 is 5 pixels, 320; 200 units are 128.
+      {"info @/two.ttf --cmap", 0, "", "U+0001 1\nU+0003 1\n", {"\nU+00FF 1\n"}, 128},
+      {"info @/roman.ttf --cmap", 1, "", "", {}, -1, "no Unicode character map"},
+      // glyph --points: 10 ppem at 1000 units is 0.64 26.6 units per font unit.
       {"glyph @/t.ttf --glyph 1 --ppem 10 --points", 0,
        "0 0 on\n64 0 on\n32 64 off\nadvance: 320\n"},
       {"glyph @/t.ttf --glyph 2 --ppem 10 --points --no-hints", 0,
        "0 0 on\n64 0 on\n32 64 off\n\n128 0 on\n192 0 on\n160 64 off\n"
        "advance: 320\n"},
       {"glyph @/t.ttf --glyph 0 --ppem 13 --points", 0, "advance: 448\n"},  // 6.5 -> 7
-      // "A": contours of 3 and 8 points with a blank line between; 1401
-      // units at 12 ppem are 8.2 pixels, 8.
-      {"glyph " SANS " --glyph 36 --ppem 12 --points", 0, "", "", "advance: 512\n", {}, 13},
+      // "A" (through the map, glyph 36): contours of 3 and 8 points and a
+      // blank line; 1401 units at 12 ppem are 8.2 pixels, 8.
+      {"glyph " SANS " --char U+0041 --ppem 12 --points", 0, "", "", {"\nadvance: 512\n"}, 13},
       {"glyph " SANS " --glyph 60000 --ppem 12 --points", 1},
       {"glyph /nonexistent.ttf --glyph 1 --ppem 12", 1},
       {"glyph " SANS " --ppem 12", 2}, {"glyph " SANS " --glyph 1", 2},
@@ -149,18 +119,18 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --char 41 --ppem 12", 2},
       {"glyph " SANS " --char U+41 --glyph 36 --ppem 12", 2},
       {"glyph " SANS " --char U+0020 --ppem 12 --png @/space.png", 0, "0 0 0 0\n"},
-      {"glyph " SANS " --char U+0041 --ppem 12 --points --png @/a.png", kFails},
+      {"glyph " SANS " --char U+0041 --ppem 12 --points --png @/a.png", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --png /no/such/dir/a.png", 1},
       // measure FOLDER: the library's line, and its refusals.
-      {"measure @/absent", 1, "", "", "", {}, -1, "", "not a folder"},
-      {"measure @", 1, "", "", "", {}, -1, "Error=8\n"},  // no pictures
+      {"measure @/absent", 1, "", "", {}, -1, "not a folder"},
+      {"measure @", 1, "", "", {}, -1, "Error=8\n"},  // no pictures
       {"measure", 2}, {"measure --bogus @", 2}, {"measure a b", 2},
       {"measure --format xml " + serif, 2}, {"measure --format", 2},
       {"no-such-command", 1},  // a first word that is no command is a font
       {"--bogus-option", 2},
-      {"--help", 0, "", "", "", {"usage: fontvec", "measure", "info FONT [--index N]"}},
+      {"--help", 0, "", "", {"usage: fontvec", "measure", "info FONT [--index N]"}},
       // fontvec FONT: a refused configuration and format.
-      {"--config @ " SANS, 1, "", "", "", {}, -1, "", "no Script.scr"},
+      {"--config @ " SANS, 1, "", "", {}, -1, "no Script.scr"},
       {"--format xml " SANS, 2},
   };
   std::string errFile = built.dir.file("err.txt");
@@ -168,99 +138,35 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
     std::string args = built.args(row.args);
     ToolRun r = runFontvec(args, errFile);
     std::string err = testsupport::readBytes(errFile);
-    if (row.status == kFails) { EXPECT_NE(r.status, 0) << args; }
-    else { EXPECT_EQ(r.status, row.status) << args << "\n" << err; }
+    EXPECT_EQ(r.status, row.status) << args << "\n" << err;
     if (row.status != 0 || !row.out.empty()) { EXPECT_EQ(r.out, row.out) << args; }
     EXPECT_EQ(r.out.rfind(row.starts, 0), 0u) << args;
-    EXPECT_EQ(r.out.size() >= row.ends.size() &&
-                  r.out.compare(r.out.size() - row.ends.size(), std::string::npos, row.ends) == 0,
-              true) << args << " ends with " << row.ends;
     for (const std::string& part : row.has)
       EXPECT_NE(r.out.find(part), std::string::npos) << args << ": " << part;
     if (row.lines >= 0) { EXPECT_EQ(count(r.out, '\n'), row.lines) << args; }
-    if (!row.err.empty()) { EXPECT_EQ(err, row.err) << args; }
     EXPECT_NE(err.find(row.errHas), std::string::npos) << args << ": " << err;
   }
 }
 
-TEST(Fontvec, CmapLinesAscendAndCharactersGoThroughTheMap) {
-  ToolRun r = runFontvec("info " SANS " --cmap");
-  std::istringstream lines(r.out);
-  std::string line;
-  unsigned long previous = 0, code = 0;
-  unsigned glyph = 0;
-  for (int n = 0; std::getline(lines, line); n++, previous = code) {
-    ASSERT_EQ(sscanf(line.c_str(), "U+%lX %u", &code, &glyph), 2) << line;
-    if (n > 0) { EXPECT_GT(code, previous) << line; }
-    EXPECT_GT(glyph, 0u) << line;
-  }
-  ToolRun byChar = runFontvec("glyph " SANS " --char U+0041 --ppem 12 --points");
-  EXPECT_EQ(byChar.status, 0);
-  EXPECT_EQ(byChar.out, runFontvec("glyph " SANS " --glyph 36 --ppem 12 --points").out);
-}
-
-TEST(Fontvec, GlyphPngHoldsTheGraymapInkDarkOnWhite) {
-  testsupport::TempDir dir;
-  std::string out = dir.file("l.png");
-  // 'l' of DejaVu Sans at 64 ppem: x 193..377 and y 0..1556 of 2048 units,
-  // i.e. 6.03 .. 11.78 and 0 .. 48.625 px: columns 6 to 11, rows 0 to 48
-  // (hi_y 48), 6 wide and 49 tall.
-  ToolRun r = runFontvec("glyph " SANS " --char U+006C --ppem 64 --png " + out);
-  ASSERT_EQ(r.status, 0);
-  EXPECT_EQ(r.out, "6 48 6 49\n");
-  png_image image;
-  memset(&image, 0, sizeof image);
-  image.version = PNG_IMAGE_VERSION;
-  ASSERT_TRUE(png_image_begin_read_from_file(&image, out.c_str())) << out;
-  ASSERT_EQ(image.format, (png_uint_32)PNG_FORMAT_GRAY);  // 8-bit grey
-  EXPECT_EQ(image.width * 100 + image.height, 649u);
-  std::vector<unsigned char> px(PNG_IMAGE_SIZE(image));
-  ASSERT_TRUE(png_image_finish_read(&image, nullptr, px.data(), 0, nullptr));
-  // Middle rows: column 6 covered 1 - 0.03125 (248 -> grey 7), columns 7
-  // to 10 solid (255 -> black), column 11 covered 0.78125 (200 -> 55).
-  const unsigned char row20[6] = {7, 0, 0, 0, 0, 55};
-  for (int x = 0; x < 6; x++) EXPECT_EQ(px[20 * 6 + x], row20[x]) << x;
-  EXPECT_EQ(px[2], 95);  // the top row is covered 0.625: 255 - 160
-}
-
 TEST(Fontvec, MeasureGivesTheLibraryLineInEveryLayout) {
   REQUIRE_FIXTURES();
-  for (const char* font :
-       {"DejaVuSans", "DejaVuSans-Oblique", "LiberationSerif", "LiberationMono"}) {
-    std::string folder = fixtureImages(font);
-    ToolRun plain = runFontvec("measure " + folder);
-    EXPECT_EQ(plain.status, 0) << font;
-    EXPECT_EQ(count(plain.out, ','), 57) << font;  // 58 values
-    EXPECT_EQ(plain.out.find('\n'), plain.out.size() - 1) << font;  // one line
-    ToolRun sum = runFontvec("measure --checksum " + folder);
-    EXPECT_EQ(sum.status, 0);
-    EXPECT_EQ(sum.out.substr(sum.out.find(',') + 1), plain.out) << font;
-  }
   std::string folder = fixtureImages("LiberationSerif");
   std::string line = runFontvec("measure " + folder).out;
-  std::vector<std::string> values;
-  std::stringstream s(line.substr(0, line.size() - 1));
-  for (std::string v; std::getline(s, v, ',');) values.push_back(v);
-  ASSERT_EQ(values.size(), 58u);
-  // 58 lines "index name value", in the frozen order, with the line's digits.
-  ToolRun names = runFontvec("measure --names " + folder);
-  EXPECT_EQ(names.status, 0);
-  EXPECT_EQ(count(names.out, '\n'), 58);
-  EXPECT_EQ(names.out.find("0 AvgGreyVal " + values[0] + "\n"), 0u);
-  EXPECT_NE(names.out.find("\n22 skew " + values[22] + "\n"), std::string::npos);
-  EXPECT_NE(names.out.find("\n57 FlareStemNess " + values[57] + "\n"), std::string::npos);
-  ToolRun csv = runFontvec("measure --format csv " + folder);
-  EXPECT_EQ(csv.status, 0);
-  size_t header = csv.out.find('\n');
-  ASSERT_NE(header, std::string::npos);
-  EXPECT_EQ(count(csv.out.substr(0, header), ','), 57);
-  EXPECT_EQ(csv.out.substr(0, 16), "AvgGreyVal,COGX,");
-  EXPECT_EQ(csv.out.substr(header + 1), line);
-  ToolRun json = runFontvec("measure --checksum --format json " + folder);
-  EXPECT_EQ(json.status, 0);
-  EXPECT_EQ(json.out.substr(0, 13), "{\"checksum\": ");
-  EXPECT_NE(json.out.find(", \"AvgGreyVal\": " + values[0] + ", "), std::string::npos);
-  EXPECT_NE(json.out.find("\"FlareStemNess\": " + values[57] + "}\n"), std::string::npos);
+  EXPECT_EQ(count(line, ','), 57);  // one line of 58 values
+  EXPECT_EQ(line.find('\n'), line.size() - 1);
+  std::string sum = runFontvec("measure --checksum " + folder).out;
+  EXPECT_EQ(sum.substr(sum.find(',') + 1), line);
+  // 58 lines "index name value" in the frozen order, with the line's digits.
+  std::string last = line.substr(line.rfind(',') + 1);  // with the line feed
+  std::string names = runFontvec("measure --names " + folder).out;
+  EXPECT_EQ(count(names, '\n'), 58);
+  EXPECT_NE(names.find("\n57 FlareStemNess " + last), std::string::npos);
+  std::string csv = runFontvec("measure --format csv " + folder).out;
+  EXPECT_EQ(csv.substr(csv.find('\n') + 1), line);  // after the names header
+  std::string json = runFontvec("measure --checksum --format json " + folder).out;
+  EXPECT_EQ(json.substr(0, 13), "{\"checksum\": ");
+  last.pop_back();
+  EXPECT_NE(json.find("\"FlareStemNess\": " + last + "}\n"), std::string::npos);
 }
 
 TEST(Fontvec, FontFilesGiveVectorsInEveryLayoutAndKeptPictures) {
@@ -269,32 +175,19 @@ TEST(Fontvec, FontFilesGiveVectorsInEveryLayoutAndKeptPictures) {
   std::string err = dir.file("err.txt"), keep = dir.file("kept");
   ToolRun line = runFontvec(MONO " --keep-images " + keep, err);
   EXPECT_EQ(line.status, 0) << testsupport::readBytes(err);
-  EXPECT_EQ(count(line.out, '\n'), 1);
   EXPECT_EQ(count(line.out, ','), 57);  // 58 values
-  EXPECT_EQ(line.out.find("Error"), std::string::npos);
-  int pictures = 0;
-  for (const auto& e : fs::directory_iterator(keep)) pictures += e.path().extension() == ".png";
-  EXPECT_EQ(pictures, 59);
   EXPECT_TRUE(fs::exists(keep + "/font.png"));
-
   std::string first = line.out.substr(0, line.out.find(','));
   ToolRun names = runFontvec(MONO " --names", err);
   EXPECT_EQ(names.out.rfind("0 AvgGreyVal " + first + "\n", 0), 0u) << names.out;
-  EXPECT_EQ(count(names.out, '\n'), 58);
-  EXPECT_NE(names.out.find("\n21 isMonoSpaced 1.00000000\n"), std::string::npos);
   ToolRun json = runFontvec("--format json " MONO, err);
   EXPECT_EQ(json.out.rfind("{\"file\": \"" MONO "\", \"AvgGreyVal\": " + first, 0), 0u)
       << json.out;
   // csv: a header, then one row per font with its file name first.
-  ToolRun csv = runFontvec("--format csv " SANS " " MONO, err);
-  EXPECT_EQ(csv.status, 0) << testsupport::readBytes(err);
-  std::stringstream s(csv.out);
-  std::string header, sans, mono;
-  std::getline(s, header), std::getline(s, sans), std::getline(s, mono);
-  EXPECT_EQ(header.rfind("file,AvgGreyVal,", 0), 0u) << header;
-  EXPECT_EQ(sans.rfind("DejaVuSans.ttf,", 0), 0u) << sans;
-  EXPECT_EQ(mono.rfind("LiberationMono-Regular.ttf,", 0), 0u) << mono;
-  EXPECT_EQ(count(sans, ','), 58);  // file name and 58 values
+  std::string csv = runFontvec("--format csv " SANS " " MONO, err).out;
+  EXPECT_EQ(csv.rfind("file,AvgGreyVal,", 0), 0u) << csv;
+  EXPECT_NE(csv.find("\nDejaVuSans.ttf,"), std::string::npos) << csv;
+  EXPECT_NE(csv.find("\nLiberationMono-Regular.ttf,"), std::string::npos) << csv;
 
   // A failing font is reported and the run goes on.
   std::string bad = dir.file("not-a-font.ttf");
