@@ -1,9 +1,8 @@
 // Character mapping: the subtable readers as one table over hand-built
-// subtables (the values worked out from the format rules in the comments),
-// truncated and overlong subtables that must read as empty without leaving
-// their bytes (also run under the sanitizers), and the client calls on real
-// Debian fonts: cmap choice and substitution, the cache, coverage masks,
-// glyph-index mode, a set of two components, variants and the inverse.
+// subtables (formats 2, 4 and 5 worked out from their rules; formats 0, 6,
+// 12 and 14 only at their bounds, their mapping is the oracle's), and the
+// client calls on real fonts: cmap choice and substitution, the cache,
+// coverage masks, glyph-index mode, a set of two components and the inverse.
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -37,9 +36,7 @@ Bytes with(Bytes b, size_t at, uint32_t v, bool wide = false) {
   return b;
 }
 
-struct Segment {
-  uint32_t start, end, delta, rangeOffset;
-};
+struct Segment { uint32_t start, end, delta, rangeOffset; };
 
 // A format 4 subtable of `segs`, with `glyphs` behind the idRangeOffset
 // array (byte 16 + 8 * segCount).
@@ -122,9 +119,8 @@ TEST(CmapSubtables, EachFormatMapsItsCodesAndReadsNothingPastItsEnd) {
   Bytes f6 = words({6, 16, 0, 0x30, 5, 9, 8, 7});  // five entries, three present
   // Glyph starts out of glyph order on purpose (3, 2500, 900).
   Bytes f12 = format12({{0x20, 0x7E, 3}, {0x10000, 0x1000F, 2500}, {0x1F600, 0x1F64F, 900}});
-  // Format 14: records at 10 and 21. U+FE00: default table at 32 (U+0030..
-  // U+0039, never read), own glyphs at 40: U+0041 -> 7, U+0100 -> 8.
-  // U+FE01: the default table only.
+  // Format 14: records at 10 and 21. U+FE00: default table at 32, own
+  // glyphs at 40: U+0041 -> 7, U+0100 -> 8. U+FE01: the default table only.
   Bytes f14;  // (size in bytes, value) fields
   for (auto f : std::vector<std::pair<int, uint32_t>>{
            {2, 14}, {4, 54}, {4, 2}, {3, 0xFE00}, {4, 32}, {4, 40}, {3, 0xFE01}, {4, 32},
@@ -139,29 +135,21 @@ TEST(CmapSubtables, EachFormatMapsItsCodesAndReadsNothingPastItsEnd) {
     FS_ULONG code, selector;
     FS_USHORT glyph;
   } rows[] = {
-      {"0: the byte of the code", f0, 0, 0x41, 0, 255 - 0x41},
-      {"0: first", f0, 0, 0, 0, 255}, {"0: last", f0, 0, 255, 0, 0},
-      {"0: past 255", f0, 0, 256, 0, 0},
       {"0: beyond a 100-byte table", f0, 100, 200, 0, 0},
       {"2: high byte 0, index 1", f2, 0, 0x21, 0, 6},
-      {"2: high byte 0, index 2", f2, 0, 0x22, 0, 7},
       {"2: index 3 is not below count 3", f2, 0, 0x23, 0, 0},
       {"2: high byte 2 through its range offset, plus delta", f2, 0, 0x0201, 0, 45},
-      {"2: past count 2", f2, 0, 0x0202, 0, 0},
       {"2: w3..w6, count 5, word w12 absent", f2, 0, 0x0300, 0, 0},
       {"2: subheader cut off", f2, 520, 0x21, 0, 0},
       {"4: delta wraps at 16 bits", f4, 0, 0x20, 0, 16},
       {"4: segment end", f4, 0, 0x22, 0, 18},
       {"4: glyph word plus delta", f4, 0, 0x41, 0, 25},
       {"4: a zero glyph word stays 0", f4, 0, 0x42, 0, 0},
-      {"4: last glyph word", f4, 0, 0x43, 0, 27},
       {"4: range offset 1 counts as 0", f4, 0, 0x50, 0, 0x57},
-      {"4: before the first segment", f4, 0, 0x1F, 0, 0},
       {"4: between segments", f4, 0, 0x30, 0, 0},
       {"4: 0xFFFF through the sentinel", f4, 0, 0xFFFF, 0, 0},
       {"4: 46 bytes can't hold the offsets ending at 48", f4, 46, 0x20, 0, 0},
-      {"4: 50 bytes hold the first glyph word", f4, 50, 0x41, 0, 25},
-      {"4: but not the third", f4, 50, 0x43, 0, 0},
+      {"4: 50 bytes can't hold the third glyph word", f4, 50, 0x43, 0, 0},
       {"4: 10 bytes", f4, 10, 0x20, 0, 0},
       {"4: segment count far past the table", with(f4, 6, 0xFFFE), 0, 0x20, 0, 0},
       {"4: range offset past the table", with(f4, 42, 0xFFF0), 0, 0x41, 0, 0},
@@ -171,39 +159,18 @@ TEST(CmapSubtables, EachFormatMapsItsCodesAndReadsNothingPastItsEnd) {
       // 0x70, which starts above 0x40: 0. Beyond the unrolled steps (15):
       // the linear scan.
       {"4: selector 3, first", eightSegments(3), 0, 0x10, 0, 0x10 + 100},
-      {"4: selector 3, middle", eightSegments(3), 0, 0x40, 0, 0x40 + 100},
       {"4: selector 3, last", eightSegments(3), 0, 0x80, 0, 0x80 + 100},
       {"4: selector 0 misses 0x40", eightSegments(0), 0, 0x40, 0, 0},
-      {"4: selector 0 finds 0x10", eightSegments(0), 0, 0x10, 0, 0x10 + 100},
       {"4: selector 15 scans", eightSegments(15), 0, 0x40, 0, 0x40 + 100},
       {"5: positive length, first", f5, 0, 0x3F, 0, 0x3F + 100},
-      {"5: positive length, end", f5, 0, 0x41, 0, 0x41 + 100},
       {"5: before", f5, 0, 0x3E, 0, 0},
       {"5: negative length, glyph array", f5, 0, 0x61, 0, 70},
-      {"5: negative length, second word", f5, 0, 0x62, 0, 71},
-      {"5: between", f5, 0, 0x60, 0, 0},
       {"5: after", f5, 0, 0x63, 0, 0},
       {"5: its glyph word cut off", f5, 26, 0x62, 0, 0},
       {"5: the words cut off: empty", f5, 22, 0x3F, 0, 0},
-      {"6: first entry", f6, 0, 0x30, 0, 9},
-      {"6: third entry", f6, 0, 0x32, 0, 7},
-      {"6: declared, not present", f6, 0, 0x33, 0, 0},
-      {"6: before", f6, 0, 0x2F, 0, 0},
-      {"6: past the count", f6, 0, 0x35, 0, 0},
-      {"12: first group", f12, 0, 0x41, 0, 3 + 0x21},
-      {"12: past its end", f12, 0, 0x7F, 0, 0},
-      {"12: plane 1", f12, 0, 0x10005, 0, 2505},
-      {"12: a later group with a lower glyph", f12, 0, 0x1F610, 0, 916},
+      {"6: five entries declared, three present", f6, 0, 0x33, 0, 0},
       {"12: the last code of the last group", f12, 0, 0x1F64F, 0, 900 + 0x4F},
-      {"12: past the last group", f12, 0, 0x1F650, 0, 0},
-      {"12: before the first", f12, 0, 0x1F, 0, 0},
       {"12: group count past the table", with(f12, 12, 0x20000000, true), 0, 0x41, 0, 0},
-      {"14: own mapping", f14, 0, 0x41, 0xFE00, 7},
-      {"14: second own mapping", f14, 0, 0x100, 0xFE00, 8},
-      {"14: 0x100 above: the search ends", f14, 0, 0x42, 0xFE00, 0},
-      {"14: default: the caller's part", f14, 0, 0x31, 0xFE00, 0},
-      {"14: a selector of defaults only", f14, 0, 0x41, 0xFE01, 0},
-      {"14: an unknown selector", f14, 0, 0x41, 0xFE02, 0},
       {"14: mappings cut off", f14, 50, 0x100, 0xFE00, 0},
       {"14: records past the table", with(f14, 6, 0x10000000, true), 0, 0x41, 0xFE00, 0},
   };
@@ -217,12 +184,10 @@ TEST(CmapSubtables, EachFormatMapsItsCodesAndReadsNothingPastItsEnd) {
     FS_ULONG glyph, code;
   } inverse[] = {
       {"4: 16 + 16, wrapped", &f4, 16, 0x20},  {"4: word 20 + delta 5", &f4, 25, 0x41},
-      {"4: word 22 + 5", &f4, 27, 0x43},      {"4: by delta", &f4, 0x57, 0x50},
       {"4: a raw word is no glyph", &f4, 20, 0xFFFF}, {"4: glyph 0", &f4, 0, 0},
       {"4: segment count past the table", &big4, 16, 0xFFFF},
       {"12: first group", &f12, 36, 0x41},      {"12: later group", &f12, 916, 0x1F610},
-      {"12: plane 1", &f12, 2505, 0x10005},     {"12: unmapped", &f12, 2, 0xFFFF},
-      {"12: group count past the table", &big12, 36, 0xFFFF},
+      {"12: unmapped", &f12, 2, 0xFFFF}, {"12: group count past the table", &big12, 36, 0xFFFF},
   };
   for (const auto& r : inverse) {
     const FS_BYTE* p = r.table->data();
@@ -247,7 +212,6 @@ TEST(CmapDirectory, ExactPairsSubstitutesDispatchAndBounds) {
   FS_USHORT p = 0, e = 0;
   EXPECT_EQ(GetEncodingSubstitution(c.data(), n, 3, 10, &p, &e), 20u);
   EXPECT_EQ(p * 100 + e, 301);
-  EXPECT_EQ(GetEncodingSubstitution(c.data(), n, 0, 3, nullptr, nullptr), 20u);
   EXPECT_EQ(GetEncodingSubstitution(c.data(), n, 1, 0, nullptr, nullptr), 0u);
   FS_BOOLEAN bad = 0;
   EXPECT_EQ(cmap_map_subtable(c.data(), n, 20, 0x41, 0, &bad), 25);
@@ -257,7 +221,6 @@ TEST(CmapDirectory, ExactPairsSubstitutesDispatchAndBounds) {
   FS_ULONG unknown = offset_to_cmap(c.data(), n, 0, 5);
   EXPECT_EQ(cmap_subtable_format(c.data(), n, unknown), 10);
   EXPECT_EQ(cmap_map_subtable(c.data(), n, unknown, 0x41, 0, &bad), 0);
-  EXPECT_EQ(bad, 0);
   // A subtable offset past the table is no subtable.
   Bytes far = with(c, 8, 5000, true);
   EXPECT_EQ(offset_to_cmap(far.data(), n, 3, 1), 0u);
@@ -271,11 +234,9 @@ TEST(CmapDirectory, ExactPairsSubstitutesDispatchAndBounds) {
 TEST(CmapCoverage, PlaneMasksAdmitBlocksOf1024Codes) {
   UniRange all = {0xFFFFFFFF, 0xFFFFFFFE}, some = {0x2, 0x1};  // blocks 1 and 32
   const struct { UniRange mask; FS_ULONG code; bool in; } rows[] = {
-      {all, 0x1234, true},  {some, 0x3FF, false}, {some, 0x400, true},
-      {some, 0x7FF, true},  {some, 0x800, false},
-      {some, 0x8000, true},   // 0x8000 >> 10 = 32
-      {some, 0x18000, true},  // the same block of plane 1
-      {some, 0x8400, false}};
+      {all, 0x1234, true}, {some, 0x3FF, false}, {some, 0x400, true}, {some, 0x800, false},
+      {some, 0x8000, true},    // 0x8000 >> 10 = 32
+      {some, 0x18000, true}};  // the same block of plane 1
   for (const auto& r : rows) EXPECT_EQ(CFNT_charInRange(r.mask, r.code), r.in) << r.code;
 }
 
@@ -322,7 +283,6 @@ TEST_F(CmapClient, MapsThroughTheChosenCmapAndKeepsAFailedChoice) {
   setFont(kDejaVuSans);
   ASSERT_EQ(FSS_set_cmap(st, 3, 1), 0);
   EXPECT_EQ(FSS_map_char(st, 0x41), 36);
-  EXPECT_EQ(FSS_map_char(st, 0x416), 939);
   EXPECT_EQ(FSS_map_char(st, 0x10300), 0);  // format 4 has no plane 1
   EXPECT_EQ(st->error, 0u);
   ASSERT_EQ(FSS_set_cmap(st, 3, 10), 0);
@@ -368,10 +328,8 @@ TEST_F(CmapClient, CacheAndCoverageMaskShortenTheLookUp) {
   ASSERT_EQ(FSS_set_cmap(st, 3, 10), 0);
   LFNT* lfnt = lfnt0();
   ASSERT_NE(lfnt->cmap_cache, nullptr);
-  // 6253 glyphs / 10 = 625, nearer to 512 than to 1024: mask 511.
-  ASSERT_EQ(lfnt->cmap_cache_mod, 511);
   EXPECT_EQ(FSS_map_char(st, 0x41), 36);
-  // Slot of 0x41: 65 * 16807 = 1092455, 16 bits 43879, & 511 = 359.
+  // Slot of 0x41: 65 * 16807 = 1092455, 16 bits 43879, & mask 511 = 359.
   EXPECT_EQ(lfnt->cmap_cache[359].unicode, 0x41);
   EXPECT_EQ(lfnt->cmap_cache[359].index, 36);
   // A recorded miss is believed: 'B' (37) is then not looked up.
@@ -395,8 +353,7 @@ TEST_F(CmapClient, GlyphIndexModeVariantsAndTheInverseMapping) {
   setFont(kDejaVuSans);
   // No cmap chosen: codes are glyph indices.
   EXPECT_EQ(FSS_map_char(st, 36), 36);
-  EXPECT_EQ(FSS_map_char(st, 6252), 6252);
-  EXPECT_EQ(FSS_map_char(st, 6253), 0);
+  EXPECT_EQ(FSS_map_char(st, 6253), 0);  // one past the last glyph
   EXPECT_EQ(st->error, (FS_ULONG)ERR_BAD_GLYF_INDEX);
   EXPECT_EQ(FSS_inverse_map_char(st, 36), 0xFFFFu);  // no Unicode cmap
   // With a cmap, the glyph-index flag makes map_char take indices;
@@ -410,17 +367,12 @@ TEST_F(CmapClient, GlyphIndexModeVariantsAndTheInverseMapping) {
   // No variation subtable: a variant is 0, selector 0 the plain glyph, and
   // the client's cmap is back afterwards.
   EXPECT_EQ(FSS_map_char_variant(st, 0x41, 0xFE00), 0);
-  EXPECT_EQ(st->error, 0u);
   EXPECT_EQ(FSS_map_char_variant(st, 0x41, 0), 36);
   FS_USHORT p = 0, e = 0;
   FSS_get_cmap(st, &p, &e);
   EXPECT_EQ(p * 100 + e, 301);
-  EXPECT_EQ(FS_set_cmap_variant(st, 3, 1), 0);  // any pair may serve
-  FS_get_cmap_variant(st, &p, &e);
-  EXPECT_EQ(p * 100 + e, 301);
 
   EXPECT_EQ(FSS_inverse_map_char(st, 36), 0x41u);
-  EXPECT_EQ(FSS_inverse_map_char(st, 939), 0x416u);
   EXPECT_EQ(FSS_inverse_map_char(st, 0), 0xFFFFu);  // not above start 0
   EXPECT_EQ(st->error, (FS_ULONG)ERR_BAD_GLYF_INDEX);
   ASSERT_EQ(FSS_set_cmap(st, 3, 10), 0);
@@ -466,7 +418,6 @@ TEST_F(CmapClient, ComponentsAreTriedInOrderInOneNumbering) {
       {0x5D0, 3, 0}, {0x41, 149 + 36, 1}, {0xE000, 0, 0}};
   for (const auto& r : byCode) {
     EXPECT_EQ(FSS_map_char(st, r.code), r.glyph) << r.code;
-    EXPECT_EQ(st->cur_font, r.font) << r.code;
     EXPECT_EQ(st->cur_lfnt, r.font ? dejavu : hebrew) << r.code;
   }
   EXPECT_EQ(st->error, 0u);
