@@ -1,7 +1,5 @@
-// Pair kerning on fonts built byte by byte and on DejaVu Sans: which
-// subtable is kept, the search, scaling along the user scale's first column,
-// raw values under FLAGS_KERN_UNSCALED, and counts and lengths that point
-// past the `kern` table, which must never be read beyond it.
+// Pair kerning on built fonts: which subtable is kept, scaling and raw values,
+// and counts and lengths past the `kern` table, never read beyond it.
 #include <gtest/gtest.h>
 
 #include "Orvex_internal/fs_cmap.h"
@@ -20,8 +18,8 @@ struct Pair {
 };
 const std::vector<Pair> kPairs = {{0, 1, -50}, {1, 0, 30}, {1, 1, 120}};
 
-// A subtable: version, stated length (0: the true one), horizontal
-// coverage, nPairs (-1: the true count), search words (unused), its pairs.
+// A subtable: version, stated length (0: the true one), horizontal coverage,
+// nPairs (-1: the true count), search words (unused), its pairs.
 sfnt::Bytes subtable(uint32_t version, const std::vector<Pair>& pairs = kPairs,
                      uint32_t length = 0, int nPairs = -1) {
   sfnt::Bytes b;
@@ -34,8 +32,8 @@ sfnt::Bytes subtable(uint32_t version, const std::vector<Pair>& pairs = kPairs,
   return b;
 }
 
-// The two-glyph test font (1000 units per em) with a `kern` table of
-// `subtables` (its count patched to `count` when given) as its last table.
+// The two-glyph font (1000 units per em) with a `kern` of `subtables` (count
+// `count` when given).
 sfnt::Bytes fontWithKern(const std::vector<sfnt::Bytes>& subtables, int count = -1) {
   sfnt::Bytes k;
   sfnt::u16(k, 0);
@@ -47,10 +45,8 @@ sfnt::Bytes fontWithKern(const std::vector<sfnt::Bytes>& subtables, int count = 
 TEST(Kerning, PairsAreFoundInTheFirstVersionZeroSubtableAndScaled) {
   // A subtable of another version first is stepped over by its length.
   sfnt::Bytes font = fontWithKern({subtable(2, {{0, 1, 999}}), subtable(0)});
-  // (scale s00, s10 in pixels; unscaled; pair; dx, dy). 20 pixels per em
-  // over 1000 units: -50 units are -1 pixel; 120 * 20 / 1000 = 2.4 pixels,
-  // 157286.4 in 16.16; with s10 5: 120 units give 0.6 pixel in y, 39321.6.
-  // Unscaled, both are the raw units.
+  // At 20 pixels per em -50 units are -1 pixel; 120 units 2.4 pixels (157286.4
+  // in 16.16), and with s10 5, 0.6 pixel in y (39321.6). Unscaled: raw units.
   const struct { int s00, s10; bool raw; FS_ULONG l, r; FS_FIXED dx, dy; } rows[] = {
       {20, 0, false, 0, 1, -65536, 0}, {20, 0, false, 0, 0, 0, 0},  // no such pair
       {20, 5, false, 1, 1, 157286, 39322}, {20, 0, true, 1, 1, 120, 120}};
@@ -90,11 +86,8 @@ TEST(Kerning, CountsAndLengthsPastTheTableAreReadOnlyWithinIt) {
   testsupport::TempDir dir;
   sfnt::Bytes stuck = fontWithKern({subtable(1), subtable(0)});
   sfnt::putU16(stuck, sfnt::getU32(stuck, sfnt::entryOf(stuck, "kern") + 8) + 6, 0);
-  // (font, from a file, pairs counted, subtable length kept). nPairs 1000
-  // and a stated length of 60000 in a table of 3 pairs: the length is cut
-  // to the 32 bytes behind the table's 4-byte head, the count to
-  // (32 - 14) / 6 = 3. A subtable count past the table ends the walk at
-  // the table's end; a first subtable of length 0 would never move it.
+  // nPairs 1000 and length 60000 in a table of 3 pairs: the length is cut to
+  // the 32 bytes after the table's head, the count to (32 - 14) / 6 = 3.
   const struct { const char* why; sfnt::Bytes font; bool file; FS_ULONG pairs; int length; }
       rows[] = {
           {"overlong length and count", fontWithKern({subtable(0, kPairs, 60000, 1000)}),
@@ -136,8 +129,7 @@ TEST(Kerning, RefusalsWithTheirCodes) {
   EXPECT_EQ(FSS_get_kerning(&plain.st, 0, 1, &dx, &dy), 0);  // no table: 0
   EXPECT_EQ(dx, 0);
   EXPECT_EQ(plain.st.error, 0u);
-  // A second glyph index beyond the font: map_char's 406 for a font with a
-  // `kern` table; without one the answer is 0 before the second look-up.
+  // A glyph past the font: 406 with a `kern` table, 0 without one.
   ASSERT_EQ(kerned.open("", fontWithKern({subtable(1)})), 0);
   ASSERT_EQ(kerned.setPpem(20), 0);
   EXPECT_EQ(FSS_get_kerning(&kerned.st, 0, 2, &dx, &dy), ERR_BAD_GLYF_INDEX);

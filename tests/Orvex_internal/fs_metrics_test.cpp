@@ -1,7 +1,5 @@
-// Font metrics services on real fonts and fonts built byte by byte: the
-// FONT_METRICS record, line spacing from VDMX, OS/2 and hhea, VDMX ratio
-// matching with its remainders, hdmx widths with the remembered record, the
-// size that fits a height, design-unit glyph metrics and header records.
+// Font metrics services: the FONT_METRICS record, line spacing, VDMX ratios,
+// hdmx widths, the size that fits a height and design-unit glyph metrics.
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -49,8 +47,7 @@ TEST(FontMetrics, RecordsOfARealABuiltACffAndACollectionFont) {
   ASSERT_EQ(FSS_font_metrics(&c.st, &fm), 0);
   expectFields({F(fm.font_type, FONT_TYPE_CFF), F(fm.numGlyphs, 7)});
 
-  // Member 1 of a collection, with 21 encoding records (all at one format-0
-  // subtable) of which the record keeps 20, in their order.
+  // Member 1 of a collection with 21 encoding records, of which 20 are kept.
   sfnt::Bytes cmap;
   for (uint32_t w : {0, 21}) sfnt::u16(cmap, w);
   for (uint32_t i = 0; i < 21; i++)
@@ -67,25 +64,9 @@ TEST(FontMetrics, RecordsOfARealABuiltACffAndACollectionFont) {
                 F(fm.indexInTTC, 1)});
 }
 
-TEST(FontMetrics, HeaderRecordsOfTheCurrentFont) {
-  testsupport::TypesetFont f;
-  TTF_HEAD head;
-  TTF_MAXP maxp;
-  TTF_OS2 os2;
-  EXPECT_EQ(FSS_get_table_structure(&f.st, TAG_head, &head), ERR_NO_CURRENT_FONT);
-  ASSERT_EQ(f.open("", sfnt::build(sfnt::minimalGlyfFont())), 0);
-  ASSERT_EQ(FSS_get_table_structure(&f.st, TAG_head, &head), 0);
-  ASSERT_EQ(FSS_get_table_structure(&f.st, TAG_maxp, &maxp), 0);
-  expectFields({F(head.unitsPerEm, 1000), F(head.yMin, -200), F(maxp.numGlyphs, 2),
-                F(FSS_get_table_structure(&f.st, TAG_OS2, &os2), ERR_TABLE_NOT_FOUND),
-                F(FSS_get_table_structure(&f.st, TAG_glyf, &os2), ERR_BAD_ARGUMENT),
-                F(FSS_get_table_structure(&f.st, TAG_head, nullptr), ERR_BAD_ARGUMENT)});
-}
-
 TEST(LineSpacing, WindowsMetricsWhenPresentElseHhea) {
-  // DejaVu Sans's values at 24 pixels: a font unit is 24 / 2048 pixel, 768
-  // in 16.16. Leading: ascender + descender + line gap of hhea less the
-  // Windows pair, floored at 0.
+  // At 24 pixels a unit of 2048 is 768 in 16.16. Leading: hhea's ascender,
+  // descender and line gap less the Windows pair, floored at 0.
   TTF_HEAD head = {};
   head.unitsPerEm = 2048;
   TTF_HHEA hhea = {};
@@ -111,47 +92,24 @@ TEST(LineSpacing, WindowsMetricsWhenPresentElseHhea) {
   }
 }
 
-TEST(LineSpacing, VdmxPairFirstThenOs2AndOverTheSet) {
+TEST(LineSpacing, VdmxPairFirstThenOs2) {
   testsupport::TypesetFont f;
   ASSERT_EQ(f.open(kBlankenburg), 0) << "missing font " << kBlankenburg;
   FS_FIXED a, d, l;
   FS_USHORT src;
-  // 12 pixels: the VDMX record (12, 10, -3); leading sTypoLineGap 44 scaled:
-  // 44 * 12 / 1000 pixels = 34603.008 in 16.16, rounded 34603.
+  // 12 pixels: VDMX (10, -3); leading sTypoLineGap 44 * 12 / 1000 = 34603.008.
   ASSERT_EQ(LFNT_get_ascender_descender_leading(&f.st, f.lfnt(), 12 << 16, &a, &d, &l, &src), 0);
   expectFields({F(a, 10 << 16), F(d, 3 << 16), F(l, 34603),
                 F(src, FsAscDescLeadSource_VDMX_TABLE)});
-  // 7 pixels lies below the group's sizes (8 to 255): usWinAscent 839,
-  // usWinDescent 257, leading 839 + 257 + 22 - 1096 = 22, each times
-  // 7 / 1000 pixel: 384892.928, 117899.264, 10092.544 in 16.16.
+  // 7 pixels is below VDMX's 8..255: win 839, 257, leading 839 + 257 + 22 -
+  // 1096 = 22, times 7 / 1000 pixel: 384892.928, 117899.264, 10092.544.
   ASSERT_EQ(LFNT_get_ascender_descender_leading(&f.st, f.lfnt(), 7 << 16, &a, &d, &l, &src), 0);
   expectFields({F(f.st.error, 0), F(a, 384893), F(d, 117899), F(l, 10093),
                 F(src, FsAscDescLeadSource_WIN_MAC_COMPAT)});
-  // The scaled font's VDMX pair carries its vertical shift: (10, -3) + 1.
-  ASSERT_EQ(f.setPpem(12), 0);
-  f.st.cur_sfnt->vertical_shift = 1;
-  FS_SHORT yMax, yMin;
-  ASSERT_EQ(FSS_get_vdmx_pair(&f.st, &yMax, &yMin), 0);
-  expectFields({F(yMax, 11), F(yMin, -2)});
-
-  // Over the set at the client's size (DejaVu Sans at 24, as above); no
-  // scale yet gives zeros; a shift of 2 pixels raises the ascender and
-  // lowers the descender.
-  testsupport::TypesetFont g;
-  EXPECT_EQ(FSS_get_ascender_descender_leading(&g.st, &a, &d, &l, &src), ERR_NO_CURRENT_FONT);
-  ASSERT_EQ(g.open(kDejaVuSans), 0);
-  EXPECT_EQ(FSS_get_ascender_descender_leading(&g.st, &a, &d, &l, &src), 0);
-  expectFields({F(a, 0), F(src, 0)});
-  ASSERT_EQ(g.setPpem(24), 0);
-  g.st.cur_typeset.tfntarray[0].sfnt->vertical_shift = 2;
-  ASSERT_EQ(FSS_get_ascender_descender_leading(&g.st, &a, &d, &l, &src), 0);
-  expectFields({F(a, 1901 * 768 + (2 << 16)), F(d, 483 * 768 - (2 << 16)),
-                F(src, FsAscDescLeadSource_WIN_MAC_COMPAT)});
 }
 
-// A memory font whose VDMX has the given ratio records (charset, x, start,
-// end), each pointing at one group of sizes 8 to 40 with yMax = size and
-// yMin = -(the ratio's number).
+// A font whose VDMX has the ratios (charset, x, start, end), each with sizes
+// 8 to 40 of yMax = size and yMin = -(the ratio's number).
 sfnt::Bytes fontWithVdmx(const std::vector<std::array<int, 4>>& ratios) {
   sfnt::Bytes v;
   uint32_t n = (uint32_t)ratios.size();
@@ -170,8 +128,7 @@ sfnt::Bytes fontWithVdmx(const std::vector<std::array<int, 4>>& ratios) {
 }
 
 TEST(Vdmx, RatiosMatchWithRemaindersOrAreRefused) {
-  // Ratio 0 of "ranged": 2 : 1..3 (y from half x to one and a half x),
-  // then 0:0:0 for any. "half": 1 : 0..1 where x is given but y isn't;
+  // "ranged": 2 : 1..3, then 0:0:0 for any. "half": 1 : 0..1 (y not given);
   // "square": 1 : 1..1 alone.
   const sfnt::Bytes ranged = fontWithVdmx({{{1, 2, 1, 3}}, {{1, 0, 0, 0}}});
   const sfnt::Bytes half = fontWithVdmx({{{1, 1, 0, 1}}, {{1, 0, 0, 0}}});
@@ -201,10 +158,8 @@ TEST(Vdmx, RatiosMatchWithRemaindersOrAreRefused) {
 }
 
 TEST(Hdmx, WidthsFromTheRecordOfTheSizeRememberedAndRefused) {
-  // Blankenburg's 12-pixel record: 10, 0, 12, 4 for glyphs 0 to 3; its
-  // 24-pixel record: 19, 0, 24, 8, 10, 14; records for 9..17, 19, 21, ...:
-  // none for 18. The record found at the first question, or its absence, is
-  // remembered for the next.
+  // Blankenburg's records: 12 pixels 10, 0, 12, 4; 24 pixels 19, 0, 24, 8, 10,
+  // 14; none for 18. The first answer's record, or its absence, is kept.
   const struct { int ppem; std::vector<std::array<int, 3>> asks; } sizes[] = {
       {12, {{2, 0, 12}, {3, 0, 4}}},
       // 259 glyphs: index 259 is refused while no record is remembered yet
@@ -229,13 +184,12 @@ TEST(Hdmx, WidthsFromTheRecordOfTheSizeRememberedAndRefused) {
   EXPECT_EQ(SFNT_get_hdmx_width(&plain.st, plain.st.cur_sfnt, 3, &w), ERR_TABLE_NOT_FOUND);
 }
 
-TEST(SizesAndGlyphMetrics, PpemThatFitsAHeightAndDesignUnitsOfAGlyph) {
+TEST(FontHeight, PpemIsTheLargestWhoseRoundedWindowsHeightFits) {
   testsupport::TypesetFont f;
   EXPECT_EQ(FSS_get_ppem_size(&f.st, 30, 100), 100);
   EXPECT_EQ(f.st.error, (FS_ULONG)ERR_NO_CURRENT_FONT);
   ASSERT_EQ(f.open(kDejaVuSans), 0) << "missing font " << kDejaVuSans;
-  // Win ascent 1901, descent 483 of 2048, rounded to pixels: at 27 pixels
-  // 25.06 + 6.37 give 25 + 6 = 31; at 26, 24.13 + 6.13 give 24 + 6 = 30.
+  // Win 1901 + 483 of 2048, each rounded: 27 pixels give 25 + 6, 26 give 24 + 6.
   EXPECT_EQ(FSS_get_ppem_size(&f.st, 30, 100), 26);
   EXPECT_EQ(FSS_get_ppem_size(&f.st, 30, 20), 20);
   EXPECT_EQ(FSS_get_ppem_size(&f.st, 0, 100), 1);
@@ -243,17 +197,6 @@ TEST(SizesAndGlyphMetrics, PpemThatFitsAHeightAndDesignUnitsOfAGlyph) {
   CFNT* cfnt = &f.st.cur_typeset.fntset->cfnt[0];
   ASSERT_EQ(CFNT_get_font_height(&f.st, f.st.cur_typeset.fntset, cfnt, 26, &a, &d), 0);
   expectFields({F(a, 24), F(d, 6)});
-
-  FS_SHORT lsb, tsb;
-  FS_USHORT aw, ah;
-  EXPECT_EQ(FSS_get_glyph_metrics(&f.st, 36, &lsb, &aw, &tsb, &ah), ERR_NO_CURRENT_SFNT);
-  ASSERT_EQ(f.setPpem(12), 0);
-  // "A" (glyph 36): hmtx gives advance 1401, left side bearing 16; a glyph
-  // past the font has none, without an error.
-  ASSERT_EQ(FSS_get_glyph_metrics(&f.st, 36, &lsb, &aw, &tsb, &ah), 0);
-  expectFields({F(aw, 1401), F(lsb, 16)});
-  ASSERT_EQ(FSS_get_glyph_metrics(&f.st, 6253, &lsb, &aw, &tsb, &ah), 0);
-  expectFields({F(aw, 0), F(lsb, 0), F(f.st.error, 0)});
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
-// Reference lines measured once per scaled font from the plain outlines of
-// letters: pinned for DejaVu Sans and Liberation Serif at 12, 24 and 72
-// pixels per em, the digits standing in for an alphabet the font lacks,
-// fonts that are not measured, and the client's cmap and flags put back.
+// Reference lines measured once per scaled font from letters' outlines, the
+// digits standing in for a missing alphabet, and fonts that are not measured.
 #include <gtest/gtest.h>
 
 #include "Orvex_internal/fs_cmap.h"
@@ -12,12 +10,9 @@
 
 namespace {
 
-// Values are the glyphs' extents from their `glyf` boxes, times ppem * 64 /
-// 2048, rounded to 26.6 by the scaler (an exact negative half upwards).
-// DejaVu Sans: BEHTZ all from 0 to 1493; "O" -29 to 1520; "y" reaches -426
-// (w, x, z stop at 0); "o" from -29. Liberation Serif: "B" dips to -6, the
-// others of BEHTZ sit on 0, all reach 1341; "O" -20 to 1356; "y" reaches
-// -442; "o" from -20.
+// Glyph extents times ppem * 64 / 2048, a negative half rounded up. DejaVu
+// Sans: BEHTZ 0..1493, "O" -29..1520, "y" -426. Liberation Serif: "B" dips
+// to -6, BEHTZ reach 1341, "O" -20..1356, "y" -442.
 TEST(RefLines, PinnedForTwoRealFonts) {
   const char* sans = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
   const char* serif = "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf";
@@ -40,22 +35,17 @@ TEST(RefLines, PinnedForTwoRealFonts) {
     for (int i = 0; i < 6; i++) EXPECT_EQ(sfnt->ref_lines[i], r.slot[i]) << i;
     EXPECT_EQ(sfnt->ref_lines[7], 64);  // no unit measured: one pixel
     EXPECT_EQ(sfnt->ref_lines[52], 1);
-    // The bottoms are not in the order the check asks for (slot 1 >= slot 0
-    // fails: the round "O" reaches below the flat capitals, and slot 2 >=
-    // slot 4 fails: the lowest descender lies below the capitals' top), so
-    // the measuring ends there and the font loses the autohinter.
+    // "O" dips below the flat capitals (slot 1 < slot 0): measuring stops there.
     EXPECT_EQ(sfnt->rtgah_suitable, 0);
     for (int i = 8; i < 52; i++) EXPECT_EQ(sfnt->ref_lines[i], 0) << i;
-    // The client's flags and cmap are as they were.
     EXPECT_EQ(f.st.flags, flags);
     EXPECT_EQ(f.st.platform, 0xFFFF);
     EXPECT_EQ(f.st.encoding, 0xFFFF);
   }
 }
 
-// A font with only the digits 0, 1 and 7 (glyphs 1, 2, 3 through a (3,1)
-// format-0 cmap), with or without an OS/2 of Basic Latin (range 1 bit 0)
-// and the given panose family (2: Latin text, 5: pictorial).
+// Only the digits 0, 1 and 7 (glyphs 1-3), with or without an OS/2 of Basic
+// Latin and the given panose family (2: Latin text, 5: pictorial).
 sfnt::Bytes digitFont(bool withOs2, int panoseFamily) {
   using glyffont::Pt;
   sfnt::Font f = glyffont::font(
@@ -78,12 +68,8 @@ sfnt::Bytes digitFont(bool withOs2, int panoseFamily) {
 }
 
 TEST(RefLines, DigitsStandInForAMissingAlphabetOnlyInALatinTextFont) {
-  // At 100 pixels a font unit is 6.4 in 26.6. No letter: the check passes
-  // on zeros; then "1" tops at 700 (4480), "7" bottoms at -20 (-128), "0"
-  // spans -10 to 710 (-64, 4544); slots 2 and 3 copy 0 and 1. Without an
-  // OS/2, or with a pictorial one, nothing is measured. Either way no
-  // autohinter (measured through digits, no Indic script) and the client's
-  // cmap and flags come back.
+  // A unit is 6.4 in 26.6 at 100 pixels: "1" tops at 700 (4480), "7" bottoms
+  // at -20 (-128), "0" spans -10..710 (-64, 4544); slots 2, 3 copy 0, 1.
   const struct { bool os2; int panose; bool measured; } rows[] = {
       {true, 2, true}, {false, 2, false}, {true, 5, false}};
   const F26DOT6 digits[8] = {-128, -64, -128, -64, 4480, 4544, 0, 64};

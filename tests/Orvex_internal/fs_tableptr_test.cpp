@@ -1,6 +1,5 @@
-// Table access on DejaVu Sans: loans shared and counted, lent in place from
-// a memory image and as blocks from a file, kept at count 0 until the font
-// goes, and the refusals with their codes.
+// Table access on DejaVu Sans: loans shared, counted and kept until the font
+// goes, lent in place from memory, and the refusals with their codes.
 #include <gtest/gtest.h>
 #include <stdio.h>
 
@@ -23,8 +22,7 @@ const char kDejaVuSans[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 constexpr FS_ULONG TAG_GSUB = FS_MAKE_TAG('G', 'S', 'U', 'B');
 constexpr FS_ULONG TAG_zzzz = FS_MAKE_TAG('z', 'z', 'z', 'z');
 
-// DejaVu Sans made current, from its file or from `image`; TearDown checks
-// that everything went back.
+// DejaVu Sans made current, from its file or from `image`.
 class TableAccess : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -136,24 +134,6 @@ TEST_F(TableAccess, RefusalsWithTheirCodes) {
   EXPECT_EQ(FSS_free_table(st, stray), ERR_BAD_SCRATCH_ADDR);
   EXPECT_EQ(FSS_free_table(st, nullptr), 0);
   EXPECT_EQ(records(), 0);
-  EXPECT_EQ(FSS_delete_font(st, name), 0);
-}
-
-TEST_F(TableAccess, FontSetTablesReportFixedLengths) {
-  // A linked font stores its own `head`; here the set of a memory font is
-  // told that its `head` lies at the file's `head`.
-  addFont(true);
-  FS_ULONG off = offsetOf(TAG_head);
-  set()->head_offset = off;
-  FS_ULONG len = 0;
-  EXPECT_EQ(FSS_get_table(st, TAG_head, TABLE_ASK, &len), (FS_BYTE*)1);
-  EXPECT_EQ(len, 56u);  // fixed, though the table has 54 bytes
-  FS_BYTE* p = FSS_get_table(st, TAG_head, TABLE_LEND, &len);
-  EXPECT_EQ(p, image.data() + off);
-  EXPECT_TRUE(any_used_fntset_or_unshared_lfnt_table_ptrs(st, set()));
-  EXPECT_EQ(FSS_free_table(st, p), 0);
-  EXPECT_EQ(squeeze_table_ptrs(st, set()), 1);
-  set()->head_offset = 0;
   EXPECT_EQ(FSS_delete_font(st, name), 0);
 }
 
