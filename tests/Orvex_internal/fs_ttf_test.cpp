@@ -1,7 +1,6 @@
 // The TrueType container loader: fonts built byte by byte and DejaVu Sans,
-// from file and memory, collections and the compact formats, one table of
-// loads and refusals with their codes, and malformed input that must be
-// refused without reading outside the data.
+// from file and memory, collections, one table of loads and refusals with
+// their codes, and malformed input refused without reading outside the data.
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -111,14 +110,11 @@ TEST_F(TtfLoad, CollectionMembersAreFoundThroughTheOffsetTableAndIndexChecked) {
   b.set("head", sfnt::head(2048, -1, -2, 3, 4));
   Bytes ttc = sfnt::buildCollection({a, b});
   std::string path = writeFont(ttc, "c.ttc");
-  // Header 12 + 2 offsets = 20 for member 0; its 8-table directory takes
-  // 12 + 128 bytes, so member 1 stands at 160.
-  const struct { FS_ULONG index, offset; int upem; } members[] = {{1, 160, 2048}, {0, 20, 1000}};
   for (int fromFile = 0; fromFile < 2; fromFile++) {
-    for (const auto& m : members) {
-      TTF* t = fromFile ? loadFile(path, m.index) : loadMemory(ttc, m.index);
+    for (FS_ULONG index : {1, 0}) {
+      TTF* t = fromFile ? loadFile(path, index) : loadMemory(ttc, index);
       ASSERT_NE(t, nullptr) << st->error;
-      expectFields({F(t->ttf_offset, m.offset), F(t->head->unitsPerEm, m.upem)});
+      EXPECT_EQ(t->head->unitsPerEm, index ? 2048 : 1000);
       unload_ttf(st, t);
     }
     // An index equal to the face count is 404.
@@ -380,19 +376,18 @@ TEST(TtfName, PassesChooseRecordsCutLongNamesAndMarkMissingOnes) {
   std::string fifty(50, 'n'), fortyNine(49, 'n');
   Bytes cut = sfnt::name({{1, 0, 0, 4, "Truncated"}});
   cut.resize(cut.size() - 4);  // the record points beyond the table
-  struct Row { const char* why; Bytes table; std::string full, family, copyright, unique; }
-  rows[] = {
+  struct Row { const char* why; Bytes table; std::string full, family, copyright; } rows[] = {
       {"platform 1 fills blanks and overwrites the first pass",
        sfnt::name({{3, 1, 1033, 4, "Full Three"}, {3, 1, 1031, 1, "Deutsch"},
                    {3, 1, 1033, 0, "C3"}, {3, 1, 1033, 3, "Unique"},
                    {1, 0, 0, 1, "Fam One"}, {1, 0, 0, 4, "Full One"}}),
-       "Full One", "Fam One", "C3", "Unique"},
+       "Full One", "Fam One", "C3"},
       {"long names cut to 49 and 2047", sfnt::name({{3, 1, 1033, 4, fifty},
        {3, 1, 1033, 1, fortyNine}, {3, 1, 1033, 0, std::string(2048, 'c')}}),
-       fortyNine, fortyNine, std::string(2047, 'c'), ""},
-      {"no records", sfnt::name({}), "NOT FOUND", "NOT FOUND", "NOT FOUND", ""},
-      {"a record beyond the table is read as far as it goes", cut, "Trunc",
-       "NOT FOUND", "NOT FOUND", ""},
+       fortyNine, fortyNine, std::string(2047, 'c')},
+      {"no records", sfnt::name({}), "NOT FOUND", "NOT FOUND", "NOT FOUND"},
+      {"a record beyond the table is read as far as it goes", cut, "Trunc", "NOT FOUND",
+       "NOT FOUND"},
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(r.why);
@@ -402,25 +397,19 @@ TEST(TtfName, PassesChooseRecordsCutLongNamesAndMarkMissingOnes) {
     EXPECT_EQ(n.font_name, r.full);
     EXPECT_EQ(n.font_family_name, r.family);
     EXPECT_EQ(n.copyright, r.copyright);
-    EXPECT_EQ(n.unique_name, r.unique);
   }
 }
 
 TEST_F(TtfLoad, OptionalTablesAreReadWholeOrKeptByOffset) {
   sfnt::Font f = sfnt::minimalGlyfFont();
-  f.set("prep", {0xB0, 0x01, 0x5D}).set("gasp", {0, 1, 0, 0}).set("Icon", Bytes(4, 0));
-  f.set("FLNT", Bytes(4, 0)).set("vmtx", Bytes(8, 0)).set("vhea", sfnt::vhea(500, -500));
-  // nstk: its count and the counted words turn native, the rest stays.
-  f.set("nstk", {0x00, 0x02, 0x12, 0x34, 0xAB, 0xCD, 0x11, 0x22});
+  f.set("prep", {0xB0, 0x01, 0x5D}).set("gasp", {0, 1, 0, 0}).set("FLNT", Bytes(4, 0));
+  f.set("vmtx", Bytes(8, 0)).set("vhea", sfnt::vhea(500, -500));
   Bytes b = sfnt::build(f);
   TTF* ttf = loadFile(writeFont(b));
   ASSERT_NE(ttf, nullptr) << st->error;
   expectFields({F(ttf->num_prep, 3), F(ttf->prep[2], 0x5D), F(ttf->gasp != nullptr, 1),
-                F(ttf->icon_offset, offsetOf(b, "Icon")), F(ttf->isFlintTablePresent, 1),
-                F(ttf->vhea->ascent, 500), F(ttf->vmtx_offset, offsetOf(b, "vmtx")),
-                F(ttf->os2, 0),  // none: tolerated
-                F(ttf->nstk[0], 2), F(ttf->nstk[1], 0x1234), F(ttf->nstk[2], 0xABCD),
-                F(ttf->nstk[3], 0x2211)});
+                F(ttf->isFlintTablePresent, 1), F(ttf->vhea->ascent, 500),
+                F(ttf->vmtx_offset, offsetOf(b, "vmtx")), F(ttf->os2, 0)});  // no OS/2: tolerated
   unload_ttf(st, ttf);
 }
 
@@ -435,39 +424,6 @@ TEST_F(TtfLoad, BitmapOnlyFontKeepsItsStrikeRecords) {
     ASSERT_NE(p, nullptr);
     expectFields({F(ttf->isCBLC, kind == "CBLC"), F(p->numSizes, 1),
                   F(p->bsta[0].bst.ppemY, 12), F(p->bsta[0].bst.hori.ascender, 10)});
-    unload_ttf(st, ttf);
-  }
-}
-
-TEST_F(TtfLoad, CompactFormatsReadTheirPackingFromTheMetrics) {
-  // hmtx words -10, 5, 100, 7 (or bytes for ddd); vmtx 6, 7, 8, 9. The glyf
-  // of 10 bytes needs the bits of 11: 4; 3 component elements: 2 bits.
-  const Bytes h8 = {0xFF, 0xF6, 0x00, 0x05, 0x00, 0x64, 0x00, 0x07};
-  const Bytes h = {0x00, 0x02, 0x00, 0x03, 0x00, 0x04, 0x00, 0x05};
-  const Bytes v = {0x00, 0x06, 0x00, 0x07, 0x00, 0x08, 0x00, 0x09};
-  struct Row { const char* why; uint32_t format; Bytes hmtx, vmtx;
-               int v8, v7, sf, minLsb, bitsLsb, minAw, bitsAw, minTsb, bitsAh; } rows[] = {
-      {"version 8", 0x0202, h8, {}, 1, 0, 16, -10, 5, 100, 7, 0, 0},
-      {"version 7 with vertical", 0x0201, h, v, 0, 1, 10, 2, 3, 4, 5, 6, 9},
-      // single bytes, unsigned; every other compact value is version 7
-      {"ddd: bytes for lsb minimum, advance bits", 0x0500, {0xF6, 0x05, 0x77, 0x77},
-       {0x03, 0x09}, 0, 1, 16, 246, 0, 0, 5, 3, 9},
-      {"ordinary 0x0601", 0x0601, h, {}, 0, 0, 0, 0, 0, 0, 0, 0, 0},
-  };
-  for (const Row& r : rows) {
-    SCOPED_TRACE(r.why);
-    TTF* ttf = loadMemory(edited([&r](sfnt::Font& f) {
-      f.set("head", sfnt::head(1000, 0, 0, 1, 1, r.format));
-      f.set("maxp", sfnt::maxp10(2, 0, 0, 3)).set("hmtx", r.hmtx);
-      if (!r.vmtx.empty()) f.set("vmtx", r.vmtx).set("vhea", sfnt::vhea(1, -1));
-    }));
-    ASSERT_NE(ttf, nullptr) << st->error;
-    const CCC_INFO& c = ttf->ccc_info;
-    expectFields({F(c.cccVersion8, r.v8), F(c.cccVersion7, r.v7), F(c.numBits_SF, r.sf),
-                  F(c.minVal_LSB, r.minLsb), F(c.numBits_LSB, r.bitsLsb),
-                  F(c.minVal_AW, r.minAw), F(c.numBits_AW, r.bitsAw),
-                  F(c.minVal_TSB, r.minTsb), F(c.numBits_AH, r.bitsAh)});
-    if (r.format == 0x0202) expectFields({F(c.numBits_LOCA, 4), F(c.numBits_GLYF, 2)});
     unload_ttf(st, ttf);
   }
 }
