@@ -194,10 +194,6 @@ TEST(FontHeight, PpemIsTheLargestWhoseRoundedWindowsHeightFits) {
   EXPECT_EQ(FSS_get_ppem_size(&f.st, 30, 100), 26);
   EXPECT_EQ(FSS_get_ppem_size(&f.st, 30, 20), 20);
   EXPECT_EQ(FSS_get_ppem_size(&f.st, 0, 100), 1);
-  FS_LONG a, d;
-  CFNT* cfnt = &f.st.cur_typeset.fntset->cfnt[0];
-  ASSERT_EQ(CFNT_get_font_height(&f.st, f.st.cur_typeset.fntset, cfnt, 26, &a, &d), 0);
-  expectFields({F(a, 24), F(d, 6)});
 }
 
 }  // namespace
