@@ -180,7 +180,7 @@ TEST(CmapSubtables, EachFormatMapsItsCodesAndReadsNothingPastItsEnd) {
   EXPECT_EQ(inverse_map_char_4(nullptr, 0, 5), 0u);
 }
 
-TEST(CmapDirectory, ExactPairsSubstitutesDispatchAndBounds) {
+TEST(CmapDirectory, ExactPairsDispatchAndBounds) {
   // (3,1) -> the format 4 sample at 20, (0,5) -> an unknown format 10.
   Bytes sub = sampleFormat4();
   Bytes c = words({0, 2, 3, 1, 0, 20, 0, 5, 0, 20 + (uint32_t)sub.size()});
@@ -189,11 +189,6 @@ TEST(CmapDirectory, ExactPairsSubstitutesDispatchAndBounds) {
   FS_ULONG n = (FS_ULONG)c.size();
   EXPECT_EQ(offset_to_cmap(c.data(), n, 3, 1), 20u);
   EXPECT_EQ(offset_to_cmap(c.data(), n, 3, 10), 0u);
-  // (3,10) is a Unicode pair: the first of the seven held is (3,1).
-  FS_USHORT p = 0, e = 0;
-  EXPECT_EQ(GetEncodingSubstitution(c.data(), n, 3, 10, &p, &e), 20u);
-  EXPECT_EQ(p * 100 + e, 301);
-  EXPECT_EQ(GetEncodingSubstitution(c.data(), n, 1, 0, nullptr, nullptr), 0u);
   FS_BOOLEAN bad = 0;
   EXPECT_EQ(cmap_map_subtable(c.data(), n, 20, 0x41, 0, &bad), 25);
   EXPECT_EQ(bad, 0);
