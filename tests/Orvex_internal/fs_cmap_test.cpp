@@ -3,7 +3,6 @@
 // the client calls on real fonts: choice, cache, masks and the inverse.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 

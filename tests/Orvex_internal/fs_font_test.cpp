@@ -10,7 +10,6 @@
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_ttf.h"
-#include "Orvex_internal/fs_typeset.h"
 #include "engine_fixture.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
@@ -293,23 +292,7 @@ TEST_F(FontLoad, SettingAndDeletingTheCurrentFontKeepOrDropItsStateAndAHeldGlyph
   expectFields({F(FSS_delete_font(st, name), 0), F(fonts(), 0), F(engine.used(), start + 32)});
 }
 
-/* ---- Collections and what loading records ---- */
-
-TEST_F(FontLoad, CollectionMembersAreFontsOfTheirOwn) {
-  std::string path = dir.file("pair.ttc");
-  testsupport::writeBytes(path, sfnt::asString(sfnt::buildCollection(
-                                    {sfnt::read(readFont(kSans)), sfnt::read(readFont(kSerif))})));
-  char first[64], second[64], again[64];
-  ASSERT_EQ(load(st, path.c_str(), first, 64, 0), 0);
-  ASSERT_EQ(load(st, path.c_str(), second, 64, 1), 0);
-  EXPECT_STREQ(first, "DejaVu Sans");
-  EXPECT_STREQ(second, "DejaVu Serif");
-  expectFields({F(fonts(), 22), F(setNamed(st, first)->cfnt[0].lfnt->fnt_type, FNT_TYPE_TTC)});
-  ASSERT_EQ(load(st, path.c_str(), again, 64, 1), 0);
-  EXPECT_STREQ(again, second);
-  for (const char* n : {first, second, second}) EXPECT_EQ(FSS_delete_font(st, n), 0);
-  EXPECT_EQ(engine.used(), start);
-}
+/* ---- What loading records ---- */
 
 TEST_F(FontLoad, LoadingClassifiesTheFontAndSizesItsCmapCache) {
   // Cache masks: glyphs / 10 to the nearer power of two, at least 256: 625
