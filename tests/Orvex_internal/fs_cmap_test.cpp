@@ -1,12 +1,8 @@
-// Character mapping: the subtable readers as one table over hand-built
-// subtables (the values worked out from the format rules in the comments),
-// truncated and overlong subtables that must read as empty without leaving
-// their bytes (also run under the sanitizers), and the client calls on real
-// Debian fonts: cmap choice and substitution, the cache, coverage masks,
-// glyph-index mode, a set of two components, variants and the inverse.
+// Character mapping: the subtable readers over hand-built subtables (formats
+// 0, 6, 12 and 14 only at their bounds: their mapping is the oracle's), and
+// the client calls on real fonts: choice, cache, masks and the inverse.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,7 +20,6 @@ using sfnt::Bytes;
 namespace {
 
 const char kDejaVuSans[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
-const char kNotoHebrew[] = "/usr/share/fonts/truetype/noto/NotoSansHebrew-Regular.ttf";
 
 Bytes words(std::vector<uint32_t> format16, std::vector<uint32_t> tail32 = {}) {
   Bytes b;
@@ -37,12 +32,9 @@ Bytes with(Bytes b, size_t at, uint32_t v, bool wide = false) {
   return b;
 }
 
-struct Segment {
-  uint32_t start, end, delta, rangeOffset;
-};
+struct Segment { uint32_t start, end, delta, rangeOffset; };
 
-// A format 4 subtable of `segs`, with `glyphs` behind the idRangeOffset
-// array (byte 16 + 8 * segCount).
+// A format 4 subtable of `segs`, with `glyphs` behind the idRangeOffsets.
 Bytes format4(const std::vector<Segment>& segs, const std::vector<uint32_t>& glyphs,
               uint32_t selector) {
   uint32_t n = (uint32_t)segs.size();
@@ -57,14 +49,8 @@ Bytes format4(const std::vector<Segment>& segs, const std::vector<uint32_t>& gly
   return b;
 }
 
-// Four segments: bytes 14 ends, 24 starts, 32 deltas, 40 idRangeOffsets,
-// 48 glyph words.
-// - 0x20..0x22 with delta 0xFFF0 (-16): 0x20 -> 16, wrapping at 16 bits.
-// - 0x41..0x43 with delta 5 and idRangeOffset 6: from its place at byte 42
-//   the words start at 48: 0x41 -> 20 + 5, 0x42 -> 0 (a zero word stays 0),
-//   0x43 -> 22 + 5.
-// - 0x50 with delta 7 and idRangeOffset 1, which counts as 0: 0x57.
-// - the closing 0xFFFF segment with delta 1.
+// Bytes 14 ends, 24 starts, 32 deltas, 40 idRangeOffsets, 48 glyph words.
+// 0x41..0x43: idRangeOffset 6 from byte 42 reaches 48: 0x41 -> 20 + delta 5.
 Bytes sampleFormat4() {
   return format4({{0x20, 0x22, 0xFFF0, 0}, {0x41, 0x43, 5, 6}, {0x50, 0x50, 7, 1},
                   {0xFFFF, 0xFFFF, 1, 0}},
@@ -106,25 +92,19 @@ TEST(CmapSubtables, EachFormatMapsItsCodesAndReadsNothingPastItsEnd) {
   Bytes f0 = words({0, 262, 0});  // glyph 255 - c for byte c
   for (int c = 0; c < 256; c++) sfnt::u8(f0, 255 - c);
   // Format 2, words from byte 518: w0..w9 = 0x20, 3, 0, 2, 5, 6, 7, 8, 0, 40.
-  // The high byte 0 reads w0..w3: codes 0x20..0x22, delta 0, glyph words
-  // from w3's place + 2 bytes = w4: 0x21 -> w5 = 6. The high byte 2 reads
-  // w2..w5: first 0, count 2, delta 5, idRangeOffset 6: 0x0201 -> the word
-  // 6 / 2 + 3 + 1 = 7 words after w2, w9 = 40, plus 5. subHeaderKeys (all
-  // 0x10 here) are not consulted.
+  // High byte 0 reads the subheader w0..w3 (first 0x20, count 3, delta 0,
+  // offset 2): 0x21 -> w5 = 6. High byte 2 reads w2..w5 (first 0, count 2,
+  // delta 5, offset 6): 0x0201 -> w9 = 40, + 5. subHeaderKeys aren't read.
   Bytes f2 = words({2, 538, 0});
   for (int i = 0; i < 256; i++) sfnt::u16(f2, 0x10);
   for (uint32_t w : {0x20, 3, 0, 2, 5, 6, 7, 8, 0, 40}) sfnt::u16(f2, w);
-  // Format 5: ends 0x41 and 0x62 at 14, the signed bytes 3 and -2 at 18, the
-  // words 100 and 2 at 20, glyph words 70, 71 at 24. 3: codes 0x3F..0x41 map
-  // to id + 100. -2: start 0x62 - 2 + 1 = 0x61; the word at byte 22 points 2
-  // bytes on: 0x61 -> 70, 0x62 -> 71.
+  // Format 5: ends 0x41, 0x62; lengths 3, -2; words 100, 2; glyphs 70, 71.
+  // Length 3: 0x3F..0x41 -> id + 100. Length -2: 0x61.. through the glyphs.
   Bytes f5 = words({5, 28, 0, 4, 4, 1, 0, 0x41, 0x62, 0x03FE, 100, 2, 70, 71});
   Bytes f6 = words({6, 16, 0, 0x30, 5, 9, 8, 7});  // five entries, three present
   // Glyph starts out of glyph order on purpose (3, 2500, 900).
   Bytes f12 = format12({{0x20, 0x7E, 3}, {0x10000, 0x1000F, 2500}, {0x1F600, 0x1F64F, 900}});
-  // Format 14: records at 10 and 21. U+FE00: default table at 32 (U+0030..
-  // U+0039, never read), own glyphs at 40: U+0041 -> 7, U+0100 -> 8.
-  // U+FE01: the default table only.
+  // Format 14: U+FE00 with defaults at 32 and own glyphs at 40; U+FE01.
   Bytes f14;  // (size in bytes, value) fields
   for (auto f : std::vector<std::pair<int, uint32_t>>{
            {2, 14}, {4, 54}, {4, 2}, {3, 0xFE00}, {4, 32}, {4, 40}, {3, 0xFE01}, {4, 32},
@@ -139,75 +119,42 @@ TEST(CmapSubtables, EachFormatMapsItsCodesAndReadsNothingPastItsEnd) {
     FS_ULONG code, selector;
     FS_USHORT glyph;
   } rows[] = {
-      {"0: the byte of the code", f0, 0, 0x41, 0, 255 - 0x41},
-      {"0: first", f0, 0, 0, 0, 255}, {"0: last", f0, 0, 255, 0, 0},
-      {"0: past 255", f0, 0, 256, 0, 0},
       {"0: beyond a 100-byte table", f0, 100, 200, 0, 0},
       {"2: high byte 0, index 1", f2, 0, 0x21, 0, 6},
-      {"2: high byte 0, index 2", f2, 0, 0x22, 0, 7},
       {"2: index 3 is not below count 3", f2, 0, 0x23, 0, 0},
       {"2: high byte 2 through its range offset, plus delta", f2, 0, 0x0201, 0, 45},
-      {"2: past count 2", f2, 0, 0x0202, 0, 0},
       {"2: w3..w6, count 5, word w12 absent", f2, 0, 0x0300, 0, 0},
       {"2: subheader cut off", f2, 520, 0x21, 0, 0},
       {"4: delta wraps at 16 bits", f4, 0, 0x20, 0, 16},
       {"4: segment end", f4, 0, 0x22, 0, 18},
       {"4: glyph word plus delta", f4, 0, 0x41, 0, 25},
       {"4: a zero glyph word stays 0", f4, 0, 0x42, 0, 0},
-      {"4: last glyph word", f4, 0, 0x43, 0, 27},
       {"4: range offset 1 counts as 0", f4, 0, 0x50, 0, 0x57},
-      {"4: before the first segment", f4, 0, 0x1F, 0, 0},
-      {"4: between segments", f4, 0, 0x30, 0, 0},
       {"4: 0xFFFF through the sentinel", f4, 0, 0xFFFF, 0, 0},
       {"4: 46 bytes can't hold the offsets ending at 48", f4, 46, 0x20, 0, 0},
-      {"4: 50 bytes hold the first glyph word", f4, 50, 0x41, 0, 25},
-      {"4: but not the third", f4, 50, 0x43, 0, 0},
+      {"4: 50 bytes can't hold the third glyph word", f4, 50, 0x43, 0, 0},
       {"4: 10 bytes", f4, 10, 0x20, 0, 0},
       {"4: segment count far past the table", with(f4, 6, 0xFFFE), 0, 0x20, 0, 0},
       {"4: range offset past the table", with(f4, 42, 0xFFF0), 0, 0x41, 0, 0},
-      // Entry selector 3 (range 8 = segCount, halved to 4) finds every code.
-      // Selector 0 gives range 1: endCode[1] = 0x20 is below 0x40, so the
-      // search starts at 8 - 1 - 1 = 6 and the scan from there lands on
-      // 0x70, which starts above 0x40: 0. Beyond the unrolled steps (15):
-      // the linear scan.
+      // Selector 3 (range 8 = segCount) finds every code. Selector 0 (range 1)
+      // starts the scan at 8 - 1 - 1 = 6, past 0x40. Selector 15: linear scan.
       {"4: selector 3, first", eightSegments(3), 0, 0x10, 0, 0x10 + 100},
-      {"4: selector 3, middle", eightSegments(3), 0, 0x40, 0, 0x40 + 100},
       {"4: selector 3, last", eightSegments(3), 0, 0x80, 0, 0x80 + 100},
       {"4: selector 0 misses 0x40", eightSegments(0), 0, 0x40, 0, 0},
-      {"4: selector 0 finds 0x10", eightSegments(0), 0, 0x10, 0, 0x10 + 100},
       {"4: selector 15 scans", eightSegments(15), 0, 0x40, 0, 0x40 + 100},
       {"5: positive length, first", f5, 0, 0x3F, 0, 0x3F + 100},
-      {"5: positive length, end", f5, 0, 0x41, 0, 0x41 + 100},
-      {"5: before", f5, 0, 0x3E, 0, 0},
       {"5: negative length, glyph array", f5, 0, 0x61, 0, 70},
-      {"5: negative length, second word", f5, 0, 0x62, 0, 71},
-      {"5: between", f5, 0, 0x60, 0, 0},
       {"5: after", f5, 0, 0x63, 0, 0},
       {"5: its glyph word cut off", f5, 26, 0x62, 0, 0},
       {"5: the words cut off: empty", f5, 22, 0x3F, 0, 0},
-      {"6: first entry", f6, 0, 0x30, 0, 9},
-      {"6: third entry", f6, 0, 0x32, 0, 7},
-      {"6: declared, not present", f6, 0, 0x33, 0, 0},
-      {"6: before", f6, 0, 0x2F, 0, 0},
-      {"6: past the count", f6, 0, 0x35, 0, 0},
-      {"12: first group", f12, 0, 0x41, 0, 3 + 0x21},
-      {"12: past its end", f12, 0, 0x7F, 0, 0},
-      {"12: plane 1", f12, 0, 0x10005, 0, 2505},
-      {"12: a later group with a lower glyph", f12, 0, 0x1F610, 0, 916},
+      {"6: five entries declared, three present", f6, 0, 0x33, 0, 0},
       {"12: the last code of the last group", f12, 0, 0x1F64F, 0, 900 + 0x4F},
-      {"12: past the last group", f12, 0, 0x1F650, 0, 0},
-      {"12: before the first", f12, 0, 0x1F, 0, 0},
       {"12: group count past the table", with(f12, 12, 0x20000000, true), 0, 0x41, 0, 0},
-      {"14: own mapping", f14, 0, 0x41, 0xFE00, 7},
-      {"14: second own mapping", f14, 0, 0x100, 0xFE00, 8},
-      {"14: 0x100 above: the search ends", f14, 0, 0x42, 0xFE00, 0},
-      {"14: default: the caller's part", f14, 0, 0x31, 0xFE00, 0},
-      {"14: a selector of defaults only", f14, 0, 0x41, 0xFE01, 0},
-      {"14: an unknown selector", f14, 0, 0x41, 0xFE02, 0},
       {"14: mappings cut off", f14, 50, 0x100, 0xFE00, 0},
       {"14: records past the table", with(f14, 6, 0x10000000, true), 0, 0x41, 0xFE00, 0},
   };
-  for (const Row& r : rows) EXPECT_EQ(mapAny(r.table, r.avail, r.code, r.selector), r.glyph) << r.why;
+  for (const Row& r : rows)
+    EXPECT_EQ(mapAny(r.table, r.avail, r.code, r.selector), r.glyph) << r.why;
 
   // The inverse: the first code of a glyph, 0xFFFF for none.
   Bytes big4 = with(f4, 6, 0xFFFE), big12 = with(f12, 12, 0x20000000, true);
@@ -217,12 +164,10 @@ TEST(CmapSubtables, EachFormatMapsItsCodesAndReadsNothingPastItsEnd) {
     FS_ULONG glyph, code;
   } inverse[] = {
       {"4: 16 + 16, wrapped", &f4, 16, 0x20},  {"4: word 20 + delta 5", &f4, 25, 0x41},
-      {"4: word 22 + 5", &f4, 27, 0x43},      {"4: by delta", &f4, 0x57, 0x50},
       {"4: a raw word is no glyph", &f4, 20, 0xFFFF}, {"4: glyph 0", &f4, 0, 0},
       {"4: segment count past the table", &big4, 16, 0xFFFF},
       {"12: first group", &f12, 36, 0x41},      {"12: later group", &f12, 916, 0x1F610},
-      {"12: plane 1", &f12, 2505, 0x10005},     {"12: unmapped", &f12, 2, 0xFFFF},
-      {"12: group count past the table", &big12, 36, 0xFFFF},
+      {"12: unmapped", &f12, 2, 0xFFFF}, {"12: group count past the table", &big12, 36, 0xFFFF},
   };
   for (const auto& r : inverse) {
     const FS_BYTE* p = r.table->data();
@@ -234,7 +179,7 @@ TEST(CmapSubtables, EachFormatMapsItsCodesAndReadsNothingPastItsEnd) {
   EXPECT_EQ(inverse_map_char_4(nullptr, 0, 5), 0u);
 }
 
-TEST(CmapDirectory, ExactPairsSubstitutesDispatchAndBounds) {
+TEST(CmapDirectory, ExactPairsDispatchAndBounds) {
   // (3,1) -> the format 4 sample at 20, (0,5) -> an unknown format 10.
   Bytes sub = sampleFormat4();
   Bytes c = words({0, 2, 3, 1, 0, 20, 0, 5, 0, 20 + (uint32_t)sub.size()});
@@ -243,12 +188,6 @@ TEST(CmapDirectory, ExactPairsSubstitutesDispatchAndBounds) {
   FS_ULONG n = (FS_ULONG)c.size();
   EXPECT_EQ(offset_to_cmap(c.data(), n, 3, 1), 20u);
   EXPECT_EQ(offset_to_cmap(c.data(), n, 3, 10), 0u);
-  // (3,10) and (0,3) are Unicode pairs: the first of the seven held is (3,1).
-  FS_USHORT p = 0, e = 0;
-  EXPECT_EQ(GetEncodingSubstitution(c.data(), n, 3, 10, &p, &e), 20u);
-  EXPECT_EQ(p * 100 + e, 301);
-  EXPECT_EQ(GetEncodingSubstitution(c.data(), n, 0, 3, nullptr, nullptr), 20u);
-  EXPECT_EQ(GetEncodingSubstitution(c.data(), n, 1, 0, nullptr, nullptr), 0u);
   FS_BOOLEAN bad = 0;
   EXPECT_EQ(cmap_map_subtable(c.data(), n, 20, 0x41, 0, &bad), 25);
   EXPECT_EQ(bad, 0);
@@ -257,7 +196,6 @@ TEST(CmapDirectory, ExactPairsSubstitutesDispatchAndBounds) {
   FS_ULONG unknown = offset_to_cmap(c.data(), n, 0, 5);
   EXPECT_EQ(cmap_subtable_format(c.data(), n, unknown), 10);
   EXPECT_EQ(cmap_map_subtable(c.data(), n, unknown, 0x41, 0, &bad), 0);
-  EXPECT_EQ(bad, 0);
   // A subtable offset past the table is no subtable.
   Bytes far = with(c, 8, 5000, true);
   EXPECT_EQ(offset_to_cmap(far.data(), n, 3, 1), 0u);
@@ -271,11 +209,9 @@ TEST(CmapDirectory, ExactPairsSubstitutesDispatchAndBounds) {
 TEST(CmapCoverage, PlaneMasksAdmitBlocksOf1024Codes) {
   UniRange all = {0xFFFFFFFF, 0xFFFFFFFE}, some = {0x2, 0x1};  // blocks 1 and 32
   const struct { UniRange mask; FS_ULONG code; bool in; } rows[] = {
-      {all, 0x1234, true},  {some, 0x3FF, false}, {some, 0x400, true},
-      {some, 0x7FF, true},  {some, 0x800, false},
-      {some, 0x8000, true},   // 0x8000 >> 10 = 32
-      {some, 0x18000, true},  // the same block of plane 1
-      {some, 0x8400, false}};
+      {all, 0x1234, true}, {some, 0x3FF, false}, {some, 0x400, true}, {some, 0x800, false},
+      {some, 0x8000, true},    // 0x8000 >> 10 = 32
+      {some, 0x18000, true}};  // the same block of plane 1
   for (const auto& r : rows) EXPECT_EQ(CFNT_charInRange(r.mask, r.code), r.in) << r.code;
 }
 
@@ -322,16 +258,10 @@ TEST_F(CmapClient, MapsThroughTheChosenCmapAndKeepsAFailedChoice) {
   setFont(kDejaVuSans);
   ASSERT_EQ(FSS_set_cmap(st, 3, 1), 0);
   EXPECT_EQ(FSS_map_char(st, 0x41), 36);
-  EXPECT_EQ(FSS_map_char(st, 0x416), 939);
   EXPECT_EQ(FSS_map_char(st, 0x10300), 0);  // format 4 has no plane 1
-  EXPECT_EQ(st->error, 0u);
   ASSERT_EQ(FSS_set_cmap(st, 3, 10), 0);
   EXPECT_EQ(FSS_map_char(st, 0x10300), 5373);
-  FS_USHORT p = 0, e = 0;
-  EXPECT_EQ(FSS_get_cmap(st, &p, &e), 0);
-  EXPECT_EQ(p * 100 + e, 310);
-  // No (7,7): 402, kept as chosen, so asking again returns 0 and mapping
-  // fails on.
+  // No (7,7): 402, kept as chosen: asking again returns 0, mapping fails on.
   EXPECT_EQ(FSS_set_cmap(st, 7, 7), ERR_CMAP_NOT_FOUND);
   EXPECT_EQ(FSS_set_cmap(st, 7, 7), 0);
   EXPECT_EQ(FSS_map_char(st, 0x41), 0);
@@ -368,14 +298,11 @@ TEST_F(CmapClient, CacheAndCoverageMaskShortenTheLookUp) {
   ASSERT_EQ(FSS_set_cmap(st, 3, 10), 0);
   LFNT* lfnt = lfnt0();
   ASSERT_NE(lfnt->cmap_cache, nullptr);
-  // 6253 glyphs / 10 = 625, nearer to 512 than to 1024: mask 511.
-  ASSERT_EQ(lfnt->cmap_cache_mod, 511);
   EXPECT_EQ(FSS_map_char(st, 0x41), 36);
-  // Slot of 0x41: 65 * 16807 = 1092455, 16 bits 43879, & 511 = 359.
+  // Slot of 0x41: 65 * 16807 = 1092455, 16 bits 43879, & mask 511 = 359.
   EXPECT_EQ(lfnt->cmap_cache[359].unicode, 0x41);
   EXPECT_EQ(lfnt->cmap_cache[359].index, 36);
-  // A recorded miss is believed: 'B' (37) is then not looked up.
-  // Slot of 0x42: 66 * 16807 = 1109262, 16 bits 60686, & 511 = 270.
+  // A recorded miss is believed. Slot of 0x42: 1109262, 60686 & 511 = 270.
   lfnt->cmap_cache[270] = {0x42, 0};
   EXPECT_EQ(FSS_map_char(st, 0x42), 0);
   EXPECT_EQ(st->error, 0u);
@@ -395,32 +322,23 @@ TEST_F(CmapClient, GlyphIndexModeVariantsAndTheInverseMapping) {
   setFont(kDejaVuSans);
   // No cmap chosen: codes are glyph indices.
   EXPECT_EQ(FSS_map_char(st, 36), 36);
-  EXPECT_EQ(FSS_map_char(st, 6252), 6252);
-  EXPECT_EQ(FSS_map_char(st, 6253), 0);
+  EXPECT_EQ(FSS_map_char(st, 6253), 0);  // one past the last glyph
   EXPECT_EQ(st->error, (FS_ULONG)ERR_BAD_GLYF_INDEX);
   EXPECT_EQ(FSS_inverse_map_char(st, 36), 0xFFFFu);  // no Unicode cmap
-  // With a cmap, the glyph-index flag makes map_char take indices;
-  // FSS_map_char clears it for its call and restores it.
+  // The glyph-index flag makes map_char take indices; FSS_map_char keeps it.
   ASSERT_EQ(FSS_set_cmap(st, 3, 1), 0);
   st->flags |= 0x4000;
   EXPECT_EQ(map_char(st, 0x41, 0), 0x41);
   EXPECT_EQ(FSS_map_char(st, 0x41), 36);
   EXPECT_EQ(st->flags & 0x4000, 0x4000u);
   st->flags = 0;
-  // No variation subtable: a variant is 0, selector 0 the plain glyph, and
-  // the client's cmap is back afterwards.
+  // No variation subtable: a variant is 0, selector 0 the plain glyph.
   EXPECT_EQ(FSS_map_char_variant(st, 0x41, 0xFE00), 0);
-  EXPECT_EQ(st->error, 0u);
   EXPECT_EQ(FSS_map_char_variant(st, 0x41, 0), 36);
   FS_USHORT p = 0, e = 0;
   FSS_get_cmap(st, &p, &e);
-  EXPECT_EQ(p * 100 + e, 301);
-  EXPECT_EQ(FS_set_cmap_variant(st, 3, 1), 0);  // any pair may serve
-  FS_get_cmap_variant(st, &p, &e);
-  EXPECT_EQ(p * 100 + e, 301);
-
+  EXPECT_EQ(p * 100 + e, 301);  // the client's cmap is back
   EXPECT_EQ(FSS_inverse_map_char(st, 36), 0x41u);
-  EXPECT_EQ(FSS_inverse_map_char(st, 939), 0x416u);
   EXPECT_EQ(FSS_inverse_map_char(st, 0), 0xFFFFu);  // not above start 0
   EXPECT_EQ(st->error, (FS_ULONG)ERR_BAD_GLYF_INDEX);
   ASSERT_EQ(FSS_set_cmap(st, 3, 10), 0);
@@ -434,52 +352,6 @@ TEST_F(CmapClient, GlyphIndexModeVariantsAndTheInverseMapping) {
     checked++;
   }
   EXPECT_GT(checked, 5000);
-}
-
-// Two real fonts as the components of one set, the way a linked font joins
-// them: Noto Sans Hebrew (149 glyphs, no Latin) first, then DejaVu Sans.
-TEST_F(CmapClient, ComponentsAreTriedInOrderInOneNumbering) {
-  LFNT* hebrew = FS_SERVER_get_LFNT(st, FNT_TYPE_TTF, kNotoHebrew, nullptr, 0, 0, 0);
-  LFNT* dejavu = FS_SERVER_get_LFNT(st, FNT_TYPE_TTF, kDejaVuSans, nullptr, 0, 0, 0);
-  ASSERT_NE(hebrew, nullptr) << "missing font " << kNotoHebrew;
-  ASSERT_NE(dejavu, nullptr) << "missing font " << kDejaVuSans;
-  FNTSET* set = (FNTSET*)FSS_calloc(st, sizeof(FNTSET));
-  set->num_fonts = 2;
-  set->cfnt = (CFNT*)FSS_calloc(st, 2 * sizeof(CFNT));
-  for (int i = 0; i < 2; i++) {
-    set->cfnt[i].lfnt = i == 0 ? hebrew : dejavu;
-    set->cfnt[i].lfnt->fntset_refs++;
-    set->cfnt[i].bmp = set->cfnt[i].smp = {0xFFFFFFFF, 0xFFFFFFFF};
-    set->cfnt[i].sip = set->cfnt[i].ssp = {0xFFFFFFFF, 0xFFFFFFFF};
-  }
-  set->cfnt[1].start_index = 149;
-  set->metric_font = hebrew;
-  set->next = st->server->font_sets;
-  st->server->font_sets = set;
-  ASSERT_EQ(TYPESET_init(st, &st->cur_typeset, set), 0);
-
-  // (code, glyph, component): alef in the first, 'A' in the second, U+E000
-  // in neither (component 0); then glyph indices run through both: 148 the
-  // first's last, 149 the second's first.
-  ASSERT_EQ(FSS_set_cmap(st, 3, 1), 0);
-  const struct { FS_ULONG code, glyph; int font; } byCode[] = {
-      {0x5D0, 3, 0}, {0x41, 149 + 36, 1}, {0xE000, 0, 0}};
-  for (const auto& r : byCode) {
-    EXPECT_EQ(FSS_map_char(st, r.code), r.glyph) << r.code;
-    EXPECT_EQ(st->cur_font, r.font) << r.code;
-    EXPECT_EQ(st->cur_lfnt, r.font ? dejavu : hebrew) << r.code;
-  }
-  EXPECT_EQ(st->error, 0u);
-  EXPECT_EQ(FSS_inverse_map_char(st, 149 + 36), 0x41u);
-  ASSERT_EQ(FSS_set_cmap(st, 0xFFFF, 0xFFFF), 0);
-  EXPECT_EQ(FSS_map_char(st, 148), 148);
-  EXPECT_EQ(st->cur_font, 0);
-  EXPECT_EQ(FSS_map_char(st, 149), 149);
-  EXPECT_EQ(st->cur_font, 1);
-  EXPECT_EQ(FSS_map_char(st, 149 + 6253), 0);
-  EXPECT_EQ(st->error, (FS_ULONG)ERR_BAD_GLYF_INDEX);
-  TYPESET_clear(st, &st->cur_typeset);
-  kill_fntset(st, set);
 }
 
 }  // namespace

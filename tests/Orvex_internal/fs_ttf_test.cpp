@@ -1,8 +1,6 @@
-// The TrueType container loader: real Debian fonts from file and memory,
-// collections, CFF containers and the compact formats built byte by byte,
-// one table of loads and refusals with their codes, and malformed input that
-// must be refused without reading outside the data (also run under the
-// sanitizers).
+// The TrueType container loader: fonts built byte by byte and DejaVu Sans,
+// from file and memory, collections, one table of loads and refusals with
+// their codes, and malformed input refused without reading outside the data.
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -10,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_sbit.h"
 #include "Orvex_internal/fs_ttf.h"
@@ -26,10 +23,7 @@ const char kDejaVuSans[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 const FS_ULONG kLoads = 0xFFFFFFFF;  // a table's "expected": the font loads
 
 // A decoded field against its hand-read value, named by its expression.
-struct Field {
-  const char* name;
-  long long got, want;
-};
+struct Field { const char* name; long long got, want; };
 #define F(got, want) Field{#got, (long long)(got), (long long)(want)}
 void expectFields(std::initializer_list<Field> fields) {
   for (const Field& f : fields) EXPECT_EQ(f.got, f.want) << f.name;
@@ -41,12 +35,8 @@ Bytes edited(const std::function<void(sfnt::Font&)>& edit) {
   edit(f);
   return sfnt::build(f);
 }
-// The built minimal font (with `edit` first) after `patch` of its bytes.
-Bytes patched(const std::function<void(Bytes&)>& patch,
-              const std::function<void(sfnt::Font&)>& edit = [](sfnt::Font&) {}) {
-  Bytes b = edited(edit);
-  patch(b);
-  return b;
+uint32_t offsetOf(const Bytes& b, const char* tag) {
+  return sfnt::getU32(b, sfnt::entryOf(b, tag) + 8);
 }
 
 // An EBLC of `numSizes` strike records, the first at 12 ppem with one index
@@ -71,18 +61,15 @@ class TtfLoad : public ::testing::Test {
     st = &engine.st;
     baseline = engine.used();
   }
-  void TearDown() override {
-    EXPECT_EQ(engine.used(), baseline);
-  }
+  void TearDown() override { EXPECT_EQ(engine.used(), baseline); }
   TTF* loadMemory(const Bytes& b, FS_ULONG index = 0, FS_BOOLEAN validate = 0,
                   FS_BYTE type = 0) {
-    return load_ttf(st, nullptr, (FS_BYTE*)b.data(), index, 0,
-                    (FS_ULONG)b.size(), validate, type);
+    return load_ttf(st, nullptr, (FS_BYTE*)b.data(), index, 0, (FS_ULONG)b.size(), validate,
+                    type);
   }
-  TTF* loadFile(const std::string& path, FS_ULONG index = 0,
-                FS_BOOLEAN validate = 0, FS_BYTE type = 0) {
-    return load_ttf(st, (FILECHAR*)path.c_str(), nullptr, index, 0, 0,
-                    validate, type);
+  TTF* loadFile(const std::string& path, FS_ULONG index = 0, FS_BOOLEAN validate = 0,
+                FS_BYTE type = 0) {
+    return load_ttf(st, (FILECHAR*)path.c_str(), nullptr, index, 0, 0, validate, type);
   }
   std::string writeFont(const Bytes& b, const std::string& name = "f.ttf") {
     testsupport::writeBytes(dir.file(name), sfnt::asString(b));
@@ -96,18 +83,15 @@ class TtfLoad : public ::testing::Test {
       st->error = 0;
       TTF* t = fromFile ? loadFile(writeFont(b), 0, validate, type)
                         : loadMemory(b, 0, validate, type);
-      if (code == kLoads) {
-        EXPECT_NE(t, nullptr) << (fromFile ? "file: " : "memory: ") << st->error;
-      } else {
-        EXPECT_EQ(t, nullptr) << (fromFile ? "from a file" : "from memory");
-        EXPECT_EQ(st->error, code) << (fromFile ? "from a file" : "from memory");
-      }
+      const char* from = fromFile ? "from a file" : "from memory";
+      EXPECT_EQ(t != nullptr, code == kLoads) << from << ": " << st->error;
+      EXPECT_EQ(code == kLoads ? code : st->error, code) << from;
       unload_ttf(st, t);
     }
   }
-  Bytes realFont(const char* path) {
-    Bytes b = sfnt::asBytes(testsupport::readBytes(path));
-    EXPECT_FALSE(b.empty()) << "missing font " << path;
+  Bytes dejaVuSans() {
+    Bytes b = sfnt::asBytes(testsupport::readBytes(kDejaVuSans));
+    EXPECT_EQ(b.size(), 759720u) << "missing font " << kDejaVuSans;
     return b;
   }
 
@@ -119,59 +103,6 @@ class TtfLoad : public ::testing::Test {
 
 }  // namespace
 
-/* ---- Real fonts: values read off DejaVu Sans's directory and tables ---- */
-
-TEST_F(TtfLoad, DejaVuSansKeepsHeadersResidentOffsetsOnDemandAndLendsInMemory) {
-  TTF* ttf = loadFile(kDejaVuSans);
-  ASSERT_NE(ttf, nullptr) << st->error;
-  expectFields({F(st->error, 0), F(ttf->ttc_header, 0), F(ttf->ttf_offset, 0),
-                F(ttf->ttf_header->numTables, 20), F(ttf->maxp->numGlyphs, 6253),
-                F(ttf->maxp->maxFunctionDefs, 8), F(ttf->head->unitsPerEm, 2048),
-                F(ttf->head->xMin, -2090), F(ttf->head->yMin, -948),
-                F(ttf->head->xMax, 3673), F(ttf->head->yMax, 2524),
-                F(ttf->hhea->yAscender, 1901), F(ttf->hhea->yDescender, -483),
-                // on-demand tables by their directory offsets
-                F(ttf->glyf_offset, 56648), F(ttf->glyf_size, 557508),
-                F(ttf->hmtx_offset, 614248), F(ttf->kern_offset, 639232),
-                F(ttf->vmtx_offset, 0), F(ttf->vhea, 0), F(ttf->eblc_offset, 0),
-                F(ttf->loca_offset, 0),  // declared, left 0
-                // whole tables: heap copies for a file font, in file order
-                F(ttf->own_cmap, 1), F(ttf->num_cvt, 255), F(ttf->num_fpgm, 171),
-                F(ttf->num_prep, 1384), F(get_u16(ttf->gasp + 2), 2),
-                F(ttf->loca != nullptr, 1), F(ttf->functionDefs != nullptr, 1),
-                F(ttf->instructionDefs, 0),  // maxInstructionDefs 0
-                F(ttf->cff, 0), F(ttf->os2->version, 1), F(ttf->fp != nullptr, 1)});
-  EXPECT_STREQ(ttf->name->font_name, "DejaVu Sans");
-  EXPECT_STREQ(ttf->name->font_family_name, "DejaVu Sans");
-  unload_ttf(st, ttf);
-
-  // From memory, loca and cmap are lent in place at their directory offsets.
-  Bytes b = realFont(kDejaVuSans);
-  ASSERT_EQ(b.size(), 759720u);
-  TTF* m = loadMemory(b);
-  ASSERT_NE(m, nullptr) << st->error;
-  expectFields({F(m->fp, 0), F(m->path, 0), F(m->own_cmap, 0),
-                F((FS_BYTE*)m->loca - b.data(), 655612),
-                F((FS_BYTE*)m->cmap - b.data(), 48896), F(m->maxp->numGlyphs, 6253)});
-  unload_ttf(st, m);
-}
-
-TEST_F(TtfLoad, FontInsideALargerFileIsReadFromItsOffset) {
-  Bytes font = sfnt::build(sfnt::minimalGlyfFont());
-  Bytes file(100, 0xAA);
-  file.insert(file.end(), font.begin(), font.end());
-  std::string path = writeFont(file);
-  TTF* t = load_ttf(st, (FILECHAR*)path.c_str(), nullptr, 0, 100,
-                    (FS_ULONG)font.size(), 0, 0);
-  ASSERT_NE(t, nullptr) << st->error;
-  expectFields({F(t->head->unitsPerEm, 1000), F(t->data_offset, 100)});
-  unload_ttf(st, t);
-  t = load_ttf(st, nullptr, file.data(), 0, 100, (FS_ULONG)font.size(), 0, 0);
-  ASSERT_NE(t, nullptr) << st->error;
-  EXPECT_EQ(t->maxp->numGlyphs, 2);
-  unload_ttf(st, t);
-}
-
 /* ---- Collections ---- */
 
 TEST_F(TtfLoad, CollectionMembersAreFoundThroughTheOffsetTableAndIndexChecked) {
@@ -179,36 +110,17 @@ TEST_F(TtfLoad, CollectionMembersAreFoundThroughTheOffsetTableAndIndexChecked) {
   b.set("head", sfnt::head(2048, -1, -2, 3, 4));
   Bytes ttc = sfnt::buildCollection({a, b});
   std::string path = writeFont(ttc, "c.ttc");
-  // Header 12 + 2 offsets = 20 for member 0; its 8-table directory takes
-  // 12 + 128 bytes, so member 1 stands at 160.
-  const struct { FS_ULONG index, offset; int upem; } members[] = {
-      {1, 160, 2048}, {0, 20, 1000}};
-  for (int fromFile = 0; fromFile < 2; fromFile++)
-    for (const auto& m : members) {
-      TTF* t = fromFile ? loadFile(path, m.index) : loadMemory(ttc, m.index);
+  for (int fromFile = 0; fromFile < 2; fromFile++) {
+    for (FS_ULONG index : {1, 0}) {
+      TTF* t = fromFile ? loadFile(path, index) : loadMemory(ttc, index);
       ASSERT_NE(t, nullptr) << st->error;
-      expectFields({F(t->ttc_header->tag, TAG_ttcf), F(t->ttc_header->numFonts, 2),
-                    F(t->ttc_header->offsets[0], 20), F(t->ttf_offset, m.offset),
-                    F(t->head->unitsPerEm, m.upem)});
+      EXPECT_EQ(t->head->unitsPerEm, index ? 2048 : 1000);
       unload_ttf(st, t);
     }
-  // An index at or past the face count is 404.
-  for (FS_ULONG index : {2u, 3u, 0xFFFFFFFFu}) {
-    EXPECT_EQ(loadMemory(ttc, index), nullptr);
-    EXPECT_EQ(st->error, (FS_ULONG)ERR_TTC_BAD_INDEX) << index;
-    EXPECT_EQ(loadFile(path, index), nullptr);
-    EXPECT_EQ(st->error, (FS_ULONG)ERR_TTC_BAD_INDEX) << index;
+    // An index equal to the face count is 404.
+    EXPECT_EQ(fromFile ? loadFile(path, 2) : loadMemory(ttc, 2), nullptr);
+    EXPECT_EQ(st->error, (FS_ULONG)ERR_TTC_BAD_INDEX);
   }
-  // Compression is judged by member 0 alone: a compressed member 1 loads
-  // from a file, while a compressed member 0 refuses member 1 too.
-  sfnt::Font packed = sfnt::minimalGlyfFont();
-  packed.set("zrp3", Bytes(8, 0));
-  TTF* t = loadFile(writeFont(sfnt::buildCollection({a, packed}), "a.ttc"), 1);
-  EXPECT_NE(t, nullptr) << st->error;
-  unload_ttf(st, t);
-  EXPECT_EQ(loadFile(writeFont(sfnt::buildCollection({packed, a}), "b.ttc"), 1),
-            nullptr);
-  EXPECT_EQ(st->error, (FS_ULONG)ERR_COMPRESSED_FROM_FILE);
 }
 
 /* ---- Loads and refusals, from memory and from a file ---- */
@@ -221,16 +133,14 @@ TEST_F(TtfLoad, StructuralChecksLoadOrRefuseWithTheirCodes) {
   auto adding = [](std::vector<std::pair<const char*, Bytes>> tables) {
     return edited([tables](sfnt::Font& f) { for (auto& t : tables) f.set(t.first, t.second); });
   };
-  // Directory entry fields of `tag` (8: offset, 12: length) set to values.
-  auto entry = [](const char* tag, std::vector<std::pair<size_t, uint32_t>> fields,
-                  const std::function<void(sfnt::Font&)>& edit = [](sfnt::Font&) {}) {
-    return patched([=](Bytes& b) {
-      for (auto& f : fields) sfnt::putU32(b, sfnt::entryOf(b, tag) + f.first, f.second);
-    }, edit);
+  // The minimal font with `zzzz`, then the directory fields of `tag` (8:
+  // offset, 12: length) set to values.
+  auto entry = [](const char* tag, std::vector<std::pair<size_t, uint32_t>> fields) {
+    Bytes b = edited([](sfnt::Font& f) { f.set("zzzz", Bytes(4, 0)); });
+    for (auto& f : fields) sfnt::putU32(b, sfnt::entryOf(b, tag) + f.first, f.second);
+    return b;
   };
-  auto withZzzz = [](sfnt::Font& f) { f.set("zzzz", Bytes(4, 0)); };
-  const Bytes minimal = sfnt::build(sfnt::minimalGlyfFont());
-  const uint32_t cmapAt = sfnt::getU32(minimal, sfnt::entryOf(minimal, "cmap") + 8);
+  const uint32_t cmapAt = offsetOf(entry("zzzz", {}), "cmap");
   auto entries = [](size_t n) {  // the minimal font padded to n tables
     return edited([n](sfnt::Font& f) {
       for (int i = 0; f.tables.size() < n; i++) f.set("x" + std::to_string(100 + i), Bytes(4, 0));
@@ -247,50 +157,36 @@ TEST_F(TtfLoad, StructuralChecksLoadOrRefuseWithTheirCodes) {
   sfnt::Font cffWrongMaxp = sfnt::minimalCffFont(5);
   cffWrongMaxp.set("maxp", sfnt::maxp10(5));
 
-  struct Row {
-    const char* why;
-    Bytes font;
-    FS_ULONG want;
-    FS_BOOLEAN validate = 0;
-    FS_BYTE type = 0;
-  } rows[] = {
-      {"sfnt version 1.0", version(0x00010000), kLoads},
+  struct Row { const char* why; Bytes font; FS_ULONG want; FS_BOOLEAN validate = 0;
+               FS_BYTE type = 0; } rows[] = {
       {"sfnt version 'true'", version(sfnt::tagOf("true")), kLoads},
-      {"sfnt version 'OTTO'", version(sfnt::tagOf("OTTO")), kLoads},
       {"sfnt version 'wOFF'", version(sfnt::tagOf("wOFF")), ERR_NOT_A_TTF},
       {"head magic one off", adding({{"head", sfnt::head(1000, 0, 0, 1, 1, 0, 0x5F0F3CF4)}}),
        ERR_NOT_A_TTF},
-      {"no maxp", without({"maxp"}), ERR_TABLE_NOT_FOUND},
+      // each required table by its own reader: header, metrics, cmap, name
       {"no head", without({"head"}), ERR_TABLE_NOT_FOUND},
-      {"no hhea", without({"hhea"}), ERR_TABLE_NOT_FOUND},
       {"no hmtx", without({"hmtx"}), ERR_TABLE_NOT_FOUND},
       {"no cmap", without({"cmap"}), ERR_TABLE_NOT_FOUND},
       {"no name", without({"name"}), ERR_TABLE_NOT_FOUND},
       {"glyf font with maxp 0.5", adding({{"maxp", sfnt::maxp05(2)}}), ERR_MAXP_VERSION_TT},
       {"no outlines nor bitmaps: error 0", without({"glyf", "loca"}), 0},
-      {"glyf without loca: error 0", without({"loca"}), 0},
       {"EBLC without EBDT, even with glyf", adding({{"EBLC", Bytes(8, 0)}}), ERR_TABLE_NOT_FOUND},
       {"CBLC without CBDT", adding({{"CBLC", Bytes(8, 0)}}), ERR_TABLE_NOT_FOUND},
-      {"EBLC of 0 sizes", adding({{"EBLC", oneStrikeEblc(0)}, {"EBDT", Bytes(4, 0)}}), ERR_EBLC},
       {"EBLC of 2 sizes, 1 present", adding({{"EBLC", oneStrikeEblc(2)}, {"EBDT", Bytes(4, 0)}}),
        ERR_EBLC},
       {"vmtx without vhea", adding({{"vmtx", Bytes(8, 0)}}), ERR_TABLE_NOT_FOUND},
-      {"CFF type without a CFF table", minimal, ERR_TABLE_NOT_FOUND, 0, FNT_TYPE_OTT},
+      {"CFF type without a CFF table", entry("zzzz", {}), ERR_TABLE_NOT_FOUND, 0, FNT_TYPE_OTT},
       {"CFF font with maxp 1.0: forgiven", sfnt::build(cffWrongMaxp), kLoads, 0, FNT_TYPE_OTT},
       {"glyf length past the end", entry("glyf", {{12, 0x7FFFFFF0}}), ERR_TABLE_DIR},
-      {"glyf offset past the end", entry("glyf", {{8, (uint32_t)minimal.size() + 4}}),
-       ERR_TABLE_DIR},
       {"glyf offset + length wraps 32 bits", entry("glyf", {{8, 0xFFFFFFF0}, {12, 0x20}}),
        ERR_TABLE_DIR},
       {"no tables, validated", sfnt::build(sfnt::Font()), ERR_TABLE_DIR, 1},
       {"no tables", sfnt::build(sfnt::Font()), ERR_TABLE_NOT_FOUND},
       // `zzzz` 2 bytes into `cmap`; then at its start with length 0, which
       // fails too when the other entry, taken as the container, has a length.
-      {"overlapping tables, validated", entry("zzzz", {{8, cmapAt + 2}}, withZzzz),
+      {"overlapping tables, validated", entry("zzzz", {{8, cmapAt + 2}}), ERR_TABLE_DIR, 1},
+      {"empty entry at a table's start, validated", entry("zzzz", {{8, cmapAt}, {12, 0}}),
        ERR_TABLE_DIR, 1},
-      {"overlapping tables, unvalidated", entry("zzzz", {{8, cmapAt + 2}}, withZzzz), kLoads},
-      {"empty entry at a table's start, validated",
-       entry("zzzz", {{8, cmapAt}, {12, 0}}, withZzzz), ERR_TABLE_DIR, 1},
       {"two empty entries at one place, validated",
        adding({{"yyyy", Bytes()}, {"zzzz", Bytes()}}), kLoads, 1},
       // Past 50 entries the directory stays unconverted: nothing is found.
@@ -322,8 +218,7 @@ TEST_F(TtfLoad, TruncatedFontsAreRefusedUntilTheirLastTableIsWhole) {
   // DejaVu Sans cut at every 64th: its directory ends at 332, before the
   // first cut (11870), and `prep` ends at the file's end, so every cut
   // leaves a table beyond the data: 448.
-  Bytes whole = realFont(kDejaVuSans);
-  ASSERT_EQ(whole.size(), 759720u);
+  Bytes whole = dejaVuSans();
   for (size_t k = 1; k < 64; k++) {
     SCOPED_TRACE(whole.size() * k / 64);
     expectOutcome(Bytes(whole.begin(), whole.begin() + whole.size() * k / 64),
@@ -352,7 +247,7 @@ TEST_F(TtfLoad, TruncatedFontsAreRefusedUntilTheirLastTableIsWhole) {
 }
 
 TEST_F(TtfLoad, RefusalsUnderAShortBudgetAre201AndGiveBackEverything) {
-  Bytes b = realFont(kDejaVuSans);
+  Bytes b = dejaVuSans();
   for (FS_ULONG budget = 4000; budget < 120000; budget += 2500) {
     engine.server()->heap_size = engine.used() + budget;
     TTF* ttf = loadMemory(b);
@@ -388,30 +283,7 @@ TEST_F(TtfLoad, MutatedFontsAreLoadedOrRefusedWithoutStrayReads) {
   EXPECT_GT(loaded, 100);  // most changes land in data the loader tolerates
 }
 
-/* ---- The directory, the read path and table look-up ---- */
-
-TEST_F(TtfLoad, HeaderOfMoreThanFiftyEntriesIsLeftInFileOrder) {
-  Bytes raw(12 + 16, 0);
-  sfnt::putU32(raw, 0, 0x00010000);
-  sfnt::putU16(raw, 4, 51);
-  sfnt::putU32(raw, 12, sfnt::tagOf("cmap"));
-  sfnt::putU32(raw, 20, 0x100);
-  unsigned char block[sizeof(TTF_HEADER) + sizeof(TTF_DIR)] = {};
-  TTF_HEADER* h = (TTF_HEADER*)block;
-  h->tables = (TTF_DIR*)(h + 1);
-  // Bytes 00 33 read in host (little-endian) order: 0x3300; "cmap" reversed.
-  EXPECT_EQ(swap_ttf_header(raw.data(), (FS_ULONG)raw.size(), h, 1), 1u);
-  expectFields({F(h->numTables, 0x3300), F(h->tables[0].tag, 0x70616D63),
-                F(h->tables[0].offset, 0x10000)});
-  sfnt::putU16(raw, 4, 50);
-  EXPECT_EQ(swap_ttf_header(raw.data(), (FS_ULONG)raw.size(), h, 1), 1u);
-  expectFields({F(h->numTables, 50), F(h->tables[0].tag, TAG_cmap),
-                F(h->tables[0].offset, 0x100)});
-  // numBitsNeeded counts shifts to zero.
-  for (auto c : {std::pair<FS_ULONG, int>{0, 0}, {1, 1}, {255, 8}, {256, 9},
-                 {0xFFFFFFFF, 32}})
-    EXPECT_EQ(numBitsNeeded(c.first), c.second) << c.first;
-}
+/* ---- The read path and table look-up ---- */
 
 TEST_F(TtfLoad, ReadsBeyondTheDataGiveZerosWithoutError) {
   Bytes b = sfnt::build(sfnt::minimalGlyfFont());
@@ -433,92 +305,66 @@ TEST_F(TtfLoad, ReadsBeyondTheDataGiveZerosWithoutError) {
     // ...while the caller's buffer keeps what was read and zeros the tail.
     FS_BYTE buf[8];
     memset(buf, 0x55, sizeof buf);
-    ttf_read_buf(st, ttf, 0, 8, buf);
-    EXPECT_EQ(get_u32(buf), 0x00010000u);
-    memset(buf, 0x55, sizeof buf);
     ttf_read_buf(st, ttf, n - 4, 8, buf);
     expectFields({F(get_u32(buf), sfnt::getU32(b, n - 4)), F(get_u32(buf + 4), 0),
                   F(st->error, 0)});
-    p = (FS_BYTE*)ttf_read(st, ttf, 0x7FFFFF00, 4);  // far beyond: zeros
-    ASSERT_NE(p, nullptr);
-    EXPECT_EQ(get_u32(p), 0u);
-    FSS_free(st, p);
     unload_ttf(st, ttf);
   }
 }
 
 TEST_F(TtfLoad, TableLookupFindsTheFirstEntryAndMissesWith405) {
   // `yyyy` retagged as a second, 2-byte `zzzz`.
-  Bytes b = patched(
-      [](Bytes& b) { sfnt::putU32(b, sfnt::entryOf(b, "yyyy"), sfnt::tagOf("zzzz")); },
-      [](sfnt::Font& f) { f.set("zzzz", Bytes(6, 1)).set("yyyy", Bytes(2, 2)); });
+  Bytes b = edited([](sfnt::Font& f) { f.set("zzzz", Bytes(6, 1)).set("yyyy", Bytes(2, 2)); });
+  sfnt::putU32(b, sfnt::entryOf(b, "yyyy"), sfnt::tagOf("zzzz"));
   TTF* ttf = loadMemory(b);
   ASSERT_NE(ttf, nullptr) << st->error;
   FS_ULONG off = 1, len = 1;
   st->error = 123;  // a hit leaves the error state alone
   EXPECT_EQ(get_ttf_table_info(st, ttf, sfnt::tagOf("zzzz"), &off, &len), 1);
   expectFields({F(len, 6), F(st->error, 123)});
-  EXPECT_EQ(get_ttf_table_info(st, ttf, TAG_head, nullptr, nullptr), 1);
   EXPECT_EQ(get_ttf_table_info(st, ttf, TAG_kern, &off, &len), 0);
   expectFields({F(off, 0), F(len, 0), F(st->error, ERR_TABLE_NOT_FOUND)});
   FS_BYTE* copy = (FS_BYTE*)get_ttf_table(st, ttf, sfnt::tagOf("zzzz"));
   ASSERT_NE(copy, nullptr);
   EXPECT_EQ(memcmp(copy, Bytes(6, 1).data(), 6), 0);
   FSS_free(st, copy);
-  st->error = 0;
-  EXPECT_EQ(get_ttf_table(st, ttf, TAG_kern), nullptr);
-  EXPECT_EQ(st->error, (FS_ULONG)ERR_TABLE_NOT_FOUND);
+  unload_ttf(st, ttf);
+}
+
+TEST_F(TtfLoad, CmapIsLentInPlaceFromMemoryUnlessASubtableStandsAtAnOddOffset) {
+  Bytes b = sfnt::build(sfnt::minimalGlyfFont());
+  TTF* ttf = loadMemory(b);
+  ASSERT_NE(ttf, nullptr) << st->error;
+  expectFields({F(ttf->own_cmap, 0), F((FS_BYTE*)ttf->cmap - b.data(), offsetOf(b, "cmap")),
+                F((FS_BYTE*)ttf->loca - b.data(), offsetOf(b, "loca"))});
+  unload_ttf(st, ttf);
+  ttf = loadMemory(edited([](sfnt::Font& f) { f.set("cmap", sfnt::cmap(13)); }));
+  ASSERT_NE(ttf, nullptr) << st->error;
+  const FS_BYTE* c = (const FS_BYTE*)ttf->cmap;
+  // One subtable at 13 of size 275 - 13 = 262 (even); no earlier odd size,
+  // and 0 + 13 is odd, so it moves by 1 to 14. 'a' (97) maps to glyph 1.
+  expectFields({F(ttf->own_cmap, 1), F(get_u32(c + 8), 14), F(get_u16(c + 16), 262),
+                F(c[14 + 6 + 'a'], 1)});
   unload_ttf(st, ttf);
 }
 
 /* ---- Tables decoded at load ---- */
 
-TEST(TtfOs2, TheLengthOverridesTheStoredVersion) {
-  Bytes t(96, 0);
-  sfnt::putU16(t, 0, 2);            // stored version 2
-  sfnt::putU16(t, 74, 1900);        // usWinAscent
-  sfnt::putU32(t, 78, 0x11223344);  // ulCodePageRange1
-  sfnt::putU16(t, 86, 1062);        // sxHeight
-  // 96 bytes: version 2; 86: version 1, sxHeight left as it was; 78:
-  // version 0, code pages left too; 10: shorter than any version, the stored
-  // one stays and the fields decode to zeros past the table's end.
-  const struct { FS_ULONG length; int version, winAscent; FS_ULONG pages; int xHeight; }
-      rows[] = {{96, 2, 1900, 0x11223344, 1062}, {86, 1, 1900, 0x11223344, -1},
-                {78, 0, 1900, 0xFFFFFFFF, -1}, {10, 2, 0, 0, 0}};
-  for (const auto& r : rows) {
-    SCOPED_TRACE(r.length);
-    TTF_OS2 o;
-    memset(&o, 0xFF, sizeof o);
-    get_os2(t.data(), r.length, &o);
-    expectFields({F(o.version, r.version), F(o.usWinAscent, r.winAscent),
-                  F(o.ulCodePageRange1, r.pages), F(o.sxHeight, r.xHeight)});
-  }
-}
-
 TEST(TtfName, PassesChooseRecordsCutLongNamesAndMarkMissingOnes) {
   std::string fifty(50, 'n'), fortyNine(49, 'n');
   Bytes cut = sfnt::name({{1, 0, 0, 4, "Truncated"}});
   cut.resize(cut.size() - 4);  // the record points beyond the table
-  struct Row {
-    const char* why;
-    Bytes table;
-    std::string full, family, copyright, unique;
-  } rows[] = {
+  struct Row { const char* why; Bytes table; std::string full, family, copyright; } rows[] = {
       {"platform 1 fills blanks and overwrites the first pass",
        sfnt::name({{3, 1, 1033, 4, "Full Three"}, {3, 1, 1031, 1, "Deutsch"},
-                   {3, 1, 1033, 0, "C3"}, {3, 1, 1033, 3, "Unique"},
-                   {1, 0, 0, 1, "Fam One"}, {1, 0, 0, 4, "Full One"}}),
-       "Full One", "Fam One", "C3", "Unique"},
-      {"the first pass stops once full, family and copyright are filled",
-       sfnt::name({{3, 1, 1033, 4, "Full"}, {3, 1, 1033, 1, "Family"},
-                   {3, 1, 1033, 0, "C"}, {3, 1, 1033, 4, "Later"}, {1, 0, 0, 4, "Mac"}}),
-       "Full", "Family", "C", ""},
+                   {3, 1, 1033, 0, "C3"}, {1, 0, 0, 1, "Fam One"}, {1, 0, 0, 4, "Full One"}}),
+       "Full One", "Fam One", "C3"},
       {"long names cut to 49 and 2047", sfnt::name({{3, 1, 1033, 4, fifty},
        {3, 1, 1033, 1, fortyNine}, {3, 1, 1033, 0, std::string(2048, 'c')}}),
-       fortyNine, fortyNine, std::string(2047, 'c'), ""},
-      {"no records", sfnt::name({}), "NOT FOUND", "NOT FOUND", "NOT FOUND", ""},
-      {"a record beyond the table is read as far as it goes", cut, "Trunc",
-       "NOT FOUND", "NOT FOUND", ""},
+       fortyNine, fortyNine, std::string(2047, 'c')},
+      {"no records", sfnt::name({}), "NOT FOUND", "NOT FOUND", "NOT FOUND"},
+      {"a record beyond the table is read as far as it goes", cut, "Trunc", "NOT FOUND",
+       "NOT FOUND"},
   };
   for (const Row& r : rows) {
     SCOPED_TRACE(r.why);
@@ -528,134 +374,33 @@ TEST(TtfName, PassesChooseRecordsCutLongNamesAndMarkMissingOnes) {
     EXPECT_EQ(n.font_name, r.full);
     EXPECT_EQ(n.font_family_name, r.family);
     EXPECT_EQ(n.copyright, r.copyright);
-    EXPECT_EQ(n.unique_name, r.unique);
-    if (r.full == fortyNine)  // 50 characters were cut, 49 fitted
-      expectFields({F(n.font_name_too_long, 1), F(n.font_family_name_too_long, 0),
-                    F(n.copyright_too_long, 1)});
   }
-}
-
-TEST_F(TtfLoad, OddCmapSubtableInMemoryGetsAPrivateAlignedCopy) {
-  TTF* ttf = loadMemory(edited([](sfnt::Font& f) { f.set("cmap", sfnt::cmap(13)); }));
-  ASSERT_NE(ttf, nullptr) << st->error;
-  const FS_BYTE* c = (const FS_BYTE*)ttf->cmap;
-  // One subtable at 13 of size 275 - 13 = 262 (even); no earlier odd size,
-  // and 0 + 13 is odd, so it moves by 1 to 14. 'a' (97) maps to glyph 1.
-  expectFields({F(ttf->own_cmap, 1), F(get_u32(c + 8), 14), F(get_u16(c + 14), 0),
-                F(get_u16(c + 16), 262), F(c[14 + 6 + 'a'], 1),
-                F(cmap_offsets_odd(c, 276), 0)});
-  unload_ttf(st, ttf);
 }
 
 TEST_F(TtfLoad, OptionalTablesAreReadWholeOrKeptByOffset) {
   sfnt::Font f = sfnt::minimalGlyfFont();
-  f.set("maxp", sfnt::maxp10(2, 4, 2));
-  f.set("cvt ", {0x00, 0x10, 0xFF, 0xF0, 0x01, 0x00}).set("prep", {0xB0, 0x01, 0x5D});
-  f.set("fpgm", {0xB0, 0x00, 0x2C, 0x2D}).set("gasp", {0, 1, 0, 0});
-  f.set("ADFH", {1, 2, 3, 4, 5, 6, 7, 8}).set("kern", Bytes(4, 0));
-  f.set("Icon", Bytes(4, 0)).set("VDMX", Bytes(6, 0)).set("hdmx", Bytes(8, 0));
-  f.set("FLNT", Bytes(4, 0));
-  // nstk: its count and the counted words turn native, the rest stays.
-  f.set("nstk", {0x00, 0x02, 0x12, 0x34, 0xAB, 0xCD, 0x11, 0x22});
+  f.set("prep", {0xB0, 0x01, 0x5D}).set("gasp", {0, 1, 0, 0}).set("FLNT", Bytes(4, 0));
+  f.set("vmtx", Bytes(8, 0)).set("vhea", sfnt::vhea(500, -500));
   Bytes b = sfnt::build(f);
-  auto offsetOf = [&b](const char* tag) { return sfnt::getU32(b, sfnt::entryOf(b, tag) + 8); };
   TTF* ttf = loadFile(writeFont(b));
   ASSERT_NE(ttf, nullptr) << st->error;
-  expectFields({F(ttf->num_cvt, 3), F(get_s16((FS_BYTE*)ttf->cvt + 2), -16),  // file order
-                F(ttf->num_prep, 3), F(ttf->prep[2], 0x5D), F(ttf->num_fpgm, 4),
-                F(ttf->functionDefs != nullptr, 1), F(ttf->instructionDefs != nullptr, 1),
-                F(ttf->adfh[7], 8), F(ttf->gasp != nullptr, 1),
-                F(ttf->kern_offset, offsetOf("kern")), F(ttf->icon_offset, offsetOf("Icon")),
-                F(ttf->vdmx_offset, offsetOf("VDMX")), F(ttf->hdmx_offset, offsetOf("hdmx")),
-                F(ttf->isFlintTablePresent, 1), F(ttf->os2, 0),  // none: tolerated
-                F(ttf->nstk[0], 2), F(ttf->nstk[1], 0x1234), F(ttf->nstk[2], 0xABCD),
-                F(ttf->nstk[3], 0x2211)});
-  unload_ttf(st, ttf);
-  // vmtx with its header: read.
-  ttf = loadMemory(edited([](sfnt::Font& f) {
-    f.set("vmtx", Bytes(8, 0)).set("vhea", sfnt::vhea(500, -500));
-  }));
-  ASSERT_NE(ttf, nullptr) << st->error;
-  expectFields({F(ttf->vhea->ascent, 500), F(ttf->vhea->descent, -500),
-                F(ttf->vmtx_offset != 0, 1)});
-  unload_ttf(st, ttf);
-}
-
-TEST_F(TtfLoad, CffFontIsHeldWithASynthesisedMaxp) {
-  Bytes b = sfnt::build(sfnt::minimalCffFont(3));
-  TTF* ttf = loadMemory(b, 0, 0, FNT_TYPE_OTT);
-  ASSERT_NE(ttf, nullptr) << st->error;
-  ASSERT_NE(ttf->cff, nullptr);
-  expectFields({F(ttf->cff_offset, sfnt::getU32(b, sfnt::entryOf(b, "CFF ") + 8)),
-                F(ttf->maxp->numGlyphs, 3), F(ttf->maxp->maxContours, 64),
-                F(ttf->maxp->maxPoints, 256), F(ttf->maxp->maxSizeOfInstructions, 3),
-                F(ttf->maxp->version, 0), F(ttf->maxp->maxFunctionDefs, 0),
-                F(ttf->glyf_size, 0), F(ttf->loca, 0), F(st->error, 0)});
+  expectFields({F(ttf->num_prep, 3), F(ttf->prep[2], 0x5D), F(ttf->gasp != nullptr, 1),
+                F(ttf->isFlintTablePresent, 1), F(ttf->vhea->ascent, 500),
+                F(ttf->vmtx_offset, offsetOf(b, "vmtx")), F(ttf->os2, 0)});  // no OS/2: tolerated
   unload_ttf(st, ttf);
 }
 
 TEST_F(TtfLoad, BitmapOnlyFontKeepsItsStrikeRecords) {
   for (std::string kind : {"EBLC", "CBLC"}) {
-    Bytes b = edited([&kind](sfnt::Font& f) {
+    TTF* ttf = loadMemory(edited([&kind](sfnt::Font& f) {
       f.remove("glyf").remove("loca").set(kind, oneStrikeEblc());
       f.set(kind == "EBLC" ? "EBDT" : "CBDT", Bytes(12, 0));
-    });
-    TTF* ttf = loadMemory(b);
+    }));
     ASSERT_NE(ttf, nullptr) << kind << ": " << st->error;
     TTF_EBLC_PARTIAL* p = ttf->ttf_EBLC_partial;
     ASSERT_NE(p, nullptr);
-    ASSERT_NE(p->bsta[0].ist, nullptr);
-    expectFields({F(ttf->isCBLC, kind == "CBLC"),
-                  F(ttf->eblc_offset, sfnt::getU32(b, sfnt::entryOf(b, kind) + 8)),
-                  F(p->numSizes, 1), F(p->bsta[0].bst.ppemY, 12),
-                  F(p->bsta[0].bst.hori.ascender, 10),
-                  F(p->bsta[0].ist[0].lastGlyphIndex, 1),
-                  F(p->bsta[0].ist[0].additionalOffsetToIndexSubtable, 8)});
-    unload_ttf(st, ttf);
-  }
-}
-
-TEST_F(TtfLoad, CompactFormatsReadTheirPackingFromTheMetrics) {
-  // hmtx words -10, 5, 100, 7 (or bytes for ddd); vmtx 6, 7, 8, 9. The glyf
-  // of 10 bytes needs the bits of 11: 4; 3 component elements: 2 bits.
-  const Bytes h8 = {0xFF, 0xF6, 0x00, 0x05, 0x00, 0x64, 0x00, 0x07};
-  const Bytes h = {0x00, 0x02, 0x00, 0x03, 0x00, 0x04, 0x00, 0x05};
-  const Bytes v = {0x00, 0x06, 0x00, 0x07, 0x00, 0x08, 0x00, 0x09};
-  struct Row {
-    const char* why;
-    uint32_t format;
-    Bytes hmtx, vmtx;
-    int v8, v7, sf, minLsb, bitsLsb, minAw, bitsAw, minTsb, bitsAh;
-  } rows[] = {
-      {"version 8", 0x0202, h8, {}, 1, 0, 16, -10, 5, 100, 7, 0, 0},
-      {"plain: no advance packing", 0x0400, h, {}, 0, 0, 10, 2, 3, 0, 0, 0, 0},
-      {"version 7 with vertical", 0x0201, h, v, 0, 1, 10, 2, 3, 4, 5, 6, 9},
-      // single bytes, unsigned; every other compact value is version 7
-      {"ddd: bytes for lsb minimum, advance bits", 0x0500, {0xF6, 0x05, 0x77, 0x77},
-       {0x03, 0x09}, 0, 1, 16, 246, 0, 0, 5, 3, 9},
-      {"ordinary 0x0000", 0x0000, h, {}, 0, 0, 0, 0, 0, 0, 0, 0, 0},
-      {"ordinary 0x0601", 0x0601, h, {}, 0, 0, 0, 0, 0, 0, 0, 0, 0},
-      {"ordinary 0x0800", 0x0800, h, {}, 0, 0, 0, 0, 0, 0, 0, 0, 0},
-      {"stroke 0x9654", 0x9654, h, {}, 0, 0, 0, 0, 0, 0, 0, 0, 0},
-  };
-  for (const Row& r : rows) {
-    SCOPED_TRACE(r.why);
-    TTF* ttf = loadMemory(edited([&r](sfnt::Font& f) {
-      f.set("head", sfnt::head(1000, 0, 0, 1, 1, r.format));
-      f.set("maxp", sfnt::maxp10(2, 0, 0, 3)).set("hmtx", r.hmtx);
-      if (!r.vmtx.empty()) f.set("vmtx", r.vmtx).set("vhea", sfnt::vhea(1, -1));
-    }));
-    ASSERT_NE(ttf, nullptr) << st->error;
-    const CCC_INFO& c = ttf->ccc_info;
-    expectFields({F(c.cccVersion8, r.v8), F(c.cccVersion7, r.v7), F(c.numBits_SF, r.sf),
-                  F(c.minVal_LSB, r.minLsb), F(c.numBits_LSB, r.bitsLsb),
-                  F(c.minVal_AW, r.minAw), F(c.numBits_AW, r.bitsAw),
-                  F(c.minVal_TSB, r.minTsb), F(c.numBits_AH, r.bitsAh)});
-    if (r.format == 0x0202) {
-      expectFields({F(c.numBits_LOCA, 4), F(c.numBits_GLYF, 2)});
-    } else if (r.format == 0x0201) {
-      expectFields({F(c.numBits_TSB, 7), F(c.minVal_AH, 8)});
-    }
+    expectFields({F(ttf->isCBLC, kind == "CBLC"), F(p->numSizes, 1),
+                  F(p->bsta[0].bst.ppemY, 12), F(p->bsta[0].bst.hori.ascender, 10)});
     unload_ttf(st, ttf);
   }
 }
