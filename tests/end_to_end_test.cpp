@@ -7,7 +7,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cmath>
 #include <filesystem>
+#include <map>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -113,6 +116,49 @@ TEST_F(Linked, FoldersWithoutTheFontOrWithPicturesBesideItGiveErrorMinusOne) {
   code = 0;
   EXPECT_EQ(vectorOf(folder, &code), "Error=-1");
   EXPECT_EQ(code, -5);
+}
+
+// The values of a vector line by their names.
+std::map<std::string, double> valuesOf(const std::string& line) {
+  std::map<std::string, double> values;
+  std::stringstream s(line);
+  std::string field;
+  for (int i = 0; std::getline(s, field, ',') && i < FEATURE_VECTOR_LENGTH; i++)
+    values[FeatureValueNames[i]] = atof(field.c_str());
+  return values;
+}
+
+// The whole chain on four fonts whose designs are known: only the mono is
+// monospaced, only the oblique leans (italic angle -11 degrees), the serif
+// has the most serif, none is blackletter.
+TEST_F(Linked, RealFontsGiveVectorsWithTheirKnownDesigns) {
+  const struct { const char* name; std::string font; bool mono, oblique; } fonts[] = {
+      {"sans", kDejaVu, false, false},
+      {"oblique", kFontDir + "dejavu/DejaVuSans-Oblique.ttf", false, true},
+      {"serif", kFontDir + "liberation2/LiberationSerif-Regular.ttf", false, false},
+      {"mono", kMono, true, false}};
+  std::map<std::string, std::map<std::string, double>> v;
+  for (const auto& f : fonts) {
+    std::string line = vectorOf(fontFolder(dir, f.name, f.font));
+    ASSERT_EQ(line.find("Error"), std::string::npos) << f.name << ": " << line;
+    v[f.name] = valuesOf(line);
+    ASSERT_EQ(v[f.name].size(), 58u);
+    for (const auto& value : v[f.name])
+      EXPECT_TRUE(std::isfinite(value.second)) << f.name << " " << value.first;
+  }
+  for (const auto& f : fonts) {
+    std::map<std::string, double>& x = v[f.name];
+    EXPECT_EQ(x["isNotBlackLetter"], 1.0) << f.name;
+    if (f.mono) {
+      EXPECT_GT(x["isMonoSpaced"], 0.95);
+      EXPECT_EQ(x["advancedWidth"], 0.0);  // every advance equals the mean
+    } else {
+      EXPECT_LT(x["isMonoSpaced"], 0.5) << f.name;
+    }
+    if (f.oblique) { EXPECT_NEAR(x["skew"], 11.0, 3.0); }
+    else { EXPECT_LE(fabs(x["skew"]), 2.0) << f.name; }
+    if (std::string(f.name) != "serif") { EXPECT_GT(v["serif"]["isSerifFont"], x["isSerifFont"]) << f.name; }
+  }
 }
 
 TEST_F(Linked, EightThreadsGiveTheSerialVectors) {
