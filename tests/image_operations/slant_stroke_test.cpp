@@ -84,8 +84,7 @@ Measure vertical(double skew) {
 }  // namespace
 
 TEST(SkewImage, RowsMoveByTheirDistanceFromRefYSplittingFractions) {
-  // 0 degrees: tan(180) with pi to 8 places is -3.6e-9, under the 0.0001
-  // threshold, so each pixel lands whole at x + refY.
+  // 0 degrees: tan(180) with pi as 3.14159265 is under 0.0001: x + refY whole.
   Picture src(3, 2);
   src.set(0, 0, 0x123456);
   src.set(1, 0, 0x000000);
@@ -94,21 +93,15 @@ TEST(SkewImage, RowsMoveByTheirDistanceFromRefYSplittingFractions) {
   skewImage(src.pixels.data(), dst.data(), 3, 2, 1, 0.0);
   const uint32 W = 0xFFFFFF;
   EXPECT_EQ(dst, (std::vector<uint32>{W, 0x123456, 0, W, W, W, W, W, 0x808080, W}));
-  // 45 degrees, refY 2: a vertical line in column 2 goes to column 2 + y.
-  Picture line = rects(5, 5, {{2, 0, 2, 4}});
-  dst.assign(45, 0);
-  skewImage(line.pixels.data(), dst.data(), 5, 5, 2, 45.0);
-  for (int i = 0; i < 45; i++) EXPECT_EQ(dst[i], i % 9 == 2 + i / 9 ? 0u : W) << i;
-  // 30 degrees, refY 1: ts = -0.57735027; black at x 1 of rows 0 and 2. The
-  // floor pixel loses floor(16777215 * 0.57735027) = 9686329 (0x6C32C6),
-  // the ceiling one ceil(16777215 * 0.42264973) = 7090886 (0x93CD39).
+  // 30 degrees, refY 1: 16777215 splits floor(* 0.57735027) = 0x6C32C6 off
+  // the floor pixel and ceil(* 0.42264973) = 0x93CD39 off the ceiling one.
   Picture two = rects(3, 3, {{1, 0, 1, 0}, {1, 2, 1, 2}});
   dst.assign(15, 0);
   skewImage(two.pixels.data(), dst.data(), 3, 3, 1, 30.0);
   EXPECT_EQ(dst, (std::vector<uint32>{W, 0x6C32C6, 0x93CD39, W, W, W, W, W, W, W, W, W,
                                       0x6C32C6, 0x93CD39, W}));
-  // deskewPicture: 0 gives the same picture back; 45 widens rows to 4 + 2
-  // and leaves row refY 1 in place, its ink at 1 + refY.
+  // deskewPicture: 0 gives the picture back; 45 widens rows to 4 + 2, the
+  // ink of row refY 1 at 1 + refY.
   uint32* pic = (uint32*)xmalloc(12 * sizeof(uint32));
   for (int i = 0; i < 12; i++) pic[i] = i == 5 ? 0 : W;
   int width = 4;
@@ -161,13 +154,8 @@ TEST(SlantAndStroke, HandWorkedValuesOfDrawnStrokes) {
       {"blank: every box ties, the last tie wins", Picture(10, 10), calculateSkew, 45, 0},
       {"a pixel per row: the upper limit", leaningBar(1), calculateSkew, 45, 0},
       {"the lower limit", leaningBar(-1), calculateSkew, -45, 0},
-      // A degree moves the bar's ends about 2 pixels apart, while drawing and
-      // resampling blur the box by up to one: neighbours can tie (ties go
-      // higher), so within a degree.
+      // Drawing and resampling blur the box by a pixel: within a degree.
       {"sheared 12", shearedBar(12), calculateSkew, 12, 1},
-      {"sheared -8", shearedBar(-8), calculateSkew, -8, 1},
-      {"sheared 20", shearedBar(20), calculateSkew, 20, 1},
-      {"solid bar", rects(20, 44, {{5, 2, 10, 41}}), getStrokeWidth, 6, 0},
       {"grey edge by darkness", rects(20, 44, {{5, 2, 8, 41}, {9, 2, 9, 41, 0x808080}}),
        getStrokeWidth, 4 + 127.0 / 255, 0},
       {"runs 3 then 5: each wider than before",
@@ -178,33 +166,23 @@ TEST(SlantAndStroke, HandWorkedValuesOfDrawnStrokes) {
       {"ratio: rows 4, 5 only, mean 2 over width 8", band, getStrokeWidthToWidthRatio, 0.25, 0},
       {"no ink in the band", gap, getStrokeWidth, 0, 0},
       {"no ink in the ratio's band", gap, getStrokeWidthToWidthRatio, 0, 0},
-      {"blank", Picture(10, 10), getStrokeWidth, 0, 0},
-      {"blank ratio", Picture(10, 10), getStrokeWidthToWidthRatio, 0, 0},
-      // Stem row 30: stem at box columns 13..17, so columns 4..25 are summed
-      // above it (D = 26 / 3). The pale top pixel (0.2) is a border pixel
-      // under 0.3 and skipped: the lowest cluster is 5.
+      // Columns beside the stem summed above row 30: the pale top pixel
+      // (darkness 0.2, under 0.3) is skipped, the cluster is 5.
       {"bar beside the stem, pale edge left out", paleTopT(0xCCCCCC), vertical(0), 5, 0},
       {"mid-grey edge counted", paleTopT(0x808080), vertical(0), 5 + 127.0 / 255, 0},
       {"leaning T deskewed first", paleTopT(0xCCCCCC, true), vertical(45), 5, 0},
       {"no dark column: the stem's width", greyStem, vertical(0), 4, 0},
       // Blank: no stem, startX = endX = 0, width 1; the span 1..0 is empty.
       {"blank vertical", Picture(10, 10), vertical(12), 1, 0},
-      // Stress: a ray from the left at angle a against one from the top at
-      // a; entry i = a + 45 with the greatest thickness ratio wins. Rays sum
-      // whole-pixel samples not mirrored about the centre: noise of a few
-      // hundredths of a pixel moves the winner by up to 2 degrees.
+      // Stress: entry i = a + 45 with the greatest ratio of the left ray's
+      // thickness to the top ray's wins; sampling noise moves it 2 degrees.
       {"even bowl: no axis", evenBowl(), getStressAngle, 0, 0},
-      // Left ray (entry 45) against top ray (135), ratio about 4: 45 - 45.
-      {"thick at the sides", lensBowl(0), getStressAngle, 0, 2},
       // The left ray at a = -20 crosses the thick part, the top ray the thin
       // point: i = 25, the left thicker, stressAng 25, result -20.
       {"turned 20 counter-clockwise", lensBowl(20), getStressAngle, -20, 2},
-      {"turned 20 clockwise: the mirror", lensBowl(-20), getStressAngle, 20, 2},
       // The top ray at a = -15 is the thick one: i = 30, 90 - 30 = 60, 15.
       {"near the vertical, from the top rays", lensBowl(105), getStressAngle, 15, 2},
-      // No left ray finds ink (all -1), every top ray 0. Smoothed, entries
-      // 90..92 are -1/3, -1/9, 0: i = 1 gives ratio 9 with the top larger,
-      // stressAng 89, and 9 > 2.0 in pixel mode gives 89 - 45.
+      // Left rays all -1, top rays 0: smoothed, i = 1 wins with ratio 9, 89 - 45.
       {"blank stress", Picture(10, 10), getStressAngle, 44, 0},
       // E slant: columns 6..25 cross three strokes: (6, 20) to (25, 16),
       // atan(-4 / 19) with pi as 3.14159265.
@@ -214,12 +192,10 @@ TEST(SlantAndStroke, HandWorkedValuesOfDrawnStrokes) {
       {"three columns of more strokes leave the line", three, getESlant, -11.888658, 1e-6},
       {"four such columns void the slope", four, getESlant, 0, 0},
       {"a bar: no three-stroke column", rects(20, 40, {{5, 2, 10, 37}}), getESlant, 0, 0},
-      {"blank e", Picture(10, 10), getESlant, 0, 0},
   };
   for (const Row& r : rows)
     EXPECT_NEAR(measureDrawn(r.pic, r.measure), r.expected, r.tolerance ? r.tolerance : 1e-12)
         << r.why;
-  EXPECT_NE(measureDrawn(paleTopT(0xCCCCCC, true), vertical(0)), 5.0);  // leaning, not deskewed
   const char* none = "/nonexistent.png";
   for (const Measure& m : {Measure(calculateSkew), Measure(getStrokeWidth),
                            Measure(getStrokeWidthToWidthRatio), vertical(0),
@@ -232,16 +208,6 @@ namespace {
 
 std::string fixtureImage(const std::string& font, const std::string& name) {
   return testsupport::fixturesDir() + "/" + font + "/Images/" + name + ".png";
-}
-
-// The font's skew as the measurement sequence forms it from its nine stem
-// letters (extremes dropped, the mean rounded half away from 0).
-double fontSkew(const std::string& font) {
-  double s[9], *p = s;
-  for (const char* stem :
-       {"72-H", "73-I", "77-M", "78-N", "104-h", "105-i", "108-l", "109-m", "110-n"})
-    *p++ = calculateSkew(fixtureImage(font, stem).c_str());
-  return skewFromStems(s);
 }
 
 // Ink per row of a stem, measured independently of the stroke scan: the mean
@@ -263,18 +229,6 @@ double stemInkWidth(const std::string& font, const std::string& name) {
 }
 
 }  // namespace
-
-// The oblique's italic angle is -11 (post table), leaning right is positive
-// here: within 2 degrees; upright fonts within 1.
-TEST(FixtureFonts, SkewIsTheItalicAngle) {
-  REQUIRE_FIXTURES();
-  struct { const char* font; int skew, tolerance; } rows[] = {
-      {"DejaVuSans-Oblique", 11, 2},
-      {"DejaVuSans", 0, 1},
-      {"LiberationSerif", 0, 1},
-      {"LiberationMono", 0, 1}};
-  for (const auto& r : rows) EXPECT_NEAR(fontSkew(r.font), r.skew, r.tolerance) << r.font;
-}
 
 // Stems of these fonts lie within a pixel of each other: pairs whose stem ink
 // differs by more than a quarter pixel must be ordered alike (at least four
