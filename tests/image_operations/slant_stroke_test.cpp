@@ -1,5 +1,5 @@
 // Slant, stress and stroke-width measurements on synthetic glyph pictures
-// written as real PNG files, and on the fixture fonts' pictures.
+// written as real PNG files.
 #include "image_operations/slant_stroke.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "feature_vector_core.h"
 #include "support/test_support.h"
 
 using testsupport::kBlack;
@@ -202,52 +201,4 @@ TEST(SlantAndStroke, HandWorkedValuesOfDrawnStrokes) {
                            Measure(getStressAngle)})
     EXPECT_EQ(m(none), 0.0) << "missing file";
   EXPECT_EQ(getESlant(none), -1.0);
-}
-
-namespace {
-
-std::string fixtureImage(const std::string& font, const std::string& name) {
-  return testsupport::fixturesDir() + "/" + font + "/Images/" + name + ".png";
-}
-
-// Ink per row of a stem, measured independently of the stroke scan: the mean
-// darkness of whole rows over the middle 30 % to 70 % of the ink's height,
-// where the fixtures' I and l are a bare stem.
-double stemInkWidth(const std::string& font, const std::string& name) {
-  unsigned w = 0, h = 0;
-  uint32* pic = ReadPngFile(fixtureImage(font, name).c_str(), &w, &h, boBGRA);
-  EXPECT_NE(pic, nullptr) << font << " " << name;
-  if (pic == nullptr) return 0.0;
-  int minX, minY, maxX, maxY;
-  getBoundingBox(pic, &minX, &minY, &maxX, &maxY, w, h);
-  int inkH = maxY - minY + 1, rows = 0;
-  double sum = 0.0;
-  for (int y = minY + inkH * 3 / 10; y <= minY + inkH * 7 / 10; y++, rows++)
-    for (unsigned x = 0; x < w; x++) sum += pixelDarkness(pic[y * w + x]);
-  free(pic);
-  return sum / rows;
-}
-
-}  // namespace
-
-// Stems of these fonts lie within a pixel of each other: pairs whose stem ink
-// differs by more than a quarter pixel must be ordered alike (at least four
-// pairs for the I: the DejaVu fonts' 7.1 against the Liberation fonts' 6.7).
-TEST(FixtureFonts, StrokeWidthRanksAsTheStemsInk) {
-  REQUIRE_FIXTURES();
-  const char* fonts[] = {"DejaVuSans", "DejaVuSans-Oblique", "LiberationSerif",
-                         "LiberationMono"};
-  for (const char* glyph : {"73-I", "108-l"}) {
-    int ordered = 0;
-    for (const char* a : fonts)
-      for (const char* b : fonts) {
-        double inkA = stemInkWidth(a, glyph), inkB = stemInkWidth(b, glyph);
-        if (inkA - inkB <= 0.25) continue;
-        ordered++;
-        EXPECT_GT(getStrokeWidth(fixtureImage(a, glyph).c_str()),
-                  getStrokeWidth(fixtureImage(b, glyph).c_str()))
-            << glyph << ": " << a << " " << inkA << " against " << b << " " << inkB;
-      }
-    EXPECT_GE(ordered, glyph == std::string("73-I") ? 4 : 1) << glyph;
-  }
 }
