@@ -1,5 +1,4 @@
-// The exported front door: linking, unlinking and the return codes of
-// create_feature_vector.
+// The exported front door: linking, unlinking and create_feature_vector's codes.
 #include "feature_vector_library.h"
 
 #include <gtest/gtest.h>
@@ -52,9 +51,8 @@ TEST_F(FrontDoor, CreateChecksThePathFirstThenTheLink) {
 }
 
 TEST_F(FrontDoor, UnreadableScriptMeasuresWhateverTheFolderHolds) {
-  // A configuration folder without Script.scr: the renderer answers 1 as a
-  // clean run does, so the door measures the empty Images folder, whose
-  // blank letters give a value that is not a number.
+  // Without Script.scr the renderer answers 1 like a clean run: the empty
+  // Images folder is measured and refused.
   testsupport::TempDir dir;
   dir.mkdir("Images");
   ASSERT_EQ(link_library(semaphoreName().c_str(), dir.path().c_str()), 0);

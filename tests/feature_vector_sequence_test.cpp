@@ -1,5 +1,4 @@
-// The arithmetic of the measurement sequence: how single results are
-// trimmed, stepped, capped and combined into the record's judgements.
+// How the measurement sequence trims, steps, caps and combines single results.
 #include <gtest/gtest.h>
 #include <math.h>
 
@@ -49,8 +48,7 @@ TEST(SequenceArithmetic, SerifAllCapsAndSymbolClasses) {
 
 namespace {
 
-// A record and signs that pass every test against blackletter, so that one
-// changed input at a time shows which tests trip.
+// A record and signs that pass every test against blackletter.
 struct BlackLetterCase {
   FONT_DATA fd = {};
   BlackLetterSigns signs = {0.05, 5.0, 0.5, 1.0, 1.0, 0.1, 0.4};
@@ -67,8 +65,7 @@ struct BlackLetterCase {
 
 }  // namespace
 
-// The blackness stands when no sign holds; any one sign (or both halves of a
-// paired one) rules blackletter out with 1.0.
+// The blackness stands unless one sign (or both halves of a pair) gives 1.0.
 TEST(SequenceArithmetic, EachSignOnItsOwnRulesBlackletterOut) {
   using C = BlackLetterCase&;
   struct { const char* what; void (*apply)(C); double expected; } rows[] = {
