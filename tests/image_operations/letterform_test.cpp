@@ -84,7 +84,6 @@ TEST(AllCaps, SameCentreOfInkMeansCapitalLike) {
               {b, w, 1, "one column wider"},
               // Centre x 0.45 against 3 / 8: 0.075^2 = 0.0056 is not below.
               {b, n, 0, "4 columns against 10"},
-              {none, none, 1, "both unreadable"},
               {b, none, 0, "one unreadable"}};
   for (const auto& r : rows)
     EXPECT_EQ(getAllCaps(r.a.c_str(), r.b.c_str()), r.expected) << r.why;
@@ -112,7 +111,6 @@ TEST(TwoStorey, ShareOfColumnsCrossingMoreStrokesThanTheLimit) {
       {"three bars, a", bars({{2, 4}, {10, 12}, {18, 20}}), twoStorey(0), 10.0 / 12},
       {"three bars are a one-storey g", bars({{2, 4}, {10, 12}, {18, 20}}), twoStorey(1), 0},
       {"four bars, g", bars({{2, 3}, {7, 8}, {12, 13}, {17, 18}}), twoStorey(1), 10.0 / 12},
-      {"a run of one column", dottedColumns({10}), twoStorey(0), 0},
       {"a run of two over box width 9", dottedColumns({10, 11}), twoStorey(0), 2.0 / 9},
   });
   EXPECT_EQ(isTowStoryag("/nonexistent.png", 0), 0.0);
