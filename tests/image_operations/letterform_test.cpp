@@ -80,11 +80,12 @@ TEST(AllCaps, SameCentreOfInkMeansCapitalLike) {
     const std::string &a, &b;
     double expected;
     const char* why;
-  } rows[] = {// Centres (0.45, 0.475) and (5 / 11, 0.475): 0.0045^2 < 0.0015.
-              {b, w, 1, "one column wider"},
-              // Centre x 0.45 against 3 / 8: 0.075^2 = 0.0056 is not below.
-              {b, n, 0, "4 columns against 10"},
-              {b, none, 0, "one unreadable"}};
+  } rows[] = {
+      // Centres (0.45, 0.475) and (5 / 11, 0.475): 0.0045^2 < 0.0015.
+      {b, w, 1, "one column wider"},
+      // Centre x 0.45 against 3 / 8: 0.075^2 = 0.0056 is not below.
+      {b, n, 0, "4 columns against 10"},
+      {b, none, 0, "one unreadable"}};
   for (const auto& r : rows)
     EXPECT_EQ(getAllCaps(r.a.c_str(), r.b.c_str()), r.expected) << r.why;
 }
