@@ -1399,12 +1399,7 @@ FS_LONG loadGlyph(FS_STATE* state, TTF* ttf, fsg_SplineKey* key, int index) {
 }
 
 FS_LONG cff_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints) {
-  state->error = SUCCESS;
-  state->outl_char = 0;
-  state->any_hints = 0;
-  state->level = 0;
-  key->num_comps = key->num_contours = key->num_points = 0;
-  key->useMyMetrics = 0;
+  fsg_reset_fit(state, key);
   TTF* ttf = key->sfnt && key->sfnt->lfnt ? (TTF*)key->sfnt->lfnt->fnt : nullptr;
   if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
   if (ttf->cff == nullptr) return fail(state, ERR_FONT_TYPE_UNSUPPORTED);

@@ -475,13 +475,17 @@ FS_LONG fsg_RunPreProgram(FS_STATE* state, fsg_SplineKey* key) {
   return 0;
 }
 
-FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints) {
+void fsg_reset_fit(FS_STATE* state, fsg_SplineKey* key) {
   state->error = SUCCESS;
   state->outl_char = 0;
   state->any_hints = 0;
   state->level = 0;
   key->num_comps = key->num_contours = key->num_points = 0;
   key->useMyMetrics = 0;
+}
+
+FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints) {
+  fsg_reset_fit(state, key);
   TTF* ttf = key_ttf(key);
   if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
   if (ttf->cff != nullptr || ttf->loca == nullptr)

@@ -76,6 +76,11 @@ FS_LONG fs_SetUpKey(FS_STATE* state, fsg_SplineKey* key);
 // instruction interpreter exists. Returns 0 or the error.
 FS_LONG fsg_RunPreProgram(FS_STATE* state, fsg_SplineKey* key);
 
+// Clears what one glyph fit leaves on the state and the key (error, hint
+// reports, nesting level, counts, metrics choice), before a fit of either
+// outline format.
+void fsg_reset_fit(FS_STATE* state, fsg_SplineKey* key);
+
 // Fetches glyph key->glyphIndex into the glyph element (element 1): np
 // points, nc contours, the 8 phantom places at np..np+7, x/y after the
 // matrix. `useHints` asks for hints, which the client's FLAGS_NO_HINTS
