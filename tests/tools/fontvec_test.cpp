@@ -201,4 +201,54 @@ TEST(Fontvec, FontFilesGiveVectorsInEveryLayoutAndKeptPictures) {
     EXPECT_NE(e.find(part), std::string::npos) << e;
 }
 
+// The lines fontvec itself writes on standard error (a font's error, the
+// count of failures), without the renderer's messages, which children
+// working at once may interleave.
+std::string toolLines(const std::string& err) {
+  std::string kept, line;
+  for (char c : err) {
+    line += c;
+    if (c != '\n') continue;
+    if (line.find(": Error=") != std::string::npos ||
+        line.rfind("fontvec:", 0) == 0)
+      kept += line;
+    line.clear();
+  }
+  return kept;
+}
+
+// Fonts worked at once come out exactly as one at a time: every layout in
+// input order, a failing font reported in its place on standard error, the
+// same exit status. A --jobs that is no count of workers is refused.
+TEST(Fontvec, JobsGiveTheOutputOfOneAtATime) {
+  testsupport::TempDir dir;
+  std::string bad = dir.file("not-a-font.ttf");
+  testsupport::writeBytes(bad, "plain text, no font");
+  const std::string fonts = std::string(MONO " ") + bad + " " SANS " " DEJAVU
+                            "DejaVuSerif-Bold.ttf " DEJAVU "DejaVuSansMono.ttf";
+  struct {
+    std::string layout;
+    const char* why;
+  } rows[] = {
+      {"", "lines in input order, the failing font reported between"},
+      {"--format csv", "header once, rows in input order"},
+      {"--format json", "one array, commas only between vectors"},
+  };
+  std::string errOne = dir.file("one.txt"), errTwo = dir.file("two.txt");
+  for (const auto& row : rows) {
+    ToolRun one = runFontvec(row.layout + " --jobs 1 " + fonts, errOne);
+    ToolRun two = runFontvec(row.layout + " --jobs 2 " + fonts, errTwo);
+    EXPECT_EQ(one.status, 1) << row.why;
+    EXPECT_EQ(two.status, 1) << row.why;
+    EXPECT_GE(count(one.out, '\n'), 4) << row.why << one.out;
+    EXPECT_EQ(two.out, one.out) << row.why;
+    EXPECT_EQ(toolLines(testsupport::readBytes(errTwo)),
+              toolLines(testsupport::readBytes(errOne)))
+        << row.why;
+  }
+  for (const char* jobs : {"0", "-2", "two", "2x", ""})
+    EXPECT_EQ(runFontvec(std::string(SANS " --jobs '") + jobs + "'").status, 2)
+        << "--jobs " << jobs;
+}
+
 }  // namespace

@@ -4,6 +4,7 @@
 // printed as the library's line, by name, or as CSV or JSON.
 #include <errno.h>
 #include <fcntl.h>
+#include <semaphore.h>
 #include <limits.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -30,6 +31,7 @@ struct Options {
   Layout layout = Layout::kLine;
   std::string config;
   std::string keep_images;
+  long jobs = 0;  // fonts worked at once; 0 until parsed: online processors
   std::vector<std::string> fonts;
 };
 
@@ -121,11 +123,31 @@ std::string readAll(int fd) {
   return out;
 }
 
+// One font being worked in its child: the child's id, the read end of the
+// pipe its result comes back on, the font's place in the input and its
+// working folder.
+struct Running {
+  pid_t pid;
+  int fd;
+  size_t index;
+  std::string folder;
+};
+
+// The semaphore name of the child working font `index` of this run.
+std::string semaphoreName(pid_t parent, size_t index) {
+  return "/fontvec-" + std::to_string((long)parent) + "-" +
+         std::to_string(index);
+}
+
 // Renders and measures one font folder in a child process, so that a fault
-// the renderer ends its process with costs only this font. The renderer's
-// messages on standard output go to standard error. Returns the result text,
-// or an error text when the child did not finish.
-std::string vectorInChild(const std::string& folder) {
+// the renderer ends its process with costs only this font. The child links
+// the library under its own semaphore name, so that children working at the
+// same time do not wait for each other's rendering. The renderer's messages
+// on standard output go to standard error. Returns "" with `job` filled,
+// or an error text.
+std::string startChild(const Options& options, const std::string& folder,
+                       size_t index, const std::vector<Running>& running,
+                       Running* job) {
   int pipefd[2];
   if (pipe(pipefd) != 0) return std::string("Error=pipe: ") + strerror(errno);
   fflush(stdout);
@@ -138,10 +160,18 @@ std::string vectorInChild(const std::string& folder) {
   }
   if (pid == 0) {
     close(pipefd[0]);
+    for (const Running& other : running) close(other.fd);
     dup2(STDERR_FILENO, STDOUT_FILENO);
     char result[FEATURE_VECTOR_TEXT_SIZE];
     memset(result, 0, sizeof result);
-    create_feature_vector(folder.c_str(), result);
+    std::string semaphore = semaphoreName(getppid(), index);
+    int linked = link_library(semaphore.c_str(), options.config.c_str());
+    if (linked != 0) {
+      snprintf(result, sizeof result, "Error=link_library returned %d", linked);
+    } else {
+      create_feature_vector(folder.c_str(), result);
+      unlink_library();
+    }
     fflush(stdout);
     size_t length = strnlen(result, sizeof result);
     size_t done = 0;
@@ -154,11 +184,19 @@ std::string vectorInChild(const std::string& folder) {
     _exit(0);
   }
   close(pipefd[1]);
-  std::string text = readAll(pipefd[0]);
-  close(pipefd[0]);
-  int status = 0;
-  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
+  job->pid = pid;
+  job->fd = pipefd[0];
+  job->index = index;
+  job->folder = folder;
+  return "";
+}
+
+// The result of a child that has ended with `status`. Its whole result is
+// already in the pipe: a result is far smaller than a pipe holds, so the
+// child never waits for the parent to read.
+std::string childResult(int fd, int status) {
+  std::string text = readAll(fd);
+  close(fd);
   if (WIFSIGNALED(status))
     return "Error=renderer stopped by signal " + std::to_string(WTERMSIG(status));
   if (WIFEXITED(status) && WEXITSTATUS(status) != 0)
@@ -179,10 +217,10 @@ bool keepPictures(const std::string& images, const std::string& target) {
   return !ec;
 }
 
-// One font: working folder, render, measure, clean up. Returns the
-// library's text (a vector line or an error text).
-std::string runFont(const Options& options, const std::string& font,
-                    size_t count) {
+// One font's working folder: a fresh folder holding the font as font.ttf and
+// an empty Images/. Returns "" with `folder` set, or an error text (with any
+// folder made already removed).
+std::string makeFolder(const std::string& font, std::string* folder) {
   struct stat st;
   if (stat(font.c_str(), &st) != 0) return std::string("Error=") + strerror(errno);
   if (!S_ISREG(st.st_mode)) return "Error=not a file";
@@ -195,26 +233,85 @@ std::string runFont(const Options& options, const std::string& font,
   name.push_back('\0');
   if (mkdtemp(name.data()) == nullptr)
     return std::string("Error=working folder: ") + strerror(errno);
-  std::string folder = name.data();
+  *folder = name.data();
   std::error_code ec;
-  fs::copy_file(font, folder + "/font.ttf", ec);
+  fs::copy_file(font, *folder + "/font.ttf", ec);
   std::string text;
-  if (ec) {
+  if (ec)
     text = "Error=copy: " + ec.message();
-  } else if (mkdir((folder + "/Images").c_str(), 0755) != 0) {
+  else if (mkdir((*folder + "/Images").c_str(), 0755) != 0)
     text = std::string("Error=Images: ") + strerror(errno);
-  } else {
-    text = vectorInChild(folder);
-    if (!options.keep_images.empty()) {
-      std::string target = options.keep_images;
-      if (count > 1) target += "/" + fs::path(font).stem().string();
-      if (!keepPictures(folder + "/Images", target))
-        fontvec_error("%s: could not keep the pictures in %s", font.c_str(),
-                      target.c_str());
+  if (!text.empty()) fs::remove_all(*folder, ec);
+  return text;
+}
+
+// A font's pictures kept where --keep-images asks, then its working folder
+// removed.
+void finishFolder(const Options& options, const std::string& font,
+                  const std::string& folder) {
+  if (!options.keep_images.empty()) {
+    std::string target = options.keep_images;
+    if (options.fonts.size() > 1) target += "/" + fs::path(font).stem().string();
+    if (!keepPictures(folder + "/Images", target))
+      fontvec_error("%s: could not keep the pictures in %s", font.c_str(),
+                    target.c_str());
+  }
+  std::error_code ec;
+  fs::remove_all(folder, ec);
+}
+
+// Works all fonts, at most options.jobs at once, each in its own child with
+// its own working folder. `done(k, text)` is called with the library's text
+// (a vector line or an error text) as each font finishes, in the order they
+// finish.
+template <typename Done>
+void runFonts(const Options& options, Done done) {
+  const size_t count = options.fonts.size();
+  std::vector<Running> running;
+  size_t next = 0;
+  while (next < count || !running.empty()) {
+    while ((long)running.size() < options.jobs && next < count) {
+      size_t k = next++;
+      std::string folder;
+      std::string text = makeFolder(options.fonts[k], &folder);
+      if (text.empty()) {
+        Running job;
+        text = startChild(options, folder, k, running, &job);
+        if (text.empty()) {
+          running.push_back(job);
+          continue;
+        }
+        std::error_code ec;
+        fs::remove_all(folder, ec);
+      }
+      done(k, text);
+    }
+    if (running.empty()) continue;
+    int status = 0;
+    pid_t pid = waitpid(-1, &status, 0);
+    if (pid < 0) {
+      if (errno == EINTR) continue;
+      // No child left to wait for: every running font is lost.
+      for (const Running& job : running) {
+        close(job.fd);
+        finishFolder(options, options.fonts[job.index], job.folder);
+        done(job.index, std::string("Error=wait: ") + strerror(errno));
+      }
+      running.clear();
+      continue;
+    }
+    for (size_t i = 0; i < running.size(); i++) {
+      if (running[i].pid != pid) continue;
+      Running job = running[i];
+      running.erase(running.begin() + (long)i);
+      std::string text = childResult(job.fd, status);
+      // A child the renderer ended did not remove its semaphore.
+      sem_unlink(semaphoreName(getpid(), job.index).c_str());
+      finishFolder(options, options.fonts[job.index], job.folder);
+      done(job.index, text);
+      break;
     }
   }
-  fs::remove_all(folder, ec);
-  return text;
 }
 
 bool parse(int argc, char** argv, Options* options) {
@@ -234,6 +331,14 @@ bool parse(int argc, char** argv, Options* options) {
         return false;
     } else if (strcmp(a, "--config") == 0 && i + 1 < argc) {
       options->config = argv[++i];
+    } else if (strcmp(a, "--jobs") == 0 && i + 1 < argc) {
+      char* end = nullptr;
+      errno = 0;
+      long jobs = strtol(argv[++i], &end, 10);
+      if (errno != 0 || end == argv[i] || *end != '\0' || jobs < 1 ||
+          jobs > 4096)
+        return false;
+      options->jobs = jobs;
     } else if (strcmp(a, "--keep-images") == 0 && i + 1 < argc) {
       options->keep_images = argv[++i];
     } else if (strcmp(a, "--") == 0) {
@@ -250,8 +355,8 @@ bool parse(int argc, char** argv, Options* options) {
 }  // namespace
 
 const char* const kFontSynopsis =
-    "FONT... [--config DIR] [--keep-images DIR] [--names | --format "
-    "line|csv|json]";
+    "FONT... [--config DIR] [--keep-images DIR] [--jobs N] [--names | "
+    "--format line|csv|json]";
 
 int fontvec_font(int argc, char** argv) {
   Options options;
@@ -271,6 +376,13 @@ int fontvec_font(int argc, char** argv) {
     return 1;
   }
 
+  if (options.jobs == 0) {
+    long online = sysconf(_SC_NPROCESSORS_ONLN);
+    options.jobs = online > 0 ? online : 1;
+  }
+
+  // The semaphore is tried once here, so that a machine without named
+  // semaphores is told so once; each font's child links under its own name.
   char semaphore[64];
   snprintf(semaphore, sizeof semaphore, "/fontvec-%ld", (long)getpid());
   int linked = link_library(semaphore, options.config.c_str());
@@ -278,28 +390,28 @@ int fontvec_font(int argc, char** argv) {
     fontvec_error("link_library returned %d", linked);
     return 1;
   }
+  unlink_library();
 
-  const bool progress = isatty(STDERR_FILENO) && options.fonts.size() > 1;
+  const size_t count = options.fonts.size();
+  const bool progress = isatty(STDERR_FILENO) && count > 1;
   size_t failed = 0;
   if (options.layout == Layout::kCsv) {
     printf("file");
     for (const char* n : FeatureValueNames) printf(",%s", n);
     printf("\n");
   }
-  if (options.layout == Layout::kJson && options.fonts.size() > 1) printf("[\n");
+  if (options.layout == Layout::kJson && count > 1) printf("[\n");
   bool first_json = true;
-  for (size_t k = 0; k < options.fonts.size(); k++) {
-    const std::string& font = options.fonts[k];
-    if (progress)
-      fprintf(stderr, "fontvec: [%zu/%zu] %s\n", k + 1, options.fonts.size(),
-              font.c_str());
-    std::string text = runFont(options, font, options.fonts.size());
+
+  // Prints one font's result: a vector in the chosen layout, or its error
+  // on standard error.
+  auto print = [&](const std::string& font, const std::string& text) {
     if (text.find("Error") != std::string::npos) {
       std::string shown = text;
       while (!shown.empty() && shown.back() == '\n') shown.pop_back();
       fprintf(stderr, "%s: %s\n", font.c_str(), shown.c_str());
       failed++;
-      continue;
+      return;
     }
     std::vector<std::string> values = splitLine(text);
     switch (options.layout) {
@@ -307,7 +419,7 @@ int fontvec_font(int argc, char** argv) {
         fputs(text.c_str(), stdout);
         break;
       case Layout::kNames:
-        if (options.fonts.size() > 1) printf("# %s\n", font.c_str());
+        if (count > 1) printf("# %s\n", font.c_str());
         for (size_t i = 0; i < values.size() && i < FEATURE_VECTOR_LENGTH; i++)
           printf("%zu %s %s\n", i, FeatureValueNames[i], values[i].c_str());
         break;
@@ -317,22 +429,41 @@ int fontvec_font(int argc, char** argv) {
         printf("\n");
         break;
       case Layout::kJson:
-        if (options.fonts.size() > 1) printf("%s", first_json ? "" : ",\n");
+        if (count > 1) printf("%s", first_json ? "" : ",\n");
         first_json = false;
         printf("{\"file\": %s", jsonString(font).c_str());
         for (size_t i = 0; i < values.size() && i < FEATURE_VECTOR_LENGTH; i++)
           printf(", \"%s\": %s", FeatureValueNames[i],
                  jsonValue(values[i]).c_str());
         printf("}");
-        if (options.fonts.size() == 1) printf("\n");
+        if (count == 1) printf("\n");
         break;
     }
     fflush(stdout);
-  }
-  if (options.layout == Layout::kJson && options.fonts.size() > 1)
+  };
+
+  // Results are held until every font before them has been printed, so the
+  // output follows the input order whatever order the fonts finish in.
+  std::vector<std::string> results(count);
+  std::vector<bool> finished(count, false);
+  size_t finished_count = 0, printed = 0;
+  runFonts(options, [&](size_t k, const std::string& text) {
+    results[k] = text;
+    finished[k] = true;
+    finished_count++;
+    if (progress)
+      fprintf(stderr, "fontvec: [%zu/%zu] %s\n", finished_count, count,
+              options.fonts[k].c_str());
+    while (printed < count && finished[printed]) {
+      print(options.fonts[printed], results[printed]);
+      results[printed].clear();
+      printed++;
+    }
+  });
+
+  if (options.layout == Layout::kJson && count > 1)
     printf("%s]\n", first_json ? "" : "\n");
-  unlink_library();
-  if (failed > 0 && options.fonts.size() > 1)
-    fontvec_error("%zu of %zu fonts failed", failed, options.fonts.size());
+  if (failed > 0 && count > 1)
+    fontvec_error("%zu of %zu fonts failed", failed, count);
   return failed > 0 ? 1 : 0;
 }
