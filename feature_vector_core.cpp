@@ -651,7 +651,10 @@ double* GetFontFeatureVector(const char* fontFolder, int* Error_code,
   }
   memset(FD, 0, sizeof(FONT_DATA));
 
+  // Every picture is decoded once for the whole folder's measurements.
+  beginPictureRun();
   measureFont(FD, fontFolder, stdDevAdvWidth);
+  endPictureRun();
 
   FD->next = NULL;
   double* FeatureArray = (double*)xmalloc(FEATURE_VECTOR_LENGTH * sizeof(double));

@@ -8,6 +8,10 @@
 #include <string.h>
 
 #include <algorithm>
+#include <atomic>
+#include <new>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 extern "C" const int FontSizePx = 72;
@@ -19,7 +23,77 @@ namespace {
 // which xmalloc would answer by ending the host process.
 const png_uint_32 MAX_PICTURE_SIDE = 16384;
 
+// One decoded picture kept by a run.
+struct KeptPicture {
+  std::vector<unsigned int> pixels;
+  unsigned int width;
+  unsigned int height;
+};
+
+// The calling thread's run: its depth of nesting and its pictures by path
+// and byte order.
+struct PictureRun {
+  int depth = 0;
+  std::unordered_map<std::string, KeptPicture> pictures;
+};
+
+thread_local PictureRun run;
+std::atomic<bool> runCacheOn{true};
+
+unsigned int* decodePngFile(const char* fileName, unsigned int* width,
+                            unsigned int* height, bufferFormatId bufferFormat);
+
+// A malloc'd copy of a kept picture.
+unsigned int* copyOf(const KeptPicture& kept, unsigned int* width,
+                     unsigned int* height) {
+  size_t count = (size_t)kept.width * kept.height;
+  unsigned int* picture = (unsigned int*)xmalloc(count > 0 ? count * 4 : 1);
+  if (count > 0) memcpy(picture, kept.pixels.data(), count * 4);
+  *width = kept.width;
+  *height = kept.height;
+  return picture;
+}
+
 }  // namespace
+
+void beginPictureRun(void) { run.depth++; }
+
+void endPictureRun(void) {
+  if (run.depth == 0) return;
+  if (--run.depth == 0) {
+    std::unordered_map<std::string, KeptPicture> none;
+    run.pictures.swap(none);
+  }
+}
+
+void setPictureRunCache(bool on) { runCacheOn = on; }
+
+unsigned int* ReadPngFile(const char* fileName, unsigned int* width,
+                          unsigned int* height, bufferFormatId bufferFormat) {
+  if (run.depth == 0 || !runCacheOn || fileName == NULL)
+    return decodePngFile(fileName, width, height, bufferFormat);
+  std::string key;
+  try {
+    key = std::string(fileName) + '\0' + (char)('0' + bufferFormat);
+    auto found = run.pictures.find(key);
+    if (found != run.pictures.end()) return copyOf(found->second, width, height);
+  } catch (const std::bad_alloc&) {
+    return decodePngFile(fileName, width, height, bufferFormat);
+  }
+  unsigned int* picture = decodePngFile(fileName, width, height, bufferFormat);
+  // Unreadable files are not kept: each read reports them again.
+  if (picture == NULL) return NULL;
+  try {
+    KeptPicture kept;
+    kept.width = *width;
+    kept.height = *height;
+    kept.pixels.assign(picture, picture + (size_t)*width * *height);
+    run.pictures.emplace(std::move(key), std::move(kept));
+  } catch (const std::bad_alloc&) {
+    // No room to keep it: later reads decode the file again.
+  }
+  return picture;
+}
 
 int compareDoublesAscending(const void* x, const void* y) {
   double a = *(const double*)x;
@@ -65,8 +139,10 @@ void premultiply_data(png_structp png, png_row_infop row_info,
   }
 }
 
-unsigned int* ReadPngFile(const char* fileName, unsigned int* width,
-                          unsigned int* height, bufferFormatId bufferFormat) {
+namespace {
+
+unsigned int* decodePngFile(const char* fileName, unsigned int* width,
+                            unsigned int* height, bufferFormatId bufferFormat) {
   FILE* fp = fopen(fileName, "rb");
   if (fp == NULL) return NULL;
 
@@ -160,6 +236,8 @@ unsigned int* ReadPngFile(const char* fileName, unsigned int* width,
   png_destroy_read_struct(&png, &info, NULL);
   return picture;
 }
+
+}  // namespace
 
 static FILE* fpout;
 

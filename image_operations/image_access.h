@@ -1,6 +1,7 @@
 // Glyph image access and pixel primitives.
-// Every measurement reads its picture afresh from one PNG file through
-// ReadPngFile, works on the plain uint32 array and frees it; the helpers here
+// Every measurement reads its picture from one PNG file through ReadPngFile
+// (decoded once per measurement run), works on the plain uint32 array and
+// frees it; the helpers here
 // (darkness, bounding boxes, border test, median, position keys) are shared by
 // all measurement families. Calls libpng only.
 #ifndef IMAGE_OPERATIONS_IMAGE_ACCESS_H
@@ -80,6 +81,20 @@ struct GreyMapList {
 // unexpanded bytes (without crashing).
 unsigned int* ReadPngFile(const char* fileName, unsigned int* width,
                           unsigned int* height, bufferFormatId bufferFormat);
+
+// A measurement run: between beginPictureRun and the matching endPictureRun
+// on one thread, ReadPngFile decodes each file once (per byte order) and
+// gives every later read of the same path a fresh malloc'd copy of that
+// first decoding, which the caller may write into and frees as always. The
+// kept pictures belong to the calling thread alone and are dropped by the
+// outermost endPictureRun; runs nest. Outside a run every read decodes its
+// file afresh. The pictures must not change on disk during a run.
+void beginPictureRun(void);
+void endPictureRun(void);
+
+// Whether runs keep pictures at all (on by default), for every thread: off,
+// every read decodes its file, as outside a run. For comparing the two.
+void setPictureRunCache(bool on);
 
 // Writes `height` rows lying `width * 4` bytes apart in `image` as an 8-bit RGB
 // PNG. Returns 0 on success, 1 when the file cannot be made or libpng fails,

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "feature_vector_core.h"
+#include "image_operations/image_access.h"
 #include "support/test_support.h"
 
 namespace fs = std::filesystem;
@@ -59,4 +60,20 @@ TEST(FixtureVectors, ABlankLetterRefusesTheFontAndStemBarsSetTheStrokeWidth) {
   std::map<std::string, double> bars = vectorOf(folder, &line);
   ASSERT_EQ(bars.size(), 58u) << line;
   EXPECT_EQ(bars["strokwidth"], 7.0);
+}
+
+// A measurement run decodes each picture once; with that cache off every
+// measurement decodes its own: the vector text is the same byte for byte.
+TEST(FixtureVectors, TheRunCacheLeavesEveryVectorByteForByte) {
+  REQUIRE_FIXTURES();
+  for (const char* font :
+       {"DejaVuSans", "DejaVuSans-Oblique", "LiberationMono", "LiberationSerif"}) {
+    std::string cached, decoded;
+    vectorOf(imagesOf(font) + "/", &cached);
+    setPictureRunCache(false);
+    vectorOf(imagesOf(font) + "/", &decoded);
+    setPictureRunCache(true);
+    EXPECT_EQ(cached.find("Error"), std::string::npos) << font << cached;
+    EXPECT_EQ(cached, decoded) << font;
+  }
 }

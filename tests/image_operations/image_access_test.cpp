@@ -183,3 +183,39 @@ TEST(IsBorderPixel, EdgesAndWhiteNeighboursMakeBorders) {
     EXPECT_EQ(isBorderPixel(p.pixels.data(), r.y * 5 + r.x, 5, 5), r.expected)
         << r.why;
 }
+
+// Within a run a path is decoded once: a later read sees the first decoding
+// even after the file changed, as its own copy (a caller's writes do not
+// reach the next reader), and per byte order. Outside a run, or with the
+// run cache off, every read decodes the file as it now is.
+TEST(ReadPngFile, ARunDecodesEachPathOnceAndHandsOutCopies) {
+  struct Row {
+    bool inRun, cacheOn;
+    bufferFormatId secondFormat;
+    uint32 expected;  // first pixel of the second read
+    const char* why;
+  } rows[] = {
+      {true, true, boBGRA, 0x00112233u, "kept: the first decoding, unscribbled"},
+      {true, true, boARGB, 0x66554400u, "another byte order is its own decoding"},
+      {true, false, boBGRA, 0x00445566u, "cache off: the file as it now is"},
+      {false, true, boBGRA, 0x00445566u, "outside a run: the file as it now is"},
+  };
+  TempDir dir;
+  for (const Row& r : rows) {
+    setPictureRunCache(r.cacheOn);
+    if (r.inRun) beginPictureRun();
+    Picture first(2, 1, 0x112233), second(2, 1, 0x445566);
+    writePicture(dir.file("p.png"), first);
+    unsigned w = 0, h = 0;
+    PicturePtr a = read(dir.file("p.png"), &w, &h);
+    ASSERT_NE(a, nullptr) << r.why;
+    a.get()[0] = 0x000000;  // the caller writes into its copy
+    writePicture(dir.file("p.png"), second);
+    PicturePtr b = read(dir.file("p.png"), &w, &h, r.secondFormat);
+    ASSERT_NE(b, nullptr) << r.why;
+    EXPECT_EQ(b.get()[0], r.expected) << r.why;
+    EXPECT_EQ(std::make_pair(w, h), std::make_pair(2u, 1u)) << r.why;
+    if (r.inRun) endPictureRun();
+    setPictureRunCache(true);
+  }
+}
