@@ -7,7 +7,8 @@
 
 #include "image_operations/image_access.h"
 
-// Each function reads its picture afresh and frees it. Unless a function names
+// Each function reads its own copy of its picture (ReadPngFile: decoded once
+// per measurement run) and frees it. Unless a function names
 // the ink box, it scans the full picture, and so depends on the narrow white
 // margin the renderer leaves around a glyph.
 

@@ -7,7 +7,8 @@
 
 #include "image_operations/image_access.h"
 
-// Every function below that takes a path reads the picture afresh, measures it
+// Every function below that takes a path reads its own copy of the picture
+// (ReadPngFile: decoded once per measurement run), measures it
 // and frees it. Unless said otherwise W and H are the ink box's width and
 // height by |max - min| + 1 (2 by 2 for a blank picture), positions are counted
 // from the box's top-left corner, and a position that falls outside the
