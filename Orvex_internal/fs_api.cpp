@@ -199,6 +199,15 @@ FS_LONG FSS_exit(FS_STATE* state) {
   }
 
   FS_STATE_done(state);
+  // A glyph the host still holds stops its font's deletion above; the
+  // server ends all the same, so the names the client kept go with it.
+  for (ADDEDFNT* added = state->name_map; added != nullptr;) {
+    ADDEDFNT* next = added->next;
+    FSS_free(state, added->name);
+    FSS_free(state, added);
+    added = next;
+  }
+  state->name_map = nullptr;
 
   for (int b = 0; b < FS_CACHE_BUCKETS; b++) {
     CACHE_ENTRY* e = server->cache[b];

@@ -168,6 +168,14 @@ TEST(GlyphRequest, BoxesMatchTheirMapAndADeletedFontLeavesTheHeapWarm) {
   EXPECT_EQ(warm, c.st.server->allocated);
 }
 
+// Under the leak checker: a client that ends while it still holds a glyph,
+// which keeps its font from being deleted, leaves nothing allocated.
+TEST(GlyphRequest, EndingWhileHoldingAGlyphLeavesNothingBehind) {
+  Client c;
+  c.ready();
+  EXPECT_NE(nullptr, FSS_get_glyphmap(&c.st, 'A', 8));
+}
+
 TEST(GlyphRequest, AdvancesAndPhases) {
   Client c;
   c.ready();
