@@ -328,22 +328,27 @@ int getBoundingBox(uint32* png_buffer, int* minX, int* minY, int* maxX,
         found = true;
         break;
       }
-  found = false;
-  for (int x = 0; x < width && !found; x++)
-    for (int y = 0; y < height; y++)
-      if (hasInk(png_buffer[y * width + x])) {
-        *minX = x;
-        found = true;
-        break;
-      }
-  found = false;
-  for (int x = width - 1; x >= 0 && !found; x--)
-    for (int y = 0; y < height; y++)
-      if (hasInk(png_buffer[y * width + x])) {
-        *maxX = x;
-        found = true;
-        break;
-      }
+  // The columns: ink lies only in rows minY..maxY, so the leftmost and
+  // rightmost ink columns are found row by row there, each row scanned only
+  // where it could still widen the span found so far.
+  if (result == 0) {
+    int left = width, right = -1;
+    for (int y = *minY; y <= *maxY; y++) {
+      const uint32* row = png_buffer + (size_t)y * width;
+      for (int x = 0; x < left; x++)
+        if (hasInk(row[x])) {
+          left = x;
+          break;
+        }
+      for (int x = width - 1; x > right; x--)
+        if (hasInk(row[x])) {
+          right = x;
+          break;
+        }
+    }
+    *minX = left;
+    *maxX = right;
+  }
 
   if (*minX > *maxX) {
     *minX = *minY = 1;

@@ -7,6 +7,7 @@
 #include <math.h>
 #include <stdlib.h>
 
+#include <cmath>
 #include <map>
 #include <vector>
 
@@ -243,7 +244,12 @@ void skewImage(uint32* o_buf, uint32* d_buf, int width, int height, int refY,
     }
     const size_t rowStart = (size_t)y * newWidth;
     const uint32* src = o_buf + (size_t)y * width;
+    // A white source pixel gives no ink to either target when both weights
+    // are finite (0 times a finite weight is 0): it is skipped.
+    const bool finiteWeights =
+        std::isfinite(portion1) && std::isfinite(portion2);
     for (int x = 0; x < width; x++) {
+      if (finiteWeights && src[x] == WHITE_PIXEL) continue;
       double s = (double)(uint32)(WHITE_PIXEL - src[x]);
       long long k = (long long)x + refY;
       // Weights cross over on purpose: the fraction to the floor pixel.
