@@ -390,20 +390,6 @@ void getBoundryBoxDimension(const char* FilePath, int* Boundry_x) {
   free(picture);
 }
 
-int isBorderPixel(uint32* buffer, int loc, int width, int height) {
-  if (loc < 0) return 0;
-  if (buffer[loc] == WHITE_PIXEL) return 0;
-  if (loc < width || loc >= (height - 1) * width) return 1;
-  int x = loc % width;
-  if (x == 0 || x == width - 1) return 1;
-  const int neighbours[8] = {loc - width - 1, loc - width, loc - width + 1,
-                             loc - 1,         loc + 1,     loc + width - 1,
-                             loc + width,     loc + width + 1};
-  for (int n : neighbours)
-    if (buffer[n] == WHITE_PIXEL) return 1;
-  return 0;
-}
-
 double GetMedianWidth(struct GreyMapList* HeadStrkwidth, int listcount) {
   std::vector<double> values;
   values.reserve(listcount > 0 ? listcount : 0);

@@ -68,6 +68,14 @@ inline double darknessAt(const uint32* picture, int width, int height, int x,
   return pixelDarkness(picture[(size_t)y * width + x]);
 }
 
+// Whether pixel (x, y) has ink: exactly darknessAt(...) != 0.0, without the
+// division.
+inline bool inkAt(const uint32* picture, int width, int height, int x, int y) {
+  if (picture == NULL || x < 0 || y < 0 || x >= width || y >= height)
+    return false;
+  return hasInk(picture[(size_t)y * width + x]);
+}
+
 // Singly linked list of doubles; nodes come from malloc one by one and are
 // freed by the function that built the list.
 struct GreyMapList {
@@ -132,7 +140,24 @@ void getBoundryBoxDimension(const char* FilePath, int* Boundry_x);
 
 // 1 if the ink pixel at `loc` touches the picture's edge or a white
 // neighbour, else 0 (also 0 for white pixels and negative locations).
-int isBorderPixel(uint32* buffer, int loc, int width, int height);
+// Inline: the census and the walks ask it for every pixel they visit.
+inline int isBorderPixel(const uint32* buffer, int loc, int width,
+                         int height) {
+  if (loc < 0) return 0;
+  if (buffer[loc] == WHITE_PIXEL) return 0;
+  if (loc < width || loc >= (height - 1) * width) return 1;
+  int x = loc % width;
+  if (x == 0 || x == width - 1) return 1;
+  const uint32* above = buffer + (loc - width);
+  const uint32* here = buffer + loc;
+  const uint32* below = buffer + (loc + width);
+  return above[-1] == WHITE_PIXEL || above[0] == WHITE_PIXEL ||
+                 above[1] == WHITE_PIXEL || here[-1] == WHITE_PIXEL ||
+                 here[1] == WHITE_PIXEL || below[-1] == WHITE_PIXEL ||
+                 below[0] == WHITE_PIXEL || below[1] == WHITE_PIXEL
+             ? 1
+             : 0;
+}
 
 // Upper median of the list's values (index listcount / 2 after sorting).
 double GetMedianWidth(struct GreyMapList* HeadStrkwidth, int listcount);

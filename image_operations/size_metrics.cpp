@@ -38,6 +38,12 @@ double boxDarkness(const BoxedPicture& p, int x, int y) {
   return darknessAt(p.pixels, p.width, p.height, p.minX + x, p.minY + y);
 }
 
+// Whether (x, y) counted from the box's top-left corner has ink: exactly
+// boxDarkness(...) != 0.0.
+bool boxInk(const BoxedPicture& p, int x, int y) {
+  return inkAt(p.pixels, p.width, p.height, p.minX + x, p.minY + y);
+}
+
 // Darkness summed along one line of the box from its start while below
 // `length`: column `line` (y ascending) when `columns`, else row `line`
 // (x ascending).
@@ -56,7 +62,7 @@ double lineInkCentre(const BoxedPicture& p, bool columns, int line,
   double sum = 0.0;
   int count = 0;
   for (int i = 0; i < length; i++)
-    if ((columns ? boxDarkness(p, line, i) : boxDarkness(p, i, line)) != 0.0) {
+    if (columns ? boxInk(p, line, i) : boxInk(p, i, line)) {
       sum += i;
       count++;
     }
@@ -179,7 +185,7 @@ double pixelCount(const char* file1) {
   int count = 0;
   for (int y = 0; y < H; y++)
     for (int x = 0; x < W; x++)
-      if (boxDarkness(p, x, y) != 0.0) count++;
+      if (boxInk(p, x, y)) count++;
   free(p.pixels);
   return count;
 }
@@ -264,7 +270,7 @@ void GetCenterOfGravity(const char* file1, double* COGX, double* COGY,
   int inkCount = 0;
   for (int y = 0; y < iH; y++)
     for (int x = 0; x < iW; x++)
-      if (boxDarkness(p, x, y) != 0.0) {
+      if (boxInk(p, x, y)) {
         avgX += fabs(x - gravX);
         inkCount++;
       }
@@ -274,7 +280,7 @@ void GetCenterOfGravity(const char* file1, double* COGX, double* COGY,
   inkCount = 0;
   for (int x = 0; x < iW; x++)
     for (int y = 0; y < iH; y++)
-      if (boxDarkness(p, x, y) != 0.0) {
+      if (boxInk(p, x, y)) {
         avgY += fabs(y - gravY);
         inkCount++;
       }
@@ -297,7 +303,7 @@ double getfillFactor(const char* filePath) {
   for (int y = 0; y < H; y++) {
     int isBlackpx = 0, isWhitepx = 1;
     for (int x = 0; x < W; x++) {
-      bool ink = boxDarkness(p, x, y) != 0.0;
+      bool ink = boxInk(p, x, y);
       if (ink && isBlackpx != 1 && isWhitepx == 1) {
         isBlackpx = 1;                    // the first run begins
       } else if (!ink && isBlackpx == 1 && isWhitepx == 1) {
