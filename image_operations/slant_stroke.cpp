@@ -215,50 +215,91 @@ void smoothAngles(const double* in, double* out) {
 
 }  // namespace
 
+namespace {
+
+// The tangent and angle in radians of a shear by `degrees`.
+struct ShearAngle {
+  double ts, rads;
+  explicit ShearAngle(double degrees)
+      : ts(tan((180.0 - degrees) * 3.14159265 / 180.0)),
+        rads((180.0 - degrees) * 0.01745329) {}
+};
+
+// Row y of the shear of skewImage: whitens the target row, then shares out
+// the ink of source row y. A target row takes ink from its own source row
+// only, so rows may be sheared alone and in any order.
+void shearRow(const uint32* o_buf, uint32* d_buf, int width, int refY,
+              const ShearAngle& angle, int y) {
+  const int newWidth = width + 2 * refY;
+  const size_t rowStart = (size_t)y * newWidth;
+  for (int i = 0; i < newWidth; i++) d_buf[rowStart + i] = WHITE_PIXEL;
+
+  const double ts = angle.ts;
+  const double rads = angle.rads;
+  double quantAdd = (refY - y) * ts;
+  double portion1 = fabs(quantAdd - trunc(quantAdd));
+  double portion2;
+  int c_pix, f_pix;
+  if (portion1 > 0.0001) {
+    portion2 = 1.0 - portion1;
+    c_pix = (int)ceil(quantAdd);
+    f_pix = (int)floor(quantAdd);
+  } else {
+    portion1 = 0.0;
+    portion2 = 1.0;
+    c_pix = f_pix = (int)quantAdd;
+  }
+  // Backward shifts only for angles beyond the range in use.
+  if (rads < 0) {
+    c_pix = -c_pix;
+    f_pix = -f_pix;
+  }
+  const uint32* src = o_buf + (size_t)y * width;
+  // A white source pixel gives no ink to either target when both weights
+  // are finite (0 times a finite weight is 0): it is skipped.
+  const bool finiteWeights =
+      std::isfinite(portion1) && std::isfinite(portion2);
+  for (int x = 0; x < width; x++) {
+    if (finiteWeights && src[x] == WHITE_PIXEL) continue;
+    double s = (double)(uint32)(WHITE_PIXEL - src[x]);
+    long long k = (long long)x + refY;
+    // Weights cross over on purpose: the fraction to the floor pixel.
+    takeInk(d_buf, rowStart, k + f_pix, newWidth,
+            (long long)floor(s * portion1));
+    takeInk(d_buf, rowStart, k + c_pix, newWidth,
+            (long long)ceil(s * portion2));
+  }
+}
+
+// |maxX - minX| + 1 of the ink in rows firstRow..lastRow of a picture whose
+// other rows are white: the ink box width getBoundingBox gives (2 when there
+// is no ink), each row scanned only where it could widen the span.
+int inkSpanWidth(const uint32* buf, int width, int firstRow, int lastRow) {
+  int left = width, right = -1;
+  for (int y = firstRow; y <= lastRow; y++) {
+    const uint32* row = buf + (size_t)y * width;
+    for (int x = 0; x < left; x++)
+      if (hasInk(row[x])) {
+        left = x;
+        break;
+      }
+    for (int x = width - 1; x > right; x--)
+      if (hasInk(row[x])) {
+        right = x;
+        break;
+      }
+  }
+  if (left > right) return 2;
+  return right - left + 1;
+}
+
+}  // namespace
+
 void skewImage(uint32* o_buf, uint32* d_buf, int width, int height, int refY,
                double degrees) {
-  const int newWidth = width + 2 * refY;
-  for (size_t i = 0; i < (size_t)height * newWidth; i++)
-    d_buf[i] = WHITE_PIXEL;
-
-  const double ts = tan((180.0 - degrees) * 3.14159265 / 180.0);
-  const double rads = (180.0 - degrees) * 0.01745329;
-  for (int y = 0; y < height; y++) {
-    double quantAdd = (refY - y) * ts;
-    double portion1 = fabs(quantAdd - trunc(quantAdd));
-    double portion2;
-    int c_pix, f_pix;
-    if (portion1 > 0.0001) {
-      portion2 = 1.0 - portion1;
-      c_pix = (int)ceil(quantAdd);
-      f_pix = (int)floor(quantAdd);
-    } else {
-      portion1 = 0.0;
-      portion2 = 1.0;
-      c_pix = f_pix = (int)quantAdd;
-    }
-    // Backward shifts only for angles beyond the range in use.
-    if (rads < 0) {
-      c_pix = -c_pix;
-      f_pix = -f_pix;
-    }
-    const size_t rowStart = (size_t)y * newWidth;
-    const uint32* src = o_buf + (size_t)y * width;
-    // A white source pixel gives no ink to either target when both weights
-    // are finite (0 times a finite weight is 0): it is skipped.
-    const bool finiteWeights =
-        std::isfinite(portion1) && std::isfinite(portion2);
-    for (int x = 0; x < width; x++) {
-      if (finiteWeights && src[x] == WHITE_PIXEL) continue;
-      double s = (double)(uint32)(WHITE_PIXEL - src[x]);
-      long long k = (long long)x + refY;
-      // Weights cross over on purpose: the fraction to the floor pixel.
-      takeInk(d_buf, rowStart, k + f_pix, newWidth,
-              (long long)floor(s * portion1));
-      takeInk(d_buf, rowStart, k + c_pix, newWidth,
-              (long long)ceil(s * portion2));
-    }
-  }
+  const ShearAngle angle(degrees);
+  for (int y = 0; y < height; y++)
+    shearRow(o_buf, d_buf, width, refY, angle, y);
 }
 
 uint32* deskewPicture(uint32* picture, int* width, int height,
@@ -278,18 +319,33 @@ double calculateSkew(const char* file) {
   OwnedPicture pic(file);
   if (pic.pixels == NULL) return 0.0;
 
-  const int o_BB_width = inkBoxWidth(pic.pixels, pic.width, pic.height);
+  int minX, minY, maxX, maxY;
+  const bool blank = getBoundingBox(pic.pixels, &minX, &minY, &maxX, &maxY,
+                                    pic.width, pic.height) != 0;
+  const int o_BB_width = abs(maxX - minX) + 1;
   const int refY = pic.height / 2;
   const int newWidth = pic.width + 2 * refY;
   std::vector<uint32> target((size_t)pic.height * newWidth);
 
   int BB_width = o_BB_width;
   int opt_deg = 0;
-  // The first shear at 0 leaves nothing that the loop reads.
-  skewImage(pic.pixels, target.data(), pic.width, pic.height, refY, 0.0);
+  // Without ink every shear is white: the box of the whole white shear.
+  int blankWidth = 0;
+  if (blank) {
+    skewImage(pic.pixels, target.data(), pic.width, pic.height, refY, 0.0);
+    blankWidth = inkBoxWidth(target.data(), newWidth, pic.height);
+  }
+  // Only the rows holding ink (minY..maxY) can take ink in a shear, so only
+  // they are sheared and searched: the other rows of the full shear are
+  // white and leave its ink box as it is.
   for (int i = -45; i <= 45; i++) {
-    skewImage(pic.pixels, target.data(), pic.width, pic.height, refY, i);
-    int temp_BB_width = inkBoxWidth(target.data(), newWidth, pic.height);
+    int temp_BB_width = blankWidth;
+    if (!blank) {
+      const ShearAngle angle(i);
+      for (int y = minY; y <= maxY; y++)
+        shearRow(pic.pixels, target.data(), pic.width, refY, angle, y);
+      temp_BB_width = inkSpanWidth(target.data(), newWidth, minY, maxY);
+    }
     // Greater-or-equal: ties go to the later, more positive angle.
     if (BB_width >= temp_BB_width) {
       opt_deg = i;
