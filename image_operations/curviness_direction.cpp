@@ -8,6 +8,7 @@
 #include <math.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "image_operations/slant_stroke.h"
@@ -136,6 +137,9 @@ int directionCensus(uint32* buf, double* dir0, double* dir45, double* dir90,
   int totalCount = 0;
   int lastDir = 2;
   const long long size = (long long)width * height1;
+  // The border pixels' keys, entered into the map in key order at the end:
+  // an in-order run of hinted insertions instead of a search per pixel.
+  std::vector<int> borderKeys;
   for (long long i = 0; i < size; i++) {
     const int p = (int)i;
     if (!hasInk(buf[p]) || !isBorderPixel(buf, p, width, height1)) continue;
@@ -148,7 +152,12 @@ int directionCensus(uint32* buf, double* dir0, double* dir45, double* dir90,
     if (countClass < 0) countClass = lastDir;
     counts[countClass]++;
     totalCount++;
-    if (pixelMap != NULL) (*pixelMap)[combine((short)x, (short)y)] = 1;
+    if (pixelMap != NULL) borderKeys.push_back(combine((short)x, (short)y));
+  }
+  if (pixelMap != NULL) {
+    std::sort(borderKeys.begin(), borderKeys.end());
+    for (int key : borderKeys)
+      pixelMap->insert_or_assign(pixelMap->end(), key, 1);
   }
   *dir0 = (double)counts[kClass0] / totalCount;
   *dir45 = (double)counts[kClass45] / totalCount;
