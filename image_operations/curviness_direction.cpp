@@ -9,6 +9,8 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <new>
+#include <string>
 #include <vector>
 
 #include "image_operations/slant_stroke.h"
@@ -330,8 +332,37 @@ double getCurviRatio(uint32* buf, std::map<int, int>& pixelMap,
          (double)maxRemovals;
 }
 
+namespace {
+
+double measureBorderPath(const char* file, double SkewAngle, int valueType);
+
+}  // namespace
+
 double curviness_borderPath(const char* file, double SkewAngle,
                             int valueType) {
+  // The same file, angle and value type give the same walk: within a run it
+  // is walked once (the glyph loop, the straight letters and the digital
+  // class ask for some of the same glyphs).
+  std::string key;
+  if (file != NULL) {
+    try {
+      key = std::string("curviness_borderPath") + '\0' + file + '\0';
+      key.append((const char*)&SkewAngle, sizeof SkewAngle);
+      key.append((const char*)&valueType, sizeof valueType);
+    } catch (const std::bad_alloc&) {
+      key.clear();
+    }
+  }
+  double value = 0.0;
+  if (!key.empty() && findRunResult(key, &value)) return value;
+  value = measureBorderPath(file, SkewAngle, valueType);
+  if (!key.empty()) keepRunResult(key, value);
+  return value;
+}
+
+namespace {
+
+double measureBorderPath(const char* file, double SkewAngle, int valueType) {
   OwnedPicture pic(file);
   if (pic.pixels == NULL) return 0.0;
   pic.deskew(SkewAngle);
@@ -363,6 +394,8 @@ double curviness_borderPath(const char* file, double SkewAngle,
   if (valueType == 2) return numSharpTurns * 100.0 / (double)pixelMap.size();
   return -1.0;
 }
+
+}  // namespace
 
 int getOuterBorderMap(uint32* pngBuffer1, int width, int height,
                       std::map<int, int>& pixelMap) {

@@ -35,6 +35,7 @@ struct KeptPicture {
 struct PictureRun {
   int depth = 0;
   std::unordered_map<std::string, KeptPicture> pictures;
+  std::unordered_map<std::string, double> results;
 };
 
 thread_local PictureRun run;
@@ -63,6 +64,25 @@ void endPictureRun(void) {
   if (--run.depth == 0) {
     std::unordered_map<std::string, KeptPicture> none;
     run.pictures.swap(none);
+    std::unordered_map<std::string, double> noResults;
+    run.results.swap(noResults);
+  }
+}
+
+bool findRunResult(const std::string& key, double* value) {
+  if (run.depth == 0 || !runCacheOn) return false;
+  auto found = run.results.find(key);
+  if (found == run.results.end()) return false;
+  *value = found->second;
+  return true;
+}
+
+void keepRunResult(const std::string& key, double value) {
+  if (run.depth == 0 || !runCacheOn) return;
+  try {
+    run.results[key] = value;
+  } catch (const std::bad_alloc&) {
+    // No room to keep it: a later ask measures again.
   }
 }
 

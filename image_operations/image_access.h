@@ -11,6 +11,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <string>
+
 typedef uint32_t uint32;
 
 // Faults of a measurement run; the values are bit-like. isValidImage answers
@@ -101,6 +103,14 @@ unsigned int* ReadPngFile(const char* fileName, unsigned int* width,
 // file afresh. The pictures must not change on disk during a run.
 void beginPictureRun(void);
 void endPictureRun(void);
+
+// Results kept by the calling thread's run, for a measurement that several
+// steps ask for in exactly the same way on the same picture: findRunResult
+// gives true and the kept value when `key` (naming the measurement, its
+// file and its arguments) was kept earlier in the run; keepRunResult keeps
+// one. Outside a run, or with the run cache off, nothing is kept or found.
+bool findRunResult(const std::string& key, double* value);
+void keepRunResult(const std::string& key, double value);
 
 // Whether runs keep pictures at all (on by default), for every thread: off,
 // every read decodes its file, as outside a run. For comparing the two.

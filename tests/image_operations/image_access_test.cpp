@@ -133,8 +133,11 @@ TEST(IsValidImage, ReportsEachKindOfBadFile) {
 }
 
 TEST(GetBoundingBox, BoxAndInkCountOfBlankSinglePixelAndLShapes) {
-  Picture blank(7, 9), dot(10, 10), l(10, 8);
+  Picture blank(7, 9), dot(10, 10), l(10, 8), slash(10, 8);
   dot.set(3, 5, 0x7F7F7F);
+  slash.set(8, 1, 0x000000);  // rightmost ink in an upper row,
+  slash.set(2, 6, 0x000000);  // leftmost in a lower one
+  slash.set(5, 3, 0x000000);
   l.fillRect(0, 2, 1, 7);  // an L touching the first column and last row
   l.fillRect(0, 6, 6, 7);
   struct Row {
@@ -145,7 +148,8 @@ TEST(GetBoundingBox, BoxAndInkCountOfBlankSinglePixelAndLShapes) {
               {"null buffer", nullptr, 1, 16, 16, 0, 0, 1},
               {"one pixel: its own box", &dot, 0, 3, 5, 3, 5, 1},
               // 2 * 6 stem + 2 * 7 foot - 2 * 2 overlap = 22 ink pixels.
-              {"L", &l, 0, 0, 2, 6, 7, 22}};
+              {"L", &l, 0, 0, 2, 6, 7, 22},
+              {"slash: sides from different rows", &slash, 0, 2, 1, 8, 6, 3}};
   for (const Row& r : rows) {
     uint32* px = r.pic ? r.pic->pixels.data() : nullptr;
     int w = r.pic ? r.pic->width : 7, h = r.pic ? r.pic->height : 9;
@@ -217,5 +221,32 @@ TEST(ReadPngFile, ARunDecodesEachPathOnceAndHandsOutCopies) {
     EXPECT_EQ(std::make_pair(w, h), std::make_pair(2u, 1u)) << r.why;
     if (r.inRun) endPictureRun();
     setPictureRunCache(true);
+  }
+}
+
+// Results are kept only inside a run with the run cache on, and the
+// outermost end of the run drops them.
+TEST(RunResults, KeptWithinARunOnly) {
+  struct Row {
+    bool inRun, cacheOn;
+    bool foundInRun;
+    const char* why;
+  } rows[] = {
+      {true, true, true, "kept and found in the run"},
+      {true, false, false, "cache off: nothing kept"},
+      {false, true, false, "outside a run: nothing kept"},
+  };
+  for (const Row& r : rows) {
+    setPictureRunCache(r.cacheOn);
+    if (r.inRun) beginPictureRun();
+    keepRunResult("k", 2.5);
+    double v = 0.0;
+    EXPECT_EQ(findRunResult("k", &v), r.foundInRun) << r.why;
+    EXPECT_EQ(v, r.foundInRun ? 2.5 : 0.0) << r.why;
+    if (r.inRun) endPictureRun();
+    setPictureRunCache(true);
+    beginPictureRun();  // a later run starts without it
+    EXPECT_FALSE(findRunResult("k", &v)) << r.why;
+    endPictureRun();
   }
 }
