@@ -7,6 +7,7 @@
 #include <math.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <vector>
@@ -225,14 +226,22 @@ struct ShearAngle {
         rads((180.0 - degrees) * 0.01745329) {}
 };
 
-// Row y of the shear of skewImage: whitens the target row, then shares out
-// the ink of source row y. A target row takes ink from its own source row
-// only, so rows may be sheared alone and in any order.
-void shearRow(const uint32* o_buf, uint32* d_buf, int width, int refY,
-              const ShearAngle& angle, int y) {
+// Target columns of one sheared row that may have taken ink: every column
+// outside lo..hi stayed white (lo > hi when none can have).
+struct TouchedColumns {
+  int lo, hi;
+};
+
+// Row y of the shear of skewImage into a target row that is white: shares
+// out the ink of source row y, whose pixels outside xFrom..xTo must be
+// white. A target row takes ink from its own source row only, so rows may
+// be sheared alone and in any order. Gives the columns that may have taken
+// ink.
+TouchedColumns shearRow(const uint32* o_buf, uint32* d_buf, int width,
+                        int refY, const ShearAngle& angle, int y, int xFrom,
+                        int xTo) {
   const int newWidth = width + 2 * refY;
   const size_t rowStart = (size_t)y * newWidth;
-  for (int i = 0; i < newWidth; i++) d_buf[rowStart + i] = WHITE_PIXEL;
 
   const double ts = angle.ts;
   const double rads = angle.rads;
@@ -259,7 +268,12 @@ void shearRow(const uint32* o_buf, uint32* d_buf, int width, int refY,
   // are finite (0 times a finite weight is 0): it is skipped.
   const bool finiteWeights =
       std::isfinite(portion1) && std::isfinite(portion2);
-  for (int x = 0; x < width; x++) {
+  if (!finiteWeights) {
+    xFrom = 0;
+    xTo = width - 1;
+  }
+  long long lo = newWidth, hi = -1;
+  for (int x = xFrom; x <= xTo; x++) {
     if (finiteWeights && src[x] == WHITE_PIXEL) continue;
     double s = (double)(uint32)(WHITE_PIXEL - src[x]);
     long long k = (long long)x + refY;
@@ -268,22 +282,31 @@ void shearRow(const uint32* o_buf, uint32* d_buf, int width, int refY,
             (long long)floor(s * portion1));
     takeInk(d_buf, rowStart, k + c_pix, newWidth,
             (long long)ceil(s * portion2));
+    lo = std::min(lo, std::min(k + f_pix, k + c_pix));
+    hi = std::max(hi, std::max(k + f_pix, k + c_pix));
   }
+  TouchedColumns touched;
+  touched.lo = (int)std::max(lo, 0LL);
+  touched.hi = (int)std::min(hi, (long long)newWidth - 1);
+  return touched;
 }
 
 // |maxX - minX| + 1 of the ink in rows firstRow..lastRow of a picture whose
-// other rows are white: the ink box width getBoundingBox gives (2 when there
-// is no ink), each row scanned only where it could widen the span.
-int inkSpanWidth(const uint32* buf, int width, int firstRow, int lastRow) {
+// other rows are white, and whose row y is white outside the columns
+// touched[y - firstRow]: the ink box width getBoundingBox gives (2 when
+// there is no ink), each row scanned only where it could widen the span.
+int inkSpanWidth(const uint32* buf, int width, int firstRow, int lastRow,
+                 const TouchedColumns* touched) {
   int left = width, right = -1;
   for (int y = firstRow; y <= lastRow; y++) {
     const uint32* row = buf + (size_t)y * width;
-    for (int x = 0; x < left; x++)
+    const TouchedColumns& t = touched[y - firstRow];
+    for (int x = t.lo; x < left && x <= t.hi; x++)
       if (hasInk(row[x])) {
         left = x;
         break;
       }
-    for (int x = width - 1; x > right; x--)
+    for (int x = t.hi; x > right && x >= t.lo; x--)
       if (hasInk(row[x])) {
         right = x;
         break;
@@ -297,9 +320,12 @@ int inkSpanWidth(const uint32* buf, int width, int firstRow, int lastRow) {
 
 void skewImage(uint32* o_buf, uint32* d_buf, int width, int height, int refY,
                double degrees) {
+  const int newWidth = width + 2 * refY;
+  for (size_t i = 0; i < (size_t)height * newWidth; i++)
+    d_buf[i] = WHITE_PIXEL;
   const ShearAngle angle(degrees);
   for (int y = 0; y < height; y++)
-    shearRow(o_buf, d_buf, width, refY, angle, y);
+    shearRow(o_buf, d_buf, width, refY, angle, y, 0, width - 1);
 }
 
 uint32* deskewPicture(uint32* picture, int* width, int height,
@@ -325,7 +351,7 @@ double calculateSkew(const char* file) {
   const int o_BB_width = abs(maxX - minX) + 1;
   const int refY = pic.height / 2;
   const int newWidth = pic.width + 2 * refY;
-  std::vector<uint32> target((size_t)pic.height * newWidth);
+  std::vector<uint32> target((size_t)pic.height * newWidth, WHITE_PIXEL);
 
   int BB_width = o_BB_width;
   int opt_deg = 0;
@@ -337,14 +363,33 @@ double calculateSkew(const char* file) {
   }
   // Only the rows holding ink (minY..maxY) can take ink in a shear, so only
   // they are sheared and searched: the other rows of the full shear are
-  // white and leave its ink box as it is.
+  // white and leave its ink box as it is. Within a row only the source
+  // columns from its first to its last ink pixel give ink.
+  const int inkRows = blank ? 0 : maxY - minY + 1;
+  std::vector<int> rowFrom(inkRows), rowTo(inkRows);
+  for (int r = 0; r < inkRows; r++) {
+    const uint32* row = pic.pixels + (size_t)(minY + r) * pic.width;
+    int from = 0, to = pic.width - 1;
+    while (from <= to && !hasInk(row[from])) from++;
+    while (to >= from && !hasInk(row[to])) to--;
+    rowFrom[r] = from;
+    rowTo[r] = to;
+  }
+  // Each shear whitens again only the columns the last one touched.
+  std::vector<TouchedColumns> touched(inkRows, TouchedColumns{0, -1});
   for (int i = -45; i <= 45; i++) {
     int temp_BB_width = blankWidth;
     if (!blank) {
       const ShearAngle angle(i);
-      for (int y = minY; y <= maxY; y++)
-        shearRow(pic.pixels, target.data(), pic.width, refY, angle, y);
-      temp_BB_width = inkSpanWidth(target.data(), newWidth, minY, maxY);
+      for (int r = 0; r < inkRows; r++) {
+        uint32* row = target.data() + (size_t)(minY + r) * newWidth;
+        for (int x = touched[r].lo; x <= touched[r].hi; x++)
+          row[x] = WHITE_PIXEL;
+        touched[r] = shearRow(pic.pixels, target.data(), pic.width, refY,
+                              angle, minY + r, rowFrom[r], rowTo[r]);
+      }
+      temp_BB_width =
+          inkSpanWidth(target.data(), newWidth, minY, maxY, touched.data());
     }
     // Greater-or-equal: ties go to the later, more positive angle.
     if (BB_width >= temp_BB_width) {
