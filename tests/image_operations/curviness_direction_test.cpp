@@ -12,6 +12,8 @@
 
 #include "support/test_support.h"
 
+using testsupport::expectMeasured;
+using testsupport::expectNear;
 using testsupport::kBlack;
 using testsupport::measureDrawn;
 using testsupport::Picture;
@@ -19,14 +21,6 @@ using testsupport::Picture;
 namespace {
 
 using Measure = std::function<double(const char*)>;
-
-// `want` within `tol` (1e-12 for 0) of `got`; not-a-number matches itself.
-void expectNear(double got, double want, double tol, const std::string& why) {
-  if (std::isnan(want))
-    EXPECT_TRUE(std::isnan(got)) << why << ": " << got;
-  else
-    EXPECT_NEAR(got, want, tol > 0 ? tol : 1e-12) << why;
-}
 
 // A picture w x h inked where ink(x, y) holds.
 Picture shape(int w, int h, bool (*ink)(int, int)) {
@@ -99,12 +93,7 @@ TEST(Curviness, CensusBorderWalkEdginessAndSymmetryOfDrawnShapes) {
   };
   Measure edginess = [](const char* f) { return getEdginess(f, 0); };
   Measure symmetry = [](const char* f) { return getSymmetry(f, 0); };
-  struct Row {
-    const char* why;
-    Picture pic;
-    Measure measure;
-    double expected, tolerance;
-  } rows[] = {
+  expectMeasured({
       {"bar, wide stroke order: 18 of 24 diagonal", kRisingBar, census(0, 5), 0.75, 0},
       // Below 3.0 W-E is tried first and takes the middle of rows 3..8.
       {"bar, narrow stroke order", kRisingBar, census(0, 2.9), 0.5, 0},
@@ -119,9 +108,7 @@ TEST(Curviness, CensusBorderWalkEdginessAndSymmetryOfDrawnShapes) {
       {"square edginess", kSquare, edginess, 3.8, 0},
       {"1 x 1 blank edginess: the box past the edge", Picture(1, 1), edginess, 0, 0},
       {"1 x 1 blank symmetry: a white box is all alike", Picture(1, 1), symmetry, 1, 0},
-  };
-  for (const Row& r : rows)
-    expectNear(measureDrawn(r.pic, r.measure), r.expected, r.tolerance, r.why);
+  });
   const char* none = "/nonexistent.png";
   for (double v : {getCurviness(none, 0, 0), curviness_borderPath(none, 0, 1),
                    curviness_borderPath(none, 5, 2), getSymmetry(none, 0), getEdginess(none, 3)})

@@ -10,6 +10,7 @@
 
 #include "support/test_support.h"
 
+using testsupport::expectMeasured;
 using testsupport::Glyph;
 using testsupport::greyPixel;
 using testsupport::kBlack;
@@ -21,12 +22,6 @@ namespace {
 
 using Measure = std::function<double(const char*)>;
 
-struct Row { const char* why; Picture pic; Measure measure; double expected; };
-
-void expectRows(const std::vector<Row>& rows) {
-  for (const Row& r : rows)
-    EXPECT_NEAR(measureDrawn(r.pic, r.measure), r.expected, 1e-12) << r.why;
-}
 
 // A glyph of box w x h from rectangles {x0, y0, x1, y1} in box positions.
 Glyph glyph(int w, int h, std::initializer_list<std::array<int, 4>> list) {
@@ -104,7 +99,7 @@ Measure flare(double skew) { return [=](const char* f) { return getFlaredStems(f
 }  // namespace
 
 TEST(SerifMeasures, HandWorkedValuesOfDrawnLetters) {
-  expectRows({
+  expectMeasured({
       // Widening: widest run of the serif zone over the stem's median, less 1.
       {"L head serif 18 over 8",
        glyph(30, 40, {{4, 0, 11, 39}, {0, 34, 29, 39}, {0, 0, 17, 3}}).pic, widening(1), 1.25},

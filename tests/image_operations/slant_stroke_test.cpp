@@ -11,6 +11,7 @@
 
 #include "support/test_support.h"
 
+using testsupport::expectMeasured;
 using testsupport::kBlack;
 using testsupport::kWhite;
 using testsupport::measureDrawn;
@@ -119,12 +120,7 @@ TEST(SlantAndStroke, HandWorkedValuesOfDrawnStrokes) {
   pushed.fillRect(6, 21, 6, 24);   // column 6's underside pushed to row 24
   three.fillRect(10, 25, 12, 26);  // a fourth stroke in three columns
   four.fillRect(10, 25, 13, 26);   // and in four
-  struct Row {
-    const char* why;
-    Picture pic;
-    Measure measure;
-    double expected, tolerance;
-  } rows[] = {
+  expectMeasured({
       // Skew: the shear that gives the narrowest box.
       {"a pixel per row: the upper limit", leaningBar(), calculateSkew, 45, 0},
       // Drawing and resampling blur the box by a pixel: within a degree.
@@ -154,10 +150,7 @@ TEST(SlantAndStroke, HandWorkedValuesOfDrawnStrokes) {
       {"a step right after the start", pushed, getESlant, -12.528808, 1e-6},
       {"three columns of more strokes leave the line", three, getESlant, -11.888658, 1e-6},
       {"four such columns void the slope", four, getESlant, 0, 0},
-  };
-  for (const Row& r : rows)
-    EXPECT_NEAR(measureDrawn(r.pic, r.measure), r.expected, r.tolerance ? r.tolerance : 1e-12)
-        << r.why;
+  });
   const char* none = "/nonexistent.png";
   for (const Measure& m : {Measure(calculateSkew), Measure(getStrokeWidth),
                            Measure(getStrokeWidthToWidthRatio), vertical(0),

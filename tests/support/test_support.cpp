@@ -224,6 +224,18 @@ std::string firstMissingFixture() {
 }
 }  // namespace
 
+void expectNear(double got, double want, double tol, const std::string& why) {
+  if (std::isnan(want))
+    EXPECT_TRUE(std::isnan(got)) << why << ": " << got;
+  else
+    EXPECT_NEAR(got, want, tol > 0 ? tol : 1e-12) << why;
+}
+
+void expectMeasured(const std::vector<MeasureRow>& rows) {
+  for (const MeasureRow& r : rows)
+    expectNear(measureDrawn(r.pic, r.measure), r.expected, r.tolerance, r.why);
+}
+
 bool haveFixtures() { return firstMissingFixture().empty(); }
 
 std::string missingFixtures() {

@@ -6,6 +6,7 @@
 
 #include <stdint.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -82,6 +83,21 @@ double measureDrawn(const Picture& picture, Measure measure) {
   TempDir dir;
   return measure(savePicture(dir, picture).c_str());
 }
+
+// `want` within `tol` (1e-12 for 0) of `got`; not-a-number matches itself.
+void expectNear(double got, double want, double tol, const std::string& why);
+
+// One row of a measurement table: a drawn picture, what is measured on it,
+// the value expected and the tolerance (0 for 1e-12).
+struct MeasureRow {
+  const char* why;
+  Picture pic;
+  std::function<double(const char*)> measure;
+  double expected;
+  double tolerance = 0;
+};
+// Measures every row's picture, written as a real PNG file, and checks it.
+void expectMeasured(const std::vector<MeasureRow>& rows);
 
 // Grey of byte value g (darkness (255 - g) / 255).
 inline uint32_t greyPixel(int g) { return (uint32_t)g * 0x010101u; }
