@@ -232,6 +232,29 @@ struct TouchedColumns {
   int lo, hi;
 };
 
+// Shift of the floor and ceiling targets of row y in a shear, and the
+// weights of the two: the same arithmetic as shearRow.
+struct RowShift {
+  int f_pix, c_pix;
+  double portion1, portion2;
+};
+
+RowShift rowShift(int refY, const ShearAngle& angle, int y) {
+  RowShift r;
+  double quantAdd = (refY - y) * angle.ts;
+  r.portion1 = fabs(quantAdd - trunc(quantAdd));
+  if (r.portion1 > 0.0001) {
+    r.portion2 = 1.0 - r.portion1;
+    r.c_pix = (int)ceil(quantAdd);
+    r.f_pix = (int)floor(quantAdd);
+  } else {
+    r.portion1 = 0.0;
+    r.portion2 = 1.0;
+    r.c_pix = r.f_pix = (int)quantAdd;
+  }
+  return r;
+}
+
 // Row y of the shear of skewImage into a target row that is white: shares
 // out the ink of source row y, whose pixels outside xFrom..xTo must be
 // white. A target row takes ink from its own source row only, so rows may
@@ -243,23 +266,11 @@ TouchedColumns shearRow(const uint32* o_buf, uint32* d_buf, int width,
   const int newWidth = width + 2 * refY;
   const size_t rowStart = (size_t)y * newWidth;
 
-  const double ts = angle.ts;
-  const double rads = angle.rads;
-  double quantAdd = (refY - y) * ts;
-  double portion1 = fabs(quantAdd - trunc(quantAdd));
-  double portion2;
-  int c_pix, f_pix;
-  if (portion1 > 0.0001) {
-    portion2 = 1.0 - portion1;
-    c_pix = (int)ceil(quantAdd);
-    f_pix = (int)floor(quantAdd);
-  } else {
-    portion1 = 0.0;
-    portion2 = 1.0;
-    c_pix = f_pix = (int)quantAdd;
-  }
+  const RowShift shift = rowShift(refY, angle, y);
+  const double portion1 = shift.portion1, portion2 = shift.portion2;
+  int c_pix = shift.c_pix, f_pix = shift.f_pix;
   // Backward shifts only for angles beyond the range in use.
-  if (rads < 0) {
+  if (angle.rads < 0) {
     c_pix = -c_pix;
     f_pix = -f_pix;
   }
@@ -289,6 +300,51 @@ TouchedColumns shearRow(const uint32* o_buf, uint32* d_buf, int width,
   touched.lo = (int)std::max(lo, 0LL);
   touched.hi = (int)std::min(hi, (long long)newWidth - 1);
   return touched;
+}
+
+// The first and last target columns that shearRow would leave not white in
+// row y, found without drawing: for a row whose ink pixels are all plain
+// (at most white below white, so that no sum of two shares can wrap round
+// to white), a target column takes ink exactly when one of the shares it
+// receives is above 0, and the shares of source x land on k + f_pix and
+// k + c_pix, k = x + refY, which only grow with x. So the first source
+// from the left with a share above 0 inside the row gives the first
+// column, and likewise from the right. Needs f_pix <= c_pix <= f_pix + 1
+// and finite weights (checked by the caller). lo > hi when no column
+// takes ink.
+TouchedColumns shearedInkEnds(const uint32* src, int newWidth, int refY,
+                              const RowShift& shift, int xFrom, int xTo) {
+  TouchedColumns ends{newWidth, -1};
+  auto floorShare = [&](int x) {
+    double s = (double)(uint32)(WHITE_PIXEL - src[x]);
+    return (long long)floor(s * shift.portion1) > 0;
+  };
+  auto inRow = [&](long long col) { return col >= 0 && col < newWidth; };
+  for (int x = xFrom; x <= xTo; x++) {
+    if (src[x] == WHITE_PIXEL) continue;
+    long long k = (long long)x + refY;
+    if (floorShare(x) && inRow(k + shift.f_pix)) {
+      ends.lo = (int)(k + shift.f_pix);
+      break;
+    }
+    if (inRow(k + shift.c_pix)) {
+      ends.lo = (int)(k + shift.c_pix);
+      break;
+    }
+  }
+  for (int x = xTo; x >= xFrom; x--) {
+    if (src[x] == WHITE_PIXEL) continue;
+    long long k = (long long)x + refY;
+    if (inRow(k + shift.c_pix)) {
+      ends.hi = (int)(k + shift.c_pix);
+      break;
+    }
+    if (floorShare(x) && inRow(k + shift.f_pix)) {
+      ends.hi = (int)(k + shift.f_pix);
+      break;
+    }
+  }
+  return ends;
 }
 
 // |maxX - minX| + 1 of the ink in rows firstRow..lastRow of a picture whose
@@ -375,12 +431,34 @@ double calculateSkew(const char* file) {
     rowFrom[r] = from;
     rowTo[r] = to;
   }
+  // Rows of plain pixels (none above white) let each shear's ink ends be
+  // found without drawing it; other pictures are sheared pixel by pixel.
+  bool plain = true;
+  for (int r = 0; r < inkRows && plain; r++) {
+    const uint32* row = pic.pixels + (size_t)(minY + r) * pic.width;
+    for (int x = rowFrom[r]; x <= rowTo[r]; x++)
+      if (row[x] > WHITE_PIXEL) {
+        plain = false;
+        break;
+      }
+  }
   // Each shear whitens again only the columns the last one touched.
   std::vector<TouchedColumns> touched(inkRows, TouchedColumns{0, -1});
   for (int i = -45; i <= 45; i++) {
     int temp_BB_width = blankWidth;
-    if (!blank) {
-      const ShearAngle angle(i);
+    const ShearAngle angle(i);
+    if (!blank && plain && angle.rads >= 0) {
+      int left = newWidth, right = -1;
+      for (int r = 0; r < inkRows; r++) {
+        const RowShift shift = rowShift(refY, angle, minY + r);
+        const TouchedColumns ends = shearedInkEnds(
+            pic.pixels + (size_t)(minY + r) * pic.width, newWidth, refY,
+            shift, rowFrom[r], rowTo[r]);
+        left = std::min(left, ends.lo);
+        right = std::max(right, ends.hi);
+      }
+      temp_BB_width = left > right ? 2 : right - left + 1;
+    } else if (!blank) {
       for (int r = 0; r < inkRows; r++) {
         uint32* row = target.data() + (size_t)(minY + r) * newWidth;
         for (int x = touched[r].lo; x <= touched[r].hi; x++)
