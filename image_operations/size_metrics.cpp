@@ -129,17 +129,32 @@ double getStringWidth(const char* file1) {
   uint32* pixels = file1 ? ReadPngFile(file1, &w, &h, boBGRA) : NULL;
   if (pixels == NULL) return 0.0;
   int width = (int)w, height = (int)h;
-  int xmin = 0, xmax = 0;
-  for (int x = 0; x < width; x++) {
-    for (int y = 0; y < height; y++) {
-      if (!hasInk(pixels[(size_t)y * width + x])) continue;
-      // xmin doubles as its own "not yet found" mark, so ink in column 0
-      // leaves it unset; the string pictures always start with a margin.
-      if (xmin == 0)
-        xmin = x;
-      else
-        xmax = x;
+  // Read column by column, the first ink pixel outside column 0 sets xmin
+  // and every later one xmax: xmin doubles as its own "not yet found" mark,
+  // so ink in column 0 leaves it unset (the string pictures always start
+  // with a margin). That makes xmin the first inked column after 0, and
+  // xmax the last inked column when a second ink pixel follows the one that
+  // set xmin, else 0. The rows are read in memory order for the same two
+  // columns, each only as far as it could move them.
+  int first = width, last = 0, rowsInFirst = 0;
+  for (int y = 0; y < height; y++) {
+    const uint32* row = pixels + (size_t)y * width;
+    int x = 1;
+    while (x < width && x <= first && !hasInk(row[x])) x++;
+    if (x >= width) continue;  // no ink after column 0 in this row
+    if (x < first) {
+      first = x;
+      rowsInFirst = 0;
     }
+    if (x == first && hasInk(row[x])) rowsInFirst++;
+    int r = width - 1;
+    while (r > last && !hasInk(row[r])) r--;
+    if (r > last) last = r;
+  }
+  int xmin = 0, xmax = 0;
+  if (first < width) {
+    xmin = first;
+    if (last > first || rowsInFirst > 1) xmax = last;
   }
   free(pixels);
   return (double)((xmax - xmin + 1) * 72 / FontSizePx);
