@@ -200,18 +200,93 @@ int findNextBorderStep(uint32* buf, int width, int height,
 
 int keyOf(int x, int y) { return combine((short)x, (short)y); }
 
-// Marks a walked pixel and takes it out of the unwalked border pixels.
-void markWalked(std::map<int, int>& pixelMap, std::map<int, int>& borderMap,
-                int key) {
-  pixelMap[key] = 1;
-  borderMap.erase(key);
-}
+// The walked and the unwalked border pixels of the contour walks, kept in
+// the two maps of the measurement's interface: `pixelMap` holds every pixel
+// a walk looked at (1 once walked), `borderMap` the border pixels not yet
+// walked, keyed so that the lowest key is the lowest x, then y.
+struct MapWalkState {
+  std::map<int, int>& pixelMap;
+  std::map<int, int>& borderMap;
+
+  // Whether (x, y) was walked. Like the maps' index operator, a pixel never
+  // looked at is entered as not walked, which the count below sees.
+  bool lookWalked(int x, int y) { return pixelMap[keyOf(x, y)] == 1; }
+  size_t lookedAt() const { return pixelMap.size(); }
+  void markWalked(int x, int y) {
+    const int key = keyOf(x, y);
+    pixelMap[key] = 1;
+    borderMap.erase(key);
+  }
+  bool isUnwalkedBorder(int x, int y) const {
+    return borderMap.find(keyOf(x, y)) != borderMap.end();
+  }
+  size_t unwalked() const { return borderMap.size(); }
+  // The unwalked border pixel of the lowest key.
+  void lowestUnwalked(int* x, int* y) const {
+    const int key = borderMap.begin()->first;
+    *y = getShort(key);
+    *x = key >> 16;
+  }
+};
+
+// The same two sets as flags per pixel of one picture, for a measurement
+// that owns its walk: the same answers as the maps for any pixel of a
+// picture under 32768 pixels a side (keys stay distinct and ordered), in
+// constant time. The lowest unwalked key is found by a cursor that moves
+// down the columns, since pixels only ever leave that set.
+class DenseWalkState {
+ public:
+  DenseWalkState(int width, int height)
+      : width_(width), height_(height),
+        looked_((size_t)width * height, kNotLooked),
+        border_((size_t)width * height, 0) {}
+
+  void addBorder(int x, int y) {
+    uint8_t& b = border_[column(x, y)];
+    if (!b) unwalked_++;
+    b = 1;
+  }
+  bool lookWalked(int x, int y) {
+    uint8_t& state = looked_[(size_t)y * width_ + x];
+    if (state == kNotLooked) {
+      state = kLookedAt;
+      lookedAt_++;
+    }
+    return state == kWalked;
+  }
+  size_t lookedAt() const { return lookedAt_; }
+  void markWalked(int x, int y) {
+    uint8_t& state = looked_[(size_t)y * width_ + x];
+    if (state == kNotLooked) lookedAt_++;
+    state = kWalked;
+    uint8_t& b = border_[column(x, y)];
+    if (b) unwalked_--;
+    b = 0;
+  }
+  bool isUnwalkedBorder(int x, int y) const {
+    return x >= 0 && y >= 0 && x < width_ && y < height_ &&
+           border_[column(x, y)] != 0;
+  }
+  size_t unwalked() const { return unwalked_; }
+  void lowestUnwalked(int* x, int* y) {
+    while (!border_[cursor_]) cursor_++;
+    *x = (int)(cursor_ / height_);
+    *y = (int)(cursor_ % height_);
+  }
+
+ private:
+  enum : uint8_t { kNotLooked, kLookedAt, kWalked };
+  size_t column(int x, int y) const { return (size_t)x * height_ + y; }
+  int width_, height_;
+  std::vector<uint8_t> looked_;  // row by row
+  std::vector<uint8_t> border_;  // column by column, in key order
+  size_t lookedAt_ = 0, unwalked_ = 0, cursor_ = 0;
+};
 
 // The start of a walk: marked only if it is an unwalked border pixel.
-void takeStart(std::map<int, int>& pixelMap, std::map<int, int>& borderMap,
-               int x, int y) {
-  const int key = keyOf(x, y);
-  if (borderMap.find(key) != borderMap.end()) markWalked(pixelMap, borderMap, key);
+template <class WalkState>
+void takeStart(WalkState& state, int x, int y) {
+  if (state.isUnwalkedBorder(x, y)) state.markWalked(x, y);
 }
 
 // Difference of two direction indices counted as a sharp turn.
@@ -230,34 +305,54 @@ struct StepCounts {
 
 // One walk of getCurviRatio from `at`, which must already be the current
 // pixel; counts every step, the closing one onto a walked pixel included.
-void walkContour(uint32* buf, std::map<int, int>& pixelMap,
-                 std::map<int, int>& borderMap, int width, int height,
+template <class WalkState>
+void walkContour(uint32* buf, WalkState& state, int width, int height,
                  WalkPosition at, StepCounts* steps) {
   for (;;) {
     int nx = 0, ny = 0;
     const int tempDir = findNextBorderStep(buf, width, height, at, &nx, &ny);
     if (tempDir < 0) return;
-    const int key = keyOf(nx, ny);
-    // The index operator enters a 0 for an unwalked pixel; the size test of
-    // the sharp turns below sees that entry.
-    if (pixelMap[key] == 1) {
+    // Looking enters an unwalked pixel as looked at; the count of the sharp
+    // turns below sees that entry.
+    if (state.lookWalked(nx, ny)) {
       steps->dirBeforeTurn = at.direction;
       at.direction = tempDir;
       steps->byClass[tempDir % 4]++;
       return;
     }
     if (at.direction == tempDir) steps->repCount++;
-    if (pixelMap.size() != 1 && isSharpTurnDelta(at.direction, tempDir) &&
+    if (state.lookedAt() != 1 && isSharpTurnDelta(at.direction, tempDir) &&
         isSharpTurnDelta(steps->dirBeforeTurn, tempDir))
       steps->numSharpTurns++;
     if (at.direction != tempDir) steps->repCount = 0;
-    markWalked(pixelMap, borderMap, key);
+    state.markWalked(nx, ny);
     at.x = nx;
     at.y = ny;
     steps->dirBeforeTurn = at.direction;
     at.direction = tempDir;
     steps->byClass[tempDir % 4]++;
   }
+}
+
+// Walks every contour of the unwalked border pixels, as getCurviRatio says.
+template <class WalkState>
+double walkAllContours(uint32* buf, WalkState& state, int width, int height,
+                       int curX, int curY, int& numSharpTurns) {
+  const size_t maxRemovals = state.unwalked();
+  StepCounts steps;
+  numSharpTurns = 0;
+  while (state.unwalked() != 0) {
+    takeStart(state, curX, curY);
+    WalkPosition at = {curX, curY, 2};
+    walkContour(buf, state, width, height, at, &steps);
+    if (state.unwalked() != 0) {
+      state.lowestUnwalked(&curX, &curY);
+      state.markWalked(curX, curY);
+    }
+  }
+  numSharpTurns = steps.numSharpTurns;
+  return (double)(steps.byClass[kClass45] + steps.byClass[kClass135]) /
+         (double)maxRemovals;
 }
 
 // Folded compass angle, in degrees from 0 to 180, of the move from the pivot.
@@ -312,24 +407,9 @@ double getCurviness(const char* file, double SkewAngle, double Strokewidth) {
 double getCurviRatio(uint32* buf, std::map<int, int>& pixelMap,
                      std::map<int, int>& borderMap, int width, int height,
                      int curX, int curY, int& numSharpTurns) {
-  const size_t maxRemovals = borderMap.size();
-  StepCounts steps;
-  numSharpTurns = 0;
-  while (!borderMap.empty()) {
-    takeStart(pixelMap, borderMap, curX, curY);
-    WalkPosition at = {curX, curY, 2};
-    walkContour(buf, pixelMap, borderMap, width, height, at, &steps);
-    if (!borderMap.empty()) {
-      // The next contour starts at the lowest unwalked key: lowest x, then y.
-      const int key = borderMap.begin()->first;
-      curY = getShort(key);
-      curX = key >> 16;
-      markWalked(pixelMap, borderMap, key);
-    }
-  }
-  numSharpTurns = steps.numSharpTurns;
-  return (double)(steps.byClass[kClass45] + steps.byClass[kClass135]) /
-         (double)maxRemovals;
+  MapWalkState state{pixelMap, borderMap};
+  return walkAllContours(buf, state, width, height, curX, curY,
+                         numSharpTurns);
 }
 
 namespace {
@@ -369,11 +449,14 @@ double measureBorderPath(const char* file, double SkewAngle, int valueType) {
   const InkBox box = countedBox(pic);
   const int W = box.W(), H = box.H();
 
-  // Every border pixel of the picture, gathered by the census.
-  std::map<int, int> borderMap, pixelMap;
-  double dir0 = 0, dir45 = 0, dir90 = 0, dir135 = 0;
-  dirAttributes_FromBuff_curv(pic.pixels, &dir0, &dir45, &dir90, &dir135,
-                              pic.width, pic.height, 10.0, borderMap, 1);
+  // Every border pixel of the picture, the set the census gathers. Pictures
+  // are under 32768 pixels a side even deskewed (the reader's limit is
+  // 16384), so the flags answer as the maps of getCurviRatio would.
+  DenseWalkState state(pic.width, pic.height);
+  for (int y = 0; y < pic.height; y++)
+    for (int x = 0; x < pic.width; x++)
+      if (isBorderPixel(pic.pixels, y * pic.width + x, pic.width, pic.height))
+        state.addBorder(x, y);
 
   // The walk starts at the first ink pixel of the box's top row with ink.
   int curX = -1, curY = -1;
@@ -387,11 +470,10 @@ double measureBorderPath(const char* file, double SkewAngle, int valueType) {
       }
 
   int numSharpTurns = 0;
-  const double ratio = getCurviRatio(pic.pixels, pixelMap, borderMap,
-                                     pic.width, pic.height, curX, curY,
-                                     numSharpTurns);
+  const double ratio = walkAllContours(pic.pixels, state, pic.width,
+                                       pic.height, curX, curY, numSharpTurns);
   if (valueType == 1) return ratio;
-  if (valueType == 2) return numSharpTurns * 100.0 / (double)pixelMap.size();
+  if (valueType == 2) return numSharpTurns * 100.0 / (double)state.lookedAt();
   return -1.0;
 }
 
@@ -436,22 +518,24 @@ int getOuterBorderMap(uint32* pngBuffer1, int width, int height,
   return totalCount;
 }
 
-double getEdignessCurv(uint32* buf, std::map<int, int>& pixelMap,
-                       std::map<int, int>& borderMap, int width, int height,
-                       int curX, int curY) {
+namespace {
+
+// The walk of getEdignessCurv over either kind of walk state.
+template <class WalkState>
+double edgyTurns(uint32* buf, WalkState& state, int width, int height,
+                 int curX, int curY) {
   WalkPosition at = {curX, curY, 2};
   int windowSize = 0;
   int pivot_x = curX, pivot_y = curY;
   double prevAngle = 5000.0, currAngle = 5000.0;  // 5000: none yet
   double deltaAngle = 0.0;
-  takeStart(pixelMap, borderMap, curX, curY);
+  takeStart(state, curX, curY);
   for (;;) {
     int nx = 0, ny = 0;
     const int tempDir = findNextBorderStep(buf, width, height, at, &nx, &ny);
     if (tempDir < 0) break;
-    const int key = keyOf(nx, ny);
-    if (pixelMap[key] == 1) break;  // back on a walked pixel
-    markWalked(pixelMap, borderMap, key);
+    if (state.lookWalked(nx, ny)) break;  // back on a walked pixel
+    state.markWalked(nx, ny);
     at.x = nx;
     at.y = ny;
     at.direction = tempDir;
@@ -467,6 +551,15 @@ double getEdignessCurv(uint32* buf, std::map<int, int>& pixelMap,
     }
   }
   return deltaAngle;
+}
+
+}  // namespace
+
+double getEdignessCurv(uint32* buf, std::map<int, int>& pixelMap,
+                       std::map<int, int>& borderMap, int width, int height,
+                       int curX, int curY) {
+  MapWalkState state{pixelMap, borderMap};
+  return edgyTurns(buf, state, width, height, curX, curY);
 }
 
 double getEdginess(const char* file, double skew) {
