@@ -22,27 +22,13 @@ int getScanStartIndex(int direction) { return (direction + 6) % 8; }
 
 namespace {
 
-// One picture read for the span of a measurement, freed on every way out.
-// `width` follows a deskew, which widens the rows.
-struct OwnedPicture {
-  uint32* pixels = NULL;
-  int width = 0;
-  int height = 0;
-
-  explicit OwnedPicture(const char* path) {
-    unsigned int w = 0, h = 0;
-    pixels = path != NULL ? ReadPngFile(path, &w, &h, boBGRA) : NULL;
-    width = (int)w;
-    height = (int)h;
-  }
-  ~OwnedPicture() { free(pixels); }
-  OwnedPicture(const OwnedPicture&) = delete;
-  OwnedPicture& operator=(const OwnedPicture&) = delete;
+// One picture read for the span of a measurement, released on every way
+// out. `width` follows a deskew, which widens the rows.
+struct OwnedPicture : PictureRead {
+  explicit OwnedPicture(const char* path) : PictureRead(path) {}
 
   // Takes the slant out of the picture; nothing happens for an angle of 0.
-  void deskew(double angle) {
-    pixels = deskewPicture(pixels, &width, height, angle);
-  }
+  void deskew(double angle) { deskewPicture(this, angle); }
   // Darkness at flat index `index`, white outside the picture: the crossing
   // and edginess scans compute their rows as flat indices.
   double flatDarkness(long long index) const {

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <memory>
 #include <new>
 #include <string>
 #include <unordered_map>
@@ -23,9 +24,12 @@ namespace {
 // which xmalloc would answer by ending the host process.
 const png_uint_32 MAX_PICTURE_SIDE = 16384;
 
-// One decoded picture kept by a run.
+// One decoded picture kept by a run (malloc'd, as the decoder gives it).
+struct FreeDeleter {
+  void operator()(unsigned int* p) const { free(p); }
+};
 struct KeptPicture {
-  std::vector<unsigned int> pixels;
+  std::unique_ptr<unsigned int[], FreeDeleter> pixels;
   unsigned int width;
   unsigned int height;
 };
@@ -44,14 +48,42 @@ std::atomic<bool> runCacheOn{true};
 unsigned int* decodePngFile(const char* fileName, unsigned int* width,
                             unsigned int* height, bufferFormatId bufferFormat);
 
-// A malloc'd copy of a kept picture.
-unsigned int* copyOf(const KeptPicture& kept, unsigned int* width,
-                     unsigned int* height) {
-  size_t count = (size_t)kept.width * kept.height;
-  unsigned int* picture = (unsigned int*)xmalloc(count > 0 ? count * 4 : 1);
-  if (count > 0) memcpy(picture, kept.pixels.data(), count * 4);
-  *width = kept.width;
-  *height = kept.height;
+// Reads `fileName` for the caller: within a run, the run's kept decoding
+// itself (decoded now if it is not kept yet), *owned false; otherwise, or
+// when there is no room to keep it, a decoding of the caller's own, *owned
+// true. Null when the file cannot be read (unreadable files are not kept:
+// each read reports them again).
+unsigned int* readShared(const char* fileName, unsigned int* width,
+                         unsigned int* height, bufferFormatId bufferFormat,
+                         bool* owned) {
+  *owned = true;
+  if (run.depth == 0 || !runCacheOn || fileName == NULL)
+    return decodePngFile(fileName, width, height, bufferFormat);
+  std::string key;
+  try {
+    key = std::string(fileName) + '\0' + (char)('0' + bufferFormat);
+    auto found = run.pictures.find(key);
+    if (found != run.pictures.end()) {
+      *owned = false;
+      *width = found->second.width;
+      *height = found->second.height;
+      return found->second.pixels.get();
+    }
+  } catch (const std::bad_alloc&) {
+    return decodePngFile(fileName, width, height, bufferFormat);
+  }
+  unsigned int* picture = decodePngFile(fileName, width, height, bufferFormat);
+  if (picture == NULL) return NULL;
+  try {
+    KeptPicture kept;
+    kept.width = *width;
+    kept.height = *height;
+    auto placed = run.pictures.emplace(std::move(key), std::move(kept));
+    placed.first->second.pixels.reset(picture);
+    *owned = false;
+  } catch (const std::bad_alloc&) {
+    // No room to keep it: the caller owns it, later reads decode again.
+  }
   return picture;
 }
 
@@ -90,29 +122,41 @@ void setPictureRunCache(bool on) { runCacheOn = on; }
 
 unsigned int* ReadPngFile(const char* fileName, unsigned int* width,
                           unsigned int* height, bufferFormatId bufferFormat) {
-  if (run.depth == 0 || !runCacheOn || fileName == NULL)
-    return decodePngFile(fileName, width, height, bufferFormat);
-  std::string key;
-  try {
-    key = std::string(fileName) + '\0' + (char)('0' + bufferFormat);
-    auto found = run.pictures.find(key);
-    if (found != run.pictures.end()) return copyOf(found->second, width, height);
-  } catch (const std::bad_alloc&) {
-    return decodePngFile(fileName, width, height, bufferFormat);
-  }
-  unsigned int* picture = decodePngFile(fileName, width, height, bufferFormat);
-  // Unreadable files are not kept: each read reports them again.
-  if (picture == NULL) return NULL;
-  try {
-    KeptPicture kept;
-    kept.width = *width;
-    kept.height = *height;
-    kept.pixels.assign(picture, picture + (size_t)*width * *height);
-    run.pictures.emplace(std::move(key), std::move(kept));
-  } catch (const std::bad_alloc&) {
-    // No room to keep it: later reads decode the file again.
-  }
-  return picture;
+  bool owned = true;
+  unsigned int* picture =
+      readShared(fileName, width, height, bufferFormat, &owned);
+  if (picture == NULL || owned) return picture;
+  // The caller may write into what it gets: a copy of the kept decoding.
+  size_t count = (size_t)*width * *height;
+  unsigned int* copy = (unsigned int*)xmalloc(count > 0 ? count * 4 : 1);
+  if (count > 0) memcpy(copy, picture, count * 4);
+  return copy;
+}
+
+bool PictureRead::read(const char* path) {
+  release();
+  unsigned int w = 0, h = 0;
+  pixels = path != NULL ? readShared(path, &w, &h, boBGRA, &owned_) : NULL;
+  if (pixels == NULL) return false;
+  width = (int)w;
+  height = (int)h;
+  return true;
+}
+
+void PictureRead::adopt(uint32* own, int newWidth, int newHeight) {
+  if (own == pixels) return;
+  release();
+  pixels = own;
+  width = newWidth;
+  height = newHeight;
+  owned_ = true;
+}
+
+void PictureRead::release() {
+  if (owned_) free(pixels);
+  pixels = NULL;
+  width = height = 0;
+  owned_ = false;
 }
 
 int compareDoublesAscending(const void* x, const void* y) {

@@ -94,6 +94,35 @@ struct GreyMapList {
 unsigned int* ReadPngFile(const char* fileName, unsigned int* width,
                           unsigned int* height, bufferFormatId bufferFormat);
 
+// One picture read in the measurement byte order for the span of a
+// measurement, released on every way out. Within a run it is the run's kept
+// decoding itself, shared and not copied: the measurement only reads it.
+// Outside a run (or with the run cache off) it is a decoding of its own.
+// `pixels` is null when the file cannot be read. A measurement that makes a
+// new picture from it (a deskewed one) hands that over with adopt().
+class PictureRead {
+ public:
+  uint32* pixels = NULL;  // read only: may be the run's kept decoding
+  int width = 0;
+  int height = 0;
+
+  PictureRead() = default;
+  explicit PictureRead(const char* path) { read(path); }
+  ~PictureRead() { release(); }
+  PictureRead(const PictureRead&) = delete;
+  PictureRead& operator=(const PictureRead&) = delete;
+
+  // Reads `path` (null: nothing) in place of the picture held. False when
+  // it cannot be read.
+  bool read(const char* path);
+  // Takes `own`, a malloc'd picture, in place of the one held.
+  void adopt(uint32* own, int newWidth, int newHeight);
+
+ private:
+  void release();
+  bool owned_ = false;
+};
+
 // A measurement run: between beginPictureRun and the matching endPictureRun
 // on one thread, ReadPngFile decodes each file once (per byte order) and
 // gives every later read of the same path a fresh malloc'd copy of that

@@ -10,15 +10,6 @@
 
 namespace {
 
-// Reads `path` in the measurement byte order; null when it cannot be read.
-uint32* readPicture(const char* path, int* width, int* height) {
-  unsigned int w = 0, h = 0;
-  uint32* pixels = path ? ReadPngFile(path, &w, &h, boBGRA) : NULL;
-  *width = (int)w;
-  *height = (int)h;
-  return pixels;
-}
-
 // Scans picture column x from the bottom up and counts the changes between
 // white and ink, starting in white. The rows of changes `firstMark` and
 // `secondMark` (counted from 1) are written to *y1 and *y2; the scan stops at
@@ -55,8 +46,9 @@ double getAllCaps(const char* file1, const char* file2) {
 }
 
 double getsmalliFontVal(const char* filePath) {
-  int width, height;
-  uint32* pixels = readPicture(filePath, &width, &height);
+  PictureRead pic(filePath);
+  uint32* pixels = pic.pixels;
+  const int width = pic.width, height = pic.height;
   if (pixels == NULL) return 0.0;
   int minX, minY, maxX, maxY;
   getBoundingBox(pixels, &minX, &minY, &maxX, &maxY, width, height);
@@ -68,13 +60,13 @@ double getsmalliFontVal(const char* filePath) {
   // only pale pixels (a dot joined to the stem by antialiasing).
   int whiteline =
       stencilGapLines(pixels, width, height, minX, minY, W, H, false);
-  free(pixels);
   return whiteline != 0 ? 1.0 : 0.0;
 }
 
 double isTowStoryag(const char* filePath, int isgchar) {
-  int width, height;
-  uint32* pixels = readPicture(filePath, &width, &height);
+  PictureRead pic(filePath);
+  uint32* pixels = pic.pixels;
+  const int width = pic.width, height = pic.height;
   if (pixels == NULL) return 0.0;
   int minX, minY, maxX, maxY;
   getBoundingBox(pixels, &minX, &minY, &maxX, &maxY, width, height);
@@ -103,13 +95,13 @@ double isTowStoryag(const char* filePath, int isgchar) {
       repCount = 0;
     }
   }
-  free(pixels);
   return o_BB_width > 0 ? isTwostoryag / o_BB_width : 0.0;
 }
 
 int getCounterOpenness(const char* file) {
-  int width, height;
-  uint32* pixels = readPicture(file, &width, &height);
+  PictureRead pic(file);
+  uint32* pixels = pic.pixels;
+  const int width = pic.width, height = pic.height;
   if (pixels == NULL) return -1;
   int openHeight = height;
   for (int x = width / 2; x < width - 1; x++) {
@@ -120,13 +112,13 @@ int getCounterOpenness(const char* file) {
         y1 - y2 + 1 < openHeight)
       openHeight = y1 - y2 + 1;
   }
-  free(pixels);
   return openHeight;
 }
 
 double getCounterCloseness(const char* file, int isSmallA) {
-  int width, height;
-  uint32* pixels = readPicture(file, &width, &height);
+  PictureRead pic(file);
+  uint32* pixels = pic.pixels;
+  const int width = pic.width, height = pic.height;
   if (pixels == NULL) return -1.0;
   // The bowl of an a lies between changes 2 and 3 going up, the eye of an e
   // between changes 4 and 5; either way the column must cross three strokes.
@@ -142,7 +134,6 @@ double getCounterCloseness(const char* file, int isSmallA) {
       NumColumns += 1;
     }
   }
-  free(pixels);
   if (NumColumns == 0 || height == 0) return 0.0;
   return CloseArea / ((double)height * NumColumns);
 }

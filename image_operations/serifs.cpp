@@ -13,28 +13,18 @@
 
 namespace {
 
-// A picture read for one measurement, with its ink box; freed on every way
+// A picture read for one measurement, with its ink box; released on every way
 // out. Positions (x, y) of the box count from minX, minY.
-struct SerifPicture {
-  uint32* pixels = NULL;
-  int width = 0;
-  int height = 0;
+struct SerifPicture : PictureRead {
   int minX = 0, minY = 0, maxX = 0, maxY = 0;
 
   // Reads `path`; with a SkewAngle other than 0 the picture is sheared
   // upright about its middle row and is newWidth = width + 2 * refY wide.
-  SerifPicture(const char* path, double SkewAngle) {
-    unsigned int w = 0, h = 0;
-    pixels = path ? ReadPngFile(path, &w, &h, boBGRA) : NULL;
+  SerifPicture(const char* path, double SkewAngle) : PictureRead(path) {
     if (pixels == NULL) return;
-    width = (int)w;
-    height = (int)h;
-    pixels = deskewPicture(pixels, &width, height, SkewAngle);
+    deskewPicture(this, SkewAngle);
     getBoundingBox(pixels, &minX, &minY, &maxX, &maxY, width, height);
   }
-  ~SerifPicture() { free(pixels); }
-  SerifPicture(const SerifPicture&) = delete;
-  SerifPicture& operator=(const SerifPicture&) = delete;
 
   bool ok() const { return pixels != NULL; }
   int boxWidth() const { return abs(maxX - minX) + 1; }

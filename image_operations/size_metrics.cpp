@@ -1,6 +1,6 @@
 // Size, width and grey metrics: each function reads one glyph or string
 // picture, measures it over the ink box (or the full picture where it says
-// so), frees it and returns a double.
+// so) and returns a double.
 #include "image_operations/size_metrics.h"
 
 #include <math.h>
@@ -9,21 +9,16 @@
 
 namespace {
 
-// A picture read for one measurement, with its ink box.
-struct BoxedPicture {
-  uint32* pixels;
-  int width, height;
-  int minX, minY, maxX, maxY;
+// A picture read for one measurement, with its ink box; released on every
+// way out.
+struct BoxedPicture : PictureRead {
+  int minX = 0, minY = 0, maxX = 0, maxY = 0;
 };
 
 // Reads `path` in the measurement byte order and finds its ink box. Returns
-// false, with nothing to free, when the file cannot be read.
+// false when the file cannot be read.
 bool readBoxed(const char* path, BoxedPicture* pic) {
-  unsigned int w = 0, h = 0;
-  pic->pixels = path ? ReadPngFile(path, &w, &h, boBGRA) : NULL;
-  if (pic->pixels == NULL) return false;
-  pic->width = (int)w;
-  pic->height = (int)h;
+  if (!pic->read(path)) return false;
   getBoundingBox(pic->pixels, &pic->minX, &pic->minY, &pic->maxX, &pic->maxY,
                  pic->width, pic->height);
   return true;
@@ -110,7 +105,6 @@ double lineHistogramNumber(const char* file1, bool columns) {
     double sum = boxLineSum(p, columns, line, length);
     std_dev += (sum - avg) * (sum - avg);
   }
-  free(p.pixels);
   return sqrt(std_dev / lines) / lines;
 }
 
@@ -120,15 +114,14 @@ double getHeight(const char* file1) {
   BoxedPicture p;
   if (!readBoxed(file1, &p)) return 0.0;
   int H = boxHeight(p);
-  free(p.pixels);
   return 72.0 * H / FontSizePx;
 }
 
 double getStringWidth(const char* file1) {
-  unsigned int w = 0, h = 0;
-  uint32* pixels = file1 ? ReadPngFile(file1, &w, &h, boBGRA) : NULL;
-  if (pixels == NULL) return 0.0;
-  int width = (int)w, height = (int)h;
+  PictureRead pic(file1);
+  if (pic.pixels == NULL) return 0.0;
+  const uint32* pixels = pic.pixels;
+  const int width = pic.width, height = pic.height;
   // Read column by column, the first ink pixel outside column 0 sets xmin
   // and every later one xmax: xmin doubles as its own "not yet found" mark,
   // so ink in column 0 leaves it unset (the string pictures always start
@@ -156,7 +149,6 @@ double getStringWidth(const char* file1) {
     xmin = first;
     if (last > first || rowsInFirst > 1) xmax = last;
   }
-  free(pixels);
   return (double)((xmax - xmin + 1) * 72 / FontSizePx);
 }
 
@@ -176,7 +168,6 @@ double isMonoSpaced(const char* fileB, const char* fileS) {
 double getAspectRatio(const char* file1) {
   BoxedPicture p;
   if (!readBoxed(file1, &p)) return 0.0;
-  free(p.pixels);
   // Without the absolute value a blank picture's box (1, 1, 0, 0) is 0 by 0
   // and the ratio 0 / 0: the not-a-number that refuses a font missing a
   // letter.
@@ -201,7 +192,6 @@ double pixelCount(const char* file1) {
   for (int y = 0; y < H; y++)
     for (int x = 0; x < W; x++)
       if (boxInk(p, x, y)) count++;
-  free(p.pixels);
   return count;
 }
 
@@ -210,7 +200,6 @@ double getAvgGrey(const char* file1) {
   if (!readBoxed(file1, &p)) return 0.0;
   int W = boxWidth(p), H = boxHeight(p);
   double total = boxTotal(p, W, H);
-  free(p.pixels);
   return total / ((double)W * H);
 }
 
@@ -247,7 +236,6 @@ double getAvgGreyUsingHistogram(const char* file1, const double xheight) {
     free(head);
     head = next;
   }
-  free(p.pixels);
   return pivotGrey / (xheight * W);
 }
 
@@ -301,7 +289,6 @@ void GetCenterOfGravity(const char* file1, double* COGX, double* COGY,
       }
   if (inkCount) avgY /= (inkCount * H);
 
-  free(p.pixels);
   gravY /= H;
   gravX /= W;
   if (COGX) *COGX = gravX;
@@ -331,7 +318,6 @@ double getfillFactor(const char* filePath) {
     }
     if (isBlackpx == 1 && isWhitepx == 0) TotalBlackrow += 1;
   }
-  free(p.pixels);
   double share = (double)TotalBlackrow / H;
   return share * share;
 }

@@ -15,21 +15,10 @@
 
 namespace {
 
-// One picture read for the span of a measurement, freed on every way out.
-struct OwnedPicture {
-  uint32* pixels = NULL;
-  int width = 0;
-  int height = 0;
-
-  explicit OwnedPicture(const char* path) {
-    unsigned int w = 0, h = 0;
-    pixels = ReadPngFile(path, &w, &h, boBGRA);
-    width = (int)w;
-    height = (int)h;
-  }
-  ~OwnedPicture() { free(pixels); }
-  OwnedPicture(const OwnedPicture&) = delete;
-  OwnedPicture& operator=(const OwnedPicture&) = delete;
+// One picture read for the span of a measurement, released on every way
+// out.
+struct OwnedPicture : PictureRead {
+  explicit OwnedPicture(const char* path) : PictureRead(path) {}
 
   // Pixel (x, y), white outside the picture. Box-relative scans of a blank
   // picture (box 1, 1, 0, 0) may reach past a tiny picture's edge.
@@ -384,17 +373,37 @@ void skewImage(uint32* o_buf, uint32* d_buf, int width, int height, int refY,
     shearRow(o_buf, d_buf, width, refY, angle, y, 0, width - 1);
 }
 
+namespace {
+
+// A new picture from xmalloc: `picture` sheared by SkewAngle about
+// refY = height / 2, width + 2 * refY wide.
+uint32* shearedUpright(uint32* picture, int width, int height,
+                       double SkewAngle) {
+  const int refY = height / 2;
+  const int newWidth = width + 2 * refY;
+  uint32* sheared =
+      (uint32*)xmalloc((size_t)height * newWidth * sizeof(uint32));
+  skewImage(picture, sheared, width, height, refY, SkewAngle);
+  return sheared;
+}
+
+}  // namespace
+
 uint32* deskewPicture(uint32* picture, int* width, int height,
                       double SkewAngle) {
   if (SkewAngle == 0) return picture;
-  const int refY = height / 2;
-  const int newWidth = *width + 2 * refY;
-  uint32* sheared =
-      (uint32*)xmalloc((size_t)height * newWidth * sizeof(uint32));
-  skewImage(picture, sheared, *width, height, refY, SkewAngle);
+  uint32* sheared = shearedUpright(picture, *width, height, SkewAngle);
   free(picture);
-  *width = newWidth;
+  *width += 2 * (height / 2);
   return sheared;
+}
+
+void deskewPicture(PictureRead* picture, double SkewAngle) {
+  if (SkewAngle == 0 || picture->pixels == NULL) return;
+  uint32* sheared = shearedUpright(picture->pixels, picture->width,
+                                   picture->height, SkewAngle);
+  picture->adopt(sheared, picture->width + 2 * (picture->height / 2),
+                 picture->height);
 }
 
 double calculateSkew(const char* file) {
@@ -519,7 +528,7 @@ double getVerticalStrokeWidth(const char* filepath, double avg,
                               double SkewAngle) {
   OwnedPicture pic(filepath);
   if (pic.pixels == NULL) return 0.0;
-  pic.pixels = deskewPicture(pic.pixels, &pic.width, pic.height, SkewAngle);
+  deskewPicture(&pic, SkewAngle);
   int minX, minY, maxX, maxY;
   getBoundingBox(pic.pixels, &minX, &minY, &maxX, &maxY, pic.width,
                  pic.height);

@@ -30,6 +30,12 @@ void skewImage(uint32* o_buf, uint32* d_buf, int width, int height, int refY,
 uint32* deskewPicture(uint32* picture, int* width, int height,
                       double SkewAngle);
 
+// The same for a picture read with PictureRead: the sheared picture, a new
+// one of its own, takes the read one's place (which stays as it was when it
+// is the run's kept decoding). Nothing happens for a SkewAngle of 0 or a
+// picture that could not be read.
+void deskewPicture(PictureRead* picture, double SkewAngle);
+
 // Slant of the stems in whole degrees, from -45 to 45: the shear that makes
 // the ink box narrowest, the later (more positive) angle winning ties.
 // Positive means the top of the glyph leans right. 0.0 if the file cannot be

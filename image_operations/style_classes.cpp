@@ -13,26 +13,16 @@
 
 namespace {
 
-// A picture read for one measurement, with its ink box; freed on every way
+// A picture read for one measurement, with its ink box; released on every way
 // out. Box positions (x, y) count from minX, minY; reads outside the picture
 // (the box of a blank picture, the line just past the box) see white.
-struct StylePicture {
-  uint32* pixels = NULL;
-  int width = 0;
-  int height = 0;
+struct StylePicture : PictureRead {
   int minX = 0, minY = 0, maxX = 0, maxY = 0;
 
-  explicit StylePicture(const char* path) {
-    unsigned int w = 0, h = 0;
-    pixels = path ? ReadPngFile(path, &w, &h, boBGRA) : NULL;
+  explicit StylePicture(const char* path) : PictureRead(path) {
     if (pixels == NULL) return;
-    width = (int)w;
-    height = (int)h;
     getBoundingBox(pixels, &minX, &minY, &maxX, &maxY, width, height);
   }
-  ~StylePicture() { free(pixels); }
-  StylePicture(const StylePicture&) = delete;
-  StylePicture& operator=(const StylePicture&) = delete;
 
   bool ok() const { return pixels != NULL; }
   int boxWidth() const { return abs(maxX - minX) + 1; }
