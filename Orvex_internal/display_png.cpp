@@ -40,6 +40,11 @@ FS_BOOLEAN new_PNG_image(char* image_path, int image_width, int image_height,
   pD->png_ptr = nullptr;
   pD->info_ptr = nullptr;
   pD->image.rows = nullptr;
+  // A page left by an earlier run is removed, not truncated: a file
+  // system that writes a file rewritten in place back to disk at once
+  // (ext4 does) would make every page of a run over an old folder wait for
+  // the disk, some milliseconds a page.
+  remove(image_path);
   pD->fp = fopen(image_path, "wb");
   if (pD->fp == nullptr) {
     fprintf(stderr, "Error: Cannot open output png file: %s\n", image_path);

@@ -217,6 +217,20 @@ bool keepPictures(const std::string& images, const std::string& target) {
   return !ec;
 }
 
+// Where working folders go: $TMPDIR when set; else /dev/shm when it is a
+// folder we may write (memory, so the 59 pictures of each font never wait
+// for a disk's file system, which pays for every file made and removed);
+// else /tmp.
+std::string scratchBase() {
+  const char* tmp = getenv("TMPDIR");
+  if (tmp != nullptr && tmp[0] != '\0') return tmp;
+  struct stat st;
+  if (stat("/dev/shm", &st) == 0 && S_ISDIR(st.st_mode) &&
+      access("/dev/shm", W_OK | X_OK) == 0)
+    return "/dev/shm";
+  return "/tmp";
+}
+
 // One font's working folder: a fresh folder holding the font as font.ttf and
 // an empty Images/. Returns "" with `folder` set, or an error text (with any
 // folder made already removed).
@@ -225,10 +239,7 @@ std::string makeFolder(const std::string& font, std::string* folder) {
   if (stat(font.c_str(), &st) != 0) return std::string("Error=") + strerror(errno);
   if (!S_ISREG(st.st_mode)) return "Error=not a file";
 
-  const char* tmp = getenv("TMPDIR");
-  std::string pattern =
-      std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") +
-      "/fontvec-XXXXXX";
+  std::string pattern = scratchBase() + "/fontvec-XXXXXX";
   std::vector<char> name(pattern.begin(), pattern.end());
   name.push_back('\0');
   if (mkdtemp(name.data()) == nullptr)
