@@ -224,6 +224,32 @@ TEST(ReadPngFile, ARunDecodesEachPathOnceAndHandsOutCopies) {
   }
 }
 
+// A PictureRead within a run is the run's decoding itself: a second read of
+// the path shares it, sees the first decoding though the file changed, and
+// a picture adopted in its place leaves the kept one as it was.
+TEST(PictureRead, WithinARunSharesTheKeptDecoding) {
+  TempDir dir;
+  const std::string path = dir.file("p.png");
+  writePicture(path, Picture(2, 1, 0x112233));
+  beginPictureRun();
+  {
+    PictureRead a(path.c_str());
+    writePicture(path, Picture(2, 1, 0x445566));
+    PictureRead b(path.c_str());
+    ASSERT_NE(a.pixels, nullptr);
+    EXPECT_EQ(a.pixels, b.pixels);
+    uint32* own = (uint32*)malloc(4);
+    *own = 0;
+    b.adopt(own, 1, 1);
+    EXPECT_EQ(a.pixels[0], 0x112233u);
+  }
+  endPictureRun();
+  PictureRead outside(path.c_str());
+  ASSERT_NE(outside.pixels, nullptr);
+  EXPECT_EQ(outside.pixels[0], 0x445566u);
+  EXPECT_EQ(PictureRead(dir.file("absent.png").c_str()).pixels, nullptr);
+}
+
 // Results are kept only inside a run with the run cache on, and the
 // outermost end of the run drops them.
 TEST(RunResults, KeptWithinARunOnly) {
