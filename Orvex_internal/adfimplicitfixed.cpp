@@ -268,8 +268,8 @@ void enterEdge(ADF_I1616 x0, ADF_I1616 y0, ADF_I1616 x1, ADF_I1616 y1,
         k += more;
       }
       i += right ? k : -k;
-      if (i < 0) i = 0;
     }
+    if (i < 0) i = 0;
     if (i < w)
       addCrossing(&wnb[j * w + i], dir);
     else if (right)
