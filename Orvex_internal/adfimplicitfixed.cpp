@@ -256,8 +256,8 @@ void enterEdge(ADF_I1616 x0, ADF_I1616 y0, ADF_I1616 x1, ADF_I1616 y1,
   const bool right = x1 > x0;
   const int64_t dx = right ? (int64_t)x1 - x0 : (int64_t)x0 - x1;
   const int64_t dy = (int64_t)y1 - y0;
-  const int64_t startX = right ? (x0 & 0xFFFF) : (i << 16) - x0;
-  int64_t err = ((dy * startX) >> 16) + ((dx * ((jMin << 16) - y0)) >> 16);
+  const int64_t startX = right ? (x0 & 0xFFFF) : i * 65536 - x0;
+  int64_t err = ((dy * startX) >> 16) + ((dx * (jMin * 65536 - y0)) >> 16);
   for (int64_t j = jMin; j <= jMax; j++) {
     if (err > dy) {  // steps while err > dy, each taking dy off
       int64_t k = 1;

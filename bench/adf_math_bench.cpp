@@ -128,8 +128,8 @@ struct Paths {
   static void add(void* u, ADF_U32 op, const FT_Vector* to, const FT_Vector* c,
                   const FT_Vector* c2) {
     ((std::vector<ADFPenCmd>*)u)->push_back(
-        {op, (ADF_F32)(to->x << 10), (ADF_F32)(to->y << 10), (ADF_F32)(c->x << 10),
-         (ADF_F32)(c->y << 10), (ADF_F32)(c2->x << 10), (ADF_F32)(c2->y << 10)});
+        {op, (ADF_F32)(to->x * 1024), (ADF_F32)(to->y * 1024), (ADF_F32)(c->x * 1024),
+         (ADF_F32)(c->y * 1024), (ADF_F32)(c2->x * 1024), (ADF_F32)(c2->y * 1024)});
   }
 };
 
