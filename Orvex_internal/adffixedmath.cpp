@@ -81,22 +81,15 @@ ADF_I1616 I1616_DIV(ADF_I1616 n, ADF_I1616 d, ADF_I32* status) {
     return 0;
   }
   const ADF_U32 q = DIV(nShift >= 0 ? un << nShift : un >> 1, ud << dShift);
-  ADF_U32 r;
-  if (s >= 0) {
-    r = q >> s;
-    if (r == 0) {
-      *status = I1616_DIV_UNDERFLOW;
-      return 0;
-    }
-  } else {
-    r = (q >> (31 + s)) != 0 ? 0x80000000u : q << -s;
-  }
-  // Whatever does not fit 31 bits is an overflow, of either sign.
-  if (r & 0x80000000u) {
-    *status = I1616_DIV_OVERFLOW;
+  // The magnitude in 64 bits, so that whatever does not fit 31 bits shows as
+  // an overflow of either sign; q is never 0, so only a right shift vanishes.
+  const uint64_t mag = s >= 0 ? (uint64_t)(q >> s) : (uint64_t)q << -s;
+  if (mag - 1 >= 0x7FFFFFFFu) {
+    *status = mag == 0 ? I1616_DIV_UNDERFLOW : I1616_DIV_OVERFLOW;
     return 0;
   }
-  return (n ^ d) < 0 ? -(ADF_I1616)r : (ADF_I1616)r;
+  const ADF_U32 sign = (ADF_U32)((n ^ d) >> 31);  // all ones when they differ
+  return (ADF_I1616)(((ADF_U32)mag ^ sign) - sign);
 }
 
 // Shifts a 64-bit magnitude right by s and applies the sign, rounding toward
