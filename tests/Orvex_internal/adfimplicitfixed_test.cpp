@@ -1,0 +1,225 @@
+// The distance-field render up to the band: set-up of a 20x20 pixel square at
+// (10.25, 10.25) worked by hand (pixels as font units, em 24.0, 24 pt at
+// 72 dpi) and where its samples land; curves flattened at hand-worked
+// points; winding of hand-drawn shapes; a fuzz of set-up and buffers on
+// random pen lists; a heap budget sweep.
+#include "Orvex_internal/adfimplicitfixed.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <vector>
+
+#include "Orvex_internal/engine_fixture.h"
+#include "Orvex_internal/fs_err.h"
+
+namespace {
+
+const ADF_I32 F = 65536;
+
+// A path of closed polygons, (x, y) pairs in font units.
+ADFPath polygons(std::vector<ADFPenCmd>& cmds, const std::vector<std::vector<ADF_I32>>& polys) {
+  ADFPath path = {0, 0, INT32_MAX, INT32_MAX, INT32_MIN, INT32_MIN, 24 * F, 0, 0, 0, 0, 0};
+  for (const auto& p : polys)
+    for (size_t k = 0; k < p.size(); k += 2) {
+      cmds.push_back({k ? 1u : 0u, p[k], p[k + 1], 0, 0, 0, 0});
+      path.glyphMinX = std::min(path.glyphMinX, p[k]), path.glyphMaxX = std::max(path.glyphMaxX, p[k]);
+      path.glyphMinY = std::min(path.glyphMinY, p[k + 1]), path.glyphMaxY = std::max(path.glyphMaxY, p[k + 1]);
+    }
+  path.numPenCmds = (ADF_U32)cmds.size(), path.penCmds = cmds.data();
+  return path;
+}
+
+ADFRenderAttrs attrs(ADF_I32 ppem, ADF_U32 mode = 0) {
+  ADFRenderAttrs a = {};
+  a.pointSize = ppem * F, a.dpi = 72, a.scaleX = a.scaleY = F, a.displayMode = mode;
+  return a;
+}
+
+TEST(AdfRenderSetup, SquareWorkedByHandAndSampledAtPixelCentres) {
+  enginetest::Engine eng(1 << 20);
+  void* inst = ADFInitSystem(&eng.st);
+  const ADF_I32 a = 41 * F / 4, b = 121 * F / 4;
+  std::vector<ADFPenCmd> c1, c2;
+  const ADFPath sq = polygons(c1, {{a, a, a, b, b, b, b, a, a, a}});
+  const ADFPath dot = polygons(c2, {{5 * F, 5 * F, 5 * F, 5 * F}});
+  struct Row { const char* why; const ADFPath* shape; ADF_U32 mode; ADF_I32 scaleX, w, h, ox, oy; } rows[] = {
+      // extent 20 * 1.4 = 28.0 (1835000 raw): scale 1/28 = 2340 raw; em
+      // 24 * 2340 = 56160; ppem 24 * 910 * 72 = 1572480; a00 = ppem / em just
+      // under 28.0; tx = 6.249 - 0.5 puts the origin at floor(6.249) = 6.
+      {"grey", &sq, 0, F, 28, 28, 6, 5},
+      {"horizontal stripes: 28 + 5/3 wide, origin floor(5.75 + 1/6)", &sq, 1, F, 29, 28, 5, 5},
+      {"no extent counts as 1.0: 1.4 pixels", &dot, 0, F, 2, 2, 4, 3},
+      {"scaleX 0", &sq, 0, 0, 0, 28, 0, 5}};
+  for (const Row& r : rows) {
+    ADFGlyph* adf = ADFGenerateADF(inst, r.shape);
+    ADFRenderAttrs ra = attrs(24, r.mode);
+    ra.scaleX = r.scaleX;
+    ADFRenderGlyphData rgd; ADFRenderImageAttrs ria; ADFTypesetAttrs ta;
+    ADFRenderSetup(adf, &ra, &rgd, &ria, &ta);
+    EXPECT_TRUE(ria.imageW == r.w && ria.imageH == r.h && ria.imageOriginY == r.oy &&
+                (ria.imageOriginX == r.ox || r.w == 0) && rgd.ppem == 1572480) << r.why;
+    EXPECT_TRUE(r.shape != &sq || (adf->FUToADFScale == 2340 && adf->ADFUnitsPerEM == 56160));
+    ADFImage image = {0, 0, ria.imageH, 0, nullptr, nullptr};
+    ADFRenderGlyph(inst, adf, &rgd, &image);  // empty image: returns at once
+    image.w = ria.imageW;
+    if (r.mode == 0 && r.shape == &sq && r.w) {
+      // Sample (i, j) is the centre of pixel column imageOriginX + i in the
+      // pixel row with bottom edge imageOriginY + 1 + j: the square's
+      // pixels 10..29 both ways, and only they, wind once.
+      DistBuffer* dist = CreateDistBuffer(inst, &image, 0);
+      InternPath* path = CreateInternPath(inst, adf, &rgd);
+      ADF_I8* wnb = CreateWindingNumberBuffer(inst, dist);
+      EXPECT_EQ(SetWindingNumberBuffer(path, dist, wnb), 0);
+      for (ADF_U32 s = 0; s < dist->w * dist->h; s++) {
+        const int col = ria.imageOriginX + s % dist->w, bottom = ria.imageOriginY + 1 + s / dist->w;
+        const bool in = col >= 10 && col <= 29 && bottom >= 10 && bottom <= 29;
+        ASSERT_EQ(wnb[s], in ? 1 : 0) << s;
+        ASSERT_EQ(dist->base[s], in ? 128 * F : -128 * F) << s;
+      }
+      DestroyWindingNumberBuffer(inst, wnb), DestroyInternPath(inst, path), DestroyDistBuffer(inst, dist);
+    }
+    ADFDestroyADF(inst, adf);
+  }
+  ADFTermSystem(inst);
+  EXPECT_EQ(eng.used(), enginetest::kInitCharge);
+}
+
+TEST(AdfFlattening, SegmentCountsAndPointsWorkedByHand) {
+  const int runEnds[] = {1, 20, 103, 327, 799, 1023};  // the table's runs of 1..6
+  for (int i = 0, v = 1; v <= 6; v++)
+    for (; i <= runEnds[v - 1]; i++) ASSERT_EQ(curvesToLinesTable[i], v) << i;
+  EXPECT_TRUE(rcpTable[0] == 0 && rcpTable[3] == 21845 && rcpTable[511] == 128);
+  // A curve from (0, 0) to (20, 0) in samples (identity xform), controls
+  // (cx, cy) and (cx2, cy2); the first segment's end.
+  struct Row { const char* why; ADF_U32 op; ADF_I32 cx, cy, cx2, cy2; ADF_U32 segs; ADF_I32 x1, y1; } rows[] = {
+      // d = 10: floor(sqrt(50)) + 1; point k is (2.5k, 0.3125 k (8 - k)).
+      {"quadratic 10 off", 2, 10 * F, 10 * F, 0, 0, 8, 5 * F / 2, 35 * F / 16},
+      // t = rcpTable[3] = 21845 stops short of 1/3: x = 20 t, y = t (2 - 2t).
+      {"quadratic 1 off: table entry 32", 2, 10 * F, F, 0, 0, 3, 436900, 29126},
+      {"quadratic 0.5 off: halving", 2, 10 * F, F / 2, 0, 0, 2, 10 * F, F / 4},
+      {"control on the midpoint", 2, 10 * F, 0, 0, 0, 1, 20 * F, 0},
+      // t = 541: x = 541 * 20, y = t (6000 - 6000 t) = 541 * 389970000 >> 16.
+      {"3000 off: 24.8 overflows", 2, 10 * F, 3000 * F, 0, 0, 121, 10820, 3219204},
+      {"cubic of 2: the cubic formula at t = 0.5", 3, 10 * F, F / 2, 10 * F, F / 2, 2, 10 * F, 3 * F / 8},
+      // x = t (t (20 t - 30) + 30), each product floored (200/27 is 485451
+      // raw); y = t (t (3 - 3t)).
+      {"cubic, larger of two offsets", 3, 10 * F, 0, 10 * F, F, 3, 485446, 14563},
+      {"opCode 6 is a quadratic", 6, 10 * F, F / 2, 0, 0, 2, 10 * F, F / 4}};
+  enginetest::Engine eng(1 << 22);
+  void* inst = ADFInitSystem(&eng.st);
+  for (const Row& r : rows) {  // a glyph record by hand: move to (0, 0), the curve
+    std::vector<char> block(60 + 2 * 28);
+    ADFGlyph* g = (ADFGlyph*)block.data();
+    *g = {ADF_GLYPH_VERSION, 116, 60, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    ADFGlyphPenCmds(g)[1] = {r.op, 20 * F, 0, r.cx, r.cy, r.cx2, r.cy2};
+    ADFRenderGlyphData rgd = {{{F, 0, 0}, {0, F, 0}, {0, 0, F}}, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+    InternPath* path = CreateInternPath(inst, g, &rgd);
+    ASSERT_EQ(path->numPenCmds, 1 + r.segs) << r.why;
+    const ADFPenCmdFx* p = path->penCmds;
+    EXPECT_TRUE(p[1].x == r.x1 && p[1].y == r.y1 && p[r.segs].x == 20 * F && p[r.segs].y == 0 &&
+                p[r.segs].opCode == 1) << r.why << ": " << p[1].x << "," << p[1].y;
+    for (ADF_I32 k = 1; r.segs == 8 && k <= 8; k++)
+      EXPECT_TRUE(p[k].x == 5 * F * k / 2 && p[k].y == 5 * F * k * (8 - k) / 16) << k;
+    DestroyInternPath(inst, path);
+  }
+  ADFTermSystem(inst);
+  EXPECT_EQ(eng.used(), enginetest::kInitCharge);
+}
+
+TEST(AdfWinding, HandDrawnShapes) {
+  // Polygons in half samples: 3 is 1.5.
+  const std::vector<int> sq = {3, 3, 3, 15, 15, 15, 15, 3, 3, 3}, sq2 = {9, 9, 9, 21, 21, 21, 21, 9, 9, 9},
+                         rev = {3, 3, 15, 3, 15, 15, 3, 15, 3, 3}, outer = {3, 3, 3, 19, 19, 19, 19, 3, 3, 3},
+                         hole = {7, 7, 11, 7, 11, 11, 7, 11, 7, 7};
+  struct Row { const char* why; std::vector<std::vector<int>> polys; int ones, twos, overlap; bool rewound; } rows[] = {
+      {"square: samples 2..7 both ways", {sq}, 36, 0, 0, false},
+      {"like squares overlapping on 3x3", {sq, sq2}, 54, 9, 1, false},
+      {"reversed square is rewound", {rev}, 36, 0, 0, true},
+      {"square holding a reversed square", {outer, hole}, 60, 0, 0, false},
+      // Sharing the side x = 1.5 at y = 4.0: row 4 is the lower one's only.
+      {"triangles meeting at y = 4", {{3, 1, 3, 8, 15, 8, 3, 1}, {3, 8, 3, 15, 15, 8, 3, 8}}, 22, 0, 0, false}};
+  enginetest::Engine eng(1 << 20);
+  void* inst = ADFInitSystem(&eng.st);
+  for (const Row& r : rows) {
+    std::vector<ADFPenCmdFx> cmds;
+    for (const auto& c : r.polys)
+      for (size_t k = 0; k < c.size(); k += 2) cmds.push_back({k ? 1u : 0u, c[k] * F / 2, c[k + 1] * F / 2, 0, 0, 0, 0, 0, 0});
+    const ADFPenCmdFx second = cmds[1];
+    InternPath path = {0, 0, (ADF_U32)cmds.size(), cmds.data()};
+    ADFImage image = {0, 12, 12, 0, nullptr, nullptr};
+    DistBuffer* dist = CreateDistBuffer(inst, &image, 0);
+    ADF_I8* wnb = CreateWindingNumberBuffer(inst, dist);
+    EXPECT_EQ(SetWindingNumberBuffer(&path, dist, wnb), r.overlap) << r.why;
+    int count[3] = {};  // samples winding 0, 1, 2 or more
+    for (int s = 0; s < 144; s++) count[std::min<int>(wnb[s], 2)]++;
+    EXPECT_TRUE(count[1] == r.ones && count[2] == r.twos) << r.why << ": " << count[1] << ", " << count[2];
+    // Rewound, the move keeps its place and the old second point comes last.
+    EXPECT_EQ(cmds[1].x != second.x || cmds[1].y != second.y, r.rewound) << r.why;
+    EXPECT_TRUE(!r.rewound || (cmds[3].x == second.x && cmds[0].opCode == 0)) << r.why;
+    DestroyWindingNumberBuffer(inst, wnb), DestroyDistBuffer(inst, dist);
+  }
+  ADFTermSystem(inst);
+}
+
+// One render of `path` on the client into an image of at most 300x300 that
+// must stay cleared; returns the error left.
+FS_ULONG renderOnce(FS_STATE* st, const ADFPath& path, ADFRenderAttrs a) {
+  void* inst = ADFInitSystem(st);
+  ADFGlyph* adf = inst ? ADFGenerateADF(inst, &path) : nullptr;
+  FS_ULONG error = st->error;
+  if (adf != nullptr) {
+    ADFRenderGlyphData rgd; ADFRenderImageAttrs ria; ADFTypesetAttrs ta;
+    ADFRenderSetup(adf, &a, &rgd, &ria, &ta);
+    const ADF_U16 w = std::min<ADF_U16>(ria.imageW, 300), h = std::min<ADF_U16>(ria.imageH, 300);
+    std::vector<ADF_U8> pixels((size_t)w * h * 4, 0xAB);
+    ADFImage image = {1, w, h, 0, nullptr, pixels.data()};
+    ADFRenderGlyph(inst, adf, &rgd, &image);
+    error = std::count(pixels.begin(), pixels.end(), 0) == (long)pixels.size() ? st->error : 999;
+    ADFDestroyADF(inst, adf);
+  }
+  ADFTermSystem(inst);
+  return error;
+}
+
+// Random opcodes and full 32-bit coordinates, empty, one-point and 100k-point
+// lists, each mode, rotation and strokes: errors only 201, the heap restored.
+TEST(AdfRenderFuzz, RandomPenListsAllModes) {
+  std::mt19937 rng(1933);
+  enginetest::Engine eng(64 << 20);
+  const ADF_U32 sizes[] = {0, 1, 2, 5, 40, 100000};
+  for (int round = 0; round < 72; round++) {  // each mode with each size twice
+    const bool wild = round % 12 < 6;        // full 32-bit or a 40-unit box
+    auto coord = [&] { return wild ? (ADF_I32)rng() : (ADF_I32)(rng() % (40 * F)); };
+    std::vector<ADFPenCmd> cmds(sizes[round % 6]);
+    for (auto& c : cmds) c = {(ADF_U32)(rng() % 8), coord(), coord(), coord(), coord(), coord(), coord()};
+    ADFPath path = {rng() % 3 == 0, (ADF_I32)(rng() % (8 * F)), wild ? coord() : 0, wild ? coord() : 0,
+                    wild ? coord() : 40 * F, wild ? coord() : 40 * F, wild ? coord() : 48 * F,
+                    0, 1, (ADF_U32)cmds.size(), cmds.data(), nullptr};
+    ADFRenderAttrs a = attrs(0, round / 12);
+    a.pointSize = (ADF_I32)(rng() % (200 * F)), a.penX = (ADF_I32)(rng() % (4 * F)), a.gridFitType = 3;
+    a.rotationAngle = round % 5 == 0 ? (ADF_I32)rng() : 0, a.insideCutoff = (ADF_I32)rng(), a.outsideCutoff = (ADF_I32)rng();
+    const FS_ULONG error = renderOnce(&eng.st, path, a);
+    ASSERT_TRUE((error == 0 || error == ERR_MALLOC_FAIL) && eng.used() == enginetest::kInitCharge) << round;
+  }
+}
+
+// Budgets grown from too small: each run succeeds or gives 201, and every
+// byte comes back.
+TEST(AdfRenderFuzz, HeapBudgetSweep) {
+  std::vector<ADFPenCmd> cmds;
+  ADFPath path = polygons(cmds, {{0, 0, 0, 20 * F, 20 * F, 0}, {5 * F, 5 * F, 5 * F, 15 * F, 15 * F, 5 * F, 5 * F, 5 * F}});
+  cmds[2] = {2, 20 * F, 0, 30 * F, 30 * F, 0, 0};
+  cmds.push_back({3, 0, 0, 10 * F, -9 * F, 5 * F, 5 * F});
+  path.numPenCmds = (ADF_U32)cmds.size(), path.penCmds = cmds.data();
+  int failures = 0;
+  for (FS_ULONG budget = enginetest::kInitCharge + 8;; budget += 256, failures++) {
+    enginetest::Engine eng(budget);
+    const FS_ULONG error = renderOnce(&eng.st, path, attrs(48));
+    ASSERT_TRUE((error == 0 || error == ERR_MALLOC_FAIL) && eng.used() == enginetest::kInitCharge) << budget;
+    if (error == 0) break;
+  }
+  EXPECT_GT(failures, 10);
+}
+
+}  // namespace
