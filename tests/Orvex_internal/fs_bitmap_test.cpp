@@ -1,0 +1,175 @@
+// The bitmap scan converter on glyphs worked out by hand: a font of 1024
+// units per em at 16 pixels per em, 64 units a pixel, whose glyphs put
+// edges on pixel boundaries, through centres and between centres; and the
+// refusals, open contours and blank glyphs.
+#include "Orvex_internal/fs_bitmap.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Orvex_internal/fs_cache.h"
+#include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_outline.h"
+#include "Orvex_internal/fs_request.h"
+#include "Orvex_internal/fs_tlist.h"
+#include "support/glyf_font.h"
+#include "support/typeset_font.h"
+
+namespace {
+
+using glyffont::Pt;
+typedef std::vector<std::string> Picture;
+
+// Glyph 0 blank; the others closed contours, in font units.
+std::vector<sfnt::Bytes> glyphs() {
+  auto box = [](int x0, int y0, int x1, int y1) {
+    return glyffont::simple({3}, {{x0, y0, true}, {x0, y1, true}, {x1, y1, true}, {x1, y0, true}});
+  };
+  return {
+      {},
+      box(64, 64, 192, 192),   // 1: pixels 1 to 3 on both axes
+      box(32, 32, 160, 160),   // 2: 0.5 to 2.5, edges through centres
+      glyffont::simple({2}, {{0, 40, true}, {96, 88, true}, {192, 40, true}}),  // 3: y 0.625..1.375
+      box(104, 0, 142, 192),   // 4: a stem x 1.625..2.22, its middle at 1.92
+      box(0, 104, 192, 142),   // 5: a bar, alike across
+      // 6: x 0..3, y 0..2 with a spike from x 1 up to (1.2, 2.7) and back at 1.4
+      glyffont::simple({6}, {{0, 0, true}, {0, 128, true}, {64, 128, true}, {77, 173, true},
+                             {90, 128, true}, {192, 128, true}, {192, 0, true}}),
+  };
+}
+
+std::vector<uint8_t> fontBytes() {
+  sfnt::Font f = glyffont::font(glyphs());
+  sfnt::Bytes head = sfnt::head(1024, 0, 0, 192, 192);
+  sfnt::putU16(head, 50, 1);  // long loca offsets
+  f.set("head", head);
+  return sfnt::build(f);
+}
+
+Picture picture(const FS_BITMAP* b) {
+  Picture p;
+  for (int r = 0; r < b->height; r++) {
+    std::string row;
+    for (int c = 0; c < b->width; c++)
+      row += b->bits[r * b->bpl + (c >> 3)] & (0x80 >> (c & 7)) ? '#' : '.';
+    p.push_back(row);
+  }
+  return p;
+}
+
+// A hand-made outline of closed or open polygons in pixels, box set.
+FS_OUTLINE* polygons(FS_STATE* st, const std::vector<std::vector<std::pair<double, double>>>& cs,
+                     bool close) {
+  FS_LONG n = 0, k = 0;
+  for (auto& c : cs) n += (FS_LONG)c.size() + (close ? 1 : 0);
+  FS_OUTLINE* o = setup_outline(st, (FS_SHORT)cs.size(), n, n);
+  for (auto& c : cs)
+    for (size_t i = 0; i < c.size() + (close ? 1 : 0); i++, k++) {
+      o->type[k] = i == 0 ? FS_MOVETO : FS_LINETO;
+      o->x[k] = (FS_FIXED)(c[i % c.size()].first * 65536);
+      o->y[k] = (FS_FIXED)(c[i % c.size()].second * 65536);
+    }
+  o->type[0] |= 0x80;
+  set_bbox(o->np, o);
+  return o;
+}
+
+}  // namespace
+
+TEST(BitmapScan, HandWorkedGlyphs) {
+  testsupport::TypesetFont f;
+  ASSERT_EQ(0, f.open("", fontBytes()));
+  FS_STATE* st = &f.st;
+  // The map of glyph `gi` before trimming, with or without flag 1.
+  auto untrimmed = [&](FS_ULONG gi, bool flag1) -> FS_BITMAP* {
+    st->flags = FLAGS_NO_HINTS | FLAGS_CMAP_OFF | (flag1 ? FLAGS_RESERVED_BIT0 : 0);
+    FS_OUTLINE* o = FSS_get_outline(st, gi);
+    if (o == nullptr) return nullptr;
+    FS_BITMAP* b = make_bitmap(st, o);
+    FS_ULONG err = st->error;
+    FSS_free_char(st, o);
+    st->error = err;
+    return b;
+  };
+  // The trimmed map through the request call at scale (s00, 0, 0, 16).
+  auto requested = [&](FS_ULONG gi, FS_FIXED s00) -> FS_BITMAP* {
+    st->flags = FLAGS_NO_HINTS | FLAGS_CMAP_OFF;
+    if (f.setScale(s00, 0, 0, 16 << 16) != 0) return nullptr;
+    FS_BITMAP* b = FSS_get_bitmap(st, gi);
+    FS_ULONG err = st->error;
+    FSS_free_char(st, b);  // still readable: the cache keeps it
+    st->error = err;
+    return b;
+  };
+  struct Row {
+    std::function<FS_BITMAP*()> make;
+    FS_ULONG error;
+    std::vector<int> box;  // lo_x, hi_y, width, height, i_dx; empty: null
+    Picture want;
+    const char* why;
+    std::function<bool()> also = nullptr;
+  };
+  const FS_FIXED px16 = 16 << 16;
+  Row rows[] = {
+      {[&] { return untrimmed(1, false); }, 0, {1, 3, 3, 3, 8}, {"...", "##.", "##."},
+       "rectangle on boundaries fills exactly; spare top row and right column empty"},
+      {[&] { return untrimmed(2, false); }, 0, {0, 3, 4, 4, 8}, {"....", "....", ".##.", ".##."},
+       "centre on a run's left end out, right end in; a line's lower end in, upper out"},
+      {[&] { return untrimmed(3, false); }, 0, {0, 2, 4, 3, 8}, {"....", "....", "...."},
+       "lines between two row centres leave no crossing and no turn state",
+       [&] { return st->server->tlist->next_index == 0 && st->server->tlist->hph_flag == 0; }},
+      {[&] { return untrimmed(4, false); }, 0, {1, 3, 3, 4, 8}, {"...", "...", "...", "..."},
+       "a 0.6 px stem between centres vanishes without dropout control"},
+      {[&] { return untrimmed(4, true); }, 0, {1, 3, 3, 4, 8}, {"...", "...", "#..", "#.."},
+       "with flag 1 one pixel a row, at the column of the stem's middle (1.92); the top "
+       "row's pair went to the turn-back test (both edges round to column 2)"},
+      {[&] { return untrimmed(5, false); }, 0, {0, 3, 4, 3, 8}, {"....", "....", "...."},
+       "a 0.6 px bar between row centres vanishes without dropout control"},
+      {[&] { return untrimmed(5, true); }, 0, {0, 3, 4, 3, 8}, {"....", "....", "##.."},
+       "the column scan gives it one pixel a column, in the row of its middle; the last "
+       "column's pair went to the turn-back test, as the stem's top row"},
+      {[&] { return untrimmed(6, true); }, 0, {0, 3, 4, 4, 8}, {"....", "....", "###.", "###."},
+       "a spike turning back within one row leaves no pair there, so no dropout pixel"},
+      {[&] { return requested(0, px16); }, 0, {0, 0, 0, 0, 8}, {}, "a blank glyph keeps its advance"},
+      {[&] { return requested(3, px16); }, 0, {0, 2, 0, 0, 8}, {},
+       "ink-less lines trim to height 0, the advance kept"},
+      {[&] { return requested(2, px16); }, 0, {1, 1, 2, 2, 8}, {"##", "##"}, "trimmed square"},
+      {[&] { return requested(2, -px16); }, 0, {-1, 1, 2, 2, -8}, {"##", "##"},
+       "mirrored: ink at x -2..-1, lo_x paid back one to the right"},
+      {[&] {
+         FS_OUTLINE* o = polygons(st, {{{0, 0}, {16383, 0}, {16383, 1}, {0, 1}}}, true);
+         FS_BITMAP* b = make_bitmap(st, o);
+         FSS_free(st, o);
+         return b;
+       },
+       0, {}, {}, "16384 columns with the spare one: no map, no error"},
+      {[&] {
+         FS_OUTLINE* o = polygons(st, {{{0, 0}, {0, 1}, {2, 1}, {2, 0}}, {{4, 1}, {4, 2}}}, false);
+         FS_BITMAP* b = construct_bitmap(st, nullptr, 1, o);
+         return b;
+       },
+       ERR_RASTER_OVERFLOW, {0, 0, 2, 1, 0}, {"##"},
+       "open contours: 505 and the rows that closed"},
+  };
+  ASSERT_EQ(0, f.setPpem(16));
+  for (Row& r : rows) {
+    st->error = 0;
+    FS_BITMAP* b = r.make();
+    EXPECT_EQ(r.error, st->error) << r.why;
+    if (r.box.empty()) {
+      EXPECT_EQ(nullptr, b) << r.why;
+      continue;
+    }
+    ASSERT_NE(nullptr, b) << r.why;
+    EXPECT_EQ(r.box, (std::vector<int>{b->lo_x, b->hi_y, b->width, b->height, b->i_dx}))
+        << r.why << ": lo_x, hi_y, width, height, i_dx";
+    EXPECT_EQ(r.want, picture(b)) << r.why;
+    if (r.also) {
+      EXPECT_TRUE(r.also()) << r.why;
+    }
+    if (b->cache_ptr == nullptr) FSS_free(st, b);
+  }
+}
