@@ -11,11 +11,13 @@
 #include <vector>
 
 #include "Orvex_internal/fs_cache.h"
+#include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_outline.h"
 #include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/fs_tlist.h"
 #include "support/glyf_font.h"
+#include "support/test_support.h"
 #include "support/typeset_font.h"
 
 namespace {
@@ -171,5 +173,55 @@ TEST(BitmapScan, HandWorkedGlyphs) {
       EXPECT_TRUE(r.also()) << r.why;
     }
     if (b->cache_ptr == nullptr) FSS_free(st, b);
+  }
+}
+
+TEST(BitmapScan, RequestsOfType1AreServedAndCached) {
+  const char* dejavu = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+  std::string file = testsupport::readBytes(dejavu);
+  ASSERT_FALSE(file.empty()) << "cannot read " << dejavu;
+  // The same font whose gasp table asks for neither grid fitting nor gray
+  // at any size.
+  sfnt::Font noGridfit = sfnt::read(sfnt::Bytes(file.begin(), file.end()));
+  noGridfit.set("gasp", {0, 0, 0, 1, 0xFF, 0xFF, 0, 0});
+  struct {
+    std::vector<uint8_t> bytes;
+    FS_USHORT type;
+    FS_ULONG flags;
+    bool setsNoHints;
+    const char* why;
+  } rows[] = {
+      {{}, FS_MAP_BITMAP, FLAGS_NO_HINTS, false, "type 1"},
+      {sfnt::build(noGridfit), FS_MAP_BITMAP | FS_MAP_GRAYMAP2, 0, true,
+       "type 3 at a size without grid fitting or gray: a bitmap, unhinted"},
+  };
+  for (auto& r : rows) {
+    testsupport::TypesetFont f;
+    ASSERT_EQ(0, f.open(dejavu, r.bytes)) << r.why;
+    ASSERT_EQ(0, f.setPpem(24)) << r.why;
+    ASSERT_EQ(0, FSS_set_cmap(&f.st, 3, 1)) << r.why;
+    f.st.flags = r.flags;
+    FS_GLYPHMAP* g = FSS_get_glyphmap(&f.st, 'A', r.type);
+    ASSERT_NE(nullptr, g) << r.why << ": error " << f.st.error;
+    EXPECT_EQ(r.setsNoHints, (r.flags ^ f.st.flags) == FLAGS_NO_HINTS) << r.why;
+    // 'A' of DejaVu Sans at 24 ppem: 16 by 17 pixels from (0, 16), its
+    // advance 1401 / 2048 em, 16.4 pixels.
+    EXPECT_EQ((std::vector<int>{1, 1, 0, 16, 16, 17, 16}),
+              (std::vector<int>{g->bitsPerPixel, g->type, g->lo_x, g->hi_y, g->width, g->height,
+                                g->i_dx}))
+        << r.why;
+    EXPECT_NE(nullptr, g->cache_ptr) << r.why;
+    FS_GLYPHMAP* again = FSS_get_glyphmap(&f.st, 'A', r.type);
+    EXPECT_EQ(g, again) << r.why << ": a repeat comes from the cache";
+    FS_BOUNDINGBOX* box = FSS_get_boundingbox(&f.st, 'A', r.type);
+    ASSERT_NE(nullptr, box) << r.why;
+    EXPECT_EQ((std::vector<int>{g->lo_x, g->hi_y, g->width, g->height}),
+              (std::vector<int>{box->lo_x, box->hi_y, box->width, box->height}))
+        << r.why;
+    FS_SHORT idx, idy;
+    FS_FIXED dx, dy;
+    EXPECT_EQ(0, FSS_get_advance(&f.st, 'A', r.type, &idx, &idy, &dx, &dy)) << r.why;
+    EXPECT_EQ(g->i_dx, idx) << r.why;
+    for (void* p : {(void*)g, (void*)again, (void*)box}) FSS_free_char(&f.st, p);
   }
 }
