@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@
 #include "Orvex_internal/fs_outline.h"
 #include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/fs_tlist.h"
+#include "Orvex_internal/fs_xmalloc.h"
 #include "support/glyf_font.h"
 #include "support/test_support.h"
 #include "support/typeset_font.h"
@@ -223,5 +225,97 @@ TEST(BitmapScan, RequestsOfType1AreServedAndCached) {
     EXPECT_EQ(0, FSS_get_advance(&f.st, 'A', r.type, &idx, &idy, &dx, &dy)) << r.why;
     EXPECT_EQ(g->i_dx, idx) << r.why;
     for (void* p : {(void*)g, (void*)again, (void*)box}) FSS_free_char(&f.st, p);
+  }
+}
+
+// Bytes of simple glyphs of two real fonts (contour ends, instruction
+// lengths, flags, coordinates) set to random values, one at a time, each
+// glyph asked for as a bitmap at 12 and 72 ppem, with and without flag 1.
+// Every answer is a map (0 or 505) or null with 0 (too large) or the
+// fetch's own error of the font data; the transition lists are made once
+// and kept through the sweep, and, with the caches emptied and the idle
+// lists reclaimed, the heap is back at its start. Under a sanitizer this is
+// the proof that no read strays.
+TEST(BitmapScan, MutatedGlyphsGiveAMapOrAnErrorAndLeaveTheHeapAsItWas) {
+  std::mt19937 rng(31);
+  for (const char* path : {"/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
+                           "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf"}) {
+    std::string file = testsupport::readBytes(path);
+    ASSERT_FALSE(file.empty()) << "cannot read " << path;
+    testsupport::TypesetFont f;
+    ASSERT_EQ(0, f.open(path, std::vector<uint8_t>(file.begin(), file.end())));
+    std::vector<uint8_t>& bytes = f.data;  // the engine reads the glyphs here
+    sfnt::Bytes b(file.begin(), file.end());
+    size_t glyf = sfnt::getU32(b, sfnt::entryOf(b, "glyf") + 8);
+    size_t loca = sfnt::getU32(b, sfnt::entryOf(b, "loca") + 8);
+    size_t head = sfnt::getU32(b, sfnt::entryOf(b, "head") + 8);
+    size_t maxp = sfnt::getU32(b, sfnt::entryOf(b, "maxp") + 8);
+    bool longLoca = sfnt::getU16(b, head + 50) == 1;
+    unsigned n = sfnt::getU16(b, maxp + 4);
+    auto at = [&](unsigned gi) -> size_t {
+      return longLoca ? sfnt::getU32(b, loca + 4 * gi) : 2 * sfnt::getU16(b, loca + 2 * gi);
+    };
+    FS_STATE* st = &f.st;
+    SFNT* sfnts[2];
+    for (int k = 0; k < 2; k++) {
+      ASSERT_EQ(0, f.setPpem(k ? 72 : 12));
+      sfnts[k] = st->cur_sfnt;
+    }
+    auto emptyCaches = [&] {
+      for (SFNT* s : sfnts) delete_fs_cache(st, s);
+    };
+    FS_ULONG start = FS_get_heap_used(st);
+    TLIST* lists[2] = {nullptr, nullptr};
+    long maps = 0;
+    for (int m = 0; m < 1000; m++) {
+      unsigned gi = rng() % n;
+      size_t g0 = glyf + at(gi), g1 = glyf + at(gi + 1);
+      if (g1 <= g0 + 12 || (int16_t)sfnt::getU16(b, g0) <= 0) {
+        m--;  // only simple glyphs with contours
+        continue;
+      }
+      size_t pos = g0 + 10 + rng() % (g1 - g0 - 10);
+      uint8_t old = bytes[pos];
+      bytes[pos] = (uint8_t)rng();
+      for (int k = 0; k < 4; k++) {
+        ASSERT_EQ(0, f.setPpem(k & 1 ? 72 : 12));
+        st->flags = FLAGS_NO_HINTS | FLAGS_CMAP_OFF | (k & 2 ? FLAGS_RESERVED_BIT0 : 0);
+        FS_BITMAP* map = FSS_get_bitmap(st, gi);
+        FS_ULONG err = st->error;
+        std::string why = std::string(path) + " glyph " + std::to_string(gi) + " byte " +
+                          std::to_string(pos - g0) + " request " + std::to_string(k);
+        if (map != nullptr) {
+          maps++;
+          EXPECT_TRUE(err == 0 || err == ERR_RASTER_OVERFLOW) << why << ": " << err;
+        } else {
+          EXPECT_TRUE(err == 0 || (err >= 400 && err < 500)) << why << ": " << err;
+        }
+        FSS_free_char(st, map);
+        // Made at the first glyph, then kept: never freed during the sweep.
+        for (int l = 0; l < 2; l++) {
+          TLIST* now = l ? st->server->drop : st->server->tlist;
+          if (lists[l] == nullptr) lists[l] = now;
+          if (now != nullptr) {
+            EXPECT_EQ(lists[l], now) << why;
+          }
+        }
+      }
+      bytes[pos] = old;
+      emptyCaches();
+    }
+    EXPECT_GT(maps, 2000) << path;
+    ASSERT_TRUE(lists[0] && lists[1]) << path;
+    EXPECT_EQ(0, lists[0]->ref_count + lists[1]->ref_count) << path << ": idle lists";
+    EXPECT_EQ(2, kill_tlists(st)) << path << ": idle lists are reclaimed";
+    EXPECT_EQ(start, FS_get_heap_used(st)) << path;
+    // A budget so tight that glyphs need the reclaim ladder: it may take
+    // cached glyphs and idle lists, never the lists of the glyph at work.
+    st->server->heap_size = st->server->allocated + 24000;
+    for (unsigned gi = 1; gi < 200; gi += 3) {
+      st->flags = FLAGS_NO_HINTS | FLAGS_CMAP_OFF | FLAGS_RESERVED_BIT0;
+      FS_BITMAP* map = FSS_get_bitmap(st, gi);
+      EXPECT_TRUE(map != nullptr || st->error == ERR_MALLOC_FAIL) << path << " " << gi;
+      FSS_free_char(st, map);
+    }
   }
 }
