@@ -136,3 +136,39 @@ TEST(ScaleFont, AWorkspaceBeyondTheHeapIs201AndNothingStays) {
 }
 
 }  // namespace
+
+// The scan control word a glyph's program leaves decides dropout control:
+// words merged (high bits ORed, the low byte's threshold the larger), then
+// read against the size and the scale.
+TEST(ScanControl, MergedWordsDecideDropoutControl) {
+  const FS_FIXED P12 = 12 << 16;
+  struct {
+    std::vector<FS_ULONG> words;
+    FS_FIXED s00, s01, s10, s11;
+    FS_LONG want;
+    const char* why;
+  } rows[] = {
+      {{}, P12, 0, 0, P12, 0, "nothing merged: an unhinted glyph has none"},
+      {{0x100 | 12}, P12, 0, 0, P12, 1, "0x100 at the threshold"},
+      {{0x100 | 11}, P12, 0, 0, P12, 0, "0x100 above the threshold"},
+      {{0x100 | 8, 20}, P12, 0, 0, P12, 1, "thresholds merge to the larger"},
+      {{0x100 | 255}, 300 << 16, 0, 0, 300 << 16, 1, "threshold 255: every size"},
+      {{0x100 | 20, 0x20000}, P12, 0, 0, P12, 0, "scan type 2 turns it off"},
+      {{0x200}, P12, 1 << 16, 1 << 16, P12, 1, "0x200 under a rotation"},
+      {{0x200}, P12, 1 << 16, 0, P12, 0, "0x200: a shear alone is no rotation"},
+      {{0x400}, P12 * 2, 0, 0, P12, 1, "0x400 when stretched"},
+      {{0x400}, P12, 0, 0, P12, 0, "0x400 with equal diagonal entries"},
+  };
+  for (const auto& r : rows) {
+    SENV senv{};
+    SFNT sfnt{};
+    fsg_SplineKey key{};
+    senv.yppm = (FS_USHORT)((r.s11 + 0x8000) >> 16);
+    sfnt.senv = &senv;
+    FS_FIXED s[4] = {r.s00, r.s01, r.s10, r.s11};
+    for (int i = 0; i < 4; i++) sfnt.user_scale[i] = s[i];
+    key.sfnt = &sfnt;
+    for (FS_ULONG w : r.words) update_scanControl(&key, w);
+    EXPECT_EQ(r.want, get_dropout_control(&key)) << r.why;
+  }
+}
