@@ -480,6 +480,7 @@ void fsg_reset_fit(FS_STATE* state, fsg_SplineKey* key) {
   state->outl_char = 0;
   state->any_hints = 0;
   state->level = 0;
+  key->scanControl = 0;  // what this glyph's program asks, merged afresh
   key->num_comps = key->num_contours = key->num_points = 0;
   key->useMyMetrics = 0;
 }
@@ -513,5 +514,27 @@ FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints) {
     }
   }
   state->error = SUCCESS;
+  return 0;
+}
+
+void update_scanControl(fsg_SplineKey* key, FS_ULONG scanControl) {
+  FS_ULONG high = (key->scanControl | scanControl) & 0xFFFF0000u;
+  FS_ULONG a = key->scanControl & 0xFF, b = scanControl & 0xFF;
+  FS_ULONG mid = (key->scanControl | scanControl) & 0xFF00u;
+  key->scanControl = high | mid | (a > b ? a : b);
+}
+
+FS_LONG get_dropout_control(fsg_SplineKey* key) {
+  FS_ULONG sc = key->scanControl;
+  if (sc & 0x20000) return 0;
+  SFNT* sfnt = key->sfnt;
+  if (sfnt == nullptr) return 0;
+  FS_LONG threshold = (FS_LONG)(sc & 0xFF);
+  if (threshold == 255) threshold = 32767;
+  FS_LONG ppm = sfnt->senv ? sfnt->senv->yppm : (sfnt->user_scale[3] + 0x8000) >> 16;
+  const FS_FIXED* s = sfnt->user_scale;
+  if ((sc & 0x100) && ppm <= threshold) return 1;
+  if ((sc & 0x200) && s[1] != 0 && s[2] != 0) return 1;
+  if ((sc & 0x400) && s[0] != s[3]) return 1;
   return 0;
 }

@@ -88,6 +88,17 @@ void fsg_reset_fit(FS_STATE* state, fsg_SplineKey* key);
 // 406, 407, 412, 418, 419, 441 and the heap's errors.
 FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints);
 
+// Merges a scan control word that a glyph's program left into the key's
+// word for this glyph: the high 16 bits ORed, the low byte the larger.
+void update_scanControl(fsg_SplineKey* key, FS_ULONG scanControl);
+
+// Whether the glyph just fetched asks for dropout control, from the key's
+// merged scan control word: never with bit 0x20000; with 0x100 at or below
+// the threshold in the low byte (255 meaning every size); with 0x200 under
+// a rotation (both off-diagonal entries non-zero); with 0x400 under unequal
+// diagonal entries. 1 or 0.
+FS_LONG get_dropout_control(fsg_SplineKey* key);
+
 // The key's glyph element after a fetch.
 inline fnt_ElementType* fsg_glyph_element(fsg_SplineKey* key) {
   return &key->elementInfoRec.interpreterElements[1];

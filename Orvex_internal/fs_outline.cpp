@@ -696,7 +696,7 @@ FS_OUTLINE* make_outline_ttf(FS_STATE* state, SFNT* sfnt, FS_ULONG gIndex) {
   if (err != 0) return nullptr;
   FS_OUTLINE* o = extract_outline(state, key);
   if (o == nullptr) return nullptr;
-  if ((state->flags & FLAGS_RESERVED_BIT0) || cff)
+  if ((state->flags & FLAGS_RESERVED_BIT0) || cff || get_dropout_control(key))
     state->flags |= FLAGS_THIN_STROKE;  // dropout control wanted
   else
     state->flags &= ~FLAGS_THIN_STROKE;

@@ -2,11 +2,12 @@
 // of a client. Every glyph call runs one skeleton (map the code, ready the
 // scaled font, measure the reference lines once, resolve the type) and then
 // hands over to one rasteriser's getter, which answers through the cache.
-// Rasterisers not built yet (1-bit, distance field) answer 519 at one seam.
+// Rasterisers not built yet (distance field, ADF) answer 519 at one seam.
 #include "Orvex_internal/fs_request.h"
 
 #include <string.h>
 
+#include "Orvex_internal/fs_bitmap.h"
 #include "Orvex_internal/fs_bytes.h"
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cff.h"
@@ -64,8 +65,8 @@ void ensure_ref_lines(FS_STATE* state, bool need_outlines) {
   state->error = error;
 }
 
-// The getter of one rasteriser. The 1-bit, distance-field and ADF
-// rasterisers are not part of this build: their requests end here with 519.
+// The getter of one rasteriser. The distance-field and ADF rasterisers are
+// not part of this build: their requests end here with 519.
 FS_GLYPHMAP* get_by_rasterizer(FS_STATE* state, FS_ULONG id, FS_USHORT index,
                                FS_USHORT type, FS_USHORT rasterizer,
                                FS_SHORT phasex, FS_SHORT phasey) {
@@ -73,6 +74,7 @@ FS_GLYPHMAP* get_by_rasterizer(FS_STATE* state, FS_ULONG id, FS_USHORT index,
     case RASTER_GRAYMAP:
       return get_graymap(state, id, index, type, phasex, phasey);
     case RASTER_BITMAP:
+      return get_bitmap(state, id, index, type);
     case RASTER_ADF:
     case RASTER_DISTANCE_FIELD:
       state->error = ERR_BAD_TYPE;

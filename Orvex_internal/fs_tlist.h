@@ -18,8 +18,11 @@ struct TLIST {
   FS_LONG stop_index;
   FS_LONG next_index;
   FS_LONG* indices;  // first node of each row, -1 when empty
+  // Contour-turn state of the line being drawn: the loop's first crossing
+  // and the previous line's last one, each a packed crossing and its row.
   FS_LONG hph_flag;
-  FS_SHORT hph_loopstartz, hph_prevz, hph_loopstarty, hph_prevy;
+  FS_FIXED hph_loopstartz, hph_prevz;
+  FS_SHORT hph_loopstarty, hph_prevy;
   FS_SHORT ref_count;  // in use: the ladder leaves it alone
   TNODE* nodes;
   FS_LONG numIndices;

@@ -2,7 +2,8 @@
 // 26.6 units with the origin at the left phantom place, and the rounded
 // advance (a CFF glyph's contours in the engine's order: reversed, each
 // closed on a point of its own, a cubic's two controls `off`); or with --png
-// its 8-bit graymap as a grey PNG. Starts a private engine client, adds and
+// its 8-bit graymap as a grey PNG; or with --bitmap its trimmed 1-bit map,
+// as a 1-bit grey PNG or as text rows of '#' and '.'. Starts a private engine client, adds and
 // sets the font, sets the scale and the character map, and asks the glyph
 // request calls for the advance and the points, or the graymap.
 #include <stdio.h>
@@ -93,6 +94,40 @@ bool writeGraymapPng(const char* out, const FS_GRAYMAP* g) {
   return fclose(fp) == 0;
 }
 
+// Writes a 1-bit map as a 1-bit grey PNG, ink black on white. A map with
+// no pixels becomes one white pixel. False when the file can't be written.
+bool writeBitmapPng(const char* out, const FS_BITMAP* b) {
+  FILE* fp = fopen(out, "wb");
+  if (fp == NULL) return false;
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, NULL, NULL, NULL);
+  png_infop info = png ? png_create_info_struct(png) : NULL;
+  if (info == NULL || setjmp(png_jmpbuf(png))) {
+    png_destroy_write_struct(&png, &info);
+    fclose(fp);
+    return false;
+  }
+  bool blank = b->width <= 0 || b->height <= 0;
+  png_uint_32 w = blank ? 1 : (png_uint_32)b->width;
+  png_uint_32 h = blank ? 1 : (png_uint_32)b->height;
+  png_init_io(png, fp);
+  png_set_IHDR(png, info, w, h, 1, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  png_uint_32 bytes = (w + 7) / 8;
+  png_bytep row = (png_bytep)malloc(bytes);
+  for (png_uint_32 y = 0; y < h; y++) {
+    // Grey 1 is white: the engine's ink bits are inverted, the padding
+    // stays white.
+    for (png_uint_32 j = 0; j < bytes; j++)
+      row[j] = (png_byte)(blank ? 0xFF : ~b->bits[y * (png_uint_32)b->bpl + j]);
+    png_write_row(png, row);
+  }
+  free(row);
+  png_write_end(png, info);
+  png_destroy_write_struct(&png, &info);
+  return fclose(fp) == 0;
+}
+
 int engineError(const char* path, FS_STATE* st) {
   fontvec_error("%s: error %lu: %s", path, (unsigned long)st->error,
                 FS_error_message(st->error));
@@ -134,11 +169,34 @@ int writeGraymap(FS_STATE* st, const char* path, FS_ULONG id,
   return status;
 }
 
+// The trimmed 1-bit map of `id`: its box printed, then the PNG written to
+// `pngOut`, or without one a row of '#' and '.' per pixel row; 0 or 1.
+int writeBitmap(FS_STATE* st, const char* path, FS_ULONG id,
+                const char* pngOut) {
+  FS_GLYPHMAP* b = FSS_get_glyphmap(st, id, FS_MAP_BITMAP);
+  if (b == NULL) return engineError(path, st);
+  int status = 0;
+  if (pngOut != NULL && !writeBitmapPng(pngOut, b)) {
+    fontvec_error("%s: cannot write the PNG file", pngOut);
+    status = 1;
+  } else {
+    printf("%d %d %d %d\n", b->lo_x, b->hi_y, b->width, b->height);
+    for (int y = 0; pngOut == NULL && y < b->height; y++) {
+      for (int x = 0; x < b->width; x++)
+        putchar(b->bits[y * b->bpl + (x >> 3)] & (0x80 >> (x & 7)) ? '#' : '.');
+      putchar('\n');
+    }
+  }
+  FSS_free_char(st, b);
+  return status;
+}
+
 // What the command line asks for.
 struct GlyphRequest {
   const char* path = NULL;
   unsigned long glyph = 0, ppem = 0, index = 0, code = 0;
   bool haveGlyph = false, haveChar = false, points = false;
+  bool bitmap = false, text = false, dropout = false;
   const char* pngOut = NULL;
 };
 
@@ -162,6 +220,12 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
       if (!parseNumber(argv[++i], 10, 0xFFFFFFFFul, &r->index)) return false;
     } else if (strcmp(a, "--png") == 0 && i + 1 < argc) {
       r->pngOut = argv[++i];
+    } else if (strcmp(a, "--bitmap") == 0) {
+      r->bitmap = true;
+    } else if (strcmp(a, "--text") == 0) {
+      r->text = true;
+    } else if (strcmp(a, "--dropout") == 0) {
+      r->dropout = true;
     } else if (strcmp(a, "--points") == 0) {
       r->points = true;
     } else if (strcmp(a, "--no-hints") == 0) {
@@ -172,8 +236,12 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
       r->path = a;
     }
   }
+  // --bitmap takes exactly one of --png and --text; --text and --dropout
+  // need --bitmap.
+  if (r->bitmap && (r->pngOut != NULL) == r->text) return false;
+  if (!r->bitmap && (r->text || r->dropout)) return false;
   return r->path != NULL && r->ppem != 0 && r->haveGlyph != r->haveChar &&
-         !(r->points && r->pngOut != NULL);
+         !(r->points && (r->pngOut != NULL || r->bitmap));
 }
 
 }  // namespace
@@ -199,9 +267,11 @@ int fontvec_glyph(int argc, char** argv) {
     // unmapped character gives the font's missing-glyph shape, index 0.
     if (r.haveGlyph) FS_set_flags(&st, FLAGS_CMAP_OFF);
     FS_set_flags(&st, FLAGS_NO_HINTS);
+    if (r.dropout) FS_set_flags(&st, FLAGS_RESERVED_BIT0);  // dropout control
     FS_ULONG id = r.haveChar ? (FS_ULONG)r.code : (FS_ULONG)r.glyph;
-    status = r.pngOut != NULL ? writeGraymap(&st, r.path, id, r.pngOut)
-                              : printPoints(&st, r.path, id);
+    status = r.bitmap ? writeBitmap(&st, r.path, id, r.pngOut)
+             : r.pngOut != NULL ? writeGraymap(&st, r.path, id, r.pngOut)
+                                : printPoints(&st, r.path, id);
   }
   FSS_exit(&st);
   return status;
