@@ -69,7 +69,8 @@ void work_out_sizes(fsg_SplineKey* key, TTF* ttf) {
   FS_ULONG perPoint = 4 * sizeof(F26DOT6) + 2 * sizeof(FS_LONG) + 2;
   FS_ULONG need = (points + twilight) * perPoint +
                   ((FS_ULONG)key->max_contours + 1) * 2 * sizeof(FS_SHORT);
-  need += (FS_ULONG)key->maxp->maxStackElements * sizeof(FS_LONG);
+  need += ((FS_ULONG)key->maxp->maxStackElements + FNT_STACK_SLACK) *
+          sizeof(FS_LONG);
   key->workspace_need = (need + 7) & ~7u;
   key->cvtCount = ttf->num_cvt;
   key->offset_controlValues = 0;
@@ -366,9 +367,17 @@ FS_LONG scale_font_ttf(FS_STATE* state, SFNT* sfnt, FS_FIXED s00, FS_FIXED s01,
   key->fixedPointSize = FIXED_ONE;
   key->pixelDiameter = kPixelDiameter;
   fs_NewTransformation(key);
-  // The font program runs here once the interpreter exists; until then the
-  // defaults it would set are the key's zeros.
-  key->executeFontPgm = 0;
+  if (key->executeFontPgm) {
+    fsg_SetDefaults(key);
+    // The workspace's elements are the font program's to use now.
+    state->server->workspace_sfnt = nullptr;
+    err = fsg_RunFontProgram(state, key);
+    if (err) {
+      delete_key(state, key);
+      return fail(state, err);
+    }
+    key->executeFontPgm = 0;
+  }
   key->executePrePgm = 1;
   key->state |= KEY_INITIALISED | KEY_SFNT_READY | KEY_TRANSFORM_READY;
 
