@@ -258,10 +258,10 @@ void fnt_SVTCA(GS* gs) {  // 0x00-0x05
 bool line_vector(GS* gs, FS_LONG p1, FS_LONG p2, bool old,
                  SHORT_UNIT_VECTOR* v) {
   if (!point_ok(gs, gs->CE2, p1) || !point_ok(gs, gs->CE1, p2)) return false;
-  F26DOT6 dx = old ? gs->CE1->ox[p2] - gs->CE2->ox[p1]
-                   : gs->CE1->x[p2] - gs->CE2->x[p1];
-  F26DOT6 dy = old ? gs->CE1->oy[p2] - gs->CE2->oy[p1]
-                   : gs->CE1->y[p2] - gs->CE2->y[p1];
+  F26DOT6 dx = old ? wrap_sub(gs->CE1->ox[p2], gs->CE2->ox[p1])
+                   : wrap_sub(gs->CE1->x[p2], gs->CE2->x[p1]);
+  F26DOT6 dy = old ? wrap_sub(gs->CE1->oy[p2], gs->CE2->oy[p1])
+                   : wrap_sub(gs->CE1->y[p2], gs->CE2->y[p1]);
   if (gs->opCode & 1) {
     F26DOT6 t = dx;
     dx = wrap_neg(dy);
@@ -318,7 +318,7 @@ void fnt_SetLocalGraphicState(GS* gs) {
     case 0x10: gs->Pt0 = v; break;
     case 0x11: gs->Pt1 = v; break;
     case 0x12: gs->Pt2 = v; break;
-    case 0x17: gs->loop = v - 1; break;
+    case 0x17: gs->loop = wrap_sub(v, 1); break;
     default: break;
   }
 }
@@ -510,12 +510,14 @@ void fnt_MD(GS* gs) {  // 0x49 current, 0x4A font units scaled
     return;
   }
   if (gs->opCode & 1) {
-    push(gs, gs->Project(gs, e0->x[p2] - e1->x[p1], e0->y[p2] - e1->y[p1]));
+    push(gs, gs->Project(gs, wrap_sub(e0->x[p2], e1->x[p1]),
+                         wrap_sub(e0->y[p2], e1->y[p1])));
   } else if (e0 == &gs->elements[0] || e1 == &gs->elements[0]) {
-    push(gs, gs->OldProject(gs, e0->ox[p2] - e1->ox[p1], e0->oy[p2] - e1->oy[p1]));
+    push(gs, gs->OldProject(gs, wrap_sub(e0->ox[p2], e1->ox[p1]),
+                            wrap_sub(e0->oy[p2], e1->oy[p1])));
   } else {
-    F26DOT6 d = gs->OldProject(gs, e0->oox[p2] - e1->oox[p1],
-                               e0->ooy[p2] - e1->ooy[p1]);
+    F26DOT6 d = gs->OldProject(gs, wrap_sub(e0->oox[p2], e1->oox[p1]),
+                               wrap_sub(e0->ooy[p2], e1->ooy[p1]));
     push(gs, scale_cvt_value(gs->globalGS, d));
   }
 }
@@ -537,7 +539,7 @@ void fnt_SCFS(GS* gs) {  // 0x48
 // The glyph's advance in unhinted pixels: right minus left phantom place.
 void fnt_RAW(GS* gs) {
   fnt_ElementType* el = &gs->elements[1];
-  push(gs, el->ox[el->np + 1] - el->ox[el->np]);
+  push(gs, wrap_sub(el->ox[el->np + 1], el->ox[el->np]));
 }
 
 /* ---- Flags of points that move nothing ---- */
@@ -551,7 +553,7 @@ void fnt_UTP(GS* gs) {  // 0x29
 }
 
 void fnt_FLIPPT(GS* gs) {  // 0x80: `loop` + 1 points
-  FS_LONG n = gs->loop + 1;
+  FS_INT64 n = (FS_INT64)gs->loop + 1;
   gs->loop = 0;
   if (n > depth(gs)) return;
   fnt_ElementType* el = gs->CE0;
@@ -784,9 +786,9 @@ void fnt_IllegalInstruction(GS* gs) { fnt_Panic(gs, FNT_PANIC); }
 // Pops `loop` + 1 values when the stack holds them (else none), and resets
 // the loop count.
 void drop_loop(GS* gs) {
-  FS_LONG n = gs->loop + 1;
+  FS_INT64 n = (FS_INT64)gs->loop + 1;
   gs->loop = 0;
-  if (n > 0 && n <= depth(gs)) drop(gs, n);
+  if (n > 0 && n <= depth(gs)) drop(gs, (FS_LONG)n);
 }
 
 // Pops a count and up to that many groups of `per` values.
