@@ -109,23 +109,12 @@ inline sfnt::Font font(const std::vector<Bytes>& glyphs,
 inline void setPrograms(sfnt::Font& f, const Bytes& fpgm, const Bytes& prep,
                         const Bytes& cvt, Bytes maxp, uint32_t points,
                         uint32_t instructionBytes) {
-  const Bytes* old = f.find("maxp");
-  sfnt::putU16(maxp, 4, sfnt::getU16(*old, 4));  // numGlyphs
-  auto raise = [&](size_t at, uint32_t v) {
-    if (sfnt::getU16(maxp, at) < v) sfnt::putU16(maxp, at, v);
-  };
-  raise(6, points);
-  raise(8, 1);
-  raise(26, instructionBytes);
+  sfnt::putU16(maxp, 4, sfnt::getU16(*f.find("maxp"), 4));  // numGlyphs
+  for (auto raise : {std::pair<size_t, uint32_t>{6, points}, {8, 1}, {26, instructionBytes}})
+    if (sfnt::getU16(maxp, raise.first) < raise.second) sfnt::putU16(maxp, raise.first, raise.second);
   f.set("maxp", maxp);
-  const std::pair<const char*, const Bytes*> tables[] = {
-      {"fpgm", &fpgm}, {"prep", &prep}, {"cvt ", &cvt}};
-  for (const auto& t : tables) {
-    if (t.second->empty())
-      f.remove(t.first);
-    else
-      f.set(t.first, *t.second);
-  }
+  for (const auto& t : {std::make_pair("fpgm", &fpgm), {"prep", &prep}, {"cvt ", &cvt}})
+    t.second->empty() ? (void)f.remove(t.first) : (void)f.set(t.first, *t.second);
 }
 
 // The triangle used throughout: (0,0) on, (100,0) on, (50,100) off.
