@@ -622,9 +622,11 @@ FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints) {
     err = fsg_RunPreProgram(state, key);
     if (err) return err;
   }
-  // Hints take part when the client allows them; the interpreter that
-  // applies them is not built, so the points stay as scaled.
-  FS_BOOLEAN hints = useHints && !(state->flags & FLAGS_NO_HINTS);
+  // Hints take part when the client allows them and the control-value
+  // program did not switch them off (INSTCTRL bit 0); glyph programs move
+  // no points yet, so the points stay as scaled.
+  FS_BOOLEAN hints = useHints && !(state->flags & FLAGS_NO_HINTS) &&
+                     !(key->globalGS.defaultParBlock.instructControl & 1);
   err = get_glyph_metrics(state, key, key->glyphIndex, &key->metrics);
   if (err) return err;
   err = get_comp(state, key, key->glyphIndex, 0, hints);

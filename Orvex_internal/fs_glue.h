@@ -100,7 +100,7 @@ void fsg_reset_fit(FS_STATE* state, fsg_SplineKey* key);
 // Fetches glyph key->glyphIndex into the glyph element (element 1): np
 // points, nc contours, the 8 phantom places at np..np+7, x/y after the
 // matrix. `useHints` asks for hints, which the client's FLAGS_NO_HINTS
-// refuses; glyphs are unhinted until the interpreter exists. Returns 0 or
+// refuses; glyphs are unhinted until glyph programs move points. Returns 0 or
 // 406, 407, 412, 418, 419, 441 and the heap's errors.
 FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints);
 
