@@ -41,6 +41,8 @@
   X(406, ERR_BAD_GLYF_INDEX, "glyph index out of range")                      \
   X(407, ERR_BAD_GLYF_FORMAT, "glyph data malformed")                         \
   X(412, ERR_KEY_STATE, "scaler key not in the needed state")                \
+  X(416, ERR_ILLEGAL_INSTRUCTION, "font program stopped: illegal "           \
+                                  "instruction or a guard of the interpreter") \
   X(418, ERR_GPOS_POINT, "GPOS point index out of range, or a glyph has more " \
                          "points than maxp allows")                           \
   X(419, ERR_TOO_MANY_CONTOURS, "glyph has more contours than maxp allows")   \

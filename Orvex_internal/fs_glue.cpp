@@ -77,6 +77,15 @@ FS_LONG fs_SetUpKey(FS_STATE* state, fsg_SplineKey* key) {
     el->nc = 0;
     el->np = 0;
   }
+  // The twilight zone is one contour over all its points, so that MIRP can
+  // create points anywhere in it.
+  fnt_ElementType* twilight = &info->interpreterElements[0];
+  if (key->max_twilight > 0) {
+    twilight->np = (FS_SHORT)key->max_twilight;
+    twilight->nc = 1;
+    twilight->sp[0] = 0;
+    twilight->ep[0] = (FS_SHORT)(key->max_twilight - 1);
+  }
   info->stackBaseOffset = (FS_ULONG)(p - server->workspace);
   return 0;
 }
@@ -452,9 +461,101 @@ FS_LONG get_glyph_advance(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
   return 0;
 }
 
+namespace {
+
+// Points the interpreter's state at the key's stack, storage, control
+// values, definitions and programs, which move with the workspace and the
+// font's data, and copies the key's scaling into it.
+void set_up_global_gs(FS_STATE* state, fsg_SplineKey* key, TTF* ttf) {
+  fnt_GlobalGraphicStateType* g = &key->globalGS;
+  TTF_MAXP* maxp = key->maxp;
+  g->maxp = maxp;
+  g->sfnt = key->sfnt;
+  g->stackBase =
+      (FS_LONG*)(state->server->workspace + key->elementInfoRec.stackBaseOffset);
+  g->stackSize = (FS_LONG)maxp->maxStackElements + FNT_STACK_SLACK;
+  g->controlValueTable =
+      (F26DOT6*)(key->memoryBases[3] + key->offset_controlValues);
+  g->cvtCount = key->cvtCount;
+  g->store = (FS_LONG*)(key->memoryBases[3] + key->offset_storage);
+  g->storeCount = maxp->maxStorage;
+  g->funcDef = ttf->functionDefs;
+  g->funcDefCount = ttf->functionDefs ? maxp->maxFunctionDefs : 0;
+  g->instrDef = ttf->instructionDefs;
+  g->instrDefMax = ttf->instructionDefs ? maxp->maxInstructionDefs : 0;
+  g->pgmList[PREPROGRAM] = ttf->prep;
+  g->pgmLength[PREPROGRAM] = ttf->prep ? ttf->num_prep : 0;
+  g->pgmList[FONTPROGRAM] = ttf->fpgm;
+  g->pgmLength[FONTPROGRAM] = ttf->fpgm ? ttf->num_fpgm : 0;
+  g->fpem = key->interpScalar;
+  g->pixelsPerEm = (FS_USHORT)((key->interpScalar + 0x8000) >> 16);
+  g->pointSize = g->pixelsPerEm;  // 72 dots per inch: a point is a pixel
+  g->metricScalarX = key->metricScalarX;
+  g->interpScalarX = key->interpScalarX;
+  g->scaleX = key->scaleX;
+  g->metricScalarY = key->metricScalarY;
+  g->interpScalarY = key->interpScalarY;
+  g->scaleY = key->scaleY;
+  g->scaleCVT = key->scaleCVT;
+  g->cvtStretchX = g->xStretch = key->cvtStretchX;
+  g->cvtStretchY = g->yStretch = key->cvtStretchY;
+  g->identityTransformation = key->identityTransformation;
+  FS_FIXED(*m)[3] = key->currentTMatrix;
+  g->non90DegreeTransformation =
+      (FS_BYTE)(((m[0][1] != 0 || m[1][0] != 0) ? 1 : 0) |
+                (key->interpScalarX != key->interpScalarY ? 2 : 0));
+}
+
+// Runs `length` bytes at `pgm` as program `pgmIndex` (init while the
+// control-value program runs): 0, or 416 when it panics.
+FS_LONG run_program(FS_STATE* state, fsg_SplineKey* key, const FS_BYTE* pgm,
+                    FS_LONG length, FS_SHORT pgmIndex, FS_BOOLEAN init,
+                    FS_BOOLEAN glyphProgram) {
+  fnt_GlobalGraphicStateType* g = &key->globalGS;
+  g->pgmIndex = pgmIndex;
+  g->init = init;
+  g->glyphProgram = glyphProgram;
+  FS_LONG err = 0;
+  if (pgm != nullptr && length > 0)
+    err = fnt_Execute(key->elementInfoRec.interpreterElements, pgm,
+                      pgm + length, g);
+  g->init = 0;
+  g->glyphProgram = 0;
+  return err ? fail(state, ERR_ILLEGAL_INSTRUCTION) : 0;
+}
+
+}  // namespace
+
+void fsg_SetDefaults(fsg_SplineKey* key) {
+  fnt_GlobalGraphicStateType* g = &key->globalGS;
+  fnt_SetDefaultParBlock(&g->defaultParBlock);
+  g->localParBlock = g->defaultParBlock;
+  memset(g->engine, 0, sizeof g->engine);
+  g->instrDefCount = 0;
+}
+
+FS_LONG fsg_RunFontProgram(FS_STATE* state, fsg_SplineKey* key) {
+  TTF* ttf = key_ttf(key);
+  if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
+  FS_LONG err = fs_SetUpKey(state, key);
+  if (err) return err;
+  set_up_global_gs(state, key, ttf);
+  fnt_GlobalGraphicStateType* g = &key->globalGS;
+  // Definitions start empty: a call of a number never defined runs nothing.
+  if (g->funcDef) memset(g->funcDef, 0, (size_t)g->funcDefCount * sizeof(fnt_funcDef));
+  if (g->instrDef) memset(g->instrDef, 0, (size_t)g->instrDefMax * sizeof(fnt_instrDef));
+  g->instrDefCount = 0;
+  return run_program(state, key, ttf->fpgm, g->pgmLength[FONTPROGRAM],
+                     FONTPROGRAM, 1, 0);
+}
+
 FS_LONG fsg_RunPreProgram(FS_STATE* state, fsg_SplineKey* key) {
   TTF* ttf = key_ttf(key);
   if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
+  fnt_GlobalGraphicStateType* g = &key->globalGS;
+  memset(g->engine, 0, sizeof g->engine);
+  g->engine[1] = (93194 - key->pixelDiameter) >> 10;
+  fnt_SetDefaultParBlock(&g->localParBlock);
   if (ttf->isFlintTablePresent) return 0;  // neither CVT scaling nor `prep`
   F26DOT6* cvt = (F26DOT6*)(key->memoryBases[3] + key->offset_controlValues);
   const FS_BYTE* raw = (const FS_BYTE*)ttf->cvt;
@@ -468,11 +569,36 @@ FS_LONG fsg_RunPreProgram(FS_STATE* state, fsg_SplineKey* key) {
   memset(twilight->y, 0, n * sizeof(F26DOT6));
   memset(twilight->ox, 0, n * sizeof(F26DOT6));
   memset(twilight->oy, 0, n * sizeof(F26DOT6));
-  // `prep` runs here once the instruction interpreter exists, and its
-  // graphic state becomes the key's default.
+  memset(twilight->f, 0, n);
+  memset(twilight->onCurve, 0, n);
+  set_up_global_gs(state, key, ttf);
+  // A panic leaves the workspace to no scaled font.
+  state->server->workspace_sfnt = nullptr;
+  err = run_program(state, key, ttf->prep, g->pgmLength[PREPROGRAM],
+                    PREPROGRAM, 1, 0);
+  if (err) return err;
+  // The program's graphic state is the glyphs' default unless it asked for
+  // the published one (INSTCTRL bit 1); its other bits hold either way.
+  if (g->localParBlock.instructControl & 2) {
+    FS_LONG control = g->localParBlock.instructControl;
+    fnt_SetDefaultParBlock(&g->defaultParBlock);
+    g->defaultParBlock.instructControl = control;
+  } else {
+    g->defaultParBlock = g->localParBlock;
+  }
+  key->scanControl = (FS_ULONG)g->defaultParBlock.scanControl;
   key->executePrePgm = 0;
   state->server->workspace_sfnt = key->sfnt;
   return 0;
+}
+
+FS_LONG fsg_RunGlyphProgram(FS_STATE* state, fsg_SplineKey* key,
+                            const FS_BYTE* pgm, FS_ULONG length) {
+  TTF* ttf = key_ttf(key);
+  if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
+  set_up_global_gs(state, key, ttf);
+  key->globalGS.localParBlock = key->globalGS.defaultParBlock;
+  return run_program(state, key, pgm, (FS_LONG)length, PREPROGRAM, 0, 1);
 }
 
 void fsg_reset_fit(FS_STATE* state, fsg_SplineKey* key) {
@@ -497,9 +623,11 @@ FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints) {
     err = fsg_RunPreProgram(state, key);
     if (err) return err;
   }
-  // Hints take part when the client allows them; the interpreter that
-  // applies them is not built, so the points stay as scaled.
-  FS_BOOLEAN hints = useHints && !(state->flags & FLAGS_NO_HINTS);
+  // Hints take part when the client allows them and the control-value
+  // program did not switch them off (INSTCTRL bit 0); glyph programs move
+  // no points yet, so the points stay as scaled.
+  FS_BOOLEAN hints = useHints && !(state->flags & FLAGS_NO_HINTS) &&
+                     !(key->globalGS.defaultParBlock.instructControl & 1);
   err = get_glyph_metrics(state, key, key->glyphIndex, &key->metrics);
   if (err) return err;
   err = get_comp(state, key, key->glyphIndex, 0, hints);

@@ -1,9 +1,9 @@
 // The TrueType glyph reader and grid fit: reads a glyph's `glyf` data and
 // metrics through bounds-checked readers, adds the 8 phantom places, scales
 // to 26.6, joins composites, and leaves the result in the key's glyph
-// element for outline extraction. Hinting enters here; until the
-// instruction interpreter exists glyphs come out unhinted. Called by the
-// scaler and the glyph request pipeline.
+// element for outline extraction. The font's programs run here through the
+// instruction interpreter; glyphs themselves still come out unhinted.
+// Called by the scaler and the glyph request pipeline.
 #ifndef ORVEX_INTERNAL_FS_GLUE_H
 #define ORVEX_INTERNAL_FS_GLUE_H
 
@@ -70,11 +70,27 @@ FS_LONG read_comp_parms_ttf(const FS_BYTE* data, FS_ULONG length,
 // empty. 412 when the key is not ready or the workspace is too small.
 FS_LONG fs_SetUpKey(FS_STATE* state, fsg_SplineKey* key);
 
+// The published defaults of the key's graphic state, no compensation, no
+// instruction definitions.
+void fsg_SetDefaults(fsg_SplineKey* key);
+
+// Runs the font's `fpgm` over the key's elements, from empty function and
+// instruction definitions. Returns 0, 412 for a key not ready, or 416 when
+// the program panics.
+FS_LONG fsg_RunFontProgram(FS_STATE* state, fsg_SplineKey* key);
+
 // Runs the control-value program for the key: scales the control values
-// into the private font space and clears the twilight zone. Fonts with a
-// `FLNT` table skip both. The `prep` program itself runs here once the
-// instruction interpreter exists. Returns 0 or the error.
+// into the private font space, clears the twilight zone and runs `prep`
+// (not below 2 pixels per em), whose graphic state becomes the glyphs'
+// default unless it sets INSTCTRL bit 1. Fonts with a `FLNT` table skip all
+// of it. Returns 0 or the error: 412, 416 when `prep` panics.
 FS_LONG fsg_RunPreProgram(FS_STATE* state, fsg_SplineKey* key);
+
+// Runs a glyph program of `length` bytes over the key's elements as they
+// stand, from the default graphic state. The caller makes sure the
+// workspace holds this key's control-value results. Returns 0 or 416.
+FS_LONG fsg_RunGlyphProgram(FS_STATE* state, fsg_SplineKey* key,
+                            const FS_BYTE* pgm, FS_ULONG length);
 
 // Clears what one glyph fit leaves on the state and the key (error, hint
 // reports, nesting level, counts, metrics choice), before a fit of either
@@ -84,7 +100,7 @@ void fsg_reset_fit(FS_STATE* state, fsg_SplineKey* key);
 // Fetches glyph key->glyphIndex into the glyph element (element 1): np
 // points, nc contours, the 8 phantom places at np..np+7, x/y after the
 // matrix. `useHints` asks for hints, which the client's FLAGS_NO_HINTS
-// refuses; glyphs are unhinted until the interpreter exists. Returns 0 or
+// refuses; glyphs are unhinted until glyph programs move points. Returns 0 or
 // 406, 407, 412, 418, 419, 441 and the heap's errors.
 FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints);
 

@@ -64,13 +64,18 @@ FS_USHORT gasp_value(FS_STATE* state, TTF* ttf, LFNT* lfnt, FS_USHORT ppem) {
 // keys, holds the two element records; the private font space holds the
 // scaled control values and the interpreter's storage.
 void work_out_sizes(fsg_SplineKey* key, TTF* ttf) {
-  FS_ULONG points = (FS_ULONG)key->max_points + 8;
-  FS_ULONG twilight = (FS_ULONG)key->max_twilight + 8;
-  FS_ULONG perPoint = 4 * sizeof(F26DOT6) + 2 * sizeof(FS_LONG) + 2;
-  FS_ULONG need = (points + twilight) * perPoint +
-                  ((FS_ULONG)key->max_contours + 1) * 2 * sizeof(FS_SHORT);
-  need += (FS_ULONG)key->maxp->maxStackElements * sizeof(FS_LONG);
-  key->workspace_need = (need + 7) & ~7u;
+  // Laid out as fs_SetUpKey does: each element's arrays, 8-aligned, then
+  // the interpreter's stack.
+  const FS_ULONG perPoint = 4 * sizeof(F26DOT6) + 2 * sizeof(FS_LONG) + 2;
+  const FS_ULONG points[2] = {(FS_ULONG)key->max_twilight + 8,
+                              (FS_ULONG)key->max_points + 8};
+  const FS_ULONG contours[2] = {1, (FS_ULONG)key->max_contours + 1};
+  FS_ULONG need = 0;
+  for (int e = 0; e < 2; e++)
+    need += (points[e] * perPoint + contours[e] * 2 * sizeof(FS_SHORT) + 7) & ~7u;
+  need += ((FS_ULONG)key->maxp->maxStackElements + FNT_STACK_SLACK) *
+          sizeof(FS_LONG);
+  key->workspace_need = need;
   key->cvtCount = ttf->num_cvt;
   key->offset_controlValues = 0;
   key->offset_storage = (FS_ULONG)ttf->num_cvt * sizeof(F26DOT6);
@@ -366,9 +371,17 @@ FS_LONG scale_font_ttf(FS_STATE* state, SFNT* sfnt, FS_FIXED s00, FS_FIXED s01,
   key->fixedPointSize = FIXED_ONE;
   key->pixelDiameter = kPixelDiameter;
   fs_NewTransformation(key);
-  // The font program runs here once the interpreter exists; until then the
-  // defaults it would set are the key's zeros.
-  key->executeFontPgm = 0;
+  if (key->executeFontPgm) {
+    fsg_SetDefaults(key);
+    // The workspace's elements are the font program's to use now.
+    state->server->workspace_sfnt = nullptr;
+    err = fsg_RunFontProgram(state, key);
+    if (err) {
+      delete_key(state, key);
+      return fail(state, err);
+    }
+    key->executeFontPgm = 0;
+  }
   key->executePrePgm = 1;
   key->state |= KEY_INITIALISED | KEY_SFNT_READY | KEY_TRANSFORM_READY;
 

@@ -6,6 +6,7 @@
 #define ORVEX_INTERNAL_FS_SCALE_H
 
 #include "Orvex_internal/fs_cff.h"
+#include "Orvex_internal/fs_fnt.h"
 #include "Orvex_internal/fs_state.h"
 
 struct TTF;
@@ -26,40 +27,12 @@ struct SENV {
   void* ttkey;  // the fsg_SplineKey
 };
 
-// How font units become 26.6 along one axis: function 0 (shift), 1 (divide)
-// or 2 (multiply by `scl`), chosen by compute_scaling.
-struct scale_rec {
-  FS_LONG N;
-  FS_LONG D;
-  FS_FIXED scl;
-  FS_SHORT shift;
-  FS_SHORT fn;
-};
-
 // Sets up `rec` to scale font units of an `em`-unit font by `scalar`
 // (16.16 pixels per em) into 26.6.
 void compute_scaling(scale_rec* rec, FS_FIXED scalar, FS_LONG em);
 
 // One value through a scale_rec: font units in, 26.6 out.
 F26DOT6 scale_value(const scale_rec* rec, FS_LONG v);
-
-// One of a glyph's element records: the twilight zone (element 0) or the
-// glyph (element 1). Arrays lie in the server's workspace and have room for
-// the font's largest glyph and its 8 phantom places.
-struct fnt_ElementType {
-  F26DOT6* x;   // hinted 26.6
-  F26DOT6* y;
-  F26DOT6* ox;  // scaled, unhinted
-  F26DOT6* oy;
-  FS_LONG* oox;  // font units
-  FS_LONG* ooy;
-  FS_BYTE* onCurve;
-  FS_SHORT* sp;  // contour starts
-  FS_SHORT* ep;  // contour ends
-  FS_BYTE* f;    // interpreter touch flags
-  FS_SHORT nc;
-  FS_SHORT np;   // points, phantom places not counted
-};
 
 struct fsg_OffsetInfo {
   FS_ULONG x, y, ox, oy, oox, ooy, onCurve, sp, ep, f;
@@ -121,6 +94,7 @@ struct fsg_SplineKey {
   FS_ULONG workspace_need, private_size;
   FS_FIXED user_scale[4];  // s00, s01, s10, s11
   CFF_DATA cffdata;        // the charstring interpreter's, for CFF fonts
+  fnt_GlobalGraphicStateType globalGS;  // the instruction interpreter's
 };
 
 // Splits a scale into pixels per em along x and y (16.16, magnitudes) and

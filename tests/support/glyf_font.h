@@ -5,6 +5,7 @@
 #ifndef TESTS_SUPPORT_GLYF_FONT_H
 #define TESTS_SUPPORT_GLYF_FONT_H
 
+#include <utility>
 #include <vector>
 
 #include "support/sfnt_builder.h"
@@ -13,12 +14,14 @@ namespace glyffont {
 
 using sfnt::Bytes;
 
-// A simple glyph: contour ends, then points as (x, y, on) absolute.
+// A simple glyph: contour ends, then points as (x, y, on) absolute, and
+// its instruction bytes.
 struct Pt {
   int x, y;
   bool on;
 };
-inline Bytes simple(const std::vector<int>& ends, const std::vector<Pt>& pts) {
+inline Bytes simple(const std::vector<int>& ends, const std::vector<Pt>& pts,
+                    const Bytes& instructions = {}) {
   Bytes b;
   int xMin = 0, yMin = 0, xMax = 0, yMax = 0;
   for (size_t i = 0; i < pts.size(); i++) {
@@ -30,7 +33,8 @@ inline Bytes simple(const std::vector<int>& ends, const std::vector<Pt>& pts) {
   sfnt::u16(b, (uint32_t)ends.size());
   for (int v : {xMin, yMin, xMax, yMax}) sfnt::u16(b, (uint32_t)v);
   for (int e : ends) sfnt::u16(b, (uint32_t)e);
-  sfnt::u16(b, 0);  // no instructions
+  sfnt::u16(b, (uint32_t)instructions.size());
+  b.insert(b.end(), instructions.begin(), instructions.end());
   for (const Pt& p : pts) sfnt::u8(b, p.on ? 1 : 0);  // word deltas
   int last = 0;
   for (const Pt& p : pts) sfnt::u16(b, (uint32_t)(p.x - last)), last = p.x;
@@ -97,6 +101,20 @@ inline sfnt::Font font(const std::vector<Bytes>& glyphs,
   f.set("glyf", glyf);
   f.set("loca", offsets);
   return f;
+}
+
+// The font programs and control values of a font (`fpgm`, `prep`, `cvt `:
+// empty bytes leave a table out) with its `maxp` counts of points,
+// contours and instruction bytes raised to what the glyphs of `f` need.
+inline void setPrograms(sfnt::Font& f, const Bytes& fpgm, const Bytes& prep,
+                        const Bytes& cvt, Bytes maxp, uint32_t points,
+                        uint32_t instructionBytes) {
+  sfnt::putU16(maxp, 4, sfnt::getU16(*f.find("maxp"), 4));  // numGlyphs
+  for (auto raise : {std::pair<size_t, uint32_t>{6, points}, {8, 1}, {26, instructionBytes}})
+    if (sfnt::getU16(maxp, raise.first) < raise.second) sfnt::putU16(maxp, raise.first, raise.second);
+  f.set("maxp", maxp);
+  for (const auto& t : {std::make_pair("fpgm", &fpgm), {"prep", &prep}, {"cvt ", &cvt}})
+    t.second->empty() ? (void)f.remove(t.first) : (void)f.set(t.first, *t.second);
 }
 
 // The triangle used throughout: (0,0) on, (100,0) on, (50,100) off.

@@ -44,6 +44,17 @@ struct Built {
         {}, glyffont::triangle(),
         glyffont::composite({{0x2, 1, 0, 0}, {0x2, 1, 200, 0}})};
     put("t.ttf", sfnt::build(glyffont::font(glyphs)));
+    // cvt.ttf: t.ttf with control values 1000 and -500 and a `prep` that
+    // writes 640 (10 pixels) into entry 1; panic.ttf: a `prep` of ENDF.
+    sfnt::Font programs = glyffont::font(glyphs);
+    sfnt::Bytes cvt, maxp = *programs.find("maxp");
+    sfnt::u16(cvt, 1000);
+    sfnt::u16(cvt, (uint32_t)-500);
+    glyffont::setPrograms(programs, {}, {0xB0, 1, 0xB8, 0x02, 0x80, 0x44}, cvt,
+                          maxp, 0, 0);
+    put("cvt.ttf", sfnt::build(programs));
+    glyffont::setPrograms(programs, {}, {0x2D}, cvt, maxp, 0, 0);
+    put("panic.ttf", sfnt::build(programs));
   }
   std::string args(std::string text) const {
     for (size_t at; (at = text.find('@')) != std::string::npos;)
@@ -97,6 +108,16 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
        "error 404: face index beyond the collection"},
       {"info", 2}, {"info a.ttf b.ttf", 2}, {"info --index x a.ttf", 2},
       {"info --bogus a.ttf", 2}, {"info --kern --cmap a.ttf", 2},
+      // info --cvt: the control values after the programs, 26.6: 1000 and
+      // -500 units of 1000 are 768 and -384 at 12 ppem, and `prep` wrote
+      // 640; below 2 ppem it does not run (64 and -32 at 1 ppem).
+      {"info @/cvt.ttf --ppem 12 --cvt", 0, "0 768\n1 640\n"},
+      {"info @/cvt.ttf --ppem 1 --cvt", 0, "0 64\n1 -32\n"},
+      {"info " SANS " --ppem 12 --gs", 0, "", "minimum_distance: 64\n",
+       {"\ndelta_base: 9\ndelta_shift: 3\nround_state: 2\ninstruct_control: 0\n"}, 7},
+      {"info @/panic.ttf --ppem 12 --gs", 1, "", "", {}, -1, "error 416"},
+      {"info --cvt a.ttf", 2}, {"info --ppem 12 a.ttf", 2},
+      {"info --ppem 0 --gs a.ttf", 2}, {"info --ppem 12 --gs --cvt a.ttf", 2},
       // info --cmap: "U+XXXX GLYPH" per mapped code, as libfreetype counts them.
       {"info " SANS " --cmap", 0, "", "U+0020 3\nU+0021 4\n",
        {"\nU+0041 36\n", "\nU+0416 939\n", "\nU+10300 5373\n"}, 5918},

@@ -229,7 +229,7 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
     } else if (strcmp(a, "--points") == 0) {
       r->points = true;
     } else if (strcmp(a, "--no-hints") == 0) {
-      // Unhinted is all the scaler gives until the interpreter exists.
+      // Unhinted is all the scaler gives until glyph programs move points.
     } else if ((a[0] == '-' && a[1] != '\0') || r->path != NULL) {
       return false;
     } else {

@@ -3,8 +3,11 @@
 // with --cmap, the character map the renderer would choose, one "U+XXXX
 // GLYPH" line per mapped code; with --kern, the font's kerning pairs, one
 // "LEFT RIGHT VALUE" line each; with --cff, the CFF table's dicts and
-// subroutines. Starts a private engine client, loads the
-// face, prints, and ends the client.
+// subroutines; with --ppem N and --cvt, the control values after the font
+// program and the control-value program ran at that size, one "INDEX
+// VALUE" line each (26.6 integers), or with --gs the default graphic state
+// they left, one "key: value" line each. Starts a private engine client,
+// loads the face, prints, and ends the client.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -20,6 +23,8 @@
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_kern.h"
 #include "Orvex_internal/fs_metrics.h"
+#include "Orvex_internal/fs_request.h"
+#include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "tools/fontvec/commands.h"
 
@@ -199,6 +204,53 @@ int printKerning(FS_STATE* state, const char* path, FS_ULONG index) {
   return 0;
 }
 
+// The control values (--cvt) or the default graphic state (--gs) of the
+// face scaled to `ppem`, once its programs have run.
+int printPrograms(FS_STATE* state, const char* path, FS_ULONG index,
+                  unsigned long ppem, bool cvt) {
+  FILECHAR name[256];
+  if (!addFont(state, path, index, name, sizeof name)) return 1;
+  FS_FIXED s = (FS_FIXED)(ppem << 16);
+  if (FSS_set_scale(state, s, 0, 0, s) != 0 || check_sfnt(state) != 0) {
+    fontvec_error("%s: error %lu: %s", path, (unsigned long)state->error,
+                  FS_error_message(state->error));
+    return 1;
+  }
+  SFNT* sfnt = state->cur_sfnt;
+  fsg_SplineKey* key =
+      sfnt && sfnt->senv ? (fsg_SplineKey*)sfnt->senv->ttkey : NULL;
+  if (key == NULL) {
+    fontvec_error("%s: no TrueType scaler key", path);
+    return 1;
+  }
+  fnt_GlobalGraphicStateType* g = &key->globalGS;
+  if (cvt) {
+    const F26DOT6* values =
+        (const F26DOT6*)(key->memoryBases[3] + key->offset_controlValues);
+    for (FS_LONG i = 0; i < key->cvtCount; i++)
+      printf("%ld %ld\n", (long)i, (long)values[i]);
+  } else {
+    const fnt_ParameterBlock* pb = &g->defaultParBlock;
+    printf("minimum_distance: %ld\n", (long)pb->minimumDistance);
+    printf("cvt_cut_in: %ld\n", (long)pb->wTCI);
+    printf("delta_base: %d\n", (int)pb->deltaBase);
+    printf("delta_shift: %d\n", (int)pb->deltaShift);
+    printf("round_state: %d\n", (int)pb->RoundValue);
+    printf("instruct_control: %ld\n", (long)pb->instructControl);
+    printf("scan_control: %ld\n", (long)pb->scanControl);
+  }
+  return 0;
+}
+
+bool parsePpem(const char* text, unsigned long* ppem) {
+  char* end = NULL;
+  unsigned long v = strtoul(text, &end, 10);
+  if (text[0] == '\0' || text[0] == '-' || *end != '\0' || v < 1 || v > 16383)
+    return false;
+  *ppem = v;
+  return true;
+}
+
 }  // namespace
 
 int fontvec_info(int argc, char** argv) {
@@ -207,6 +259,9 @@ int fontvec_info(int argc, char** argv) {
   bool cmap = false;
   bool kern = false;
   bool cff = false;
+  bool cvt = false;
+  bool gs = false;
+  unsigned long ppem = 0;
   for (int i = 0; i < argc; i++) {
     if (strcmp(argv[i], "--cmap") == 0) {
       cmap = true;
@@ -214,6 +269,12 @@ int fontvec_info(int argc, char** argv) {
       kern = true;
     } else if (strcmp(argv[i], "--cff") == 0) {
       cff = true;
+    } else if (strcmp(argv[i], "--cvt") == 0) {
+      cvt = true;
+    } else if (strcmp(argv[i], "--gs") == 0) {
+      gs = true;
+    } else if (strcmp(argv[i], "--ppem") == 0 && i + 1 < argc) {
+      if (!parsePpem(argv[++i], &ppem)) return fontvec_usage("info");
     } else if (strcmp(argv[i], "--index") == 0 && i + 1 < argc) {
       if (!parseIndex(argv[++i], &index)) return fontvec_usage("info");
     } else if (argv[i][0] == '-' && argv[i][1] != '\0') {
@@ -224,7 +285,9 @@ int fontvec_info(int argc, char** argv) {
       return fontvec_usage("info");
     }
   }
-  if (path == NULL || (int)cmap + (int)kern + (int)cff > 1) return fontvec_usage("info");
+  if (path == NULL || (int)cmap + (int)kern + (int)cff + (int)cvt + (int)gs > 1 ||
+      (cvt || gs) != (ppem != 0))
+    return fontvec_usage("info");
 
   FS_STATE state;
   if (FSS_init(&state, kInfoHeap) != 0) {
@@ -234,6 +297,11 @@ int fontvec_info(int argc, char** argv) {
   }
   if (cmap) {
     int status = printCmap(&state, path, index);
+    FSS_exit(&state);
+    return status;
+  }
+  if (cvt || gs) {
+    int status = printPrograms(&state, path, index, ppem, cvt);
     FSS_exit(&state);
     return status;
   }
