@@ -176,7 +176,11 @@ FS_LONG CFNT_get_adjustments(FS_STATE* state, FNTSET* fntset, CFNT* cfnt,
   FS_BYTE* buffer = nullptr;
   const FS_BYTE* records = nullptr;
   if (fntset->memptr != nullptr) {
-    records = fntset->memptr + cfnt->adjOffset;
+    // An image of known length bounds the records.
+    if (fntset->data_length != 0 &&
+        ((FS_UINT64)cfnt->adjOffset + bytes > fntset->data_length))
+      return fail(state, ERR_FILE_READ);
+    records = fntset->memptr + fntset->data_offset + cfnt->adjOffset;
   } else {
     FS_FILE* fp = FS_open(state, fntset->path);
     if (fp == nullptr) return (FS_LONG)state->error;
