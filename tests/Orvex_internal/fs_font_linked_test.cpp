@@ -6,7 +6,10 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <ctype.h>
+
 #include <algorithm>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -19,6 +22,7 @@
 #include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_tableptr.h"
+#include "support/glyf_font.h"
 #include "support/linked_font.h"
 #include "support/test_support.h"
 #include "support/typeset_font.h"
@@ -281,6 +285,135 @@ TEST(LinkedFontTables, TheSetLendsItsOwnTablesAndTheMetricFontsOthers) {
     fromSet += setLevel;
   }
   EXPECT_GE(fromSet, 8);
+}
+
+}  // namespace
+
+namespace {
+
+const int kMutations = 1000;  // under a second, about 70% of them sets
+
+// A linked font with something of everything the reader follows: a font
+// embedded with size adjustments and synthetic style, one by an absolute
+// folder, one in the linked font's own folder, group types and font-set
+// tables.
+LttSpec mutationBase() {
+  LttSpec s;
+  s.version = 7;
+  LttComponentSpec small;
+  small.fontName = "Small";
+  small.fileName = "small.ttf";
+  small.bmp1 = "1";
+  small.bmp2 = "0";
+  small.numGlyphs = 2;
+  small.embedded = sfnt::build(glyffont::font({glyffont::triangle(), glyffont::triangle()}));
+  small.adjustments = {{8, 128, 1}, {16, -64, -1}};
+  small.keys = {"bold=1", "boldpercent=3.5", "italic=1", "italicangle=-8.25"};
+  s.components = {small, linkedComponent(kSans), linkedComponent(kSerif)};
+  s.components[2].keys = {"targetdirectory=.", "ttcindex=0"};
+  s.groups = {{1, 2}, {4, 8}};
+  s.setTablesFrom = small.embedded;
+  return s;
+}
+
+// One mutation of the linked file's text and tables (its magic kept, so
+// that it stays a linked font): bytes changed, a cut, a number of a count
+// or offset line replaced, a newline taken out or put in.
+Bytes mutate(const Bytes& base, std::mt19937& rng) {
+  Bytes b = base;
+  auto pick = [&](size_t lo, size_t hi) {
+    return std::uniform_int_distribution<size_t>(lo, hi - 1)(rng);
+  };
+  size_t text = std::min(b.size(), (size_t)(1024 + 3 * 512));
+  switch (pick(0, 5)) {
+    case 0:  // bytes
+      for (size_t n = pick(1, 5); n > 0; n--) b[pick(4, b.size())] = (uint8_t)pick(0, 256);
+      break;
+    case 1:  // a cut
+      b.resize(pick(4, b.size()));
+      break;
+    case 2: {  // a count or offset: one run of digits becomes another number
+      std::vector<size_t> runs;
+      for (size_t i = 5; i < text; i++)
+        if (isdigit(b[i]) && !isdigit(b[i - 1])) runs.push_back(i);
+      size_t at = runs[pick(0, runs.size())], end = at;
+      while (end < b.size() && isalnum(b[end])) end++;
+      static const char* const kNumbers[] = {"0", "1", "2", "9", "10", "255", "65535",
+                                             "0xFFFFFFFF", "4294967295", "99999999999",
+                                             "2147483647", "0x7FFFFFF0", "1536"};
+      std::string v = pick(0, 2) ? kNumbers[pick(0, 13)] : std::to_string(pick(0, 5000));
+      b.erase(b.begin() + at, b.begin() + end);
+      b.insert(b.begin() + at, v.begin(), v.end());
+      break;
+    }
+    case 3: {  // a newline out
+      std::vector<size_t> nl;
+      for (size_t i = 4; i < text; i++)
+        if (b[i] == '\n') nl.push_back(i);
+      b[nl[pick(0, nl.size())]] = (uint8_t)"x=\0 "[pick(0, 4)];
+      break;
+    }
+    default:  // a newline in
+      b[pick(4, text)] = '\n';
+      break;
+  }
+  return b;
+}
+
+TEST(LinkedFontMalformed, MutatedLinkedFontsGiveASetOrTheirCode) {
+  TempDir dir;
+  ASSERT_EQ(symlink(linkedPath(kSerif).c_str(), dir.file(kLinkedFile[kSerif]).c_str()), 0);
+  bool ok = false;
+  Bytes base = mutationBase().build(&ok);
+  ASSERT_TRUE(ok);
+  const FS_LONG kAllowed[] = {0, ERR_FILE_OPEN, ERR_FILE_READ, ERR_MALLOC_FAIL,
+                              ERR_FONT_NOT_LOADED, ERR_LTT_NO_COMPONENTS, ERR_LTT_LEGAL,
+                              (FS_LONG)LTT_ERR_VERSION, (FS_LONG)LTT_ERR_MAGIC,
+                              ERR_BAD_ARGUMENT};
+  std::mt19937 rng(36);
+  TypesetFont client(8u << 20);
+  FS_ULONG start = FS_get_heap_used(&client.st);
+  int sets = 0;
+  std::string path = dir.file("m.ltt");
+  for (int i = 0; i < kMutations; i++) {
+    Bytes b = i == 0 ? base : mutate(base, rng);
+    unlink(path.c_str());  // a new file: rewriting one in place waits on the disk
+    writeFileBytes(path, b);
+    FILECHAR name[256];
+    FS_LONG err = FSS_load_font(&client.st, path.c_str(), nullptr, 0, sizeof name, name);
+    ASSERT_NE(std::find(std::begin(kAllowed), std::end(kAllowed), err), std::end(kAllowed))
+        << "mutation " << i << " gave " << err;
+    if (err != 0) {
+      ASSERT_EQ(FS_get_heap_used(&client.st), start) << "mutation " << i;
+      continue;
+    }
+    sets++;
+    FS_STATE* st = &client.st;
+    if (FSS_set_font(st, name) == 0 && FSS_set_scale(st, 12 << 16, 0, 0, 12 << 16) == 0) {
+      FS_set_flags(st, FLAGS_NO_HINTS);
+      FSS_set_cmap(st, 3, 10);
+      for (FS_ULONG code : {1ul, 'A' + 0ul, 0x416ul, 0x10400ul}) glyphPoints(st, code);
+      FS_LONG a, d;
+      FNTSET* fs = st->cur_typeset.fntset;
+      for (FS_USHORT k = 0; k < fs->num_fonts && k < 4; k++)
+        CFNT_get_font_height(st, fs, &fs->cfnt[k], 12, &a, &d);
+      FS_set_flags(st, FLAGS_CMAP_OFF);
+      for (FS_ULONG g : {1ul, 3ul, 2700ul}) glyphPoints(st, g);
+      st->flags &= ~FLAGS_CMAP_OFF;  // back to the character map
+      for (const char* tag : {"head", "cmap", "name", "OS/2", "kern"}) {
+        FS_ULONG len = 0;
+        FS_BYTE* p = FSS_get_table(st, FS_MAKE_TAG(tag[0], tag[1], tag[2], tag[3]),
+                                   TABLE_LEND, &len);
+        if (p != nullptr) FSS_free_table(st, p);
+      }
+    }
+    ASSERT_EQ(FSS_delete_font(st, name), 0) << "mutation " << i;
+    // The unmutated font leaves the client's work records (its typeset's
+    // array, the scan converter's) made: the start figure of the rest.
+    if (i == 0) start = FS_get_heap_used(st);
+    ASSERT_EQ(FS_get_heap_used(st), start) << "mutation " << i;
+  }
+  EXPECT_GT(sets, kMutations / 10);  // many mutations still make a set
 }
 
 }  // namespace
