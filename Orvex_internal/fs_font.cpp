@@ -112,7 +112,17 @@ FS_LONG init_linked_component(FS_STATE* state, FNTSET* set, FsLtt* ltt,
                                      set->data_offset, &place);
   if (err != 0) return err;
   const FILECHAR* path = place.memptr ? nullptr : place.path;
-  FS_BYTE type = fontfile_type(state, path, place.memptr, place.offset);
+  // A component inside a linked font in memory of known length must lie
+  // within it (a length of 0 takes the rest); one that doesn't can't be
+  // loaded, like a file that can't be opened.
+  bool outside = false;
+  if (place.memptr != nullptr && place.memptr == set->memptr && set->data_length != 0) {
+    FS_UINT64 end = (FS_UINT64)set->data_offset + set->data_length;
+    if (place.length == 0 && place.offset < end) place.length = (FS_ULONG)(end - place.offset);
+    outside = (FS_UINT64)place.offset + place.length > end || place.length < 3;
+  }
+  FS_BYTE type = outside ? FNT_TYPE_UNREADABLE
+                         : fontfile_type(state, path, place.memptr, place.offset);
   err = FS_SERVER_init_CFNT(state, cfnt, type, path, place.memptr, c->ttcIndex,
                             place.offset, place.length);
   if (err != 0) return err;
