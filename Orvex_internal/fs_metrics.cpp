@@ -501,7 +501,7 @@ FS_LONG CFNT_get_font_height(FS_STATE* state, FNTSET* fntset, CFNT* cfnt,
   if ((cfnt->lfnt->fontflags & FONTFLAG_STIK_64) && (size & 1)) size--;
   FS_FIXED a, d, l;
   FS_USHORT src;
-  if (LFNT_get_ascender_descender_leading(state, cfnt->lfnt, size << 16, &a,
+  if (LFNT_get_ascender_descender_leading(state, cfnt->lfnt, size * 65536, &a,
                                           &d, &l, &src) != 0)
     return fail(state, ERR_TABLE_NOT_FOUND);
   *ascent = round_pixels(a);

@@ -211,7 +211,7 @@ FS_LONG CFNT_get_adjustments(FS_STATE* state, FNTSET* fntset, CFNT* cfnt,
 }
 
 FS_FIXED adjustment_scale_factor(FS_SHORT scale, FS_FIXED yppm) {
-  return vardiv_64(yppm + ((FS_LONG)scale << 8), yppm, 16);
+  return vardiv_64(yppm + (FS_LONG)scale * 256, yppm, 16);
 }
 
 FS_LONG FSS_set_scale(FS_STATE* state, FS_FIXED s00, FS_FIXED s01,
