@@ -134,6 +134,7 @@ TEST(LinkedFontPlaces, AMissingComponentIsPassedOver) {
   TempDir dir;
   LttSpec s = linkedSet();
   s.components[1].keys = {"targetdirectory=."};  // no DejaVuSans.ttf there
+  s.components[1].numIcons = 4;                   // numbered after its glyphs
   s.components[2] = linkedComponent(kSans);
   s.components[2].numGlyphs = kLinkedGlyphs[kSans];
   writeFileBytes(dir.file("gap.ltt"), s.build());
@@ -141,7 +142,7 @@ TEST(LinkedFontPlaces, AMissingComponentIsPassedOver) {
   ASSERT_EQ(set.start(dir.file("gap.ltt")), 0);
   ASSERT_EQ(sansAlone.start(linkedPath(kSans)), 0);
   // Codes of the missing component fall to the next one, numbered past it.
-  const unsigned third = kLinkedGlyphs[kSerif] + kLinkedGlyphs[kSans];
+  const unsigned third = kLinkedGlyphs[kSerif] + kLinkedGlyphs[kSans] + 4;
   for (FS_ULONG code : {0x416ul, 0x2200ul}) {
     EXPECT_EQ(FSS_map_char(&set.st, code), FSS_map_char(&sansAlone.st, code) + third);
     EXPECT_EQ(set.st.cur_font, 2);
