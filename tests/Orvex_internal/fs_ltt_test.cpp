@@ -202,7 +202,7 @@ TEST_F(LttRead, EveryNumericKeyTakesDecimalHexAndOctal) {
                                "cmap_offset", "cmap_size", "kern_offset", "kern_size",
                                "ot_gdef_offset", "ot_gdef_size", "ot_gsub_offset",
                                "ot_gsub_size", "ot_gpos_offset", "ot_gpos_size",
-                               "grouptypesoffset"};
+                               "grouptypesoffset", "grouptypescount"};
   const char* const kComponent[] = {"ttcindex", "targetmemptr", "targetoffset", "targetlength",
                                     "embeddedoffset", "embeddedsize", "bold", "italic",
                                     "groupprimary", "plane1range1", "plane1range2",
@@ -219,7 +219,8 @@ TEST_F(LttRead, EveryNumericKeyTakesDecimalHexAndOctal) {
                                l.head_off, l.hhea_off, l.vhea_off, l.post_off,
                                l.cmap.offset, l.cmap.size, l.kern.offset, l.kern.size,
                                l.gdef.offset, l.gdef.size, l.gsub.offset, l.gsub.size,
-                               l.gpos.offset, l.gpos.size, l.groupTypesOffset};
+                               l.gpos.offset, l.gpos.size, l.groupTypesOffset,
+                               l.numGroupTypes};  // 1200 bytes of types at 300: in the file
       for (size_t i = 0; i < sizeof head / sizeof head[0]; i++)
         EXPECT_EQ(head[i], 300u) << "head key " << i;
       const FsLttComponent& c = l.components[1];
