@@ -168,7 +168,14 @@ FS_USHORT map_glyph_index(FS_STATE* state, FNTSET* set, FS_ULONG id) {
     FS_LONG index = (FS_LONG)id - (FS_LONG)tfnt->cfnt->start_index;
     if (index < 0) break;
     TTF* ttf = loaded_ttf(state, tfnt->cfnt->lfnt);
-    if (ttf == nullptr) return 0;
+    if (ttf == nullptr) {
+      // A component that can't be loaded keeps its range in the set's
+      // numbering: codes past it go on to the next component.
+      if (i + 1 < set->num_fonts && tfnts[i + 1].cfnt != nullptr &&
+          id >= tfnts[i + 1].cfnt->start_index)
+        continue;
+      return 0;
+    }
     if ((FS_ULONG)index < ttf->maxp->numGlyphs) {
       set_current(state, i, tfnt);
       state->error = SUCCESS;
@@ -582,6 +589,9 @@ FS_USHORT map_char(FS_STATE* state, FS_ULONG id, FS_ULONG varSelector) {
     if (tfnt->cmap_offset == 0 &&
         map_font(state, tfnt, state->platform, state->encoding) != 0)
       return 0;
+    // A component of a set without the subtable, or whose font can't be
+    // loaded (map_font forgave it), can't serve: the next one may.
+    if (tfnt->cmap_offset == 0 && count > 1) continue;
     FS_CMAP_CACHE* slot = nullptr;
     if (fastPath) {
       if (lfnt->cmap_cache != nullptr && id <= 0xFFFF && id != 0)
