@@ -87,7 +87,11 @@ FS_LONG arc_length(FS_OUTLINE* outl) {
   return (FS_LONG)(sum >> 16);
 }
 
-int add_thang(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
+namespace {
+
+// add_thang's work, inlined into the line cutter.
+inline int push_thang(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1,
+                      FS_FIXED y1) {
   if (r->next_thang > RASTER_THANGS - 1) return 0;
   FS_LONG y = (FS_LONG)(((FS_INT64)y0 + y1) >> 17);
   FS_LONG row = r->top - y;
@@ -112,6 +116,12 @@ int add_thang(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
   return 1;
 }
 
+}  // namespace
+
+int add_thang(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
+  return push_thang(r, x0, y0, x1, y1);
+}
+
 namespace {
 
 // One piece inside a single row: split at column edges.
@@ -124,7 +134,7 @@ int row_piece(RASTER* r, FS_FIXED X0, FS_FIXED Y0, FS_FIXED X1, FS_FIXED Y1,
       FS_FIXED ye = y_at(X0, Y0, X1, Y1, edge);
       if (ye < ya) ye = ya;
       if (ye > yb) ye = yb;
-      if (ye > ya && !add_thang(r, xa, ya, edge, ye)) return 0;
+      if (ye > ya && !push_thang(r, xa, ya, edge, ye)) return 0;
       xa = edge;
       ya = ye;
     } else if (xb < xa) {
@@ -133,20 +143,20 @@ int row_piece(RASTER* r, FS_FIXED X0, FS_FIXED Y0, FS_FIXED X1, FS_FIXED Y1,
       FS_FIXED ye = y_at(X0, Y0, X1, Y1, edge);
       if (ye < ya) ye = ya;
       if (ye > yb) ye = yb;
-      if (ye > ya && !add_thang(r, xa, ya, edge, ye)) return 0;
+      if (ye > ya && !push_thang(r, xa, ya, edge, ye)) return 0;
       xa = edge;
       ya = ye;
     } else {
       break;
     }
   }
-  if (yb > ya) return add_thang(r, xa, ya, xb, yb);
+  if (yb > ya) return push_thang(r, xa, ya, xb, yb);
   return 1;
 }
 
-}  // namespace
-
-int do_line(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
+// do_line's work, inlined into the element walk.
+inline int line_cells(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1,
+                      FS_FIXED y1) {
   if (y0 == y1) return 1;  // a horizontal edge has no height
   if (y0 < y1) {
     r->dir = 1;
@@ -183,37 +193,104 @@ int do_line(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
   return 1;
 }
 
+}  // namespace
+
+int do_line(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
+  return line_cells(r, x0, y0, x1, y1);
+}
+
+namespace {
+
+// The gray level of a coverage sum: its magnitude in 256ths, at most 255.
+inline FS_BYTE gray_of(FS_FIXED v) {
+  FS_FIXED gray = fabs_(v) >> 8;
+  return (FS_BYTE)(gray > 255 ? 255 : gray);
+}
+
+// Widest map whose rows are swept through the occupied-column mask below;
+// wider ones take every column in turn.
+const FS_LONG kMaskedWidth = 4096;
+typedef unsigned long long ColumnMask;
+const FS_LONG kMaskBits = 64;
+
+// One row's sweep over every column from cmin to cmax.
+void sweep_columns(FS_FIXED* __restrict areas, FS_FIXED* __restrict nexts,
+                   FS_BYTE* __restrict out, FS_LONG cmin, FS_LONG cmax) {
+  FS_FIXED carry = 0;
+  for (FS_LONG c = cmin; c <= cmax; c++) {
+    FS_FIXED v = areas[c] + carry;
+    if (v != 0) out[c] = gray_of(v);
+    carry += nexts[c];
+    areas[c] = 0;
+    nexts[c] = 0;
+  }
+}
+
+// The same sweep when only the columns in `mask` hold cells: between two
+// of them the sum is the carry alone, so the run gets one gray level (and
+// is left as it is when the carry is 0). The sweep ends at the last
+// occupied column, or at the map's right edge when a cell lay beyond it.
+// The mask comes back cleared.
+void sweep_masked(FS_FIXED* __restrict areas, FS_FIXED* __restrict nexts,
+                  FS_BYTE* __restrict out, ColumnMask* __restrict mask,
+                  FS_LONG cmin, FS_LONG clast, FS_LONG end) {
+  FS_FIXED carry = 0;
+  FS_LONG next = cmin;  // the first column not yet swept
+  for (FS_LONG w = cmin / kMaskBits; w <= clast / kMaskBits; w++) {
+    ColumnMask bits = mask[w];
+    mask[w] = 0;
+    while (bits != 0) {
+      FS_LONG c = w * kMaskBits + __builtin_ctzll(bits);
+      bits &= bits - 1;
+      if (carry != 0 && c > next) memset(out + next, gray_of(carry), (size_t)(c - next));
+      FS_FIXED v = areas[c] + carry;
+      if (v != 0) out[c] = gray_of(v);
+      carry += nexts[c];
+      areas[c] = 0;
+      nexts[c] = 0;
+      next = c + 1;
+    }
+  }
+  if (carry != 0 && end >= next) memset(out + next, gray_of(carry), (size_t)(end + 1 - next));
+}
+
+}  // namespace
+
 void do_band(RASTER* r) {
   FS_GRAYMAP* g = r->gmap;
   FS_LONG nrows = (r->band_ymax - r->band_ymin) >> 16;
   if (nrows >= RASTER_ROWS) return;
+  FS_FIXED* areas = r->areas;
+  FS_FIXED* nexts = r->nexts;
+  const FS_LONG width = g->width, height = g->height, lo_x = g->lo_x;
+  const bool masked = width <= kMaskedWidth;
+  ColumnMask mask[kMaskedWidth / kMaskBits];
+  if (masked) memset(mask, 0, sizeof(ColumnMask) * (size_t)((width + kMaskBits - 1) / kMaskBits));
   for (FS_LONG row = 1; row <= nrows; row++) {
     FS_LONG gy = g->hi_y - (r->top - row);
     THANG* t = r->rows[row];
-    if (t == nullptr || gy < 0 || gy >= g->height) continue;
-    FS_LONG cmin = 0x7FFFFFFF, cmax = -1;
+    if (t == nullptr || gy < 0 || gy >= height) continue;
+    // Cells by column; one left of the map counts in its first column, one
+    // right of it is dropped but carries the sweep to the right edge.
+    FS_LONG cmin = 0x7FFFFFFF, cmax = -1, clast = -1;
     for (; t != nullptr; t = t->next) {
-      FS_LONG c = t->x - g->lo_x;
+      FS_LONG c = t->x - lo_x;
       if (c < 0) c = 0;
       if (c < cmin) cmin = c;
       if (c > cmax) cmax = c;
-      if (c >= g->width) continue;
-      r->areas[c] += t->a;
-      r->nexts[c] += t->f;
+      if (c >= width) continue;
+      if (c > clast) clast = c;
+      areas[c] += t->a;
+      nexts[c] += t->f;
+      if (masked) mask[c / kMaskBits] |= (ColumnMask)1 << (c % kMaskBits);
     }
-    if (cmax >= g->width) cmax = g->width - 1;
+    if (cmax >= width) cmax = width - 1;
+    if (cmin > cmax) continue;
     FS_BYTE* out = g->bits + gy * g->bpl;
-    FS_FIXED carry = 0;
-    for (FS_LONG c = cmin; c <= cmax; c++) {
-      FS_FIXED v = r->areas[c] + carry;
-      if (v != 0) {
-        FS_FIXED gray = fabs_(v) >> 8;
-        out[c] = (FS_BYTE)(gray > 255 ? 255 : gray);
-      }
-      carry += r->nexts[c];
-      r->areas[c] = 0;
-      r->nexts[c] = 0;
-    }
+    if (masked)
+      sweep_masked(areas, nexts, out, mask, cmin, clast, cmax);
+    else
+      sweep_columns(areas, nexts, out, cmin, cmax);
   }
 }
 
@@ -273,7 +350,7 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
     } else if (t == FS_LINETO) {
       FS_FIXED x = o->x[p], y = o->y[p];
       p++;
-      if (!misses(cy, y, y, y) && !do_line(r, cx, cy, x, y)) return 0;
+      if (!misses(cy, y, y, y) && !line_cells(r, cx, cy, x, y)) return 0;
       cx = x;
       cy = y;
     } else if (t == FS_QUADTO) {
@@ -301,7 +378,7 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
           h[0] = mx; h[1] = my; h[2] = bx; h[3] = by; h[4] = x2; h[5] = y2;
           h[6] = x0; h[7] = y0; h[8] = ax; h[9] = ay; h[10] = mx; h[11] = my;
           depth += 12;
-        } else if (!do_line(r, x0, y0, x2, y2)) {
+        } else if (!line_cells(r, x0, y0, x2, y2)) {
           return 0;
         }
       }
@@ -336,7 +413,7 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
           h[8] = x0; h[9] = y0; h[10] = ax; h[11] = ay;
           h[12] = dx; h[13] = dy; h[14] = fx; h[15] = fy;
           depth += 16;
-        } else if (!do_line(r, x0, y0, x3, y3)) {
+        } else if (!line_cells(r, x0, y0, x3, y3)) {
           return 0;
         }
       }
@@ -425,7 +502,10 @@ FS_GRAYMAP* make_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_USHORT gmaptype) 
       r->band_ymin = floor_px((FS_FIXED)(outl->lo_y + (FS_INT64)i * h));
       r->band_ymax = ceil_px(i == bands - 1 ? outl->hi_y : r->band_ymin + h);
       r->top = r->band_ymax >> 16;
-      memset(r->rows, 0, sizeof r->rows);
+      // Only the band's rows, 1 to its height, are summed: the lists of
+      // the rows below (a piece may still land there) are never read.
+      FS_LONG used = (r->band_ymax - r->band_ymin) >> 16;
+      memset(r->rows, 0, sizeof(THANG*) * (size_t)(used < RASTER_ROWS ? used + 1 : RASTER_ROWS));
       r->next_thang = 0;
       result = walk_band(r, outl, err);
       if (result == 1) do_band(r);
