@@ -27,8 +27,10 @@ FS_FIXED ceil_px(FS_FIXED v) {
 }
 FS_FIXED fabs_(FS_FIXED v) { return v < 0 ? -v : v; }
 
-// The x of the segment at height y, and the y at column edge x.
+// The x of the segment at height y, and the y at column edge x. A vertical
+// segment's x needs no division: the quotient is 0.
 FS_FIXED x_at(FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1, FS_FIXED y) {
+  if (x1 == x0) return x0;
   return (FS_FIXED)(x0 + ((FS_INT64)(y - y0) * (x1 - x0)) / (y1 - y0));
 }
 FS_FIXED y_at(FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1, FS_FIXED x) {
@@ -82,19 +84,41 @@ FS_GRAYMAP* new_graymap_8(FS_STATE* state, FS_OUTLINE* outl) {
 
 FS_LONG arc_length(FS_OUTLINE* outl) {
   FS_INT64 sum = 0;
-  for (FS_SHORT i = 1; i < outl->np; i++)
-    sum += fabs_(outl->x[i] - outl->x[i - 1]) + fabs_(outl->y[i] - outl->y[i - 1]);
+  const FS_FIXED* x = outl->x;
+  const FS_FIXED* y = outl->y;
+  const int n = outl->np;
+  for (int i = 1; i < n; i++) sum += fabs_(x[i] - x[i - 1]) + fabs_(y[i] - y[i - 1]);
   return (FS_LONG)(sum >> 16);
 }
 
 namespace {
 
-// add_thang's work, inlined into the line cutter.
-inline int push_thang(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1,
-                      FS_FIXED y1) {
-  if (r->next_thang > RASTER_THANGS - 1) return 0;
+#define FS_ALWAYS_INLINE inline __attribute__((always_inline))
+
+// The raster's cell store as one line's cutting sees it, held in locals so
+// that recording a cell does not reread the raster after every store: the
+// cells, the row lists, the count of pieces so far, the band's top row and
+// the line's direction. The count goes back to the raster when the line is
+// done.
+struct CellStore {
+  THANG* thangs;
+  THANG** rows;
+  FS_LONG next;
+  FS_LONG top;
+  FS_LONG dir;
+};
+
+FS_ALWAYS_INLINE CellStore cell_store(RASTER* r) {
+  CellStore c = {r->thangs, r->rows, r->next_thang, r->top, r->dir};
+  return c;
+}
+
+// add_thang's work on a cell store.
+FS_ALWAYS_INLINE int store_piece(CellStore& s, FS_FIXED x0, FS_FIXED y0,
+                                 FS_FIXED x1, FS_FIXED y1) {
+  if (s.next > RASTER_THANGS - 1) return 0;
   FS_LONG y = (FS_LONG)(((FS_INT64)y0 + y1) >> 17);
-  FS_LONG row = r->top - y;
+  FS_LONG row = s.top - y;
   if (row < 0 || row > RASTER_ROWS - 1) return 1;
   FS_FIXED h = y1 - y0;
   FS_FIXED mid = (FS_FIXED)(((FS_INT64)x0 + x1) / 2);
@@ -106,27 +130,31 @@ inline int push_thang(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1,
     a = h;
   else
     a = (FS_FIXED)(((FS_INT64)h * w + 32768) >> 16);
-  THANG* t = &r->thangs[r->next_thang++];
+  THANG* t = &s.thangs[s.next++];
   t->x = (FS_SHORT)(((FS_INT64)x0 + x1) >> 17);
   t->y = (FS_SHORT)y;
-  t->a = r->dir > 0 ? a : -a;
-  t->f = r->dir > 0 ? h : -h;
-  t->next = r->rows[row];
-  r->rows[row] = t;
+  t->a = s.dir > 0 ? a : -a;
+  t->f = s.dir > 0 ? h : -h;
+  t->next = s.rows[row];
+  s.rows[row] = t;
   return 1;
 }
 
 }  // namespace
 
 int add_thang(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
-  return push_thang(r, x0, y0, x1, y1);
+  CellStore s = cell_store(r);
+  int kept = store_piece(s, x0, y0, x1, y1);
+  r->next_thang = s.next;
+  return kept;
 }
 
 namespace {
 
 // One piece inside a single row: split at column edges.
-int row_piece(RASTER* r, FS_FIXED X0, FS_FIXED Y0, FS_FIXED X1, FS_FIXED Y1,
-              FS_FIXED xa, FS_FIXED ya, FS_FIXED xb, FS_FIXED yb) {
+FS_ALWAYS_INLINE int row_piece(CellStore& s, FS_FIXED X0, FS_FIXED Y0,
+                               FS_FIXED X1, FS_FIXED Y1, FS_FIXED xa,
+                               FS_FIXED ya, FS_FIXED xb, FS_FIXED yb) {
   while (true) {
     if (xb > xa) {
       FS_FIXED edge = floor_px(xa) + ONE;
@@ -134,7 +162,7 @@ int row_piece(RASTER* r, FS_FIXED X0, FS_FIXED Y0, FS_FIXED X1, FS_FIXED Y1,
       FS_FIXED ye = y_at(X0, Y0, X1, Y1, edge);
       if (ye < ya) ye = ya;
       if (ye > yb) ye = yb;
-      if (ye > ya && !push_thang(r, xa, ya, edge, ye)) return 0;
+      if (ye > ya && !store_piece(s, xa, ya, edge, ye)) return 0;
       xa = edge;
       ya = ye;
     } else if (xb < xa) {
@@ -143,20 +171,19 @@ int row_piece(RASTER* r, FS_FIXED X0, FS_FIXED Y0, FS_FIXED X1, FS_FIXED Y1,
       FS_FIXED ye = y_at(X0, Y0, X1, Y1, edge);
       if (ye < ya) ye = ya;
       if (ye > yb) ye = yb;
-      if (ye > ya && !push_thang(r, xa, ya, edge, ye)) return 0;
+      if (ye > ya && !store_piece(s, xa, ya, edge, ye)) return 0;
       xa = edge;
       ya = ye;
     } else {
       break;
     }
   }
-  if (yb > ya) return push_thang(r, xa, ya, xb, yb);
+  if (yb > ya) return store_piece(s, xa, ya, xb, yb);
   return 1;
 }
 
-// do_line's work, inlined into the element walk.
-inline int line_cells(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1,
-                      FS_FIXED y1) {
+// do_line's work.
+int line_cells(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
   if (y0 == y1) return 1;  // a horizontal edge has no height
   if (y0 < y1) {
     r->dir = 1;
@@ -182,15 +209,21 @@ inline int line_cells(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1,
     }
   }
   // Row by row, each row's piece then column by column.
+  CellStore s = cell_store(r);
+  int kept = 1;
   while (y0 < y1) {
     FS_FIXED edge = floor_px(y0) + ONE;
     FS_FIXED ye = y1 < edge ? y1 : edge;
     FS_FIXED xe = ye == y1 ? x1 : x_at(X0, Y0, X1, Y1, ye);
-    if (!row_piece(r, X0, Y0, X1, Y1, x0, y0, xe, ye)) return 0;
+    if (!row_piece(s, X0, Y0, X1, Y1, x0, y0, xe, ye)) {
+      kept = 0;
+      break;
+    }
     x0 = xe;
     y0 = ye;
   }
-  return 1;
+  r->next_thang = s.next;
+  return kept;
 }
 
 }  // namespace
@@ -275,14 +308,14 @@ void do_band(RASTER* r) {
     FS_LONG cmin = 0x7FFFFFFF, cmax = -1, clast = -1;
     for (; t != nullptr; t = t->next) {
       FS_LONG c = t->x - lo_x;
-      if (c < 0) c = 0;
+      if (c < 0) c = 0;  // from here on c is not negative
       if (c < cmin) cmin = c;
       if (c > cmax) cmax = c;
       if (c >= width) continue;
       if (c > clast) clast = c;
       areas[c] += t->a;
       nexts[c] += t->f;
-      if (masked) mask[c / kMaskBits] |= (ColumnMask)1 << (c % kMaskBits);
+      if (masked) mask[(FS_ULONG)c / kMaskBits] |= (ColumnMask)1 << ((FS_ULONG)c % kMaskBits);
     }
     if (cmax >= width) cmax = width - 1;
     if (cmin > cmax) continue;
@@ -328,15 +361,11 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
   FS_FIXED cx = 0, cy = 0;
   FS_LONG p = 0;
   FS_FIXED lo = r->band_ymin, hi = r->band_ymax;
+  // All points below the band or all above it; the first point decides
+  // at once for nearly every element.
   auto misses = [&](FS_FIXED a, FS_FIXED b, FS_FIXED c, FS_FIXED d) {
-    FS_FIXED mn = a, mx = a;
-    if (b < mn) mn = b;
-    if (b > mx) mx = b;
-    if (c < mn) mn = c;
-    if (c > mx) mx = c;
-    if (d < mn) mn = d;
-    if (d > mx) mx = d;
-    return mx < lo || mn > hi;
+    if (a < lo) return b < lo && c < lo && d < lo;
+    return a > hi && b > hi && c > hi && d > hi;
   };
   static const int kPoints[4] = {1, 1, 2, 3};
   for (FS_SHORT k = 0; k < o->num; k++) {
@@ -549,6 +578,50 @@ FS_GRAYMAP* make_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_USHORT gmaptype) 
   return g;
 }
 
+namespace {
+
+// The 8-bit trim without a second map: the kept rows move up to the start
+// of the pixels (each lands at or before where it stood), the record is
+// rewritten as the exact one, the bytes behind the pixels up to the
+// 48-byte minimum are cleared, and the block shrinks to the new size. The
+// result is the record a fresh copy would be, byte for byte, at the heap
+// cost of the copy. Null with 201 when the block can't be had (the map is
+// freed).
+FS_GRAYMAP* trim_in_place(FS_STATE* state, FS_GRAYMAP* gmap, FS_USHORT type,
+                          FS_LONG r0, FS_LONG c0, FS_LONG w, FS_LONG h) {
+  FS_LONG size = GRAYMAP_HEADER + w * h;
+  FS_LONG block = size < 48 ? 48 : size;
+  FS_LONG old_block = gmap->size < 48 ? 48 : gmap->size;
+  if (r0 > 0 || c0 != 0 || w != gmap->bpl) {
+    for (FS_LONG y = 0; y < h; y++)
+      memmove(gmap->bits + y * w, gmap->bits + (y + r0) * gmap->bpl + c0, (size_t)w);
+  }
+  if (r0 >= 0) {
+    gmap->lo_x = (FS_SHORT)(gmap->lo_x + c0);
+    gmap->hi_y = (FS_SHORT)(gmap->hi_y - r0);
+  }
+  gmap->cache_ptr = nullptr;
+  gmap->size = size;
+  gmap->width = (FS_SHORT)w;
+  gmap->height = (FS_SHORT)h;
+  gmap->bpl = (FS_SHORT)w;
+  gmap->bitsPerPixel = 8;
+  gmap->type = type;
+  if (size < block) memset((FS_BYTE*)gmap + size, 0, (size_t)(block - size));
+  if (block < old_block) {
+    FS_GRAYMAP* t = (FS_GRAYMAP*)FSS_realloc(state, gmap, (FS_ULONG)block);
+    if (t == nullptr) {
+      FSS_free(state, gmap);
+      state->error = ERR_MALLOC_FAIL;
+      return nullptr;
+    }
+    gmap = t;
+  }
+  return gmap;
+}
+
+}  // namespace
+
 FS_GRAYMAP* trim_convert(FS_STATE* state, FS_GRAYMAP* gmap, FS_USHORT type) {
   if (gmap == nullptr || gmap->bitsPerPixel != 8) return gmap;
   int bits = (type & 0x404) ? 4 : (type & 0x202) ? 2 : 8;
@@ -571,6 +644,9 @@ FS_GRAYMAP* trim_convert(FS_STATE* state, FS_GRAYMAP* gmap, FS_USHORT type) {
   FS_LONG w = r0 < 0 ? 0 : c1 - c0 + 1, h = r0 < 0 ? 0 : r1 - r0 + 1;
   FS_LONG bpl = bits == 8 ? w : bits == 4 ? (w + 1) / 2 : (w + 3) / 4;
   FS_LONG size = GRAYMAP_HEADER + bpl * h;
+  // Rows laid out forward, as the converter makes them, trim in place.
+  if (bits == 8 && gmap->bpl >= gmap->width)
+    return trim_in_place(state, gmap, type, r0, c0, w, h);
   FS_GRAYMAP* t = (FS_GRAYMAP*)FSS_calloc(state, (FS_ULONG)(size < 48 ? 48 : size));
   if (t == nullptr) {
     FSS_free(state, gmap);
