@@ -106,11 +106,20 @@ struct CellStore {
   FS_LONG next;
   FS_LONG top;
   FS_LONG dir;
+  bool clip;  // more than one band: segments are cut to the band
+  FS_FIXED band_ymin, band_ymax;
 };
 
 FS_ALWAYS_INLINE CellStore cell_store(RASTER* r) {
-  CellStore c = {r->thangs, r->rows, r->next_thang, r->top, r->dir};
+  CellStore c = {r->thangs, r->rows,          r->next_thang, r->top,
+                 r->dir,    r->num_bands > 1, r->band_ymin,  r->band_ymax};
   return c;
+}
+
+// What the raster keeps of a cell store when the cutting stops.
+FS_ALWAYS_INLINE void put_back(RASTER* r, const CellStore& s) {
+  r->next_thang = s.next;
+  r->dir = s.dir;
 }
 
 // add_thang's work on a cell store.
@@ -145,7 +154,7 @@ FS_ALWAYS_INLINE int store_piece(CellStore& s, FS_FIXED x0, FS_FIXED y0,
 int add_thang(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
   CellStore s = cell_store(r);
   int kept = store_piece(s, x0, y0, x1, y1);
-  r->next_thang = s.next;
+  put_back(r, s);
   return kept;
 }
 
@@ -182,13 +191,14 @@ FS_ALWAYS_INLINE int row_piece(CellStore& s, FS_FIXED X0, FS_FIXED Y0,
   return 1;
 }
 
-// do_line's work.
-int line_cells(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
+// do_line's work on a cell store.
+FS_ALWAYS_INLINE int line_cells(CellStore& s, FS_FIXED x0, FS_FIXED y0,
+                                FS_FIXED x1, FS_FIXED y1) {
   if (y0 == y1) return 1;  // a horizontal edge has no height
   if (y0 < y1) {
-    r->dir = 1;
+    s.dir = 1;
   } else {
-    r->dir = -1;
+    s.dir = -1;
     FS_FIXED t = x0;
     x0 = x1;
     x1 = t;
@@ -197,39 +207,36 @@ int line_cells(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
     y1 = t;
   }
   const FS_FIXED X0 = x0, Y0 = y0, X1 = x1, Y1 = y1;
-  if (r->num_bands > 1) {
-    if (y1 <= r->band_ymin || y0 >= r->band_ymax) return 1;
-    if (y0 < r->band_ymin) {
-      x0 = x_at(X0, Y0, X1, Y1, r->band_ymin);
-      y0 = r->band_ymin;
+  if (s.clip) {
+    if (y1 <= s.band_ymin || y0 >= s.band_ymax) return 1;
+    if (y0 < s.band_ymin) {
+      x0 = x_at(X0, Y0, X1, Y1, s.band_ymin);
+      y0 = s.band_ymin;
     }
-    if (y1 > r->band_ymax) {
-      x1 = x_at(X0, Y0, X1, Y1, r->band_ymax);
-      y1 = r->band_ymax;
+    if (y1 > s.band_ymax) {
+      x1 = x_at(X0, Y0, X1, Y1, s.band_ymax);
+      y1 = s.band_ymax;
     }
   }
   // Row by row, each row's piece then column by column.
-  CellStore s = cell_store(r);
-  int kept = 1;
   while (y0 < y1) {
     FS_FIXED edge = floor_px(y0) + ONE;
     FS_FIXED ye = y1 < edge ? y1 : edge;
     FS_FIXED xe = ye == y1 ? x1 : x_at(X0, Y0, X1, Y1, ye);
-    if (!row_piece(s, X0, Y0, X1, Y1, x0, y0, xe, ye)) {
-      kept = 0;
-      break;
-    }
+    if (!row_piece(s, X0, Y0, X1, Y1, x0, y0, xe, ye)) return 0;
     x0 = xe;
     y0 = ye;
   }
-  r->next_thang = s.next;
-  return kept;
+  return 1;
 }
 
 }  // namespace
 
 int do_line(RASTER* r, FS_FIXED x0, FS_FIXED y0, FS_FIXED x1, FS_FIXED y1) {
-  return line_cells(r, x0, y0, x1, y1);
+  CellStore s = cell_store(r);
+  int kept = line_cells(s, x0, y0, x1, y1);
+  put_back(r, s);
+  return kept;
 }
 
 namespace {
@@ -357,7 +364,7 @@ RASTER* get_raster(FS_STATE* state, FS_LONG width) {
 
 // Walks the outline's elements for one band. 1 done, 0 store full, -1 the
 // curve stack overflowed.
-int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
+int walk_elements(RASTER* r, CellStore& cells, FS_OUTLINE* o, FS_FIXED err) {
   FS_FIXED cx = 0, cy = 0;
   FS_LONG p = 0;
   FS_FIXED lo = r->band_ymin, hi = r->band_ymax;
@@ -379,72 +386,80 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
     } else if (t == FS_LINETO) {
       FS_FIXED x = o->x[p], y = o->y[p];
       p++;
-      if (!misses(cy, y, y, y) && !line_cells(r, cx, cy, x, y)) return 0;
+      if (!misses(cy, y, y, y) && !line_cells(cells, cx, cy, x, y)) return 0;
       cx = x;
       cy = y;
     } else if (t == FS_QUADTO) {
+      // Subdivision, first half first. The piece at hand stays in
+      // registers and only second halves wait on the stack: `depth` counts
+      // the words below the piece at hand, as though both halves had been
+      // pushed and the first popped, so the stack limits fall where they
+      // would.
       FS_FIXED* s = r->stack = r->stack_base;
-      s[0] = cx; s[1] = cy; s[2] = o->x[p]; s[3] = o->y[p];
-      s[4] = o->x[p + 1]; s[5] = o->y[p + 1];
-      FS_LONG depth = 6;
-      cx = o->x[p + 1];
-      cy = o->y[p + 1];
+      FS_FIXED x0 = cx, y0 = cy, x1 = o->x[p], y1 = o->y[p];
+      FS_FIXED x2 = o->x[p + 1], y2 = o->y[p + 1];
+      FS_LONG depth = 0;
+      cx = x2;
+      cy = y2;
       p += 2;
-      while (depth > 0) {
-        depth -= 6;
-        FS_FIXED* q = s + depth;
-        FS_FIXED x0 = q[0], y0 = q[1], x1 = q[2], y1 = q[3], x2 = q[4], y2 = q[5];
-        if (misses(y0, y1, y2, y2)) continue;
-        FS_FIXED ax = (x0 >> 1) + (x1 >> 1), ay = (y0 >> 1) + (y1 >> 1);
-        FS_FIXED bx = (x1 >> 1) + (x2 >> 1), by = (y1 >> 1) + (y2 >> 1);
-        FS_FIXED mx = (ax >> 1) + (bx >> 1), my = (ay >> 1) + (by >> 1);
-        FS_FIXED ddx = fabs_(x1 - mx), ddy = fabs_(y1 - my);
-        FS_FIXED d = ddx > ddy ? ddx + ((ddy * 3) >> 3) : ddy + ((ddx * 3) >> 3);
-        if (d >= err && depth < RASTER_STACK) {
-          if (depth + 12 > RASTER_STACK) return -1;
-          // Second half below, first half on top.
-          FS_FIXED* h = s + depth;
-          h[0] = mx; h[1] = my; h[2] = bx; h[3] = by; h[4] = x2; h[5] = y2;
-          h[6] = x0; h[7] = y0; h[8] = ax; h[9] = ay; h[10] = mx; h[11] = my;
-          depth += 12;
-        } else if (!line_cells(r, x0, y0, x2, y2)) {
-          return 0;
+      while (true) {
+        if (!misses(y0, y1, y2, y2)) {
+          FS_FIXED ax = (x0 >> 1) + (x1 >> 1), ay = (y0 >> 1) + (y1 >> 1);
+          FS_FIXED bx = (x1 >> 1) + (x2 >> 1), by = (y1 >> 1) + (y2 >> 1);
+          FS_FIXED mx = (ax >> 1) + (bx >> 1), my = (ay >> 1) + (by >> 1);
+          FS_FIXED ddx = fabs_(x1 - mx), ddy = fabs_(y1 - my);
+          FS_FIXED d = ddx > ddy ? ddx + ((ddy * 3) >> 3) : ddy + ((ddx * 3) >> 3);
+          if (d >= err && depth < RASTER_STACK) {
+            if (depth + 12 > RASTER_STACK) return -1;
+            FS_FIXED* h = s + depth;  // the second half waits
+            h[0] = mx; h[1] = my; h[2] = bx; h[3] = by; h[4] = x2; h[5] = y2;
+            depth += 6;
+            x1 = ax; y1 = ay; x2 = mx; y2 = my;
+            continue;
+          }
+          if (!line_cells(cells, x0, y0, x2, y2)) return 0;
         }
+        if (depth == 0) break;
+        depth -= 6;
+        const FS_FIXED* q = s + depth;
+        x0 = q[0]; y0 = q[1]; x1 = q[2]; y1 = q[3]; x2 = q[4]; y2 = q[5];
       }
     } else if (t == FS_CUBETO) {
+      // As the quadratic, 8 words a piece.
       FS_FIXED* s = r->stack = r->stack_base;
-      s[0] = cx; s[1] = cy; s[2] = o->x[p]; s[3] = o->y[p];
-      s[4] = o->x[p + 1]; s[5] = o->y[p + 1]; s[6] = o->x[p + 2]; s[7] = o->y[p + 2];
-      FS_LONG depth = 8;
-      cx = o->x[p + 2];
-      cy = o->y[p + 2];
+      FS_FIXED x0 = cx, y0 = cy, x1 = o->x[p], y1 = o->y[p];
+      FS_FIXED x2 = o->x[p + 1], y2 = o->y[p + 1], x3 = o->x[p + 2], y3 = o->y[p + 2];
+      FS_LONG depth = 0;
+      cx = x3;
+      cy = y3;
       p += 3;
-      while (depth > 0) {
-        depth -= 8;
-        FS_FIXED* q = s + depth;
-        FS_FIXED x0 = q[0], y0 = q[1], x1 = q[2], y1 = q[3];
-        FS_FIXED x2 = q[4], y2 = q[5], x3 = q[6], y3 = q[7];
-        if (misses(y0, y1, y2, y3)) continue;
-        FS_FIXED ax = (x0 >> 1) + (x1 >> 1), ay = (y0 >> 1) + (y1 >> 1);
-        FS_FIXED bx = (x1 >> 1) + (x2 >> 1), by = (y1 >> 1) + (y2 >> 1);
-        FS_FIXED cx2 = (x2 >> 1) + (x3 >> 1), cy2 = (y2 >> 1) + (y3 >> 1);
-        FS_FIXED dx = (ax >> 1) + (bx >> 1), dy = (ay >> 1) + (by >> 1);
-        FS_FIXED ex = (bx >> 1) + (cx2 >> 1), ey = (by >> 1) + (cy2 >> 1);
-        FS_FIXED fx = (dx >> 1) + (ex >> 1), fy = (dy >> 1) + (ey >> 1);
-        FS_FIXED d1 = DistanceNorm(x1 - dx, y1 - dy);
-        FS_FIXED d2 = DistanceNorm(x2 - ex, y2 - ey);
-        FS_FIXED d = d1 > d2 ? d1 : d2;
-        if (d >= err && depth < RASTER_STACK) {
-          if (depth + 16 > RASTER_STACK) return -1;
-          FS_FIXED* h = s + depth;
-          h[0] = fx; h[1] = fy; h[2] = ex; h[3] = ey;
-          h[4] = cx2; h[5] = cy2; h[6] = x3; h[7] = y3;
-          h[8] = x0; h[9] = y0; h[10] = ax; h[11] = ay;
-          h[12] = dx; h[13] = dy; h[14] = fx; h[15] = fy;
-          depth += 16;
-        } else if (!line_cells(r, x0, y0, x3, y3)) {
-          return 0;
+      while (true) {
+        if (!misses(y0, y1, y2, y3)) {
+          FS_FIXED ax = (x0 >> 1) + (x1 >> 1), ay = (y0 >> 1) + (y1 >> 1);
+          FS_FIXED bx = (x1 >> 1) + (x2 >> 1), by = (y1 >> 1) + (y2 >> 1);
+          FS_FIXED cx2 = (x2 >> 1) + (x3 >> 1), cy2 = (y2 >> 1) + (y3 >> 1);
+          FS_FIXED dx = (ax >> 1) + (bx >> 1), dy = (ay >> 1) + (by >> 1);
+          FS_FIXED ex = (bx >> 1) + (cx2 >> 1), ey = (by >> 1) + (cy2 >> 1);
+          FS_FIXED fx = (dx >> 1) + (ex >> 1), fy = (dy >> 1) + (ey >> 1);
+          FS_FIXED d1 = DistanceNorm(x1 - dx, y1 - dy);
+          FS_FIXED d2 = DistanceNorm(x2 - ex, y2 - ey);
+          FS_FIXED d = d1 > d2 ? d1 : d2;
+          if (d >= err && depth < RASTER_STACK) {
+            if (depth + 16 > RASTER_STACK) return -1;
+            FS_FIXED* h = s + depth;
+            h[0] = fx; h[1] = fy; h[2] = ex; h[3] = ey;
+            h[4] = cx2; h[5] = cy2; h[6] = x3; h[7] = y3;
+            depth += 8;
+            x1 = ax; y1 = ay; x2 = dx; y2 = dy; x3 = fx; y3 = fy;
+            continue;
+          }
+          if (!line_cells(cells, x0, y0, x3, y3)) return 0;
         }
+        if (depth == 0) break;
+        depth -= 8;
+        const FS_FIXED* q = s + depth;
+        x0 = q[0]; y0 = q[1]; x1 = q[2]; y1 = q[3];
+        x2 = q[4]; y2 = q[5]; x3 = q[6]; y3 = q[7];
       }
     } else {
       // Any other code ends nothing and draws nothing: it acts as a move.
@@ -458,6 +473,12 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
   return 1;
 }
 
+int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
+  CellStore cells = cell_store(r);
+  int result = walk_elements(r, cells, o, err);
+  put_back(r, cells);
+  return result;
+}
 // The seam of the image effects: pixel boldness of small stroke sizes,
 // then emboss or engrave, the outlines, and soften, each by its flag. The
 // effects unit fills this in; until then the map passes unchanged.
