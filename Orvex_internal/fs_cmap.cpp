@@ -54,8 +54,8 @@ inline FS_ULONG search_keys(const FS_BYTE* keys, FS_ULONG n, FS_ULONG range,
     for (FS_ULONG bytes = stride * (range >> 1); bytes >= stride; bytes >>= 1) {
       if (read(p + bytes - stride) < id) {
         p += bytes;
-        // A real branch: codes asked in order are predicted well, where a
-        // conditional move waits for every load.
+        // A real branch: the loads of the steps go ahead on the predicted
+        // path, where a conditional move waits for each load in turn.
         __asm__ volatile("");
       }
     }
@@ -659,7 +659,8 @@ FS_LONG map_font(FS_STATE* state, TFNT* tfnt, FS_USHORT platform,
 
 namespace {
 
-inline FS_USHORT map_code(FS_STATE* state, FS_ULONG id, FS_ULONG varSelector) {
+inline __attribute__((always_inline)) FS_USHORT map_code(FS_STATE* state, FS_ULONG id,
+                                                    FS_ULONG varSelector) {
   state->error = SUCCESS;
   FNTSET* set = state->cur_typeset.fntset;
   if (set == nullptr || state->cur_typeset.tfntarray == nullptr) {
