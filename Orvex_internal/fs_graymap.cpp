@@ -122,7 +122,11 @@ FS_ALWAYS_INLINE void put_back(RASTER* r, const CellStore& s) {
   r->dir = s.dir;
 }
 
-// add_thang's work on a cell store.
+// add_thang's work on a cell store. `in_row` promises a piece no taller
+// than a pixel, as the line cutter's are: then the area is the rounded
+// product alone, which equals w for a full-height piece and h for a piece
+// centred on a column edge, so the two tests fall away.
+template <bool in_row = false>
 FS_ALWAYS_INLINE int store_piece(CellStore& s, FS_FIXED x0, FS_FIXED y0,
                                  FS_FIXED x1, FS_FIXED y1) {
   if (s.next > RASTER_THANGS - 1) return 0;
@@ -133,7 +137,9 @@ FS_ALWAYS_INLINE int store_piece(CellStore& s, FS_FIXED x0, FS_FIXED y0,
   FS_FIXED mid = (FS_FIXED)(((FS_INT64)x0 + x1) / 2);
   FS_FIXED w = ONE - (mid & 0xFFFF);
   FS_FIXED a;
-  if (h >= ONE)
+  if (in_row)
+    a = (FS_FIXED)(((FS_INT64)h * w + 32768) >> 16);
+  else if (h >= ONE)
     a = w;
   else if (w >= ONE)
     a = h;
@@ -171,7 +177,7 @@ FS_ALWAYS_INLINE int row_piece(CellStore& s, FS_FIXED X0, FS_FIXED Y0,
       FS_FIXED ye = y_at(X0, Y0, X1, Y1, edge);
       if (ye < ya) ye = ya;
       if (ye > yb) ye = yb;
-      if (ye > ya && !store_piece(s, xa, ya, edge, ye)) return 0;
+      if (ye > ya && !store_piece<true>(s, xa, ya, edge, ye)) return 0;
       xa = edge;
       ya = ye;
     } else if (xb < xa) {
@@ -180,14 +186,14 @@ FS_ALWAYS_INLINE int row_piece(CellStore& s, FS_FIXED X0, FS_FIXED Y0,
       FS_FIXED ye = y_at(X0, Y0, X1, Y1, edge);
       if (ye < ya) ye = ya;
       if (ye > yb) ye = yb;
-      if (ye > ya && !store_piece(s, xa, ya, edge, ye)) return 0;
+      if (ye > ya && !store_piece<true>(s, xa, ya, edge, ye)) return 0;
       xa = edge;
       ya = ye;
     } else {
       break;
     }
   }
-  if (yb > ya) return store_piece(s, xa, ya, xb, yb);
+  if (yb > ya) return store_piece<true>(s, xa, ya, xb, yb);
   return 1;
 }
 
@@ -280,20 +286,22 @@ void sweep_columns(FS_FIXED* __restrict areas, FS_FIXED* __restrict nexts,
   }
 }
 
-// The same sweep when only the columns in `mask` hold cells: between two
-// of them the sum is the carry alone, so the run gets one gray level (and
-// is left as it is when the carry is 0). The sweep ends at the last
-// occupied column, or at the map's right edge when a cell lay beyond it.
-// The mask comes back cleared.
+// The same sweep when only the columns in `mask` (`words` words) hold
+// cells: between two of them the sum is the carry alone, so the run gets one
+// gray level (and is left as it is when the carry is 0, as it is left of
+// the first). The sweep ends at the last occupied column, or at `end` when
+// a cell lay beyond the map's right edge (else `end` is -1). The mask comes
+// back cleared.
 void sweep_masked(FS_FIXED* __restrict areas, FS_FIXED* __restrict nexts,
                   FS_BYTE* __restrict out, ColumnMask* __restrict mask,
-                  FS_LONG cmin, FS_LONG clast, FS_LONG end) {
+                  FS_LONG words, FS_LONG end) {
   FS_FIXED carry = 0;
-  FS_LONG next = cmin;  // the first column not yet swept
-  for (FS_LONG w = cmin / kMaskBits; w <= clast / kMaskBits; w++) {
+  FS_LONG next = 0;  // the first column not yet swept
+  for (FS_LONG w = 0; w < words; w++) {
     ColumnMask bits = mask[w];
+    if (bits == 0) continue;
     mask[w] = 0;
-    while (bits != 0) {
+    do {
       FS_LONG c = w * kMaskBits + __builtin_ctzll(bits);
       bits &= bits - 1;
       if (carry != 0 && c > next) fill_run(out + next, gray_of(carry), c - next);
@@ -303,7 +311,7 @@ void sweep_masked(FS_FIXED* __restrict areas, FS_FIXED* __restrict nexts,
       areas[c] = 0;
       nexts[c] = 0;
       next = c + 1;
-    }
+    } while (bits != 0);
   }
   if (carry != 0 && end >= next) fill_run(out + next, gray_of(carry), end + 1 - next);
 }
@@ -318,33 +326,45 @@ void do_band(RASTER* r) {
   FS_FIXED* nexts = r->nexts;
   const FS_LONG width = g->width, height = g->height, lo_x = g->lo_x;
   const bool masked = width <= kMaskedWidth;
+  const FS_LONG words = (width + kMaskBits - 1) / kMaskBits;
   ColumnMask mask[kMaskedWidth / kMaskBits];
-  if (masked) memset(mask, 0, sizeof(ColumnMask) * (size_t)((width + kMaskBits - 1) / kMaskBits));
+  if (masked) memset(mask, 0, sizeof(ColumnMask) * (size_t)words);
   for (FS_LONG row = 1; row <= nrows; row++) {
     FS_LONG gy = g->hi_y - (r->top - row);
     THANG* t = r->rows[row];
     if (t == nullptr || gy < 0 || gy >= height) continue;
     // Cells by column; one left of the map counts in its first column, one
     // right of it is dropped but carries the sweep to the right edge.
-    FS_LONG cmin = 0x7FFFFFFF, cmax = -1, clast = -1;
+    FS_BYTE* out = g->bits + gy * g->bpl;
+    if (masked) {
+      bool beyond = false;
+      for (; t != nullptr; t = t->next) {
+        FS_LONG c = t->x - lo_x;
+        if (c < 0) c = 0;
+        if (c >= width) {
+          beyond = true;
+          continue;
+        }
+        areas[c] += t->a;
+        nexts[c] += t->f;
+        mask[(FS_ULONG)c / kMaskBits] |= (ColumnMask)1 << ((FS_ULONG)c % kMaskBits);
+      }
+      sweep_masked(areas, nexts, out, mask, words, beyond ? width - 1 : -1);
+      continue;
+    }
+    FS_LONG cmin = 0x7FFFFFFF, cmax = -1;
     for (; t != nullptr; t = t->next) {
       FS_LONG c = t->x - lo_x;
       if (c < 0) c = 0;  // from here on c is not negative
       if (c < cmin) cmin = c;
       if (c > cmax) cmax = c;
       if (c >= width) continue;
-      if (c > clast) clast = c;
       areas[c] += t->a;
       nexts[c] += t->f;
-      if (masked) mask[(FS_ULONG)c / kMaskBits] |= (ColumnMask)1 << ((FS_ULONG)c % kMaskBits);
     }
     if (cmax >= width) cmax = width - 1;
     if (cmin > cmax) continue;
-    FS_BYTE* out = g->bits + gy * g->bpl;
-    if (masked)
-      sweep_masked(areas, nexts, out, mask, cmin, clast, cmax);
-    else
-      sweep_columns(areas, nexts, out, cmin, cmax);
+    sweep_columns(areas, nexts, out, cmin, cmax);
   }
 }
 
