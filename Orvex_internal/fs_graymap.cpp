@@ -408,6 +408,18 @@ int walk_elements(RASTER* r, CellStore& cells, FS_OUTLINE* o, FS_FIXED err) {
     if (a < lo) return b < lo && c < lo && d < lo;
     return a > hi && b > hi && c > hi && d > hi;
   };
+  // A curve at least 64 units (1/1024 pixel) above the band's foot and not
+  // above its top has no piece that misses the band: every piece lies
+  // within the curve's y range, less at most 3 units per halving (they
+  // truncate), and the stack allows fewer than 8 halvings.
+  auto within = [&](FS_FIXED a, FS_FIXED b, FS_FIXED c, FS_FIXED d) {
+    FS_FIXED mn = a < b ? a : b, mx = a < b ? b : a;
+    if (c < mn) mn = c;
+    if (c > mx) mx = c;
+    if (d < mn) mn = d;
+    if (d > mx) mx = d;
+    return (FS_INT64)mn - 64 >= lo && mx <= hi;
+  };
   static const int kPoints[4] = {1, 1, 2, 3};
   for (FS_SHORT k = 0; k < o->num; k++) {
     int t = o->type[k] & 0x7F;
@@ -436,8 +448,9 @@ int walk_elements(RASTER* r, CellStore& cells, FS_OUTLINE* o, FS_FIXED err) {
       cx = x2;
       cy = y2;
       p += 2;
+      const bool inside = within(y0, y1, y2, y2);
       while (true) {
-        if (!misses(y0, y1, y2, y2)) {
+        if (inside || !misses(y0, y1, y2, y2)) {
           FS_FIXED ax = (x0 >> 1) + (x1 >> 1), ay = (y0 >> 1) + (y1 >> 1);
           FS_FIXED bx = (x1 >> 1) + (x2 >> 1), by = (y1 >> 1) + (y2 >> 1);
           FS_FIXED mx = (ax >> 1) + (bx >> 1), my = (ay >> 1) + (by >> 1);
@@ -467,8 +480,9 @@ int walk_elements(RASTER* r, CellStore& cells, FS_OUTLINE* o, FS_FIXED err) {
       cx = x3;
       cy = y3;
       p += 3;
+      const bool inside = within(y0, y1, y2, y3);
       while (true) {
-        if (!misses(y0, y1, y2, y3)) {
+        if (inside || !misses(y0, y1, y2, y3)) {
           FS_FIXED ax = (x0 >> 1) + (x1 >> 1), ay = (y0 >> 1) + (y1 >> 1);
           FS_FIXED bx = (x1 >> 1) + (x2 >> 1), by = (y1 >> 1) + (y2 >> 1);
           FS_FIXED cx2 = (x2 >> 1) + (x3 >> 1), cy2 = (y2 >> 1) + (y3 >> 1);
