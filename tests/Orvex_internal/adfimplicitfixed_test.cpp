@@ -332,4 +332,131 @@ TEST(AdfBoundaryCells, SquareReadsDistanceToNearestSideAndChebyshevOutside) {
   }
 }
 
+
+// A circle of radius 10 at (20.3, 20.3) in 16 quadratic arcs.
+ADFPath circle(std::vector<ADFPenCmd>& cmds, double R = 10) {
+  const double c = 20.3, pi = 3.14159265358979, step = pi / 8;
+  ADFPath path = pathOf(cmds, {{c + R, c}});
+  for (int k = 1; k <= 16; k++) {
+    const double m = R / std::cos(step / 2);
+    cmds.push_back({2, (ADF_I32)lround((c + R * std::cos(k * step)) * F), (ADF_I32)lround((c + R * std::sin(k * step)) * F),
+                    (ADF_I32)lround((c + m * std::cos((k - 0.5) * step)) * F),
+                    (ADF_I32)lround((c + m * std::sin((k - 0.5) * step)) * F), 0, 0});
+  }
+  path.glyphMinX = path.glyphMinY = (ADF_I32)lround((c - R) * F);
+  path.glyphMaxX = path.glyphMaxY = (ADF_I32)lround((c + R) * F);
+  path.numPenCmds = (ADF_U32)cmds.size(), path.penCmds = cmds.data();
+  return path;
+}
+
+// Densities read back as distances, d = out + (v + 1/2)(in - out) / 255,
+// wherever the ramp is neither empty nor full.
+TEST(AdfBoundaryCells, CircleAndRhombusReadBackFromDensities) {
+  const std::vector<double> rhombus = {20.3, 5.3, 10.3, 20.3, 20.3, 35.3, 30.3, 20.3, 20.3, 5.3};
+  struct Row { const char* why; bool round; double in, out, outLow, lowTol; } rows[] = {
+      // Outside at +-3 the flattened circle's vertices on a diagonal are
+      // squared (their legs are equal): down to 0.7 of the distance.
+      {"circle, rectangle style", true, 3, -3, 0.7, 0},
+      {"circle, trapezoid style", true, 0.5, -0.5, 1, 0.12},
+      {"rhombus: round outer corners", false, 3, -3, 1, 0.12}};
+  for (const Row& row : rows) {
+    std::vector<ADFPenCmd> cmds;
+    const Render r = renderKept(row.round ? circle(cmds) : pathOf(cmds, {rhombus}), row.in, row.out);
+    int inside = 0, outside = 0;
+    for (ADF_U32 s = 0; s < r.pixels.size(); s++) {
+      const ADF_U8 v = r.pixels[s];
+      if (v == 0 || v == 255) continue;
+      const double d = row.out + (v + 0.5) * (row.in - row.out) / 255, x = r.X(s), y = r.Y(s);
+      const double e = row.round ? 10 * kS - std::hypot(x - 20.3 * kS, y - 20.3 * kS) : polygonDistance(rhombus, x, y);
+      if (e > 0) {
+        inside++;
+        ASSERT_NEAR(d, e, 0.12) << row.why << " at " << x << "," << y;
+      } else {
+        ASSERT_TRUE(-d >= row.outLow * -e - row.lowTol && -d <= -e + 0.12) << row.why << " at " << x << "," << y << ": " << d << " for " << e;
+        outside++;
+      }
+    }
+    EXPECT_TRUE(inside > 20 && outside > 20) << row.why << ": " << inside << ", " << outside;
+  }
+}
+
+TEST(AdfBoundaryCells, StrokeIsACapsuleAndOverlapsRenderAsTheirUnion) {
+  // A stroke 4 wide: ramp(2 - distance to its centre line) at (0.5, -0.5).
+  std::vector<ADFPenCmd> cmds;
+  ADFPath stroke = pathOf(cmds, {{15.3, 20.3, 30.3, 25.3}});
+  stroke.pathType = ADF_PATH_STROKE, stroke.pathWidth = 4 * F;
+  const Render r = renderKept(stroke, 0.5, -0.5);
+  for (ADF_U32 s = 0; s < r.pixels.size(); s++) {
+    const double x = r.X(s) / kS, y = r.Y(s) / kS, t = std::max(0.0, std::min(1.0, ((x - 15.3) * 15 + (y - 20.3) * 5) / 250));
+    const double dist = std::hypot(x - 15.3 - 15 * t, y - 20.3 - 5 * t) * kS;
+    ASSERT_NEAR(r.pixels[s], std::max(0.0, std::min(255.0, std::floor(255 * (2.5 - dist)))), 1) << x << "," << y;
+  }
+  // Two overlapping squares against their union's outline: the same in
+  // trapezoid style (at 1.0 the band reaches samples inside both); in
+  // rectangle style (no overlap rule at corners) away from the inner
+  // vertices and crossings.
+  const std::vector<double> a = {10.25, 10.25, 10.25, 30.25, 30.25, 30.25, 30.25, 10.25, 10.25, 10.25},
+                            b = {20.3, 15.4, 20.3, 25.4, 40.3, 25.4, 40.3, 15.4, 20.3, 15.4},
+                            u = {10.25, 10.25, 10.25, 30.25, 30.25, 30.25, 30.25, 25.4, 40.3, 25.4,
+                                 40.3, 15.4, 30.25, 15.4, 30.25, 10.25, 10.25, 10.25};
+  const double inner[4][2] = {{20.3, 15.4}, {20.3, 25.4}, {30.25, 25.4}, {30.25, 15.4}};
+  for (double cut : {0.5, 1.0, 4.0}) {
+    std::vector<ADFPenCmd> c1, c2;
+    const Render two = renderKept(pathOf(c1, {a, b}), cut, -cut), one = renderKept(pathOf(c2, {u}), cut, -cut);
+    ASSERT_EQ(two.pixels.size(), one.pixels.size());
+    int compared = 0;
+    for (ADF_U32 s = 0; s < one.pixels.size(); s++) {
+      bool near = false;
+      for (const auto& p : inner) near = near || std::hypot(one.X(s) - p[0] * kS, one.Y(s) - p[1] * kS) <= std::sqrt(2) * cut;
+      if (cut > 1 && near) continue;
+      ASSERT_EQ(two.pixels[s], one.pixels[s]) << "cut-off " << cut << " at " << one.X(s) << "," << one.Y(s);
+      compared++;
+    }
+    EXPECT_GT(compared, 500);
+  }
+}
+
+// The stripes against grey renders with the pen moved by a third of a pixel:
+// horizontal stripes read red, green, blue at pen x +1/3, 0, -1/3; vertical
+// ones at pen y -1/3, 0, +1/3 (pixel columns and rows in absolute terms).
+TEST(AdfDensityImage, StripesAreGreyRendersAThirdApart) {
+  std::vector<ADFPenCmd> cmds;
+  const ADFPath path = circle(cmds, 6);
+  const double third = 21845.0 / F;
+  for (ADF_U32 mode : {1u, 3u, 4u}) {
+    const bool h = mode == 1;
+    const Render lcd = renderKept(path, 0.5, -0.5, mode);
+    Render grey[3];  // red, green, blue
+    for (int k = 0; k < 3; k++) grey[k] = renderKept(path, 0.5, -0.5, 0, h ? third * (1 - k) : 0, h ? 0 : third * (k - 1));
+    const int W = lcd.ria.imageW;
+    for (int s = 0; s < W * lcd.ria.imageH; s++) {
+      const ADF_U8* p = &lcd.pixels[4 * s];
+      const int col = lcd.ria.imageOriginX + s % W, rowY = lcd.ria.imageOriginY + s / W;
+      for (int k = 0; k < 3; k++) {
+        const Render& g = grey[k];
+        const int i = col - g.ria.imageOriginX, j = rowY - g.ria.imageOriginY;
+        const int want = i >= 0 && j >= 0 && i < g.ria.imageW && j < g.ria.imageH ? g.pixels[j * g.ria.imageW + i] : 0;
+        const bool first = h ? (k == 0 && s % W == 0) : (k == 2 && s < W);  // no sample there: 0
+        ASSERT_NEAR(p[k], first ? 0 : want, first ? 0 : 1) << "mode " << mode << " channel " << k << " at " << col << "," << rowY;
+      }
+      ASSERT_EQ(p[3], std::max({p[0], p[1], p[2]}));
+    }
+  }
+  // Colour reduction: amount 1.0 takes every pixel to its luminance; mode 2
+  // never reduces.
+  const Render plain = renderKept(path, 0.5, -0.5, 1), toY = renderKept(path, 0.5, -0.5, 1, 0, 0, F, 1, F),
+               two = renderKept(path, 0.5, -0.5, 2, 0, 0, F, 1, F);
+  int coloured = 0;
+  for (size_t s = 0; s < plain.pixels.size(); s += 4) {
+    const ADF_U8* p = &plain.pixels[s];
+    const int y = yuvRedTable[p[0]] + yuvGreenTable[p[1]] + yuvBlueTable[p[2]];
+    const bool grey = p[0] == p[1] && p[1] == p[2];
+    coloured += !grey;
+    for (int k = 0; k < 4; k++) {
+      ASSERT_EQ(toY.pixels[s + k], grey ? p[k] : y) << s;
+      ASSERT_EQ(two.pixels[s + k], p[k]) << s;
+    }
+  }
+  EXPECT_GT(coloured, 20);
+}
 }  // namespace
