@@ -469,10 +469,21 @@ LineEdge sideFacing(ADF_I1616 x, ADF_I1616 y, ADF_I1616 dxy, bool flat, ADF_I161
   return e;
 }
 
-// A bisector's x over y in image units, then in samples; false when it is
-// too flat for a slope.
-bool bisectorSlope(const DistBuffer* db, ADF_I1616 txy, ADF_I32 status, ADF_I1616* dxy) {
-  if (status != I1616_DIV_OK) return false;
+// x over y of a direction, exactly (truncated) in 64 bits: the
+// reciprocal division's shortcut for a divisor of raw -1 would turn a
+// nearly flat bisector steep. False when too flat for a slope.
+bool slopeOf(int64_t x, int64_t y, ADF_I1616* xy) {
+  if (y == 0) return false;
+  const int64_t q = x * 65536 / y;
+  if (q > INT32_MAX || q < -INT32_MAX) return false;
+  *xy = (ADF_I1616)q;
+  return true;
+}
+
+// A bisector's x over y in image units, then in samples a row; false when
+// it is too flat for a slope.
+bool bisectorSlope(const DistBuffer* db, ADF_I1616 txy, bool sloped, ADF_I1616* dxy) {
+  if (!sloped) return false;
   const int64_t s =
       ((((int64_t)txy * db->invSampleSpacingX) >> 16) * db->sampleSpacingY) >> 16;
   if (s > INT32_MAX || s < INT32_MIN) return false;
@@ -535,10 +546,10 @@ void ProcessLineCell_rect(CellData* c, DistBuffer* db, ADF_I1616 filterRad, ADF_
                           toSampleX(db, I1616_SUB(c->x1, ox)), toSampleX(db, I1616_ADD(c->x1, ox))};
   const ADF_I1616 y[4] = {toSampleY(db, I1616_ADD(c->y0, oy)), toSampleY(db, I1616_SUB(c->y0, oy)),
                           toSampleY(db, I1616_SUB(c->y1, oy)), toSampleY(db, I1616_ADD(c->y1, oy))};
-  ADF_I32 s1, s2;
-  const ADF_I1616 dxyPara = I1616_DIV(I1616_SUB(x[3], x[0]), I1616_SUB(y[3], y[0]), &s1);
-  const ADF_I1616 dxyPerp = I1616_DIV(I1616_SUB(x[1], x[0]), I1616_SUB(y[1], y[0]), &s2);
-  if (s1 != I1616_DIV_OK || s2 != I1616_DIV_OK) {
+  // Too flat a side for a slope: the cell is taken as upright or level.
+  ADF_I1616 dxyPara = 0, dxyPerp = 0;
+  if (!slopeOf((int64_t)x[3] - x[0], (int64_t)y[3] - y[0], &dxyPara) ||
+      !slopeOf((int64_t)x[1] - x[0], (int64_t)y[1] - y[0], &dxyPerp)) {
     if (I1616_ABS(c->nx) > I1616_ABS(c->ny))
       return ProcessVerticalLineCell_rect(c, db, filterRad, wnb, bcell);
     return ProcessHorizontalLineCell_rect(c, db, filterRad, wnb, bcell);
@@ -685,21 +696,18 @@ ADF_I32 Set_Left_Right_Edges(const CellData* c, const DistBuffer* db, ADF_I1616 
   const ADF_I1616 sx = toSampleX(db, c->x0), sy = toSampleY(db, c->y0);
   const ADF_I1616 ex = toSampleX(db, c->x1), ey = toSampleY(db, c->y1);
   // The band lines at +-filterRad, parallel to the segment.
-  ADF_I32 status;
-  const ADF_I1616 dxyPara = I1616_DIV(I1616_SUB(ex, sx), I1616_SUB(ey, sy), &status);
-  const bool flatPara = status != I1616_DIV_OK;
+  ADF_I1616 dxyPara = 0;
+  const bool flatPara = !slopeOf((int64_t)ex - sx, (int64_t)ey - sy, &dxyPara);
   const ADF_I1616 ox = I1616_MUL(c->nx, filterRad), oy = I1616_MUL(c->ny, filterRad);
   edges[0] = sideFacing(toSampleX(db, I1616_ADD(c->x0, ox)), toSampleY(db, I1616_ADD(c->y0, oy)),
                         dxyPara, flatPara, sx, sy);
   edges[1] = sideFacing(toSampleX(db, I1616_SUB(c->x0, ox)), toSampleY(db, I1616_SUB(c->y0, oy)),
                         dxyPara, flatPara, sx, sy);
   // The bisectors through the two ends, each facing the other end.
-  ADF_I1616 dxyPre = 0, dxyNext = 0;
-  ADF_I32 sPre, sNext;
-  const ADF_I1616 txyPre = I1616_DIV(bi_pre_tx, bi_pre_ty, &sPre);
-  const ADF_I1616 txyNext = I1616_DIV(bi_next_tx, bi_next_ty, &sNext);
-  const bool slopedPre = bisectorSlope(db, txyPre, sPre, &dxyPre);
-  const bool slopedNext = bisectorSlope(db, txyNext, sNext, &dxyNext);
+  ADF_I1616 dxyPre = 0, dxyNext = 0, txyPre = 0, txyNext = 0;
+  const bool slopedPre = bisectorSlope(db, txyPre, slopeOf(bi_pre_tx, bi_pre_ty, &txyPre), &dxyPre);
+  const bool slopedNext =
+      bisectorSlope(db, txyNext, slopeOf(bi_next_tx, bi_next_ty, &txyNext), &dxyNext);
   edges[2] = sideFacing(sx, sy, dxyPre, !slopedPre, ex, ey);
   edges[3] = sideFacing(ex, ey, dxyNext, !slopedNext, sx, sy);
 
@@ -738,8 +746,8 @@ void ProcessHorizontalLineCell_trap(CellData* c, DistBuffer* db, ADF_I1616 filte
   const ADF_I1616 sx = toSampleX(db, c->x0), sy = toSampleY(db, c->y0);
   const ADF_I1616 ex = toSampleX(db, c->x1);
   ADF_I1616 dxyPre = 0, dxyNext = 0;
-  bisectorSlope(db, bi_pre_txy, I1616_DIV_OK, &dxyPre);
-  bisectorSlope(db, bi_next_txy, I1616_DIV_OK, &dxyNext);
+  bisectorSlope(db, bi_pre_txy, true, &dxyPre);
+  bisectorSlope(db, bi_next_txy, true, &dxyNext);
   const LineEdge edges[2] = {sideFacing(sx, sy, dxyPre, false, ex, sy),
                              sideFacing(ex, sy, dxyNext, false, sx, sy)};
   fillCell(db, wnb, bcell, c, edges, 2, jMin, jMax, kRuleHorizontalTrap);
@@ -777,7 +785,6 @@ void ProcessLineCell_trap(CellData* c, DistBuffer* db, ADF_I1616 filterRad, ADF_
                           ADF_I1616* bcell, ADF_I32 start, ADF_I1616* p_cos_pre,
                           ADF_I1616* p_xyt) {
   ADF_I1616 x[4], y[4], bpx, bpy, cosPre, ox, oy, dxyPre;
-  ADF_I32 status;
   if (start) {
     bisector(c->nx, c->ny, c->pre_nx, c->pre_ny, &bpx, &bpy, &cosPre);
   } else {
@@ -791,14 +798,16 @@ void ProcessLineCell_trap(CellData* c, DistBuffer* db, ADF_I1616 filterRad, ADF_
     cornerOffset(c->nx, c->ny, &bpx, &bpy, cosPre, filterRad, &ox, &oy);
     x[0] = toSampleX(db, I1616_ADD(c->x0, ox)), x[1] = toSampleX(db, I1616_SUB(c->x0, ox));
     y[0] = toSampleY(db, I1616_ADD(c->y0, oy)), y[1] = toSampleY(db, I1616_SUB(c->y0, oy));
-    dxyPre = I1616_DIV(bpx, bpy, &status);
+    dxyPre = 0;
+    slopeOf(bpx, bpy, &dxyPre);
   }
   ADF_I1616 bnx, bny, cosNext;
   bisector(c->nx, c->ny, c->next_nx, c->next_ny, &bnx, &bny, &cosNext);
   cornerOffset(c->nx, c->ny, &bnx, &bny, cosNext, filterRad, &ox, &oy);
   x[2] = toSampleX(db, I1616_SUB(c->x1, ox)), x[3] = toSampleX(db, I1616_ADD(c->x1, ox));
   y[2] = toSampleY(db, I1616_SUB(c->y1, oy)), y[3] = toSampleY(db, I1616_ADD(c->y1, oy));
-  const ADF_I1616 dxyNext = I1616_DIV(bnx, bny, &status);
+  ADF_I1616 dxyNext = 0;
+  slopeOf(bnx, bny, &dxyNext);
   *p_cos_pre = cosNext;
   p_xyt[0] = x[3], p_xyt[1] = x[2], p_xyt[2] = y[3], p_xyt[3] = y[2];
   p_xyt[4] = bnx, p_xyt[5] = bny, p_xyt[6] = dxyNext;
