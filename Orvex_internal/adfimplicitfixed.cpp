@@ -422,6 +422,11 @@ inline ADF_I1616 planeDistance(const DistBuffer* db, const CellData* c, int64_t 
 
 inline int64_t clampTo(int64_t v, int64_t lo, int64_t hi) { return v < lo ? lo : (v > hi ? hi : v); }
 
+// Rows farther than this from a side's reference point are clamped to it
+// before the slope multiplies them, keeping the product inside 64 bits; a
+// side is meaningless that far off anyway.
+const int64_t kFarRows = ((int64_t)1 << 32) - 1;
+
 // Fills the rows jMin..jMax (already within the buffer) of the cell bounded
 // by `edges`: each row from the first sample at or right of every left side
 // to the last strictly left of every right side.
@@ -440,9 +445,7 @@ void fillCell(DistBuffer* db, const ADF_I8* wnb, ADF_I1616* bcell, const CellDat
         inRows = inRows && (e.side == 2 ? yj >= e.y : yj < e.y);
         continue;
       }
-      // Beyond 2^32 the product would leave 64 bits; the row is far off
-      // the line's reference then and the bound meaningless anyway.
-      const int64_t dy = clampTo(yj - e.y, -((int64_t)1 << 32), (int64_t)1 << 32);
+      const int64_t dy = clampTo(yj - e.y, -kFarRows, kFarRows);
       const int64_t x = e.x + ((dy * e.dxy) >> 16);
       if (e.side > 0 && x > left) left = x;
       if (e.side < 0 && x < right) right = x;
@@ -463,7 +466,7 @@ LineEdge sideFacing(ADF_I1616 x, ADF_I1616 y, ADF_I1616 dxy, bool flat, ADF_I161
   if (flat) {
     e.side = qy >= y ? 2 : -2;
   } else {
-    const int64_t dy = clampTo((int64_t)qy - y, -((int64_t)1 << 32), (int64_t)1 << 32);
+    const int64_t dy = clampTo((int64_t)qy - y, -kFarRows, kFarRows);
     e.side = (int64_t)qx >= x + ((dy * dxy) >> 16) ? 1 : -1;
   }
   return e;
@@ -718,7 +721,8 @@ ADF_I32 Set_Left_Right_Edges(const CellData* c, const DistBuffer* db, ADF_I1616 
   const int64_t tx = (int64_t)ex - sx, ty = (int64_t)ey - sy;
   for (int side = 0; side < 2; side++) {
     const int a = side == 0 ? 0 : 1, b = side == 0 ? 3 : 2;
-    if (((int64_t)x[b] - x[a]) * tx + ((int64_t)y[b] - y[a]) * ty >= 0) continue;
+    // A sign only: quartered, the products stay inside 64 bits.
+    if ((((int64_t)x[b] - x[a]) >> 2) * (tx >> 2) + (((int64_t)y[b] - y[a]) >> 2) * (ty >> 2) >= 0) continue;
     ADF_I1616 ax, ay;
     if (intersect(x[a], y[a], x[b], y[b], toSampleX(db, bi_pre_tx), toSampleY(db, bi_pre_ty),
                   toSampleX(db, bi_next_tx), toSampleY(db, bi_next_ty), &ax, &ay) == 0)
