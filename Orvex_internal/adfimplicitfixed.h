@@ -167,8 +167,8 @@ void ProcessLineCell_trap(CellData* cell, DistBuffer* distBuf, ADF_I1616 filterR
                           ADF_I8* wnb, ADF_I1616* bcell, ADF_I32 start,
                           ADF_I1616* p_cos_pre, ADF_I1616* p_xyt);
 // A horizontal segment's cell: the band's rows, cut left and right by the
-// two bisectors (x over y in image units; 0 is perpendicular). x and y are
-// the cell's corners in samples.
+// two bisectors (x over y in image units; 0 is perpendicular). The corners
+// x and y are not needed: the bisectors through the ends bound the rows.
 void ProcessHorizontalLineCell_trap(CellData* cell, DistBuffer* distBuf, ADF_I1616 filterRad,
                                     ADF_I8* wnb, ADF_I1616* bcell, ADF_I1616 bi_pre_txy,
                                     ADF_I1616 bi_next_txy, const ADF_I1616* x,
