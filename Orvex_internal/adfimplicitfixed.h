@@ -1,8 +1,10 @@
-// The implicit distance-field render of a glyph record, up to the band: the
-// path flattened into line segments in image samples, the distance buffer
-// with its far sentinels, and the winding-number buffer that gives every
-// sample its inside or outside. Nothing is stored between renders. Called
-// by ADFRenderGlyph; allocates through the renderer instance.
+// The implicit distance-field render of a glyph record: the path flattened
+// into line segments in image samples, the distance buffer with its far
+// sentinels, the winding-number buffer that gives every sample its inside
+// or outside, and the boundary cells that fill the band around the outline
+// with distances (adfdensityimage maps them to pixels). Nothing is stored
+// between renders. Called by ADFRenderGlyph; allocates through the renderer
+// instance.
 #ifndef ORVEX_INTERNAL_ADFIMPLICITFIXED_H
 #define ORVEX_INTERNAL_ADFIMPLICITFIXED_H
 

@@ -1,7 +1,8 @@
 // Distance-field rendering of one glyph record: the caller's request, the
 // set-up that turns it into a transform from ADF units to image samples,
 // the image box and the clamped cut-offs. The density image rendered into
-// is adfdensityimage's. The glue calls set-up, makes an image of the box and renders.
+// is adfdensityimage's. The glue calls set-up, makes an image of the box
+// and renders.
 #ifndef ORVEX_INTERNAL_ADFRENDER_H
 #define ORVEX_INTERNAL_ADFRENDER_H
 
