@@ -137,8 +137,7 @@ TEST(ScaleFont, AWorkspaceBeyondTheHeapIs201AndNothingStays) {
 
 }  // namespace
 
-// Scan control words merged (high bits ORed, the larger threshold) decide
-// dropout control at 12 ppem: by threshold, rotation (0x200), stretch (0x400).
+// Merged scan control words (high bits ORed, the larger threshold) decide dropout control at 12 ppem.
 TEST(ScanControl, MergedWordsDecideDropoutControl) {
   const FS_FIXED P = 12 << 16;
   struct { std::vector<FS_ULONG> words; FS_FIXED s00, s01, s10; FS_LONG want; } rows[] = {

@@ -300,8 +300,7 @@ TEST(ScriptPages, GlyphsAndStringsSitOnTheirMargins) {
 }
 
 TEST(ScriptPages, ShowDrawsOneBitGlyphsAtTheirPens) {
-  // "Hi" at 24 ppem from the pen (10, 40): the page's ink is each type 1 map
-  // (the script client's) at pen + (lo_x, -hi_y), the pen moving by the advance.
+  // "Hi" at 24 ppem from the pen (10, 40): the page's ink is each type 1 map at pen + (lo_x, -hi_y).
   ScriptHost s;
   s.script("path\nppm 24\nglyphset \"48 69\"\nmoveto 10 40\nshow\n", DISPLAY_PNG);
   unsigned int w = 0, h = 0, *px = ReadPngFile(s.image("font.png").c_str(), &w, &h, boBGRA);
@@ -317,8 +316,7 @@ TEST(ScriptPages, ShowDrawsOneBitGlyphsAtTheirPens) {
       for (int c = 0; c < g->width; c++)
         if (g->bits[r * g->bpl + (c >> 3)] & (0x80 >> (c & 7)))
           want.at((size_t)((40 - g->hi_y + r) * w + (pen >> 16) + g->lo_x + c)) = true;
-    pen += g->dx;
-    FSS_free_char(s.sp, g);
+    pen += g->dx, FSS_free_char(s.sp, g);
   }
   EXPECT_TRUE(want == got);
 }
