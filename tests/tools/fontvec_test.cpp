@@ -165,14 +165,12 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --char U+0020 --ppem 12 --png @/space.png", 0, "0 0 0 0\n"},
       {"glyph " SANS " --char U+0041 --ppem 12 --points --png @/a.png", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --png /no/such/dir/a.png", 1},
-      // --bitmap: 'l' at 16 ppem spans x 97..189, y 0..778 in 26.6: only the
-      // centre x 2.5 and the centres y 0.5 to 11.5 lie inside.
+      // --bitmap: 'l' at 16 ppem is x 97..189, y 0..778 in 26.6: centres x 2.5, y 0.5..11.5.
       {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout", 0,
        "2 11 1 12\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n"},
       {"glyph " SANS " --char U+0020 --ppem 12 --bitmap --png @/space1.png", 0, "0 0 0 0\n"},
-      {"glyph " SANS " --char U+0041 --ppem 12 --bitmap", 2},
+      {"glyph " SANS " --char U+0041 --ppem 12 --bitmap", 2}, {"glyph " SANS " --char U+0041 --ppem 12 --text", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --bitmap --text --png @/a.png", 2},
-      {"glyph " SANS " --char U+0041 --ppem 12 --text", 2},
       // measure FOLDER: the library's line, and its refusals.
       {"measure @/absent", 1, "", "", {}, -1, "not a folder"},
       {"measure @", 1, "", "", {}, -1, "Error=8\n"},  // no pictures
