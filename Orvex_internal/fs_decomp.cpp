@@ -321,14 +321,30 @@ bool read_zrp3(FS_STATE* state, QSX_RA_TT_Decomp* t, const FS_BYTE* zrp,
     b->length = get_u32(e + 4);
     b->cmpStart = get_u32(e + 8);
     b->isCompressed = get_u16(e + 12);
-    if (i > 0 && b->start <= t->tc.rb[i - 1].start) return false;
-    if (b->cmpStart > image) return false;
-    if (b->isCompressed == 0) continue;
+    // The blocks tile the uncompressed font in order, and their stored
+    // forms follow one another in the image.
+    const QSX_ROM_BLOCK* prev = i > 0 ? &t->tc.rb[i - 1] : nullptr;
+    if (b->start != (prev ? prev->start + prev->length : 0) ||
+        (FS_UINT64)b->start + b->length > t->uncmpSize)
+      return false;
+    if (b->cmpStart > image || (prev && b->cmpStart <= prev->cmpStart))
+      return false;
+    if (b->isCompressed == 0) {
+      if (b->length > image - b->cmpStart) return false;
+      continue;
+    }
     b->decomp = QSX_RA_DECOMP_Create(state, t->cmpStart + b->cmpStart,
                                      image - b->cmpStart);
     if (b->decomp == nullptr) return false;
+    FS_ULONG unit = unit_of(b);
+    if (b->decomp->unCompressedByteCount != b->length ||
+        b->decomp->numMarks < b->length / unit + (b->length % unit != 0))
+      return false;
   }
-  return true;
+  const QSX_ROM_BLOCK* last = &t->tc.rb[n - 1];
+  return last->start + last->length == t->uncmpSize &&
+         t->glyf_OffsetStart <= t->glyf_OffsetEnd &&
+         t->glyf_OffsetEnd <= t->uncmpSize;
 }
 
 // Whether the font's `head.glyphDataFormat` names a compact glyph format.
@@ -384,8 +400,12 @@ QSX_RA_TT_Decomp* QSX_RA_TT_Create(FS_STATE* state, FS_BYTE* data,
   t->cmpEnd = data + (zlen >= 6 && get_u32(data + zoff + 2) < limit
                           ? get_u32(data + zoff + 2)
                           : limit);
+  // The directory and the `zrp3` table must read alike in the image and in
+  // the uncompressed font: a leading raw block stored where it stands.
   bool ok = read_zrp3(state, t, data + zoff, zlen) &&
-            t->cmpEnd - t->cmpStart >= (FS_LONG)(zoff + zlen);
+            t->cmpEnd - t->cmpStart >= (FS_LONG)(zoff + zlen) &&
+            t->tc.rb[0].isCompressed == 0 && t->tc.rb[0].cmpStart == 0 &&
+            t->tc.rb[0].length >= zoff + zlen;
   if (ok) {
     state->error = SUCCESS;
     t->compactGlyphs = compact_glyph_format(state, t, data + header,

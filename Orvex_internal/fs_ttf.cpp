@@ -198,6 +198,10 @@ bool open_source(FS_STATE* state, TTF* ttf, FILECHAR* path, FS_BYTE* memptr) {
     ttf->avail_length = ttf->data_length ? ttf->data_length : kUnknownLength;
     ttf->decomp = QSX_RA_TT_Create(state, memptr + ttf->data_offset,
                                    ttf->data_length);
+    // A compressed font's tables lie in its uncompressed extent.
+    if (ttf->decomp != nullptr)
+      ttf->avail_length = QSX_RA_TT_getUncompressedFileSize(
+          (QSX_RA_TT_Decomp*)ttf->decomp);
     return state->error == SUCCESS;
   }
   ttf->path = path;
