@@ -245,7 +245,15 @@ struct Block {
 
 // A token block of `data`: the 256 bytes and the 200 most frequent 2 to 8
 // byte strings, canonical codes of one group per length, a mark per unit.
-inline Bytes tokenBlock(const Bytes& data, uint32_t unit, bool explicitOffsets) {
+// What the token blocks of an image hold: the longest code, and the units
+// whose first symbol starts in the unit before.
+struct TokenStats {
+  int longestCode = 0;
+  int straddles = 0;
+};
+
+inline Bytes tokenBlock(const Bytes& data, uint32_t unit, bool explicitOffsets,
+                        TokenStats* stats = nullptr) {
   std::vector<Bytes> dict;
   for (int c = 0; c < 256; c++) dict.push_back(Bytes(1, (uint8_t)c));
   auto keyOf = [&](size_t at, size_t len) {
@@ -335,6 +343,10 @@ inline Bytes tokenBlock(const Bytes& data, uint32_t unit, bool explicitOffsets) 
     w.put(code[t], length[t]);
     at += dict[t].size();
   }
+  if (stats != nullptr) {
+    for (int g : groupBits) stats->longestCode = std::max(stats->longestCode, g);
+    for (uint8_t d : deltas) stats->straddles += d != 0;
+  }
   Bytes b;
   sfnt::u32(b, sfnt::tagOf("RAC\3"));
   sfnt::u32(b, 0);  // size, below
@@ -371,6 +383,7 @@ struct Compressed {
   std::vector<bool> raw;
   uint32_t glyfStart = 0, glyfEnd = 0;
   int boxesKept = 0;  // glyphs whose stored box is not their points'
+  TokenStats tokens;
 };
 
 // `src` with `glyf` in spline form (unless it is a compact font, whose
@@ -417,7 +430,7 @@ inline Compressed compress(sfnt::Font src, uint32_t unit, bool convertGlyphs = t
     sfnt::u16(zrp, out.raw[i] ? 0 : unit == 128 ? 1 : unit);
     if (i == 0) continue;
     Bytes part(out.plain.begin() + b.start, out.plain.begin() + b.start + b.length);
-    Bytes stored = out.raw[i] ? part : tokenBlock(part, unit, unit != 128);
+    Bytes stored = out.raw[i] ? part : tokenBlock(part, unit, unit != 128, &out.tokens);
     out.image.insert(out.image.end(), stored.begin(), stored.end());
   }
   sfnt::putU32(zrp, 2, (uint32_t)out.image.size());
