@@ -409,7 +409,7 @@ QSX_RA_TT_Decomp* QSX_RA_TT_Create(FS_STATE* state, FS_BYTE* data,
   if (ok) {
     state->error = SUCCESS;
     t->compactGlyphs = compact_glyph_format(state, t, data + header,
-                                            (FS_ULONG)(t->cmpEnd - data) - header);
+                                            limit - header);
     ok = state->error == SUCCESS;
   }
   if (!ok) {
@@ -471,7 +471,7 @@ void* QSX_RA_Get_TTF_FragmentPtr(FS_STATE* state, QSX_RA_TT_Decomp* t,
       frag = (FS_BYTE*)FSS_malloc(state, count);
       if (frag == nullptr) return nullptr;
       memset(frag, 0, count);
-      memcpy(frag, t->cmpStart + src, have < within ? have : within);
+      if (have > 0) memcpy(frag, t->cmpStart + src, have < within ? have : within);
     }
   } else if (within > 0) {
     frag = (FS_BYTE*)QSX_RA_GetFragmentPtr(state, b->decomp, off, &count,
@@ -743,7 +743,7 @@ bool ReadCTFSpline(FS_STATE* state, FS_CURSOR* c, Glyph* g) {
   g->y = g->x + n;
   g->onCurve = (FS_BYTE*)(g->y + n);
   const FS_BYTE* codes = cursor_take(c, total);
-  FS_LONG x = 0, y = 0;
+  FS_INT64 x = 0, y = 0;
   for (FS_ULONG i = 0; i < total; i++) {
     const QSX_COORD_ENCODING& r = kCoords.rows[codes[i] & 0x7F];
     g->onCurve[i] = (codes[i] & 0x80) ? 0 : 1;
@@ -756,8 +756,9 @@ bool ReadCTFSpline(FS_STATE* state, FS_CURSOR* c, Glyph* g) {
                            ((1u << r.yBits) - 1)) + r.deltaY;
     x += r.xIsNegative ? -dx : dx;
     y += r.yIsNegative ? -dy : dy;
-    g->x[i] = x;
-    g->y[i] = y;
+    // A standard glyph holds 16-bit coordinates.
+    g->x[i] = (FS_SHORT)(FS_USHORT)(x & 0xFFFF);
+    g->y[i] = (FS_SHORT)(FS_USHORT)(y & 0xFFFF);
   }
   return !c->overrun;
 }

@@ -537,13 +537,14 @@ void ccc_metrics(FS_STATE* state, TTF* ttf, FS_ULONG table, FS_ULONG length,
   FS_ULONG packed = length > skip ? length - skip : 0;
   FS_UINT64 entry = bAdv + bSide;
   FS_ULONG last = index < nlong ? index : nlong - 1;
-  *adv = (FS_LONG)read_table_bits(state, ttf, table + skip, packed,
-                                  last * entry, bAdv) + minAdv;
+  // Metrics are 16-bit quantities: an advance unsigned, a bearing signed.
+  *adv = (FS_USHORT)(read_table_bits(state, ttf, table + skip, packed,
+                                     last * entry, bAdv) + (FS_ULONG)minAdv);
   FS_UINT64 side = index < nlong ? index * entry + bAdv
                                  : nlong * entry + (index - nlong) * bSide;
-  *bearing =
-      (FS_LONG)read_table_bits(state, ttf, table + skip, packed, side, bSide) +
-      minSide;
+  *bearing = (FS_SHORT)(FS_USHORT)(
+      read_table_bits(state, ttf, table + skip, packed, side, bSide) +
+      (FS_ULONG)minSide);
 }
 
 // A `ddd` advance: a `bits`-wide index per glyph, from `count` bytes on,
