@@ -42,6 +42,8 @@ T* fail_null(FS_STATE* state, FS_ULONG error) {
 inline FS_ULONG bitio_peek(const BITIO* b, FS_ULONG n) {
   FS_UINT64 byte = b->pos >> 3;
   unsigned shift = (unsigned)(b->pos & 7);
+  if (n <= 24 && byte + 4 <= b->size)
+    return (get_u32(b->data + byte) << shift) >> (32 - n);
   FS_UINT64 w = 0;
   if (byte + 8 <= b->size) {
     const FS_BYTE* p = b->data + byte;
@@ -176,6 +178,7 @@ void QSX_RA_DECOMP_Destroy(FS_STATE* state, QSX_RA_DECOMP* d) {
   FSS_free(state, d->offsets);
   FSS_free(state, d->firsts);
   FSS_free(state, d->token_num_table);
+  FSS_free(state, d->span);
   FSS_free(state, d);
   state->error = error;
 }
@@ -234,6 +237,48 @@ const FS_BYTE* ReadSymbol(QSX_RA_DECOMP* d, FS_ULONG token, FS_ULONG* length) {
   return d->string + d->offsets[token];
 }
 
+namespace {
+
+// Largest span of decoded bytes a block keeps for the next fragment.
+const FS_ULONG kSpanLimit = 16384;
+// Room behind a span's end for the last symbol, which may pass it.
+const FS_ULONG kSymbolRoom = 256;
+
+// Decodes into the kept span until it reaches `end`, from the span's end and
+// the stream position there. False with 1030 for a damaged stream.
+bool extend_span(FS_STATE* state, QSX_RA_DECOMP* d, FS_UINT64 end) {
+  d->bio.pos = d->spanBit;
+  FS_BYTE* span = d->span;
+  FS_ULONG len = d->spanLen;
+  const FS_BYTE* lengths = d->lengths;
+  while (d->spanStart + len < end) {
+    FS_ULONG token;
+    FS_ULONG next = bitio_peek(&d->bio, kTableBits);
+    FS_ULONG b = d->token_bits_table[next];
+    if (b != 0) {
+      d->bio.pos += b;
+      token = d->token_num_table[next];
+    } else {
+      FS_LONG t = get_next_token(state, d);
+      if (t < 0) return false;
+      token = (FS_ULONG)t;
+    }
+    FS_ULONG n = lengths[token];
+    const FS_BYTE* sym = d->string + d->offsets[token];
+    if (n <= 8) {
+      for (FS_ULONG i = 0; i < n; i++) span[len + i] = sym[i];
+    } else {
+      memcpy(span + len, sym, n);
+    }
+    len += n;
+  }
+  d->spanLen = len;
+  d->spanBit = d->bio.pos;
+  return true;
+}
+
+}  // namespace
+
 void* QSX_RA_GetFragmentPtr(FS_STATE* state, QSX_RA_DECOMP* d,
                             FS_ULONG position, FS_ULONG* byteCountPtr,
                             FS_USHORT byteCacheInterval) {
@@ -244,21 +289,68 @@ void* QSX_RA_GetFragmentPtr(FS_STATE* state, QSX_RA_DECOMP* d,
     return nullptr;
   FS_BYTE* out = (FS_BYTE*)FSS_malloc(state, count);
   if (out == nullptr) return nullptr;
-  memset(out, 0, count);
-  if (position >= d->unCompressedByteCount || byteCacheInterval == 0)
+  if (position >= d->unCompressedByteCount || byteCacheInterval == 0) {
+    memset(out, 0, count);
     return out;
+  }
   FS_ULONG unit = position / byteCacheInterval;
-  if (unit >= d->numMarks) return out;
+  if (unit >= d->numMarks) {
+    memset(out, 0, count);
+    return out;
+  }
   FS_UINT64 p = (FS_UINT64)unit * byteCacheInterval;
   FS_ULONG delta = d->deltaBytes[unit];
   if (delta > p) {
     FSS_free(state, out);
+    d->spanLen = 0;
     return fail_null<void>(state, ERR_DECOMP_STREAM);
   }
   p -= delta;
-  d->bio.pos = get_u32(d->bitMarks + 4 * unit);
   FS_UINT64 end = (FS_UINT64)position + count;
   if (end > d->unCompressedByteCount) end = d->unCompressedByteCount;
+
+  // A short fragment goes through the kept span: read from it when it holds
+  // the fragment, decoded on from its end when the fragment starts inside
+  // it (the next glyph, the next metrics), else decoded afresh from the
+  // unit's mark.
+  if (end - p <= kSpanLimit) {
+    if (d->span == nullptr) {
+      d->span = (FS_BYTE*)FSS_malloc(state, kSpanLimit + kSymbolRoom);
+      if (d->span == nullptr) {
+        FSS_free(state, out);
+        return nullptr;
+      }
+      d->spanLen = 0;
+    }
+    FS_UINT64 spanEnd = d->spanStart + d->spanLen;
+    bool inside = d->spanLen > 0 && d->spanStart <= position &&
+                  position <= spanEnd;
+    if (inside && end > spanEnd && end - position > kSpanLimit / 2) inside = false;
+    if (inside && end > spanEnd && end - d->spanStart > kSpanLimit) {
+      // Keep what lies from the fragment's start on.
+      FS_ULONG drop = (FS_ULONG)(position - d->spanStart);
+      memmove(d->span, d->span + drop, d->spanLen - drop);
+      d->spanStart = position;
+      d->spanLen -= drop;
+    }
+    if (!inside) {
+      d->spanStart = (FS_ULONG)p;
+      d->spanLen = 0;
+      d->spanBit = get_u32(d->bitMarks + 4 * unit);
+    }
+    if (!extend_span(state, d, end)) {
+      d->spanLen = 0;
+      FSS_free(state, out);
+      return nullptr;
+    }
+    FS_ULONG have = (FS_ULONG)(end - position);
+    memcpy(out, d->span + (position - d->spanStart), have);
+    memset(out + have, 0, count - have);
+    return out;
+  }
+
+  memset(out, 0, count);
+  d->bio.pos = get_u32(d->bitMarks + 4 * unit);
   while (p < end) {
     FS_LONG token = get_next_token(state, d);
     if (token < 0) {
@@ -727,8 +819,15 @@ bool ReadAllCTFInstructions(FS_STATE* state, FS_CURSOR* c, Glyph* g,
 bool ReadCTFSpline(FS_STATE* state, FS_CURSOR* c, Glyph* g) {
   FS_ULONG nc = (FS_ULONG)g->numberOfContours;
   if (nc > c->size) return false;
-  g->endPoint = (FS_USHORT*)FSS_malloc(state, 2 * (nc ? nc : 1));
-  if (g->endPoint == nullptr) return false;
+  // Contour ends and points in one allocation: a point takes at least its
+  // code byte, so the bytes left bound the count.
+  FS_ULONG room = c->size - c->pos;
+  FS_ULONG n = room ? room : 1;
+  g->x = (FS_LONG*)FSS_malloc(state, 9 * n + 2 * (nc ? nc : 1));
+  if (g->x == nullptr) return false;
+  g->y = g->x + n;
+  g->endPoint = (FS_USHORT*)(g->y + n);
+  g->onCurve = (FS_BYTE*)(g->endPoint + (nc ? nc : 1));
   FS_ULONG total = 0;
   for (FS_ULONG i = 0; i < nc; i++) {
     total += Read255UShort(c);
@@ -737,11 +836,6 @@ bool ReadCTFSpline(FS_STATE* state, FS_CURSOR* c, Glyph* g) {
   }
   if (c->overrun || total > c->size - c->pos) return false;
   g->numberOfPoints = total;
-  FS_ULONG n = total ? total : 1;
-  g->x = (FS_LONG*)FSS_malloc(state, 8 * n + n);
-  if (g->x == nullptr) return false;
-  g->y = g->x + n;
-  g->onCurve = (FS_BYTE*)(g->y + n);
   const FS_BYTE* codes = cursor_take(c, total);
   FS_INT64 x = 0, y = 0;
   for (FS_ULONG i = 0; i < total; i++) {
@@ -850,31 +944,26 @@ void QSX_Glyph_WriteTTFSpline(GlyphOut* o, const Glyph* g) {
   out_u16(o, (FS_ULONG)(FS_USHORT)g->ymin);
   out_u16(o, (FS_ULONG)(FS_USHORT)g->xmax);
   out_u16(o, (FS_ULONG)(FS_USHORT)g->ymax);
-  GlyphOut code = {o->state, nullptr, 0, 0, false};
-  if (g->numberOfContours >= 0 || g->hasInstructions) {
-    OptimizingPush(&code, g->pushData, g->pushCount);
-    out_bytes(&code, g->remainingCode, g->remainingCodeSize);
-    if (code.failed) o->failed = true;
-  }
   if (g->numberOfContours < 0) {
     out_bytes(o, g->componentData, g->componentSize);
-    if (g->hasInstructions) {
-      out_u16(o, code.used);
-      out_bytes(o, code.p, code.used);
-    }
   } else {
     for (FS_LONG i = 0; i < g->numberOfContours; i++)
       out_u16(o, g->endPoint[i]);
-    out_u16(o, code.used);
-    out_bytes(o, code.p, code.used);
-    write_points(o, g);
   }
-  if (code.used > 0xFFFF) o->failed = true;
-  FSS_free(o->state, code.p);
+  if (g->numberOfContours >= 0 || g->hasInstructions) {
+    // The instructions' length goes in front of them once they are written.
+    FS_ULONG at = o->used;
+    out_u16(o, 0);
+    OptimizingPush(o, g->pushData, g->pushCount);
+    out_bytes(o, g->remainingCode, g->remainingCodeSize);
+    FS_ULONG size = o->used - at - 2;
+    if (size > 0xFFFF) o->failed = true;
+    if (!o->failed) o->p[at] = (FS_BYTE)(size >> 8), o->p[at + 1] = (FS_BYTE)size;
+  }
+  if (g->numberOfContours >= 0) write_points(o, g);
 }
 
 void QSX_Glyph_Destroy(FS_STATE* state, Glyph* g) {
-  FSS_free(state, g->endPoint);
   FSS_free(state, g->x);
   FSS_free(state, g->pushData);
 }

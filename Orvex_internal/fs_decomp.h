@@ -52,6 +52,11 @@ struct QSX_RA_DECOMP {
   FS_ULONG token_offset;
   FS_ULONG* token_num_table;   // 1024 slots, built by build_token_table
   FS_BYTE* token_bits_table;   // 1024 slots: code length, 0 for none
+  // The last bytes decoded, kept for the next fragment: `spanLen` bytes
+  // from uncompressed place `spanStart`, the stream at `spanBit` after them.
+  FS_BYTE* span;
+  FS_ULONG spanStart, spanLen;
+  FS_UINT64 spanBit;
 };
 
 // Reads the block header at `data`, of which `avail` bytes lie in the image.
