@@ -178,7 +178,7 @@ void QSX_RA_DECOMP_Destroy(FS_STATE* state, QSX_RA_DECOMP* d) {
   FSS_free(state, d->offsets);
   FSS_free(state, d->firsts);
   FSS_free(state, d->token_num_table);
-  FSS_free(state, d->span);
+  for (int i = 0; i < QSX_SPANS; i++) FSS_free(state, d->spans[i].bytes);
   FSS_free(state, d);
   state->error = error;
 }
@@ -239,19 +239,20 @@ const FS_BYTE* ReadSymbol(QSX_RA_DECOMP* d, FS_ULONG token, FS_ULONG* length) {
 
 namespace {
 
-// Largest span of decoded bytes a block keeps for the next fragment.
-const FS_ULONG kSpanLimit = 16384;
+// Largest span of decoded bytes a block keeps.
+const FS_ULONG kSpanLimit = 4096;
 // Room behind a span's end for the last symbol, which may pass it.
 const FS_ULONG kSymbolRoom = 256;
 
-// Decodes into the kept span until it reaches `end`, from the span's end and
-// the stream position there. False with 1030 for a damaged stream.
-bool extend_span(FS_STATE* state, QSX_RA_DECOMP* d, FS_UINT64 end) {
-  d->bio.pos = d->spanBit;
-  FS_BYTE* span = d->span;
-  FS_ULONG len = d->spanLen;
+// Decodes into span `s` until it reaches `end`, from its end and the stream
+// position there. False with 1030 for a damaged stream.
+bool extend_span(FS_STATE* state, QSX_RA_DECOMP* d, QSX_SPAN* s,
+                 FS_UINT64 end) {
+  d->bio.pos = s->bit;
+  FS_BYTE* span = s->bytes;
+  FS_ULONG len = s->len;
   const FS_BYTE* lengths = d->lengths;
-  while (d->spanStart + len < end) {
+  while (s->start + len < end) {
     FS_ULONG token;
     FS_ULONG next = bitio_peek(&d->bio, kTableBits);
     FS_ULONG b = d->token_bits_table[next];
@@ -272,9 +273,75 @@ bool extend_span(FS_STATE* state, QSX_RA_DECOMP* d, FS_UINT64 end) {
     }
     len += n;
   }
-  d->spanLen = len;
-  d->spanBit = d->bio.pos;
+  s->len = len;
+  s->bit = d->bio.pos;
   return true;
+}
+
+// Bytes [position, position + count) of the block, read through the kept
+// spans: from one that holds them, decoded on from the end of one they
+// start in (the next glyph, the next metrics), else decoded afresh from the
+// unit's mark into the span unused longest. Null when the fragment does not
+// go this way (longer than a span, past the block's content) or on failure,
+// which *failed tells (1030, 201).
+const FS_BYTE* span_view(FS_STATE* state, QSX_RA_DECOMP* d, FS_ULONG position,
+                         FS_ULONG count, FS_USHORT interval, bool* failed) {
+  *failed = false;
+  FS_UINT64 end = (FS_UINT64)position + count;
+  if (interval == 0 || end > d->unCompressedByteCount) return nullptr;
+  FS_ULONG unit = position / interval;
+  if (unit >= d->numMarks) return nullptr;
+  FS_UINT64 p = (FS_UINT64)unit * interval;
+  FS_ULONG delta = d->deltaBytes[unit];
+  *failed = true;
+  if (delta > p) return fail_null<const FS_BYTE>(state, ERR_DECOMP_STREAM);
+  p -= delta;
+  if (d->token_num_table == nullptr && build_token_table(state, d) != 0)
+    return nullptr;
+  d->spanClock++;
+  QSX_SPAN* resume = nullptr;
+  QSX_SPAN* oldest = &d->spans[0];
+  for (int i = 0; i < QSX_SPANS; i++) {
+    QSX_SPAN* s = &d->spans[i];
+    if (s->used < oldest->used) oldest = s;
+    if (s->len == 0 || position < s->start) continue;
+    FS_UINT64 spanEnd = (FS_UINT64)s->start + s->len;
+    if (end <= spanEnd) {
+      s->used = d->spanClock;
+      *failed = false;
+      return s->bytes + (position - s->start);
+    }
+    if (position <= spanEnd && end - position <= kSpanLimit / 2) resume = s;
+  }
+  QSX_SPAN* s = resume ? resume : oldest;
+  if (!resume && end - p > kSpanLimit) {
+    *failed = false;
+    return nullptr;
+  }
+  if (s->bytes == nullptr) {
+    s->bytes = (FS_BYTE*)FSS_malloc(state, kSpanLimit + kSymbolRoom);
+    if (s->bytes == nullptr) return nullptr;
+    s->len = 0;
+  }
+  s->used = d->spanClock;
+  if (resume && end - s->start > kSpanLimit) {
+    // Keep what lies from the fragment's start on.
+    FS_ULONG drop = position - s->start;
+    memmove(s->bytes, s->bytes + drop, s->len - drop);
+    s->start = position;
+    s->len -= drop;
+  }
+  if (!resume) {
+    s->start = (FS_ULONG)p;
+    s->len = 0;
+    s->bit = get_u32(d->bitMarks + 4 * unit);
+  }
+  if (!extend_span(state, d, s, end)) {
+    s->len = 0;
+    return nullptr;
+  }
+  *failed = false;
+  return s->bytes + (position - s->start);
 }
 
 }  // namespace
@@ -289,66 +356,29 @@ void* QSX_RA_GetFragmentPtr(FS_STATE* state, QSX_RA_DECOMP* d,
     return nullptr;
   FS_BYTE* out = (FS_BYTE*)FSS_malloc(state, count);
   if (out == nullptr) return nullptr;
-  if (position >= d->unCompressedByteCount || byteCacheInterval == 0) {
-    memset(out, 0, count);
-    return out;
+  bool failed = false;
+  const FS_BYTE* view =
+      span_view(state, d, position, count, byteCacheInterval, &failed);
+  if (view != nullptr || failed) {
+    if (view != nullptr) memcpy(out, view, count);
+    else FSS_free(state, out);
+    return view != nullptr ? out : nullptr;
   }
+  // A long fragment, or one past the block's content, decoded on its own.
+  memset(out, 0, count);
+  if (position >= d->unCompressedByteCount || byteCacheInterval == 0)
+    return out;
   FS_ULONG unit = position / byteCacheInterval;
-  if (unit >= d->numMarks) {
-    memset(out, 0, count);
-    return out;
-  }
+  if (unit >= d->numMarks) return out;
   FS_UINT64 p = (FS_UINT64)unit * byteCacheInterval;
   FS_ULONG delta = d->deltaBytes[unit];
   if (delta > p) {
     FSS_free(state, out);
-    d->spanLen = 0;
     return fail_null<void>(state, ERR_DECOMP_STREAM);
   }
   p -= delta;
   FS_UINT64 end = (FS_UINT64)position + count;
   if (end > d->unCompressedByteCount) end = d->unCompressedByteCount;
-
-  // A short fragment goes through the kept span: read from it when it holds
-  // the fragment, decoded on from its end when the fragment starts inside
-  // it (the next glyph, the next metrics), else decoded afresh from the
-  // unit's mark.
-  if (end - p <= kSpanLimit) {
-    if (d->span == nullptr) {
-      d->span = (FS_BYTE*)FSS_malloc(state, kSpanLimit + kSymbolRoom);
-      if (d->span == nullptr) {
-        FSS_free(state, out);
-        return nullptr;
-      }
-      d->spanLen = 0;
-    }
-    FS_UINT64 spanEnd = d->spanStart + d->spanLen;
-    bool inside = d->spanLen > 0 && d->spanStart <= position &&
-                  position <= spanEnd;
-    if (inside && end > spanEnd && end - position > kSpanLimit / 2) inside = false;
-    if (inside && end > spanEnd && end - d->spanStart > kSpanLimit) {
-      // Keep what lies from the fragment's start on.
-      FS_ULONG drop = (FS_ULONG)(position - d->spanStart);
-      memmove(d->span, d->span + drop, d->spanLen - drop);
-      d->spanStart = position;
-      d->spanLen -= drop;
-    }
-    if (!inside) {
-      d->spanStart = (FS_ULONG)p;
-      d->spanLen = 0;
-      d->spanBit = get_u32(d->bitMarks + 4 * unit);
-    }
-    if (!extend_span(state, d, end)) {
-      d->spanLen = 0;
-      FSS_free(state, out);
-      return nullptr;
-    }
-    FS_ULONG have = (FS_ULONG)(end - position);
-    memcpy(out, d->span + (position - d->spanStart), have);
-    memset(out + have, 0, count - have);
-    return out;
-  }
-
   memset(out, 0, count);
   d->bio.pos = get_u32(d->bitMarks + 4 * unit);
   while (p < end) {
@@ -552,6 +582,21 @@ void* QSX_RA_Get_TTF_FragmentPtr(FS_STATE* state, QSX_RA_TT_Decomp* t,
   FS_ULONG off = b ? position - b->start : 0;
   if (b != nullptr && off < b->length)
     within = b->length - off < count ? b->length - off : count;
+  bool convert = !t->compactGlyphs && position >= t->glyf_OffsetStart &&
+                 position < t->glyf_OffsetEnd;
+  if (within == count && b->isCompressed != 0 && convert) {
+    // A glyph converted straight from the decoded span.
+    bool failed = false;
+    const FS_BYTE* view =
+        span_view(state, b->decomp, off, count, unit_of(b), &failed);
+    if (failed) return nullptr;
+    if (view != nullptr) {
+      FS_ULONG newLength = 0;
+      FS_BYTE* glyph = QSX_TTC_GetTTFGlyphMemory(state, view, count, &newLength);
+      if (glyph != nullptr) *byteCountPtr = newLength;
+      return glyph;
+    }
+  }
   FS_BYTE* frag = nullptr;
   if (within > 0 && b->isCompressed == 0) {
     FS_ULONG image = (FS_ULONG)(t->cmpEnd - t->cmpStart);
@@ -575,8 +620,7 @@ void* QSX_RA_Get_TTF_FragmentPtr(FS_STATE* state, QSX_RA_TT_Decomp* t,
     if (frag == nullptr) return nullptr;
     memset(frag, 0, count);
   }
-  if (!t->compactGlyphs && position >= t->glyf_OffsetStart &&
-      position < t->glyf_OffsetEnd) {
+  if (convert) {
     FS_ULONG newLength = 0;
     FS_BYTE* glyph = QSX_TTC_GetTTFGlyphMemory(state, frag, count, &newLength);
     FS_ULONG error = state->error;
@@ -587,6 +631,50 @@ void* QSX_RA_Get_TTF_FragmentPtr(FS_STATE* state, QSX_RA_TT_Decomp* t,
     return glyph;
   }
   return frag;
+}
+
+void QSX_RA_CopyTTF_Fragment(FS_STATE* state, QSX_RA_TT_Decomp* t,
+                             FS_ULONG position, FS_ULONG count, FS_BYTE* dest) {
+  state->error = SUCCESS;
+  if (count == 0) return;
+  // Outside `glyf` (whose fragments may be converted) a fragment wholly in
+  // one block is copied without a buffer of its own.
+  bool convert = !t->compactGlyphs && position + (FS_UINT64)count > t->glyf_OffsetStart &&
+                 position < t->glyf_OffsetEnd;
+  FS_LONG lo = 0, hi = (FS_LONG)t->tc.numEntries - 1, found = -1;
+  while (lo <= hi) {
+    FS_LONG mid = (lo + hi) / 2;
+    if (t->tc.rb[mid].start <= position) found = mid, lo = mid + 1;
+    else hi = mid - 1;
+  }
+  const QSX_ROM_BLOCK* b = found >= 0 ? &t->tc.rb[found] : nullptr;
+  if (!convert && b != nullptr && position - b->start < b->length &&
+      b->length - (position - b->start) >= count) {
+    FS_ULONG off = position - b->start;
+    if (b->isCompressed == 0) {  // raw blocks lie wholly in the image
+      memcpy(dest, t->cmpStart + b->cmpStart + off, count);
+      return;
+    }
+    bool failed = false;
+    const FS_BYTE* view = span_view(state, b->decomp, off, count, unit_of(b), &failed);
+    if (view != nullptr) {
+      memcpy(dest, view, count);
+      return;
+    }
+    if (failed) {
+      memset(dest, 0, count);
+      return;
+    }
+  }
+  FS_ULONG got = count;
+  void* f = QSX_RA_Get_TTF_FragmentPtr(state, t, position, &got);
+  if (f == nullptr) {
+    memset(dest, 0, count);
+    return;
+  }
+  memcpy(dest, f, got < count ? got : count);
+  if (got < count) memset(dest + got, 0, count - got);
+  QSX_RA_ReleaseTTF_Fragment(state, t, f);
 }
 
 void QSX_RA_ReleaseTTF_Fragment(FS_STATE* state, QSX_RA_TT_Decomp* t,

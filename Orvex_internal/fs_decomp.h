@@ -28,6 +28,17 @@ FS_ULONG QSX_BITIO_Read32(BITIO* bio);
 
 /* ---- Token blocks ---- */
 
+// Bytes a token block decoded: `len` bytes from uncompressed place `start`,
+// the code stream at bit `bit` after them. A fragment inside a span is read
+// from it; one starting inside it is decoded on from its end.
+struct QSX_SPAN {
+  FS_BYTE* bytes;
+  FS_ULONG start, len;
+  FS_UINT64 bit;
+  FS_ULONG used;  // the decoder's clock at the last use
+};
+const int QSX_SPANS = 8;
+
 // One compressed block's decoder. Arrays of the block header are read in
 // place (`lengths`, `string`, `bitMarks`, `deltaBytes`) or unpacked once
 // (`offsets`, the groups); the 10-bit lookup tables are built at first use.
@@ -52,11 +63,9 @@ struct QSX_RA_DECOMP {
   FS_ULONG token_offset;
   FS_ULONG* token_num_table;   // 1024 slots, built by build_token_table
   FS_BYTE* token_bits_table;   // 1024 slots: code length, 0 for none
-  // The last bytes decoded, kept for the next fragment: `spanLen` bytes
-  // from uncompressed place `spanStart`, the stream at `spanBit` after them.
-  FS_BYTE* span;
-  FS_ULONG spanStart, spanLen;
-  FS_UINT64 spanBit;
+  // The last spans of bytes decoded, kept for the fragments to come.
+  QSX_SPAN spans[QSX_SPANS];
+  FS_ULONG spanClock;  // counts uses, to replace the span unused longest
 };
 
 // Reads the block header at `data`, of which `avail` bytes lie in the image.
@@ -133,6 +142,11 @@ FS_ULONG findZRPtable(const FS_BYTE* sfnt, FS_ULONG length);
 // (201, 407, 1030) when decoding fails.
 void* QSX_RA_Get_TTF_FragmentPtr(FS_STATE* state, QSX_RA_TT_Decomp* decomp,
                                  FS_ULONG position, FS_ULONG* byteCountPtr);
+
+// The fragment at `position` copied into `dest` (`count` bytes, zeros where
+// it has none); the error (201, 407, 1030) is left in `state`.
+void QSX_RA_CopyTTF_Fragment(FS_STATE* state, QSX_RA_TT_Decomp* decomp,
+                             FS_ULONG position, FS_ULONG count, FS_BYTE* dest);
 
 // Gives a fragment back: frees a buffer, leaves a pointer into the image.
 void QSX_RA_ReleaseTTF_Fragment(FS_STATE* state, QSX_RA_TT_Decomp* decomp,

@@ -702,16 +702,8 @@ void ttf_read_buf(FS_STATE* state, TTF* ttf, FS_ULONG offset, FS_ULONG size,
   if (size == 0) return;
   state->error = SUCCESS;
   if (ttf->decomp != nullptr) {
-    QSX_RA_TT_Decomp* decomp = (QSX_RA_TT_Decomp*)ttf->decomp;
-    FS_ULONG got = size;
-    void* fragment = QSX_RA_Get_TTF_FragmentPtr(state, decomp, offset, &got);
-    if (fragment == nullptr) {
-      memset(p, 0, size);
-      return;
-    }
-    memcpy(p, fragment, got < size ? got : size);
-    if (got < size) memset(p + got, 0, size - got);
-    QSX_RA_ReleaseTTF_Fragment(state, decomp, fragment);
+    QSX_RA_CopyTTF_Fragment(state, (QSX_RA_TT_Decomp*)ttf->decomp, offset,
+                            size, p);
     return;
   }
   FS_ULONG got = read_inside(state, ttf, offset, size, p);
