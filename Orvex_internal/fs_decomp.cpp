@@ -1,8 +1,10 @@
 // Compressed fonts. The `zrp3` table maps the uncompressed font onto blocks
 // of the image; a raw block is served in place, a token block is decoded from
-// the access unit that holds the asked position. Fragments of `glyf` are
-// converted from the compact spline form back to standard glyphs. Every read
-// of the image is bounded by the image; damaged data gives 1030 or 407.
+// the access unit that holds the asked position, through a few kept spans of
+// decoded bytes so that the next glyph, a composite's components and their
+// metrics cost no second decoding. Fragments of `glyf` are converted from the
+// compact spline form back to standard glyphs. Every read of the image is
+// bounded by the image; damaged data gives 1030 or 407.
 #include "Orvex_internal/fs_decomp.h"
 
 #include <string.h>
@@ -379,7 +381,6 @@ void* QSX_RA_GetFragmentPtr(FS_STATE* state, QSX_RA_DECOMP* d,
   p -= delta;
   FS_UINT64 end = (FS_UINT64)position + count;
   if (end > d->unCompressedByteCount) end = d->unCompressedByteCount;
-  memset(out, 0, count);
   d->bio.pos = get_u32(d->bitMarks + 4 * unit);
   while (p < end) {
     FS_LONG token = get_next_token(state, d);
