@@ -242,6 +242,12 @@ F26DOT6 scale_cvt_value(fnt_GlobalGraphicStateType* g, FS_LONG v) {
   return apply_scale(&g->scaleCVT, v);
 }
 
+// A distance in font units scaled symmetrically: its magnitude through the
+// record, the sign given back, so that halves go away from zero.
+inline F26DOT6 scale_distance(const scale_rec* rec, FS_LONG v) {
+  return v < 0 ? wrap_neg(apply_scale(rec, wrap_neg(v))) : apply_scale(rec, v);
+}
+
 inline bool same_scale(const scale_rec& a, const scale_rec& b) {
   return a.fn == b.fn && a.N == b.N && a.D == b.D && a.scl == b.scl &&
          a.shift == b.shift;
@@ -253,7 +259,8 @@ inline bool is_twilight(GS* gs, fnt_ElementType* el) {
 // The original distance of point a (in ea) from point b (in eb) along the
 // dual projection, in pixels: from the scaled originals when either lies
 // in the twilight zone, which has no font units, else from the font units,
-// projected and scaled (each axis scaled first when the axes differ).
+// projected and scaled symmetrically (each axis scaled first when the axes
+// differ).
 F26DOT6 old_distance(GS* gs, fnt_ElementType* ea, FS_LONG a,
                      fnt_ElementType* eb, FS_LONG b) {
   if (is_twilight(gs, ea) || is_twilight(gs, eb))
@@ -263,9 +270,9 @@ F26DOT6 old_distance(GS* gs, fnt_ElementType* ea, FS_LONG a,
   FS_LONG dx = wrap_sub(ea->oox[a], eb->oox[b]);
   FS_LONG dy = wrap_sub(ea->ooy[a], eb->ooy[b]);
   if (same_scale(g->scaleX, g->scaleY))
-    return apply_scale(&g->scaleX, gs->OldProject(gs, dx, dy));
-  return gs->OldProject(gs, apply_scale(&g->scaleX, dx),
-                        apply_scale(&g->scaleY, dy));
+    return scale_distance(&g->scaleX, gs->OldProject(gs, dx, dy));
+  return gs->OldProject(gs, scale_distance(&g->scaleX, dx),
+                        scale_distance(&g->scaleY, dy));
 }
 
 /* ---- Program bytes ---- */

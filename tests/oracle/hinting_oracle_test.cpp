@@ -1,7 +1,6 @@
 // Hinted glyphs against libfreetype (a test-only oracle) at interpreter
 // version 35, monochrome target: every glyph of five packaged fonts in
-// index order in both engines (glyph programs leave control values and
-// storage to the glyphs after them), a fresh scaled font per size. A glyph
+// index order in both engines, a fresh scaled font per size. A glyph
 // is plain when both engines' unhinted points agree; the other glyphs have
 // a point on a negative half that our scaler rounds the other way, which a
 // program may carry anywhere. The same measures refuse libfreetype's
@@ -61,11 +60,23 @@ Glyph theirs(FT_Face face, unsigned g, FT_Int32 flags) {
 }
 
 // Ours: hinted, the left place rounded as outline extraction rounds it.
+// Our glyph programs' writes to the control values and the storage stay
+// for later glyphs; libfreetype (since 2.8) keeps each glyph's writes to
+// that glyph, so both are put back after each fetch here, lest one glyph's
+// writes (DejaVu Sans glyph 4063 sets control value 3 to 180 pixels at 72
+// ppem) move every later glyph that reads them.
 Glyph ours(testsupport::ScaledFont& sf, unsigned g, bool hints) {
   Glyph r;
   fsg_SplineKey* key = sf.key();
   key->glyphIndex = (FS_USHORT)g;
-  if (fsg_GridFit(&sf.st, key, hints) != 0) return r;
+  F26DOT6* cvt = (F26DOT6*)(key->memoryBases[3] + key->offset_controlValues);
+  FS_LONG* store = (FS_LONG*)(key->memoryBases[3] + key->offset_storage);
+  std::vector<FS_LONG> saved(cvt, cvt + key->cvtCount);
+  saved.insert(saved.end(), store, store + key->globalGS.storeCount);
+  FS_LONG err = fsg_GridFit(&sf.st, key, hints);
+  memcpy(cvt, saved.data(), key->cvtCount * sizeof(F26DOT6));
+  memcpy(store, saved.data() + key->cvtCount, key->globalGS.storeCount * sizeof(FS_LONG));
+  if (err != 0) return r;
   fnt_ElementType* el = sf.element();
   F26DOT6 left = el->x[el->np], right = el->x[el->np + 1];
   if (hints) left = (left + 32) & -64, right = (right + 32) & -64;
