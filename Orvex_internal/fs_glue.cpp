@@ -285,9 +285,14 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
     FS_LONG cbase = el->nc;
     FS_ULONG insPos = 0;
     FS_USHORT insLength = 0;
-    if (numberContours > 0)
+    if (numberContours > 0) {
       err = sfnt_UnfoldCurve(state, key, &c, numberContours, el, &n, &insPos,
                              &insLength);
+    } else {  // no contours, perhaps a program over the phantom places
+      insLength = cursor_u16(&c);
+      insPos = c.pos;
+      if (c.overrun || insLength > length - insPos) insLength = 0;
+    }
     if (err == 0) {
       set_phantoms(el, base + n, xMin, yMax, &m);
       scale_points(key, el, base, n + 8);
