@@ -1014,8 +1014,7 @@ void fnt_SHC(GS* gs) {  // 0x34, 0x35: a contour of CE2 but the reference
   F26DOT6 d;
   fnt_ElementType* el = gs->CE2;
   if (!displacement(gs, &zone, &ref, &d) || c < 0 || c >= el->nc) return;
-  FS_LONG limit = is_twilight(gs, el) ? el->np : el->np;
-  for (FS_LONG i = el->sp[c]; i <= el->ep[c] && i < limit; i++)
+  for (FS_LONG i = el->sp[c]; i <= el->ep[c] && i < el->np; i++)
     if (i >= 0 && (zone != el || i != ref)) move_along_freedom(gs, el, i, d, true);
 }
 
@@ -1293,10 +1292,6 @@ void engine_shift(GS* gs, fnt_ElementType* el, FS_LONG p, F26DOT6 amount) {
   }
 }
 
-// Which of the three the opcode is: 0, 1, 2 raise the delta base by 0, 16,
-// 32.
-inline FS_LONG engine_base(GS* gs, FS_BYTE first) { return delta_base(gs, first); }
-
 inline void append(FS_LONG* count, FS_LONG* list, FS_LONG v) {
   if (*count < MAZ_LIST_MAX) list[(*count)++] = v;
 }
@@ -1305,7 +1300,7 @@ inline void append(FS_LONG* count, FS_LONG* list, FS_LONG v) {
 // the freedom vector's axes, for the alignment-zone hinter.
 void fnt_MAZDELTA(GS* gs) {  // 0xA2-0xA4
   FS_LONG p = pop(gs), lo, hi;
-  FS_LONG* specs = delta_matches(gs, engine_base(gs, 0xA2), 1, &lo, &hi);
+  FS_LONG* specs = delta_matches(gs, delta_base(gs, 0xA2), 1, &lo, &hi);
   fnt_MAZData* m = &gs->globalGS->maz_data;
   for (FS_LONG i = lo; i < hi; i++) {
     F26DOT6 amount = delta_amount(gs, specs[i]);
@@ -1362,7 +1357,7 @@ void fnt_DELTAK(GS* gs) {  // 0xA7-0xA9
   gs->stackPointer -= np;
   FS_LONG* points = gs->stackPointer;
   FS_LONG lo, hi;
-  FS_LONG* specs = delta_matches(gs, engine_base(gs, 0xA7), 1, &lo, &hi);
+  FS_LONG* specs = delta_matches(gs, delta_base(gs, 0xA7), 1, &lo, &hi);
   fnt_ElementType* el = gs->CE0;
   for (FS_LONG i = lo; i < hi; i++) {
     F26DOT6 amount = delta_amount(gs, specs[i]);
@@ -1381,7 +1376,7 @@ void fnt_DELTAK(GS* gs) {  // 0xA7-0xA9
 void fnt_DELTALS(GS* gs) {  // 0xAA-0xAF
   bool run = gs->opCode <= 0xAC;
   FS_LONG p = pop(gs), lo, hi;
-  FS_LONG* specs = delta_matches(gs, engine_base(gs, run ? 0xAA : 0xAD), 1, &lo, &hi);
+  FS_LONG* specs = delta_matches(gs, delta_base(gs, run ? 0xAA : 0xAD), 1, &lo, &hi);
   fnt_ElementType* el = gs->CE0;
   if (lo == hi || p < 0 || p >= el->np) return;
   if (run && !el->onCurve[p]) return;
@@ -1462,7 +1457,7 @@ void fnt_AA(GS* gs) {
       return fnt_delta_stream_seam(gs, which);
     default: {
       if ((g->fontflags & (FONT_STIK_64 | FONT_STROKE)) != (FONT_STIK_64 | FONT_STROKE) ||
-          gs->CE0->np + 8 <= 0 || (gs->CE0->f[0] & 0x80))
+          (gs->CE0->f[0] & 0x80))
         return;
       FS_BOOLEAN flag = !(g->stateflags & STATE_AUTOHINT) ||
                         (g->fontflags & FONT_STIK_64) || (g->stateflags & 0xBC);

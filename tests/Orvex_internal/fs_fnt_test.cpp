@@ -139,8 +139,7 @@ struct GlyphCase {
   const char* why;
   Bytes program;
   long want;
-  int glyph = 0;  // 2: the glyph without contours
-  int read = 0;   // 1: maz_data's MAZmethodVert; 2: 100 x nVcollapse + Vcollapse[0]
+  int glyph = 0, read = 0;  // read 1: MAZmethodVert; 2: 100 x nVcollapse + Vcollapse[0]
   FS_LONG status = 0;
 };
 
@@ -169,17 +168,13 @@ TEST(Interpreter, GlyphProgramsWorkedByHand) {
   };
   set_UD_functions(1);
   for (const GlyphCase& c : cases) {
-    Bytes program = c.program;
+    Bytes program = c.program, hmtx, maxp = sfnt::maxp10(3, 4, 4), cvt = {0x03, 0xE8};  // 1000
     for (uint8_t b : {0xB0, 1, 0x16, 0x00, 0xB0, 0, 0x23, 0x48}) program.push_back(b);  // SZPS 1, SCFS
     sfnt::Font f = glyffont::font({glyffont::triangle(program), glyffont::triangle(),
                                    glyffont::simple({}, {}, program)});
-    Bytes hmtx = *f.find("hmtx");
-    sfnt::putU16(hmtx, 0, 510);
+    sfnt::putU16(hmtx = *f.find("hmtx"), 0, 510);
     f.set("hmtx", hmtx);
-    Bytes maxp = sfnt::maxp10(3, 4, 4);
     sfnt::putU16(maxp, 16, 4);  // maxTwilightPoints
-    Bytes cvt;
-    sfnt::u16(cvt, 1000);
     glyffont::setPrograms(f, {}, {}, cvt, maxp, 10, (uint32_t)program.size());
     testsupport::ScaledFont sf;
     sf.setFont("", sfnt::build(f));
@@ -188,9 +183,7 @@ TEST(Interpreter, GlyphProgramsWorkedByHand) {
     key->glyphIndex = (FS_USHORT)c.glyph;
     EXPECT_EQ(c.status, fsg_GridFit(&sf.st, key, 1)) << c.why;
     fnt_MAZData& m = key->globalGS.maz_data;
-    long got = c.read == 1 ? m.MAZmethodVert
-               : c.read == 2 ? 100 * m.nVcollapse + m.Vcollapse[0]
-                             : sf.element()->y[0];
+    long got = c.read == 1 ? m.MAZmethodVert : c.read == 2 ? 100 * m.nVcollapse + m.Vcollapse[0] : sf.element()->y[0];
     if (c.status == 0) { EXPECT_EQ(c.want, got) << c.why; }
     key->glyphIndex = 1;  // the next glyph draws
     EXPECT_TRUE(fsg_GridFit(&sf.st, key, 1) == 0 && sf.element()->np == 3) << c.why;
@@ -206,12 +199,10 @@ TEST(Interpreter, GlyphProgramsWorkedByHand) {
     std::vector<F26DOT6> pts[2];
     for (int hints = 0; hints < 2; hints++) {
       sf.key()->glyphIndex = (FS_USHORT)g;
-      ASSERT_EQ(0, fsg_GridFit(&sf.st, sf.key(), (FS_BOOLEAN)hints));
-      fnt_ElementType* el = sf.element();
-      pts[hints].assign(el->x, el->x + el->np + 2);
-      pts[hints].insert(pts[hints].end(), el->y, el->y + el->np);
+      fnt_ElementType* el = fsg_GridFit(&sf.st, sf.key(), (FS_BOOLEAN)hints) == 0 ? sf.element() : nullptr;
+      if (el) pts[hints].assign(el->x, el->x + el->np + 2), pts[hints].insert(pts[hints].end(), el->y, el->y + el->np);
     }
-    differ += pts[0] != pts[1];
+    differ += pts[0] != pts[1] || pts[0].empty();
   }
   EXPECT_EQ(0, differ);
 }
@@ -301,9 +292,8 @@ std::vector<std::pair<FS_USHORT, size_t>> glyphPrograms(const Bytes& file) {
   for (uint32_t g = 0; g < sfnt::getU16(file, at["maxp"] + 4); g++) {
     size_t o = at["glyf"] + (longLoca ? sfnt::getU32(file, at["loca"] + 4 * g)
                                       : 2 * sfnt::getU16(file, at["loca"] + 2 * g));
-    int16_t nc = (int16_t)sfnt::getU16(file, o);
-    size_t len = nc > 0 ? o + 10 + 2 * (size_t)nc : 0;
-    if (len && sfnt::getU16(file, len) > 0) found.push_back({(FS_USHORT)g, len});
+    size_t len = o + 10 + 2 * (size_t)(int16_t)sfnt::getU16(file, o);
+    if ((int16_t)sfnt::getU16(file, o) > 0 && sfnt::getU16(file, len) > 0) found.push_back({(FS_USHORT)g, len});
   }
   return found;
 }
@@ -318,12 +308,12 @@ TEST(Interpreter, MutatedGlyphProgramsFailOnlyTheirGlyph) {
   auto inUse = [&st] { return st.server->allocated - (FS_ULONG)st.server->workspaceSize; };
   FS_ULONG start = 0;
   std::mt19937 rng(27);
-  std::map<FS_LONG, int> outcomes;
+  std::map<FS_LONG, int> outcomes;  // error: fetches
   for (const char* path : kPackaged) {
     std::string text = testsupport::readBytes(path);
     ASSERT_FALSE(text.empty()) << "missing packaged font " << path;
     Bytes file(text.begin(), text.end());
-    std::vector<std::pair<FS_USHORT, size_t>> programs = glyphPrograms(file);
+    auto programs = glyphPrograms(file);
     for (int m = 0; m <= 200; m++) {
       Bytes font = file;
       auto [glyph, len] = programs[rng() % programs.size()];
@@ -351,9 +341,7 @@ TEST(Interpreter, MutatedGlyphProgramsFailOnlyTheirGlyph) {
     }
   }
   EXPECT_EQ(start, inUse());
-  // The sweep reaches the panics and the bad glyphs.
-  EXPECT_GT(outcomes[ERR_ILLEGAL_INSTRUCTION], 10);
-  EXPECT_GT(outcomes[ERR_BAD_GLYF_FORMAT], 10);
+  EXPECT_TRUE(outcomes[ERR_ILLEGAL_INSTRUCTION] > 10 && outcomes[ERR_BAD_GLYF_FORMAT] > 10);  // reached
   FSS_exit(&st);
 }
 
