@@ -22,13 +22,13 @@
 
 namespace {
 
+// Under a sanitizer the two smaller sizes only; every glyph all the same,
+// the bars being shares of all.
 #if defined(__SANITIZE_ADDRESS__)
-const unsigned kStride = 7;
+const std::vector<int> kSizes = {12, 16};
 #else
-const unsigned kStride = 1;
+const std::vector<int> kSizes = {12, 16, 24, 72};
 #endif
-
-const int kSizes[] = {12, 16, 24, 72};
 
 // The bars of each font in percent: plain glyphs exact, all glyphs within
 // 1/64, advances equal.
@@ -128,7 +128,7 @@ TEST(HintingOracle, GlyphProgramsMoveThePointsAsLibfreetypeVersion35Does) {
       for (const char* c = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"; *c; c++)
         letterOrDigit[FT_Get_Char_Index(f35, (FT_ULong)*c)] = true;
       std::string lettersBeyond;
-      for (unsigned g = 0; g < (unsigned)f35->num_glyphs; g += kStride) {
+      for (unsigned g = 0; g < (unsigned)f35->num_glyphs; g++) {
         Glyph ref = theirs(f35, g, kHinted), flat = theirs(f35, g, FT_LOAD_NO_HINTING);
         Glyph cand = ours(sf, g, true);
         bool isPlain = largest(ours(sf, g, false), flat) == 0;
