@@ -1,9 +1,9 @@
 // The TrueType instruction interpreter. One process-global table of
 // handlers, shared among instructions that read `opCode` to tell which one
 // they are; the fetch loop calls one handler per byte. Values are 26.6 on
-// the stack and 2.14 in unit vectors. The instructions that move points of
-// the glyph end at one seam (fnt_MovePointsSeam), which pops what the
-// instruction pops and moves nothing: glyphs are not grid-fitted yet.
+// the stack and 2.14 in unit vectors. Points move along the freedom vector
+// so that their projection changes by the amount asked; every product of a
+// vector and a distance rounds to nearest, halves away from zero.
 #include "Orvex_internal/fs_fnt.h"
 
 #include <string.h>
@@ -55,15 +55,34 @@ inline bool point_ok(GS* gs, fnt_ElementType* el, FS_LONG p) {
 
 /* ---- Projection and movement ---- */
 
+// n / d rounded to nearest, halves away from zero, wrapped to 32 bits; a d
+// of 0 gives 0.
+inline FS_LONG div_round(FS_INT64 n, FS_INT64 d) {
+  if (d == 0) return 0;
+  bool neg = (n < 0) != (d < 0);
+  FS_UINT64 an = n < 0 ? 0 - (FS_UINT64)n : (FS_UINT64)n;
+  FS_UINT64 ad = d < 0 ? 0 - (FS_UINT64)d : (FS_UINT64)d;
+  FS_UINT64 q = (an + ad / 2) / ad;
+  return (FS_LONG)(FS_ULONG)(neg ? 0 - q : q);
+}
+// a x b / c, the product in 64 bits, rounded as div_round.
+inline FS_LONG mul_div(FS_INT64 a, FS_INT64 b, FS_INT64 c) {
+  return div_round(a * b, c);
+}
+// A 26.6 value times a 2.14 one.
+inline F26DOT6 mul14(F26DOT6 v, SHORTFRACT f) { return mul_div(v, f, 16384); }
+// A dot product of a 26.6 vector and a 2.14 unit vector.
+inline F26DOT6 dot14(F26DOT6 dx, F26DOT6 dy, SHORT_UNIT_VECTOR v) {
+  return div_round((FS_INT64)dx * v.x + (FS_INT64)dy * v.y, 16384);
+}
+
 F26DOT6 fnt_XProject(GS*, F26DOT6 dx, F26DOT6) { return dx; }
 F26DOT6 fnt_YProject(GS*, F26DOT6, F26DOT6 dy) { return dy; }
 F26DOT6 fnt_Project(GS* gs, F26DOT6 dx, F26DOT6 dy) {
-  FS_INT64 v = (FS_INT64)dx * gs->proj.x + (FS_INT64)dy * gs->proj.y;
-  return (F26DOT6)((v + 0x2000) >> 14);
+  return dot14(dx, dy, gs->proj);
 }
 F26DOT6 fnt_OldProject(GS* gs, F26DOT6 dx, F26DOT6 dy) {
-  FS_INT64 v = (FS_INT64)dx * gs->oldProj.x + (FS_INT64)dy * gs->oldProj.y;
-  return (F26DOT6)((v + 0x2000) >> 14);
+  return dot14(dx, dy, gs->oldProj);
 }
 
 void fnt_XMovePoint(GS*, fnt_ElementType* el, FS_LONG p, F26DOT6 delta) {
@@ -74,18 +93,21 @@ void fnt_YMovePoint(GS*, fnt_ElementType* el, FS_LONG p, F26DOT6 delta) {
   el->y[p] = wrap_add(el->y[p], delta);
   el->f[p] |= YMOVED;
 }
-// Along the freedom vector, so that the projection changes by `delta`.
-void fnt_MovePoint(GS* gs, fnt_ElementType* el, FS_LONG p, F26DOT6 delta) {
+// Along the freedom vector, so that the projection changes by `delta`;
+// `touch` marks the point moved along each axis the freedom vector has.
+inline void move_along_freedom(GS* gs, fnt_ElementType* el, FS_LONG p,
+                               F26DOT6 delta, bool touch) {
   if (gs->freedom.x != 0) {
-    el->x[p] = wrap_add(el->x[p],
-                        (F26DOT6)muldiv_64(delta, gs->freedom.x, gs->pfProj));
-    el->f[p] |= XMOVED;
+    el->x[p] = wrap_add(el->x[p], mul_div(delta, gs->freedom.x, gs->pfProj));
+    if (touch) el->f[p] |= XMOVED;
   }
   if (gs->freedom.y != 0) {
-    el->y[p] = wrap_add(el->y[p],
-                        (F26DOT6)muldiv_64(delta, gs->freedom.y, gs->pfProj));
-    el->f[p] |= YMOVED;
+    el->y[p] = wrap_add(el->y[p], mul_div(delta, gs->freedom.y, gs->pfProj));
+    if (touch) el->f[p] |= YMOVED;
   }
+}
+void fnt_MovePoint(GS* gs, fnt_ElementType* el, FS_LONG p, F26DOT6 delta) {
+  move_along_freedom(gs, el, p, delta, true);
 }
 
 // Picks the projection and move functions for the current vectors.
@@ -202,8 +224,8 @@ FS_LONG fnt_ProjectedPPEM(GS* gs) {
   return varmul_64(g->pixelsPerEm, fnt_GetCVTScale(gs), 16);
 }
 
-F26DOT6 scale_cvt_value(fnt_GlobalGraphicStateType* g, FS_LONG v) {
-  const scale_rec* rec = &g->scaleCVT;
+// Font units through one of the scale records (function 0, 1 or 2).
+F26DOT6 apply_scale(const scale_rec* rec, FS_LONG v) {
   switch (rec->fn) {
     case 0:
       return (F26DOT6)(((FS_INT64)v * rec->N + rec->D / 2) >> rec->shift);
@@ -215,6 +237,42 @@ F26DOT6 scale_cvt_value(fnt_GlobalGraphicStateType* g, FS_LONG v) {
     default:
       return varmul_64(v, rec->scl, 16);
   }
+}
+F26DOT6 scale_cvt_value(fnt_GlobalGraphicStateType* g, FS_LONG v) {
+  return apply_scale(&g->scaleCVT, v);
+}
+
+// A distance in font units scaled symmetrically: its magnitude through the
+// record, the sign given back, so that halves go away from zero.
+inline F26DOT6 scale_distance(const scale_rec* rec, FS_LONG v) {
+  return v < 0 ? wrap_neg(apply_scale(rec, wrap_neg(v))) : apply_scale(rec, v);
+}
+
+inline bool same_scale(const scale_rec& a, const scale_rec& b) {
+  return a.fn == b.fn && a.N == b.N && a.D == b.D && a.scl == b.scl &&
+         a.shift == b.shift;
+}
+inline bool is_twilight(GS* gs, fnt_ElementType* el) {
+  return el == &gs->elements[0];
+}
+
+// The original distance of point a (in ea) from point b (in eb) along the
+// dual projection, in pixels: from the scaled originals when either lies
+// in the twilight zone, which has no font units, else from the font units,
+// projected and scaled symmetrically (each axis scaled first when the axes
+// differ).
+F26DOT6 old_distance(GS* gs, fnt_ElementType* ea, FS_LONG a,
+                     fnt_ElementType* eb, FS_LONG b) {
+  if (is_twilight(gs, ea) || is_twilight(gs, eb))
+    return gs->OldProject(gs, wrap_sub(ea->ox[a], eb->ox[b]),
+                          wrap_sub(ea->oy[a], eb->oy[b]));
+  fnt_GlobalGraphicStateType* g = gs->globalGS;
+  FS_LONG dx = wrap_sub(ea->oox[a], eb->oox[b]);
+  FS_LONG dy = wrap_sub(ea->ooy[a], eb->ooy[b]);
+  if (same_scale(g->scaleX, g->scaleY))
+    return scale_distance(&g->scaleX, gs->OldProject(gs, dx, dy));
+  return gs->OldProject(gs, scale_distance(&g->scaleX, dx),
+                        scale_distance(&g->scaleY, dy));
 }
 
 /* ---- Program bytes ---- */
@@ -509,17 +567,11 @@ void fnt_MD(GS* gs) {  // 0x49 current, 0x4A font units scaled
     push(gs, 0);
     return;
   }
-  if (gs->opCode & 1) {
+  if (gs->opCode & 1)
     push(gs, gs->Project(gs, wrap_sub(e0->x[p2], e1->x[p1]),
                          wrap_sub(e0->y[p2], e1->y[p1])));
-  } else if (e0 == &gs->elements[0] || e1 == &gs->elements[0]) {
-    push(gs, gs->OldProject(gs, wrap_sub(e0->ox[p2], e1->ox[p1]),
-                            wrap_sub(e0->oy[p2], e1->oy[p1])));
-  } else {
-    F26DOT6 d = gs->OldProject(gs, wrap_sub(e0->oox[p2], e1->oox[p1]),
-                               wrap_sub(e0->ooy[p2], e1->ooy[p1]));
-    push(gs, scale_cvt_value(gs->globalGS, d));
-  }
+  else
+    push(gs, old_distance(gs, e0, p2, e1, p1));
 }
 
 // SCFS: moves the point so that its projection is the value; in the
@@ -781,102 +833,637 @@ void fnt_IDefPatch(GS* gs) {
 
 void fnt_IllegalInstruction(GS* gs) { fnt_Panic(gs, FNT_PANIC); }
 
-/* ---- The seam of the point-moving instructions ---- */
+/* ---- Point instructions ---- */
 
-// Pops `loop` + 1 values when the stack holds them (else none), and resets
-// the loop count.
-void drop_loop(GS* gs) {
+inline F26DOT6 round_value(GS* gs, F26DOT6 v, int engineIndex) {
+  fnt_GlobalGraphicStateType* g = gs->globalGS;
+  return RoundFuncCall(g->localParBlock.RoundValue, v, g->engine[engineIndex],
+                       &g->localParBlock);
+}
+inline F26DOT6 abs26(F26DOT6 v) { return v < 0 ? wrap_neg(v) : v; }
+
+// The projection of point a (in ea) minus point b (in eb), current places.
+inline F26DOT6 cur_distance(GS* gs, fnt_ElementType* ea, FS_LONG a,
+                            fnt_ElementType* eb, FS_LONG b) {
+  return gs->Project(gs, wrap_sub(ea->x[a], eb->x[b]),
+                     wrap_sub(ea->y[a], eb->y[b]));
+}
+
+// How many values a loop instruction pops: `loop` + 1, at most what the
+// stack holds; the loop count goes back to 1.
+FS_LONG loop_count(GS* gs) {
   FS_INT64 n = (FS_INT64)gs->loop + 1;
   gs->loop = 0;
-  if (n > 0 && n <= depth(gs)) drop(gs, (FS_LONG)n);
+  if (n < 0) n = 0;
+  return n > depth(gs) ? depth(gs) : (FS_LONG)n;
 }
 
-// Pops a count and up to that many groups of `per` values.
-void drop_counted(GS* gs, FS_LONG per) {
-  FS_LONG n = pop(gs);
-  if (n <= 0) return;
-  FS_LONG have = depth(gs) / per;
-  drop(gs, (n < have ? n : have) * per);
+// MDAP: touches the point, rounding its projection with the odd opcode.
+void fnt_MDAP(GS* gs) {  // 0x2E, 0x2F
+  FS_LONG p = pop(gs);
+  fnt_ElementType* el = gs->CE0;
+  if (!point_ok(gs, el, p)) return;
+  F26DOT6 d = 0;
+  if (gs->opCode & 1) {
+    F26DOT6 cur = gs->Project(gs, el->x[p], el->y[p]);
+    d = wrap_sub(round_value(gs, cur, 0), cur);
+  }
+  gs->MovePoint(gs, el, p, d);
+  gs->Pt0 = gs->Pt1 = p;
 }
 
-// SEAM: the instructions that move points of the glyph, the published
-// ones and the engine's own, stop here. Each pops what it pops and moves
-// nothing; TrueType glyphs are drawn unhinted until this is filled.
-void fnt_MovePointsSeam(GS* gs) {
-  FS_BYTE op = gs->opCode;
-  if (op >= 0xE0) return drop(gs, 2);           // MIRP
-  if (op >= 0xC0) return drop(gs, 1);           // MDRP
-  switch (op) {
-    case 0x0F: return drop(gs, 5);              // ISECT
-    case 0x27: case 0x3A: case 0x3B:            // ALIGNPTS, MSIRP
-    case 0x3E: case 0x3F: return drop(gs, 2);   // MIAP
-    case 0x2E: case 0x2F: case 0x34: case 0x35: // MDAP, SHC
-    case 0x36: case 0x37: case 0x7F:            // SHZ, the autohinter door
-      return drop(gs, 1);
-    case 0x30: case 0x31: return;               // IUP
-    case 0x38: drop(gs, 1); return drop_loop(gs);  // SHPIX
-    case 0x32: case 0x33: case 0x39: case 0x3C:    // SHP, IP, ALIGNRP
-      return drop_loop(gs);
-    case 0x5D: case 0x71: case 0x72:            // DELTAP1-3
-      return drop_counted(gs, 2);
-    case 0xA2: case 0xA3: case 0xA4:            // MAZDELTA1-3
-    case 0xAA: case 0xAB: case 0xAC:            // DELTAL1-3
-    case 0xAD: case 0xAE: case 0xAF:            // DELTAS1-3
-      drop(gs, 1);
-      return drop_counted(gs, 1);
-    case 0xA5: case 0xA6: return drop(gs, 3);   // MAZMODE, MAZSTROKE
-    case 0xA7: case 0xA8: case 0xA9:            // DELTAK1-3
-      drop_counted(gs, 1);
-      return drop_counted(gs, 1);
-    default: return;
+// MIAP: moves the point to a control value along the projection, cut in
+// and rounded with the odd opcode. A twilight point is created there first.
+void fnt_MIAP(GS* gs) {  // 0x3E, 0x3F
+  FS_LONG n = pop(gs), p = pop(gs);
+  fnt_ElementType* el = gs->CE0;
+  if (!point_ok(gs, el, p)) return;
+  F26DOT6 dist = gs->GetCVTEntry(gs, n);
+  if (is_twilight(gs, el)) {
+    el->ox[p] = el->x[p] = mul14(dist, gs->proj.x);
+    el->oy[p] = el->y[p] = mul14(dist, gs->proj.y);
+  }
+  F26DOT6 org = gs->Project(gs, el->x[p], el->y[p]);
+  if (gs->opCode & 1) {
+    if (abs26(wrap_sub(dist, org)) > gs->globalGS->localParBlock.wTCI) dist = org;
+    dist = round_value(gs, dist, 0);
+  }
+  gs->MovePoint(gs, el, p, wrap_sub(dist, org));
+  gs->Pt0 = gs->Pt1 = p;
+}
+
+// The single width replaces a distance within its cut-in, keeping the sign.
+F26DOT6 single_width(GS* gs, F26DOT6 d) {
+  F26DOT6 sw = gs->GetSingleWidth(gs);
+  if (abs26(wrap_sub(d, sw)) < gs->globalGS->localParBlock.sWCI)
+    return d >= 0 ? sw : wrap_neg(sw);
+  return d;
+}
+
+// The low opcode bits of MDRP and MIRP: 4 round (else only the
+// compensation), 8 keep the minimum distance on the original side.
+F26DOT6 finish_distance(GS* gs, F26DOT6 d, F26DOT6 org, bool round) {
+  int e = gs->opCode & 3;
+  d = round ? round_value(gs, d, e)
+            : RoundFuncCall(RFI_fnt_RoundOff, d, gs->globalGS->engine[e],
+                            &gs->globalGS->localParBlock);
+  if (gs->opCode & 8) {
+    F26DOT6 m = gs->globalGS->localParBlock.minimumDistance;
+    if (org >= 0) {
+      if (d < m) d = m;
+    } else if (d > wrap_neg(m)) {
+      d = wrap_neg(m);
+    }
+  }
+  return d;
+}
+
+// After MDRP, MIRP and MSIRP: rp1 takes rp0, rp2 the point, and rp0 the
+// point when `setRp0`.
+inline void relative_refs(GS* gs, FS_LONG p, bool setRp0) {
+  gs->Pt1 = gs->Pt0;
+  gs->Pt2 = p;
+  if (setRp0) gs->Pt0 = p;
+}
+
+// MDRP: keeps the point's original distance from rp0, rounded and kept
+// above the minimum as the opcode asks.
+void fnt_MDRP(GS* gs) {  // 0xC0-0xDF
+  FS_LONG p = pop(gs);
+  fnt_ElementType *e0 = gs->CE0, *e1 = gs->CE1;
+  FS_LONG r0 = gs->Pt0;
+  if (point_ok(gs, e1, p) && point_ok(gs, e0, r0)) {
+    F26DOT6 org = single_width(gs, old_distance(gs, e1, p, e0, r0));
+    F26DOT6 d = finish_distance(gs, org, org, (gs->opCode & 4) != 0);
+    gs->MovePoint(gs, e1, p, wrap_sub(d, cur_distance(gs, e1, p, e0, r0)));
+  }
+  relative_refs(gs, p, (gs->opCode & 16) != 0);
+}
+
+// MIRP: places the point at a control value's distance from rp0; the
+// original distance decides the sign (auto flip) and, within the cut-in and
+// in one zone, replaces the control value. In the twilight zone the point
+// is created at that distance along the projection. A glyph element with
+// no contours stops the program.
+void fnt_MIRP(GS* gs) {  // 0xE0-0xFF
+  FS_LONG n = pop(gs), p = pop(gs);
+  fnt_ElementType *e0 = gs->CE0, *e1 = gs->CE1;
+  FS_LONG r0 = gs->Pt0;
+  if (e1->nc == 0) {
+    gs->error = 1;
+    return;
+  }
+  if (point_ok(gs, e1, p) && point_ok(gs, e0, r0)) {
+    fnt_ParameterBlock* pb = &gs->globalGS->localParBlock;
+    F26DOT6 cvt = single_width(gs, gs->GetCVTEntry(gs, n));
+    if (is_twilight(gs, e1)) {
+      e1->ox[p] = e1->x[p] = wrap_add(e0->ox[r0], mul14(cvt, gs->proj.x));
+      e1->oy[p] = e1->y[p] = wrap_add(e0->oy[r0], mul14(cvt, gs->proj.y));
+    }
+    F26DOT6 org = old_distance(gs, e1, p, e0, r0);
+    F26DOT6 cur = cur_distance(gs, e1, p, e0, r0);
+    if (pb->autoFlip && (org ^ cvt) < 0) cvt = wrap_neg(cvt);
+    if ((gs->opCode & 4) && e0 == e1 && abs26(wrap_sub(cvt, org)) > pb->wTCI)
+      cvt = org;
+    F26DOT6 d = finish_distance(gs, cvt, org, (gs->opCode & 4) != 0);
+    gs->MovePoint(gs, e1, p, wrap_sub(d, cur));
+  }
+  relative_refs(gs, p, (gs->opCode & 16) != 0);
+}
+
+// MSIRP: the point at the popped distance from rp0.
+void fnt_MSIRP(GS* gs) {  // 0x3A, 0x3B
+  F26DOT6 d = pop(gs);
+  FS_LONG p = pop(gs);
+  fnt_ElementType *e0 = gs->CE0, *e1 = gs->CE1;
+  FS_LONG r0 = gs->Pt0;
+  if (!point_ok(gs, e1, p) || !point_ok(gs, e0, r0)) return;
+  gs->MovePoint(gs, e1, p, wrap_sub(d, cur_distance(gs, e1, p, e0, r0)));
+  relative_refs(gs, p, (gs->opCode & 1) != 0);
+}
+
+// How far the reference point has moved along the projection: rp2 in CE1
+// for the even opcode, rp1 in CE0 for the odd one. False when it is no
+// point.
+bool displacement(GS* gs, fnt_ElementType** zone, FS_LONG* ref, F26DOT6* d) {
+  bool odd = (gs->opCode & 1) != 0;
+  fnt_ElementType* el = odd ? gs->CE0 : gs->CE1;
+  FS_LONG p = odd ? gs->Pt1 : gs->Pt2;
+  if (!point_ok(gs, el, p)) return false;
+  *zone = el;
+  *ref = p;
+  *d = gs->Project(gs, wrap_sub(el->x[p], el->ox[p]), wrap_sub(el->y[p], el->oy[p]));
+  return true;
+}
+
+void fnt_SHP(GS* gs) {  // 0x32, 0x33: `loop` + 1 points of CE2
+  fnt_ElementType* zone;
+  FS_LONG ref;
+  F26DOT6 d = 0;
+  bool ok = displacement(gs, &zone, &ref, &d);
+  for (FS_LONG n = loop_count(gs); n > 0; n--) {
+    FS_LONG p = pop(gs);
+    if (ok && point_ok(gs, gs->CE2, p)) gs->MovePoint(gs, gs->CE2, p, d);
   }
 }
 
-// The engine's own instructions 0xA2-0xAF, unless the font defined them.
-void fnt_EngineInstruction(GS* gs) {
-  if (gs->globalGS->udFuncType == 2) return fnt_IDefPatch(gs);
-  fnt_MovePointsSeam(gs);
+void fnt_SHC(GS* gs) {  // 0x34, 0x35: a contour of CE2 but the reference
+  FS_LONG c = pop(gs);
+  fnt_ElementType* zone;
+  FS_LONG ref;
+  F26DOT6 d;
+  fnt_ElementType* el = gs->CE2;
+  if (!displacement(gs, &zone, &ref, &d) || c < 0 || c >= el->nc) return;
+  for (FS_LONG i = el->sp[c]; i <= el->ep[c] && i < el->np; i++)
+    if (i >= 0 && (zone != el || i != ref)) move_along_freedom(gs, el, i, d, true);
 }
 
-/* ---- DELTAC ---- */
+// SHZ: every point of the zone but the reference, untouched: a glyph's own
+// points and never its phantom places, or all twilight points.
+void fnt_SHZ(GS* gs) {  // 0x36, 0x37
+  FS_LONG e = pop(gs);
+  fnt_ElementType* zone;
+  FS_LONG ref;
+  F26DOT6 d;
+  if ((e != 0 && e != 1) || !displacement(gs, &zone, &ref, &d)) return;
+  fnt_ElementType* el = &gs->elements[e];
+  for (FS_LONG i = 0; i < el->np; i++)
+    if (zone != el || i != ref) move_along_freedom(gs, el, i, d, false);
+}
 
-// Applies the delta pairs (spec, cvt index) on the stack below the count.
-// The pairs in push order are taken as ascending by spec: the search halves
-// to the first whose s & -16 reaches the aim, applies while equal and stops
-// above, so an unsorted list loses pairs.
-void fnt_DeltaEngine(GS* gs, FS_LONG base) {
-  FS_LONG n = pop(gs);
-  if (n <= 0) return;
-  FS_LONG have = depth(gs) / 2;
-  if (n > have) n = have;
-  gs->stackPointer -= 2 * n;
-  // Pair i in push order (0 the deepest): spec at [2i], index at [2i + 1].
-  FS_LONG* pairs = gs->stackPointer;
-  fnt_ParameterBlock* pb = &gs->globalGS->localParBlock;
-  FS_LONG aim = (fnt_ProjectedPPEM(gs) - base) * 16;
-  FS_LONG lo = 0, hi = n;
-  while (lo < hi) {
-    FS_LONG mid = (lo + hi) / 2;
-    if ((pairs[2 * mid] & -16) < aim)
-      lo = mid + 1;
+// SHPIX: `loop` + 1 points of CE2 by the popped amount along the freedom
+// vector itself.
+void fnt_SHPIX(GS* gs) {  // 0x38
+  F26DOT6 amount = pop(gs);
+  F26DOT6 dx = mul14(amount, gs->freedom.x), dy = mul14(amount, gs->freedom.y);
+  fnt_ElementType* el = gs->CE2;
+  for (FS_LONG n = loop_count(gs); n > 0; n--) {
+    FS_LONG p = pop(gs);
+    if (!point_ok(gs, el, p)) continue;
+    if (gs->freedom.x != 0) el->x[p] = wrap_add(el->x[p], dx), el->f[p] |= XMOVED;
+    if (gs->freedom.y != 0) el->y[p] = wrap_add(el->y[p], dy), el->f[p] |= YMOVED;
+  }
+}
+
+// The original projected distance of a from b for IP: in font units when
+// both axes scale alike (only ratios matter), else scaled.
+F26DOT6 ip_distance(GS* gs, fnt_ElementType* ea, FS_LONG a,
+                    fnt_ElementType* eb, FS_LONG b, bool units) {
+  if (!units) return old_distance(gs, ea, a, eb, b);
+  return gs->OldProject(gs, wrap_sub(ea->oox[a], eb->oox[b]),
+                        wrap_sub(ea->ooy[a], eb->ooy[b]));
+}
+
+// IP: `loop` + 1 points of CE2 keep their original place between rp1 (in
+// CE0) and rp2 (in CE1).
+void fnt_IP(GS* gs) {  // 0x39
+  fnt_ElementType *e0 = gs->CE0, *e1 = gs->CE1, *e2 = gs->CE2;
+  FS_LONG r1 = gs->Pt1, r2 = gs->Pt2;
+  fnt_GlobalGraphicStateType* g = gs->globalGS;
+  bool units = !is_twilight(gs, e0) && !is_twilight(gs, e1) &&
+               !is_twilight(gs, e2) && same_scale(g->scaleX, g->scaleY);
+  bool refs = point_ok(gs, e0, r1) && point_ok(gs, e1, r2);
+  F26DOT6 oldRange = 0, curRange = 0;
+  if (refs) {
+    oldRange = ip_distance(gs, e1, r2, e0, r1, units);
+    curRange = cur_distance(gs, e1, r2, e0, r1);
+  }
+  for (FS_LONG n = loop_count(gs); n > 0; n--) {
+    FS_LONG p = pop(gs);
+    if (!refs || !point_ok(gs, e2, p)) continue;
+    F26DOT6 org = ip_distance(gs, e2, p, e0, r1, units);
+    F26DOT6 cur = cur_distance(gs, e2, p, e0, r1);
+    F26DOT6 want = org == 0        ? 0
+                   : oldRange != 0 ? mul_div(org, curRange, oldRange)
+                                   : old_distance(gs, e2, p, e0, r1);
+    gs->MovePoint(gs, e2, p, wrap_sub(want, cur));
+  }
+}
+
+// ALIGNRP: `loop` + 1 points of CE1 onto rp0's projection.
+void fnt_ALIGNRP(GS* gs) {  // 0x3C
+  fnt_ElementType *e0 = gs->CE0, *e1 = gs->CE1;
+  FS_LONG r0 = gs->Pt0;
+  bool ref = point_ok(gs, e0, r0);
+  for (FS_LONG n = loop_count(gs); n > 0; n--) {
+    FS_LONG p = pop(gs);
+    if (ref && point_ok(gs, e1, p))
+      gs->MovePoint(gs, e1, p, wrap_neg(cur_distance(gs, e1, p, e0, r0)));
+  }
+}
+
+// ALIGNPTS: both points to the middle of their projections.
+void fnt_ALIGNPTS(GS* gs) {  // 0x27
+  FS_LONG p2 = pop(gs), p1 = pop(gs);
+  fnt_ElementType *e0 = gs->CE0, *e1 = gs->CE1;
+  if (!point_ok(gs, e1, p1) || !point_ok(gs, e0, p2)) return;
+  F26DOT6 d = cur_distance(gs, e0, p2, e1, p1) / 2;
+  gs->MovePoint(gs, e1, p1, d);
+  gs->MovePoint(gs, e0, p2, wrap_neg(d));
+}
+
+// ISECT: the point (in CE2) at the crossing of line a0-a1 (CE1) and line
+// b0-b1 (CE0); lines within about 3 degrees of parallel give the middle of
+// the four ends. Touched in both axes. Stops early when the stack runs out.
+void fnt_ISECT(GS* gs) {  // 0x0F
+  if (depth(gs) < 5) return drop(gs, depth(gs));
+  FS_LONG b1 = pop(gs), b0 = pop(gs), a1 = pop(gs), a0 = pop(gs), p = pop(gs);
+  fnt_ElementType *ea = gs->CE1, *eb = gs->CE0, *el = gs->CE2;
+  if (!point_ok(gs, el, p) || !point_ok(gs, ea, a0) || !point_ok(gs, ea, a1) ||
+      !point_ok(gs, eb, b0) || !point_ok(gs, eb, b1))
+    return;
+  FS_INT64 dbx = (FS_INT64)eb->x[b1] - eb->x[b0], dby = (FS_INT64)eb->y[b1] - eb->y[b0];
+  FS_INT64 dax = (FS_INT64)ea->x[a1] - ea->x[a0], day = (FS_INT64)ea->y[a1] - ea->y[a0];
+  FS_INT64 dx = (FS_INT64)eb->x[b0] - ea->x[a0], dy = (FS_INT64)eb->y[b0] - ea->y[a0];
+  FS_INT64 disc = (FS_INT64)mul_div(dax, -dby, 64) + mul_div(day, dbx, 64);
+  FS_INT64 dot = (FS_INT64)mul_div(dax, dbx, 64) + mul_div(day, dby, 64);
+  if (19 * (disc < 0 ? -disc : disc) > (dot < 0 ? -dot : dot)) {
+    FS_INT64 val = (FS_INT64)mul_div(dx, -dby, 64) + mul_div(dy, dbx, 64);
+    el->x[p] = wrap_add(ea->x[a0], mul_div(val, dax, disc));
+    el->y[p] = wrap_add(ea->y[a0], mul_div(val, day, disc));
+  } else {
+    el->x[p] = (F26DOT6)(((FS_INT64)ea->x[a0] + ea->x[a1] + eb->x[b0] + eb->x[b1]) / 4);
+    el->y[p] = (F26DOT6)(((FS_INT64)ea->y[a0] + ea->y[a1] + eb->y[b0] + eb->y[b1]) / 4);
+  }
+  el->f[p] |= XMOVED | YMOVED;
+}
+
+/* ---- IUP ---- */
+
+// One axis of the glyph element for IUP: current, scaled original and
+// font-unit coordinates.
+struct IupAxis {
+  F26DOT6* cur;
+  F26DOT6* org;
+  FS_LONG* oo;
+};
+
+// Points p1..p2 between touched points r1 and r2: beyond either end they
+// move as that end did; between, they take their font-unit place in the
+// touched span (the ratio in 16.16, then applied).
+void iup_interpolate(const IupAxis& v, FS_LONG p1, FS_LONG p2, FS_LONG r1,
+                     FS_LONG r2) {
+  if (p1 > p2) return;
+  if (v.oo[r1] > v.oo[r2]) {
+    FS_LONG t = r1;
+    r1 = r2;
+    r2 = t;
+  }
+  FS_LONG oo1 = v.oo[r1], oo2 = v.oo[r2];
+  F26DOT6 org1 = v.org[r1], org2 = v.org[r2];
+  F26DOT6 cur1 = v.cur[r1], cur2 = v.cur[r2];
+  F26DOT6 d1 = wrap_sub(cur1, org1), d2 = wrap_sub(cur2, org2);
+  bool flat = cur1 == cur2 || oo1 == oo2;
+  FS_FIXED ratio = flat ? 0 : mul_div(wrap_sub(cur2, cur1), 65536, (FS_INT64)oo2 - oo1);
+  for (FS_LONG i = p1; i <= p2; i++) {
+    F26DOT6 x = v.org[i];
+    if (x <= org1)
+      x = wrap_add(x, d1);
+    else if (x >= org2)
+      x = wrap_add(x, d2);
     else
-      hi = mid;
+      x = flat ? cur1 : wrap_add(cur1, mul_div((FS_INT64)v.oo[i] - oo1, ratio, 65536));
+    v.cur[i] = x;
   }
-  for (FS_LONG i = lo; i < n && (pairs[2 * i] & -16) == aim; i++) {
-    FS_LONG s = pairs[2 * i] & 15;
-    F26DOT6 amount = (F26DOT6)((s - (s < 8 ? 8 : 7)) * 64) >> pb->deltaShift;
+}
+
+// Points p1..p2 but `ref` move as `ref` did.
+void iup_shift(const IupAxis& v, FS_LONG p1, FS_LONG p2, FS_LONG ref) {
+  F26DOT6 d = wrap_sub(v.cur[ref], v.org[ref]);
+  for (FS_LONG i = p1; i <= p2; i++)
+    if (i != ref) v.cur[i] = wrap_add(v.cur[i], d);
+}
+
+}  // namespace
+
+void fnt_IUP(fnt_LocalGraphicStateType* gs) {  // 0x30 y, 0x31 x
+  fnt_ElementType* el = &gs->elements[1];
+  bool x = (gs->opCode & 1) != 0;
+  FS_BYTE mask = x ? XMOVED : YMOVED;
+  IupAxis v = x ? IupAxis{el->x, el->ox, el->oox} : IupAxis{el->y, el->oy, el->ooy};
+  for (FS_LONG c = 0; c < el->nc; c++) {
+    FS_LONG start = el->sp[c], end = el->ep[c];
+    if (end >= el->np) end = el->np - 1;
+    if (start < 0 || start > end) continue;
+    FS_LONG p = start;
+    while (p <= end && !(el->f[p] & mask)) p++;
+    if (p > end) continue;
+    FS_LONG first = p, last = p;
+    for (p++; p <= end; p++) {
+      if (!(el->f[p] & mask)) continue;
+      iup_interpolate(v, last + 1, p - 1, last, p);
+      last = p;
+    }
+    if (last == first) {
+      iup_shift(v, start, end, last);
+    } else {
+      iup_interpolate(v, last + 1, end, last, first);
+      if (first > start) iup_interpolate(v, start, first - 1, last, first);
+    }
+  }
+}
+
+namespace {
+
+/* ---- Deltas ---- */
+
+// The amount of delta spec s: its low nibble -8..-1, 1..8 steps of
+// 1 / 2^deltaShift pixel.
+inline F26DOT6 delta_amount(GS* gs, FS_LONG s) {
+  s &= 15;
+  return (F26DOT6)((s - (s < 8 ? 8 : 7)) * 64) >> gs->globalGS->localParBlock.deltaShift;
+}
+
+// Pops a count and that many groups of `per` values, the spec first in
+// each group. The groups in push order are taken as ascending by spec: the
+// search halves to the first whose s & -16 reaches the aim for this size
+// and base, and the matches run while equal, so an unsorted list loses
+// groups. Gives the groups and the range [*lo, *hi) of matches.
+FS_LONG* delta_matches(GS* gs, FS_LONG base, FS_LONG per, FS_LONG* lo,
+                       FS_LONG* hi) {
+  FS_LONG n = pop(gs);
+  *lo = *hi = 0;
+  FS_LONG have = depth(gs) / per;
+  if (n <= 0) return gs->stackPointer;
+  if (n > have) n = have;
+  gs->stackPointer -= per * n;
+  FS_LONG* groups = gs->stackPointer;
+  FS_LONG aim = (FS_LONG)(((FS_INT64)fnt_ProjectedPPEM(gs) - base) * 16);
+  FS_LONG a = 0, b = n;
+  while (a < b) {
+    FS_LONG mid = (a + b) / 2;
+    if ((groups[per * mid] & -16) < aim)
+      a = mid + 1;
+    else
+      b = mid;
+  }
+  FS_LONG e = a;
+  while (e < n && (groups[per * e] & -16) == aim) e++;
+  *lo = a;
+  *hi = e;
+  return groups;
+}
+
+inline FS_LONG delta_base(GS* gs, FS_BYTE first) {
+  return gs->globalGS->localParBlock.deltaBase + 16 * (gs->opCode - first);
+}
+
+// Applies the delta pairs (spec, cvt index) below the count.
+void fnt_DELTAC(GS* gs) {  // 0x73-0x75
+  FS_LONG lo, hi;
+  FS_LONG* pairs = delta_matches(gs, delta_base(gs, 0x73), 2, &lo, &hi);
+  fnt_GlobalGraphicStateType* g = gs->globalGS;
+  for (FS_LONG i = lo; i < hi; i++) {
+    F26DOT6 amount = delta_amount(gs, pairs[2 * i]);
     FS_LONG c = pairs[2 * i + 1];
     if (!cvt_ok(gs, c)) continue;
-    F26DOT6* cvt = gs->globalGS->controlValueTable;
-    if (gs->globalGS->identityTransformation)
+    F26DOT6* cvt = g->controlValueTable;
+    if (g->identityTransformation)
       cvt[c] = wrap_add(cvt[c], amount);
     else
       cvt[c] = wrap_add(cvt[c], vardiv_64(amount, fnt_GetCVTScale(gs), 16));
   }
 }
-void fnt_DELTAC(GS* gs) {  // 0x73-0x75
-  FS_LONG base = gs->globalGS->localParBlock.deltaBase + 16 * (gs->opCode - 0x73);
-  fnt_DeltaEngine(gs, base);
+
+// Moves the points of the delta pairs (spec, point in CE0) below the count.
+void fnt_DELTAP(GS* gs) {  // 0x5D, 0x71, 0x72
+  FS_LONG lo, hi;
+  FS_BYTE first = gs->opCode == 0x5D ? 0x5D : 0x70;  // DELTAP2, 3: 0x71, 0x72
+  FS_LONG* pairs = delta_matches(gs, delta_base(gs, first), 2, &lo, &hi);
+  for (FS_LONG i = lo; i < hi; i++) {
+    FS_LONG p = pairs[2 * i + 1];
+    if (point_ok(gs, gs->CE0, p))
+      gs->MovePoint(gs, gs->CE0, p, delta_amount(gs, pairs[2 * i]));
+  }
+}
+
+/* ---- The engine's own instructions ---- */
+
+// Moves a point by `amount` times the freedom vector (2.14), touching it,
+// without the projection's correction.
+void engine_shift(GS* gs, fnt_ElementType* el, FS_LONG p, F26DOT6 amount) {
+  if (gs->freedom.x != 0) {
+    el->x[p] = wrap_add(el->x[p], mul14(amount, gs->freedom.x));
+    el->f[p] |= XMOVED;
+  }
+  if (gs->freedom.y != 0) {
+    el->y[p] = wrap_add(el->y[p], mul14(amount, gs->freedom.y));
+    el->f[p] |= YMOVED;
+  }
+}
+
+inline void append(FS_LONG* count, FS_LONG* list, FS_LONG v) {
+  if (*count < MAZ_LIST_MAX) list[(*count)++] = v;
+}
+
+// MAZDELTA1-3: records the matching amounts for the point in the lists of
+// the freedom vector's axes, for the alignment-zone hinter.
+void fnt_MAZDELTA(GS* gs) {  // 0xA2-0xA4
+  FS_LONG p = pop(gs), lo, hi;
+  FS_LONG* specs = delta_matches(gs, delta_base(gs, 0xA2), 1, &lo, &hi);
+  fnt_MAZData* m = &gs->globalGS->maz_data;
+  for (FS_LONG i = lo; i < hi; i++) {
+    F26DOT6 amount = delta_amount(gs, specs[i]);
+    if (gs->freedom.x != 0 && m->nXdelta < MAZ_LIST_MAX) {
+      m->Xdeltashift[m->nXdelta] = amount;
+      m->Xdeltapoint[m->nXdelta++] = p;
+    }
+    if (gs->freedom.y != 0 && m->nYdelta < MAZ_LIST_MAX) {
+      m->Ydeltashift[m->nYdelta] = amount;
+      m->Ydeltapoint[m->nYdelta++] = p;
+    }
+  }
+}
+
+// Pops what MAZMODE and MAZSTROKE pop: value, ppem low, ppem high; whether
+// this size lies in the range.
+bool maz_in_range(GS* gs, FS_LONG* value) {
+  *value = pop(gs);
+  FS_LONG lo = pop(gs), hi = pop(gs);
+  FS_LONG ppem = fnt_ProjectedPPEM(gs);
+  return ppem >= lo && ppem <= hi;
+}
+
+void fnt_MAZMODE(GS* gs) {  // 0xA5
+  FS_LONG mode;
+  fnt_MAZData* m = &gs->globalGS->maz_data;
+  if (!maz_in_range(gs, &mode) || (mode & 3) == 0) return;
+  if (gs->freedom.y != 0) m->MAZmethodHorz = mode & 3;
+  if (gs->freedom.x != 0) m->MAZmethodVert = mode & 3;
+}
+
+void fnt_MAZSTROKE(GS* gs) {  // 0xA6
+  FS_LONG pt;
+  fnt_MAZData* m = &gs->globalGS->maz_data;
+  if (!maz_in_range(gs, &pt)) return;
+  if (gs->freedom.y != 0) append(&m->nHcollapse, m->Hcollapse, pt);
+  if (gs->freedom.x != 0) append(&m->nVcollapse, m->Vcollapse, pt);
+}
+
+// The contour of CE0 that holds point p, or -1.
+FS_LONG contour_of(fnt_ElementType* el, FS_LONG p) {
+  for (FS_LONG c = 0; c < el->nc; c++)
+    if (p >= el->sp[c] && p <= el->ep[c]) return c;
+  return -1;
+}
+
+// DELTAK1-3: a count and that many points, then a count and specs; each
+// match moves every point of each given point's contour.
+void fnt_DELTAK(GS* gs) {  // 0xA7-0xA9
+  FS_LONG np = pop(gs);
+  FS_LONG have = depth(gs);
+  if (np < 0) np = 0;
+  if (np > have) np = have;
+  gs->stackPointer -= np;
+  FS_LONG* points = gs->stackPointer;
+  FS_LONG lo, hi;
+  FS_LONG* specs = delta_matches(gs, delta_base(gs, 0xA7), 1, &lo, &hi);
+  fnt_ElementType* el = gs->CE0;
+  for (FS_LONG i = lo; i < hi; i++) {
+    F26DOT6 amount = delta_amount(gs, specs[i]);
+    for (FS_LONG k = 0; k < np; k++) {
+      FS_LONG c = point_ok(gs, el, points[k]) ? contour_of(el, points[k]) : -1;
+      if (c < 0) continue;
+      for (FS_LONG q = el->sp[c]; q <= el->ep[c] && q < el->np; q++)
+        engine_shift(gs, el, q, amount);
+    }
+  }
+}
+
+// DELTAL1-3 (a run of on-curve points along the contour around the point,
+// projecting where it does) and DELTAS1-3 (every such on-curve point of the
+// glyph): a point, then a count and specs.
+void fnt_DELTALS(GS* gs) {  // 0xAA-0xAF
+  bool run = gs->opCode <= 0xAC;
+  FS_LONG p = pop(gs), lo, hi;
+  FS_LONG* specs = delta_matches(gs, delta_base(gs, run ? 0xAA : 0xAD), 1, &lo, &hi);
+  fnt_ElementType* el = gs->CE0;
+  if (lo == hi || p < 0 || p >= el->np) return;
+  if (run && !el->onCurve[p]) return;
+  F26DOT6 at = gs->Project(gs, el->x[p], el->y[p]);
+  auto same = [&](FS_LONG q) {
+    return el->onCurve[q] && gs->Project(gs, el->x[q], el->y[q]) == at;
+  };
+  // The points to move, chosen before any moves.
+  FS_LONG from = 0, to = el->np - 1;
+  FS_LONG c = contour_of(el, p);
+  if (run) {
+    if (c < 0) return;
+    FS_LONG s = el->sp[c], e = el->ep[c] < el->np ? el->ep[c] : el->np - 1;
+    from = to = p;
+    while (from > s && same(from - 1)) from--;
+    while (to < e && same(to + 1)) to++;
+  }
+  const FS_BYTE CHOSEN = 4;  // a mark of this instruction's own
+  for (FS_LONG q = from; q <= to; q++)
+    if (same(q)) el->f[q] |= CHOSEN;
+  for (FS_LONG i = lo; i < hi; i++) {
+    F26DOT6 amount = delta_amount(gs, specs[i]);
+    for (FS_LONG q = from; q <= to; q++)
+      if (el->f[q] & CHOSEN) engine_shift(gs, el, q, amount);
+  }
+  for (FS_LONG q = from; q <= to; q++) el->f[q] &= (FS_BYTE)~CHOSEN;
+}
+
+// The engine's own instructions 0xA2-0xAF, unless the font defined them.
+void fnt_EngineInstruction(GS* gs) {
+  if (gs->globalGS->udFuncType == 2) return fnt_IDefPatch(gs);
+  FS_BYTE op = gs->opCode;
+  if (op <= 0xA4) return fnt_MAZDELTA(gs);
+  if (op == 0xA5) return fnt_MAZMODE(gs);
+  if (op == 0xA6) return fnt_MAZSTROKE(gs);
+  if (op <= 0xA9) return fnt_DELTAK(gs);
+  fnt_DELTALS(gs);
+}
+
+/* ---- The autohinter door ---- */
+
+inline void set_axis(GS* gs, bool x) {
+  SHORT_UNIT_VECTOR v = x ? SHORT_UNIT_VECTOR{ONE_214, 0} : SHORT_UNIT_VECTOR{0, ONE_214};
+  gs->proj = gs->oldProj = gs->freedom = v;
+  fnt_ComputeAndCheck(gs);
+}
+
+const FS_ULONG STATE_NO_HINTS = 2;       // the client's FLAGS_NO_HINTS
+const FS_ULONG STATE_AUTOHINT = 0x400000;
+const FS_ULONG FONT_STROKE = 2, FONT_STIK_64 = 64;
+
+// AA (0x7F): the published instruction does nothing; here it pops which of
+// the engine's hinters to run over the glyph element. All but the
+// real-time autohinter stand down when the client asks for no hints.
+void fnt_AA(GS* gs) {
+  FS_LONG which = pop(gs);
+  fnt_GlobalGraphicStateType* g = gs->globalGS;
+  if (which == 11) return fnt_rtgah_seam(gs);
+  if (g->stateflags & STATE_NO_HINTS) return;
+  switch (which) {
+    case 5:
+    case 6:
+      g->maz_data.MAZdeltaHorz = g->maz_data.MAZdeltaVert = which == 5 ? 0 : 4;
+      return fnt_alignment_zone_seam(gs, which);
+    case 7:
+      set_axis(gs, false);
+      return fnt_alignment_zone_seam(gs, which);
+    case 8: {
+      bool wasX = gs->proj.x != 0;
+      set_axis(gs, false);
+      fnt_alignment_zone_seam(gs, which);
+      if (wasX) set_axis(gs, true);
+      return;
+    }
+    case 9:
+      return fnt_alignment_zone_seam(gs, which);
+    case 250: case 251: case 252: case 253:
+      return fnt_delta_stream_seam(gs, which);
+    default: {
+      if ((g->fontflags & (FONT_STIK_64 | FONT_STROKE)) != (FONT_STIK_64 | FONT_STROKE) ||
+          (gs->CE0->f[0] & 0x80))
+        return;
+      FS_BOOLEAN flag = !(g->stateflags & STATE_AUTOHINT) ||
+                        (g->fontflags & FONT_STIK_64) || (g->stateflags & 0xBC);
+      return fnt_script_autohint_seam(gs, which, flag);
+    }
+  }
 }
 
 /* ---- The table ---- */
@@ -895,7 +1482,7 @@ struct TableInit {
     interpFunc[0x0C] = fnt_GPV;
     interpFunc[0x0D] = fnt_GFV;
     interpFunc[0x0E] = fnt_SFVTPV;
-    interpFunc[0x0F] = fnt_MovePointsSeam;
+    interpFunc[0x0F] = fnt_ISECT;
     set(0x10, 0x12, fnt_SetLocalGraphicState);
     set(0x13, 0x16, fnt_SetElementPtr);
     interpFunc[0x17] = fnt_SetLocalGraphicState;
@@ -913,16 +1500,24 @@ struct TableInit {
     interpFunc[0x24] = fnt_DEPTH;
     interpFunc[0x25] = fnt_CINDEX;
     interpFunc[0x26] = fnt_MINDEX;
-    interpFunc[0x27] = fnt_MovePointsSeam;
+    interpFunc[0x27] = fnt_ALIGNPTS;
     interpFunc[0x28] = fnt_RAW;
     interpFunc[0x29] = fnt_UTP;
     interpFunc[0x2A] = fnt_LOOPCALL;
     interpFunc[0x2B] = fnt_CALL;
     interpFunc[0x2C] = fnt_FDEF;
     interpFunc[0x2D] = fnt_IllegalInstruction;  // ENDF met in execution
-    set(0x2E, 0x3C, fnt_MovePointsSeam);
+    set(0x2E, 0x2F, fnt_MDAP);
+    set(0x30, 0x31, fnt_IUP);
+    set(0x32, 0x33, fnt_SHP);
+    set(0x34, 0x35, fnt_SHC);
+    set(0x36, 0x37, fnt_SHZ);
+    interpFunc[0x38] = fnt_SHPIX;
+    interpFunc[0x39] = fnt_IP;
+    set(0x3A, 0x3B, fnt_MSIRP);
+    interpFunc[0x3C] = fnt_ALIGNRP;
     interpFunc[0x3D] = fnt_SetRoundState;
-    set(0x3E, 0x3F, fnt_MovePointsSeam);
+    set(0x3E, 0x3F, fnt_MIAP);
     interpFunc[0x40] = fnt_PUSHB;
     interpFunc[0x41] = fnt_PUSHW;
     interpFunc[0x42] = fnt_WS;
@@ -943,7 +1538,7 @@ struct TableInit {
     interpFunc[0x59] = fnt_EIF;
     set(0x5A, 0x5B, fnt_BinaryOperand);
     interpFunc[0x5C] = fnt_UnaryOperand;
-    interpFunc[0x5D] = fnt_MovePointsSeam;
+    interpFunc[0x5D] = fnt_DELTAP;
     interpFunc[0x5E] = fnt_SDB;
     interpFunc[0x5F] = fnt_SDS;
     set(0x60, 0x63, fnt_BinaryOperand);
@@ -951,7 +1546,7 @@ struct TableInit {
     set(0x68, 0x6B, fnt_ROUND);
     set(0x6C, 0x6F, fnt_NROUND);
     interpFunc[0x70] = fnt_WCVTF;
-    set(0x71, 0x72, fnt_MovePointsSeam);
+    set(0x71, 0x72, fnt_DELTAP);
     set(0x73, 0x75, fnt_DELTAC);
     set(0x76, 0x77, fnt_SROUND);
     set(0x78, 0x79, fnt_JROT);
@@ -959,7 +1554,7 @@ struct TableInit {
     interpFunc[0x7B] = fnt_IllegalInstruction;
     set(0x7C, 0x7D, fnt_SetRoundState);
     interpFunc[0x7E] = fnt_SANGW;
-    interpFunc[0x7F] = fnt_MovePointsSeam;  // the door to the autohinters
+    interpFunc[0x7F] = fnt_AA;  // the door to the engine's own hinters
     interpFunc[0x80] = fnt_FLIPPT;
     set(0x81, 0x82, fnt_FLIPRG);
     interpFunc[0x85] = fnt_SCANCTRL;
@@ -972,7 +1567,8 @@ struct TableInit {
     interpFunc[0x8E] = fnt_INSTCTRL;
     set(0xB0, 0xB7, fnt_PUSHB);
     set(0xB8, 0xBF, fnt_PUSHW);
-    set(0xC0, 0xFF, fnt_MovePointsSeam);  // MDRP, MIRP
+    set(0xC0, 0xDF, fnt_MDRP);
+    set(0xE0, 0xFF, fnt_MIRP);
   }
 };
 
@@ -983,11 +1579,26 @@ const FS_BYTE* program_end(GS* gs) { return gs->pgmEnd; }
 FntFunc interpFunc[256];
 static TableInit tableInit;
 
+static FS_SHORT udFunctionType = 0;
+
+FS_SHORT get_UD_functions() { return udFunctionType; }
+
 void set_UD_functions(FS_SHORT UD_function_type) {
+  udFunctionType = UD_function_type == 1 ? 1 : 0;
   for (int op = 0xA2; op <= 0xAF; op++)
     interpFunc[op] =
         UD_function_type == 1 ? fnt_EngineInstruction : fnt_IDefPatch;
 }
+
+// SEAM: the real-time autohinter (AA 11), not built.
+void fnt_rtgah_seam(fnt_LocalGraphicStateType*) {}
+// SEAM: the alignment-zone hinters (AA 5 to 9), not specified further.
+void fnt_alignment_zone_seam(fnt_LocalGraphicStateType*, FS_LONG) {}
+// SEAM: the script autohinters (AA 1, 3, 4 and the rest), not specified
+// further.
+void fnt_script_autohint_seam(fnt_LocalGraphicStateType*, FS_LONG, FS_BOOLEAN) {}
+// SEAM: the compressed delta hint streams (AA 250 to 253).
+void fnt_delta_stream_seam(fnt_LocalGraphicStateType*, FS_LONG) {}
 
 void fnt_Panic(fnt_LocalGraphicStateType* gs, FS_LONG val) {
   longjmp(gs->env, (int)val);

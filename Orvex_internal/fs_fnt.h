@@ -99,6 +99,27 @@ struct fnt_ParameterBlock {
   FS_BYTE autoFlip;
 };
 
+// What the engine's own instructions record for the alignment-zone hinter
+// of one glyph, cleared at each glyph fetch: the glyph's grid fit type and
+// four alignment values, the delta shifts and points along x and y, the
+// hinting method and delta per direction, and the points whose strokes
+// collapse. Each list holds MAZ_LIST_MAX entries; appends beyond are lost.
+const int MAZ_LIST_MAX = 32;
+struct fnt_MAZData {
+  FS_LONG gridFitType;
+  FS_LONG alignment[4];
+  FS_LONG nXdelta, nYdelta;
+  F26DOT6 Xdeltashift[MAZ_LIST_MAX];
+  FS_LONG Xdeltapoint[MAZ_LIST_MAX];
+  F26DOT6 Ydeltashift[MAZ_LIST_MAX];
+  FS_LONG Ydeltapoint[MAZ_LIST_MAX];
+  FS_LONG MAZmethodHorz, MAZmethodVert;
+  FS_LONG MAZdeltaHorz, MAZdeltaVert;
+  FS_LONG nHcollapse, nVcollapse;
+  FS_LONG Hcollapse[MAZ_LIST_MAX];
+  FS_LONG Vcollapse[MAZ_LIST_MAX];
+};
+
 // The interpreter's state of one scaled font (the key's `globalGS`). The
 // pointers are set again before every run, since the workspace may move;
 // the counts beside them bound every access.
@@ -121,7 +142,7 @@ struct fnt_GlobalGraphicStateType {
   fnt_instrDef* instrDef;
   FS_LONG instrDefMax;      // maxInstructionDefs
   FS_FIXED metricScalarX, interpScalarX;
-  scale_rec scaleX;
+  scale_rec scaleX;  // glyph points: the key's, or 1:1 for a composite's program
   FS_FIXED metricScalarY, interpScalarY;
   scale_rec scaleY;
   FS_FIXED cvtStretchX, cvtStretchY;
@@ -136,8 +157,10 @@ struct fnt_GlobalGraphicStateType {
   FS_BYTE* pgmList[MAXPREPROGRAMS];
   FS_LONG pgmLength[MAXPREPROGRAMS];
   void* sfnt;
-  void* maz_data;
+  fnt_MAZData maz_data;
   void* rtgah_data;
+  FS_ULONG stateflags;  // the client's flags word, for the autohinter door
+  FS_ULONG fontflags;   // the font's LFNT flags
   FS_SHORT udFuncType;
   void* cff_data;
 };
@@ -192,6 +215,22 @@ const FS_LONG FNT_MAX_INSTRUCTIONS = 1000000;
 // Room the stack has beyond maxStackElements: fonts understate their need.
 const FS_LONG FNT_STACK_SLACK = 32;
 
+// Seams of the engine's own hinting behind the autohinter door (0x7F): the
+// real-time autohinter, the alignment-zone hinters, the script autohinters
+// and the delta hint streams. Each moves the current glyph element's points
+// in place; none is built, so each does nothing.
+void fnt_rtgah_seam(fnt_LocalGraphicStateType* gs);
+void fnt_alignment_zone_seam(fnt_LocalGraphicStateType* gs, FS_LONG which);
+void fnt_script_autohint_seam(fnt_LocalGraphicStateType* gs, FS_LONG which,
+                              FS_BOOLEAN flag);
+void fnt_delta_stream_seam(fnt_LocalGraphicStateType* gs, FS_LONG which);
+
+// Interpolates the untouched points of the glyph element between the
+// touched ones of each contour: along y with `opCode` 0x30 (or 0), along x
+// with 0x31 (or 1). Also called by the autohinters with `opCode` set by
+// hand.
+void fnt_IUP(fnt_LocalGraphicStateType* gs);
+
 // The process-global table of handlers, one per opcode.
 extern FntFunc interpFunc[256];
 
@@ -213,6 +252,9 @@ void fnt_InnerExecute(fnt_LocalGraphicStateType* gs, const FS_BYTE* ptr,
 // other value they are undefined opcodes left to the font's IDEFs. Global
 // to the process.
 void set_UD_functions(FS_SHORT UD_function_type);
+// 1 while the engine's instructions hold those slots, else 0; a font
+// program starts its `udFuncType` from it.
+FS_SHORT get_UD_functions();
 
 // The published defaults of the graphic state.
 void fnt_SetDefaultParBlock(fnt_ParameterBlock* pb);

@@ -2,8 +2,9 @@
 // through the container's read path and are decoded with a bounds-checked
 // cursor; points go into the key's glyph element, each simple glyph with its
 // 8 phantom places, scaled to 26.6 by the key's per-axis scaling.
-// Components are loaded behind the points already there, transformed and
-// moved as they return. The instruction interpreter enters at marked seams.
+// Components are loaded behind the points already there, each hinted by its
+// own program, then transformed and moved as they return; a composite's
+// program runs last over all of them.
 #include "Orvex_internal/fs_glue.h"
 
 #include <string.h>
@@ -144,7 +145,8 @@ void scale_points(fsg_SplineKey* key, fnt_ElementType* el, FS_LONG from,
 // current end: contours, flags and coordinates as `glyf` stores them.
 FS_LONG sfnt_UnfoldCurve(FS_STATE* state, fsg_SplineKey* key, FS_CURSOR* c,
                          FS_SHORT numberContours, fnt_ElementType* el,
-                         FS_LONG* pointsOut) {
+                         FS_LONG* pointsOut, FS_ULONG* insPos,
+                         FS_USHORT* insLength) {
   FS_LONG base = el->np;
   FS_LONG cbase = el->nc;
   if ((FS_LONG)numberContours > (FS_LONG)key->maxp->maxContours ||
@@ -166,8 +168,9 @@ FS_LONG sfnt_UnfoldCurve(FS_STATE* state, fsg_SplineKey* key, FS_CURSOR* c,
     el->sp[cbase + i] = (FS_SHORT)(i == 0 ? base : el->ep[cbase + i - 1] + 1);
     el->ep[cbase + i] = (FS_SHORT)(base + end);
   }
-  FS_USHORT numberInstructions = cursor_u16(c);
-  cursor_skip(c, numberInstructions);  // the interpreter will run them
+  *insLength = cursor_u16(c);
+  *insPos = c->pos;
+  cursor_skip(c, *insLength);  // the glyph's program, run once scaled
 
   FS_BYTE* f = el->f + base;
   for (FS_LONG i = 0; i < n && !c->overrun;) {
@@ -321,6 +324,47 @@ FS_LONG read_comp_parms_ccc(CharData* cd, fsg_SplineKey* key,
   return 0;
 }
 
+FS_LONG run_glyph_program(FS_STATE* state, fsg_SplineKey* key,
+                          const FS_BYTE* pgm, FS_ULONG length, FS_BOOLEAN composite);
+
+// Hints the glyph loaded last: points [base, np) of the glyph element, its
+// contours from `cbase`, and the 8 phantom places behind. The interpreter
+// sees them as a glyph of its own, numbered from 0. Before the program the
+// left phantom place's x is rounded to the grid, and under a vanilla scale
+// the right one's too. A composite's program takes the joined points'
+// current places as its original outline, at a scale of 1. Returns 0 or
+// 416; the element is as before but for the moved points.
+FS_LONG do_hints(FS_STATE* state, fsg_SplineKey* key, FS_LONG base,
+                 FS_LONG cbase, const FS_BYTE* pgm, FS_ULONG length,
+                 FS_BOOLEAN composite) {
+  fnt_ElementType* el = fsg_glyph_element(key);
+  FS_LONG np = el->np - base, nc = el->nc - cbase;
+  F26DOT6* x = el->x + base;
+  memset(el->f + base, 0, (size_t)np + 8);
+  if (composite) {
+    for (FS_LONG i = 0; i < np + 8; i++) {
+      el->ox[base + i] = el->oox[base + i] = x[i];
+      el->oy[base + i] = el->ooy[base + i] = el->y[base + i];
+    }
+  }
+  x[np] = (x[np] + 32) & -64;
+  SENV* senv = key->sfnt->senv;
+  if (senv != nullptr && senv->vanilla) x[np + 1] = (x[np + 1] + 32) & -64;
+  state->any_hints |= 1;
+  if (length == 0) return 0;
+  fnt_ElementType saved = *el;
+  el->x += base, el->y += base, el->ox += base, el->oy += base;
+  el->oox += base, el->ooy += base, el->onCurve += base, el->f += base;
+  el->sp += cbase, el->ep += cbase;
+  el->np = (FS_SHORT)np;
+  el->nc = (FS_SHORT)nc;
+  for (FS_LONG c = 0; c < nc; c++) el->sp[c] -= (FS_SHORT)base, el->ep[c] -= (FS_SHORT)base;
+  FS_LONG err = run_glyph_program(state, key, pgm, length, composite);
+  for (FS_LONG c = 0; c < nc; c++) el->sp[c] += (FS_SHORT)base, el->ep[c] += (FS_SHORT)base;
+  *el = saved;
+  return err;
+}
+
 // Loads glyph `index` at the end of the glyph element: its points, then its
 // 8 phantom places (not counted in np). `level` is the nesting depth.
 FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
@@ -362,14 +406,25 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
 
   if (numberContours >= 0) {
     FS_LONG n = 0;
-    if (numberContours > 0)
-      err = sfnt_UnfoldCurve(state, key, &c, numberContours, el, &n);
+    FS_LONG cbase = el->nc;
+    FS_ULONG insPos = 0;
+    FS_USHORT insLength = 0;
+    if (numberContours > 0) {
+      err = sfnt_UnfoldCurve(state, key, &c, numberContours, el, &n, &insPos,
+                             &insLength);
+    } else {  // no contours, perhaps a program over the phantom places
+      insLength = cursor_u16(&c);
+      insPos = c.pos;
+      if (c.overrun || insLength > length - insPos) insLength = 0;
+    }
     if (err == 0) {
       set_phantoms(el, base + n, xMin, yMax, &m);
       scale_points(key, el, base, n + 8);
       el->np = (FS_SHORT)(base + n);
       key->num_points = (FS_USHORT)el->np;
       key->num_contours = (FS_USHORT)el->nc;
+      if (useHints)
+        err = do_hints(state, key, base, cbase, data + insPos, insLength, 0);
     }
     FSS_free(state, data);
     return err;
@@ -382,6 +437,8 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
   // Composite: its own phantom places first, kept aside while the
   // components fill the element.
   F26DOT6 phx[8], phy[8];
+  FS_LONG cbase = el->nc;
+  FS_USHORT lastFlags = 0;
   set_phantoms(el, base, xMin, yMax, &m);
   scale_points(key, el, base, 8);
   for (int i = 0; i < 8; i++) phx[i] = el->x[base + i], phy[i] = el->y[base + i];
@@ -395,6 +452,7 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
       err = read_comp_parms_ttf(data, length, &pos, key->maxp->numGlyphs, &comp);
     if (err) break;
     key->num_comps++;
+    lastFlags = comp.flags;
     if (level + 1 > FSG_MAX_COMPONENT_LEVEL) {
       err = ERR_BAD_GLYF_FORMAT;
       break;
@@ -416,6 +474,10 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
     if (comp.flags & ARGS_ARE_XY_VALUES) {
       dx = scale_value(&key->scaleX, comp.arg1);
       dy = scale_value(&key->scaleY, comp.arg2);
+      if (useHints && (comp.flags & ROUND_XY_TO_GRID)) {
+        dx = (dx + 32) & -64;
+        dy = (dy + 32) & -64;
+      }
     } else {
       // Anchor points: the component's point arg2 lands on the
       // composite's point arg1.
@@ -432,17 +494,30 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
       el->y[i] = el->oy[i] = el->y[i] + dy;
     }
   } while (comp.flags & MORE_COMPONENTS);
-  // WE_HAVE_INSTRUCTIONS: the composite's own program follows the last
-  // component; the interpreter runs it over the joined points.
-  FSS_free(state, data);
-  if (err) return fail(state, err);
+  if (err) {
+    FSS_free(state, data);
+    return fail(state, err);
+  }
   for (int i = 0; i < 8; i++) {
     el->x[el->np + i] = el->ox[el->np + i] = phx[i];
     el->y[el->np + i] = el->oy[el->np + i] = phy[i];
   }
   key->num_points = (FS_USHORT)el->np;
   key->num_contours = (FS_USHORT)el->nc;
-  return 0;
+  // WE_HAVE_INSTRUCTIONS: the composite's own program follows the last
+  // component, a 2-byte length and the bytes, and runs over the joined
+  // points.
+  if (useHints && (lastFlags & WE_HAVE_INSTRUCTIONS)) {
+    FS_CURSOR ic = cursor_at(data, length, pos);
+    FS_USHORT insLength = cursor_u16(&ic);
+    if (ic.overrun || (FS_ULONG)insLength > length - ic.pos) {
+      FSS_free(state, data);
+      return fail(state, ERR_BAD_GLYF_FORMAT);
+    }
+    err = do_hints(state, key, base, cbase, data + ic.pos, insLength, 1);
+  }
+  FSS_free(state, data);
+  return err;
 }
 
 }  // namespace
@@ -698,6 +773,8 @@ void set_up_global_gs(FS_STATE* state, fsg_SplineKey* key, TTF* ttf) {
   g->cvtStretchX = g->xStretch = key->cvtStretchX;
   g->cvtStretchY = g->yStretch = key->cvtStretchY;
   g->identityTransformation = key->identityTransformation;
+  g->stateflags = state->flags;
+  g->fontflags = key->sfnt->lfnt->fontflags;
   FS_FIXED(*m)[3] = key->currentTMatrix;
   g->non90DegreeTransformation =
       (FS_BYTE)(((m[0][1] != 0 || m[1][0] != 0) ? 1 : 0) |
@@ -743,6 +820,7 @@ FS_LONG fsg_RunFontProgram(FS_STATE* state, fsg_SplineKey* key) {
   if (g->funcDef) memset(g->funcDef, 0, (size_t)g->funcDefCount * sizeof(fnt_funcDef));
   if (g->instrDef) memset(g->instrDef, 0, (size_t)g->instrDefMax * sizeof(fnt_instrDef));
   g->instrDefCount = 0;
+  g->udFuncType = get_UD_functions();
   return run_program(state, key, ttf->fpgm, g->pgmLength[FONTPROGRAM],
                      FONTPROGRAM, 1, 0);
 }
@@ -791,13 +869,34 @@ FS_LONG fsg_RunPreProgram(FS_STATE* state, fsg_SplineKey* key) {
 }
 
 FS_LONG fsg_RunGlyphProgram(FS_STATE* state, fsg_SplineKey* key,
-                            const FS_BYTE* pgm, FS_ULONG length) {
+                            const FS_BYTE* pgm, FS_ULONG length,
+                            FS_BOOLEAN unitScale) {
   TTF* ttf = key_ttf(key);
   if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
   set_up_global_gs(state, key, ttf);
+  if (unitScale) {
+    const scale_rec one = {1, 1, FIXED_ONE, 0, 0};
+    key->globalGS.scaleX = key->globalGS.scaleY = one;
+  }
   key->globalGS.localParBlock = key->globalGS.defaultParBlock;
   return run_program(state, key, pgm, (FS_LONG)length, PREPROGRAM, 0, 1);
 }
+
+namespace {
+
+// A glyph's program over the glyph element as it stands (do_hints has
+// made it the glyph's own), from the default graphic state; a composite's
+// at a scale of 1. What it asks of the scan converter joins the glyph's
+// scan control word.
+FS_LONG run_glyph_program(FS_STATE* state, fsg_SplineKey* key,
+                          const FS_BYTE* pgm, FS_ULONG length,
+                          FS_BOOLEAN composite) {
+  FS_LONG err = fsg_RunGlyphProgram(state, key, pgm, length, composite);
+  update_scanControl(key, (FS_ULONG)key->globalGS.localParBlock.scanControl);
+  return err;
+}
+
+}  // namespace
 
 void fsg_reset_fit(FS_STATE* state, fsg_SplineKey* key) {
   state->error = SUCCESS;
@@ -822,10 +921,11 @@ FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints) {
     if (err) return err;
   }
   // Hints take part when the client allows them and the control-value
-  // program did not switch them off (INSTCTRL bit 0); glyph programs move
-  // no points yet, so the points stay as scaled.
+  // program did not switch them off (INSTCTRL bit 0).
   FS_BOOLEAN hints = useHints && !(state->flags & FLAGS_NO_HINTS) &&
                      !(key->globalGS.defaultParBlock.instructControl & 1);
+  memset(&key->globalGS.maz_data, 0, sizeof key->globalGS.maz_data);
+  if (hints) key->scanControl = (FS_ULONG)key->globalGS.defaultParBlock.scanControl;
   err = get_glyph_metrics(state, key, key->glyphIndex, &key->metrics);
   if (err) return err;
   err = get_comp(state, key, key->glyphIndex, 0, hints);

@@ -2,7 +2,8 @@
 // metrics through bounds-checked readers, adds the 8 phantom places, scales
 // to 26.6, joins composites, and leaves the result in the key's glyph
 // element for outline extraction. The font's programs run here through the
-// instruction interpreter; glyphs themselves still come out unhinted.
+// instruction interpreter: each simple glyph's after scaling, a composite's
+// over its joined points.
 // Called by the scaler and the glyph request pipeline.
 #ifndef ORVEX_INTERNAL_FS_GLUE_H
 #define ORVEX_INTERNAL_FS_GLUE_H
@@ -88,10 +89,13 @@ FS_LONG fsg_RunFontProgram(FS_STATE* state, fsg_SplineKey* key);
 FS_LONG fsg_RunPreProgram(FS_STATE* state, fsg_SplineKey* key);
 
 // Runs a glyph program of `length` bytes over the key's elements as they
-// stand, from the default graphic state. The caller makes sure the
-// workspace holds this key's control-value results. Returns 0 or 416.
+// stand, from the default graphic state; with `unitScale` the points' font
+// units are pixels (a composite's program over its joined points). The
+// caller makes sure the workspace holds this key's control-value results.
+// Returns 0 or 416.
 FS_LONG fsg_RunGlyphProgram(FS_STATE* state, fsg_SplineKey* key,
-                            const FS_BYTE* pgm, FS_ULONG length);
+                            const FS_BYTE* pgm, FS_ULONG length,
+                            FS_BOOLEAN unitScale = 0);
 
 // Clears what one glyph fit leaves on the state and the key (error, hint
 // reports, nesting level, counts, metrics choice), before a fit of either
@@ -101,9 +105,9 @@ void fsg_reset_fit(FS_STATE* state, fsg_SplineKey* key);
 // Fetches glyph key->glyphIndex into the glyph element (element 1): np
 // points, nc contours, the 8 phantom places at np..np+7, x/y after the
 // matrix. `useHints` asks for hints, which the client's FLAGS_NO_HINTS
-// refuses; glyphs are unhinted until glyph programs move points. Returns 0 or
-// 406, 407, 412, 418, 419, 1030 (a damaged compressed font) and the heap's
-// errors.
+// and the control-value program's INSTCTRL bit 0 refuse. Returns 0 or
+// 406, 407, 412, 416 (a glyph program panicked), 418, 419, 1030 (a damaged
+// compressed font) and the heap's errors.
 FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints);
 
 // Merges a scan control word that a glyph's program left into the key's

@@ -586,7 +586,8 @@ FS_GLYPH_POINTS* FSS_get_points(FS_STATE* state, FS_ULONG id) {
   LFNT* lfnt = state->cur_sfnt->lfnt;
   bool cff = lfnt && (lfnt->fnt_type == FNT_TYPE_CFF ||
                       (lfnt->fontflags & FONTFLAG_CFF));
-  if ((cff ? cff_GridFit(state, key, 0) : fsg_GridFit(state, key, 0)) != 0)
+  FS_BOOLEAN useHints = (state->flags & FLAGS_NO_HINTS) == 0;
+  if ((cff ? cff_GridFit(state, key, useHints) : fsg_GridFit(state, key, useHints)) != 0)
     return nullptr;
   const fnt_ElementType* el = fsg_glyph_element(key);
   FS_LONG np = el->np, nc = el->nc;
@@ -602,8 +603,10 @@ FS_GLYPH_POINTS* FSS_get_points(FS_STATE* state, FS_ULONG id) {
   p->sp = (FS_SHORT*)(p->y + np);
   p->ep = p->sp + nc;
   p->onCurve = (FS_BYTE*)(p->ep + nc);
-  // The left phantom point follows the glyph's own points.
+  // The left phantom point follows the glyph's own points; hinted under a
+  // vanilla scale it is on the grid, as outline extraction rounds it.
   F26DOT6 ox = el->x[np], oy = el->y[np];
+  if (useHints && senv->vanilla) ox = (ox + 32) & -64;
   for (FS_LONG i = 0; i < np; i++) {
     p->x[i] = el->x[i] - ox;
     p->y[i] = el->y[i] - oy;

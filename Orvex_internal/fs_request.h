@@ -115,8 +115,9 @@ FS_BITMAP* FSS_get_bitmap(FS_STATE* state, FS_ULONG id);
 FS_OUTLINE* FSS_get_outline(FS_STATE* state, FS_ULONG id);
 
 // The scaled points of `id` (a code through the character map, a glyph
-// index under FLAGS_CMAP_OFF) at the current size, unhinted, as the scaler
-// leaves them for the outline. Null with the error: the mapper's, 317 for a
+// index under FLAGS_CMAP_OFF) at the current size, hinted unless
+// FLAGS_NO_HINTS, as the scaler leaves them for the outline, measured from
+// the left phantom place (on the grid when hinted under a vanilla scale). Null with the error: the mapper's, 317 for a
 // scaled font without TrueType scaler environment, the scaler's.
 FS_GLYPH_POINTS* FSS_get_points(FS_STATE* state, FS_ULONG id);
 

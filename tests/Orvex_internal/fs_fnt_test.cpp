@@ -1,14 +1,18 @@
 // The interpreter's readings worked by hand, each a glyph program over a
 // built font with the case's programs, its answer in point 0's y by SCFS;
-// then the refusals of panicking and mutated programs.
+// glyph programs fetched and worked by hand the same way; then the
+// refusals of panicking and mutated programs.
 #include <gtest/gtest.h>
 #include <math.h>
 
 #include <chrono>
+#include <map>
 #include <random>
 
 #include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_glue.h"
 #include "Orvex_internal/fs_request.h"
+#include "Orvex_internal/fs_ttf.h"
 #include "support/glyf_font.h"
 #include "support/scaled_font.h"
 #include "support/test_support.h"
@@ -16,6 +20,13 @@
 namespace {
 
 using sfnt::Bytes;
+
+const char* const kPackaged[] = {
+    "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
+    "/usr/share/fonts/truetype/dejavu/DejaVuSans-Oblique.ttf",
+    "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf",
+    "/usr/share/fonts/truetype/liberation2/LiberationSans-Regular.ttf",
+    "/usr/share/fonts/truetype/liberation2/LiberationMono-Regular.ttf"};
 
 // What a case reads after its program.
 enum Read { Y0, CONTROL, DEFAULT_MIN_DISTANCE, CVT1 };
@@ -120,6 +131,82 @@ TEST(Interpreter, DecidedReadingsWorkedByHand) {
   }
 }
 
+// Glyph 0 (the triangle, advance 510: place 1 at 326.4 = 326 scaled) and
+// glyph 2 (no contours) run the case's program at 10 ppem, 64 units to
+// 100; glyph 1 has none. What the program leaves on the stack goes into
+// point 0's y by SCFS (on glyph 2 that is the left phantom place).
+struct GlyphCase {
+  const char* why;
+  Bytes program;
+  long want;
+  int glyph = 0, read = 0;  // read 1: MAZmethodVert; 2: 100 x nVcollapse + Vcollapse[0]
+  FS_LONG status = 0;
+};
+
+TEST(Interpreter, GlyphProgramsWorkedByHand) {
+  const GlyphCase cases[] = {
+      {"GC of place 1 current: rounded to the grid before the program", {0x01, 0xB0, 4, 0x46}, 320},
+      {"GC of place 1 original: as scaled", {0x01, 0xB0, 4, 0x47}, 326},
+      {"place 2 lies midway between places 0 and 1: 255 units", {0x01, 0xB0, 5, 0x46}, 163},
+      {"place 2's y is the advance height, 1000 units", {0x00, 0xB0, 5, 0x46}, 640},
+      // SHPIX point 0 one pixel right, SRP1 0, SHZ[1] of the glyph zone.
+      {"SHZ moves the glyph's points by rp1's move", {0x01, 0xB1, 0, 64, 0x38, 0xB0, 0, 0x11, 0xB0, 1, 0x37, 0xB0, 1, 0x46}, 128},
+      {"SHZ keeps the advance", {0x01, 0xB1, 0, 64, 0x38, 0xB0, 0, 0x11, 0xB0, 1, 0x37, 0xB0, 4, 0x46}, 320},
+      // SZP1 0, projection x, freedom y, MIRP point 1 by control value 0
+      // (640) from rp0 = glyph point 0 at the origin; GC of twilight 1.
+      {"a twilight point of MIRP is made along the projection", {0xB0, 0, 0x14, 0x03, 0x04, 0xB1, 1, 0, 0xE0, 0xB0, 0, 0x15, 0xB0, 1, 0x46}, 640},
+      {"a glyph without contours runs its program", {0xB0, 77}, 77, 2},
+      {"MIRP on a glyph without contours stops its program", {0xB1, 0, 0, 0xE0, 0xB0, 77}, 0, 2},
+      // Pairs (spec, point) deepest first; 0x1F is 10 ppem, +8 steps of 1/8.
+      {"DELTAP1 moves the point of this size's pair", {0x01, 0xB4, 0x0F, 1, 0x1F, 0, 2, 0x5D, 0xB0, 0, 0x46}, 64},
+      {"DELTAP1 loses a pair of a list not ascending", {0x01, 0xB4, 0x1F, 0, 0x0F, 1, 2, 0x5D, 0xB0, 0, 0x46}, 0},
+      // MAZMODE and MAZSTROKE pop the value, ppem low, ppem high.
+      {"MAZMODE in range sets the method of the freedom axis", {0xB2, 20, 5, 2, 0xA5}, 2, 0, 1},
+      {"MAZSTROKE in range appends the point", {0xB2, 20, 5, 7, 0xA6}, 107, 0, 2},
+      {"MAZSTROKE out of range appends nothing", {0xB2, 20, 11, 7, 0xA6}, 0, 0, 2},
+      {"ENDF executed fails that glyph's fetch", {0x2D}, 0, 0, 0, ERR_ILLEGAL_INSTRUCTION},
+  };
+  set_UD_functions(1);
+  for (const GlyphCase& c : cases) {
+    Bytes program = c.program, hmtx, maxp = sfnt::maxp10(3, 4, 4), cvt = {0x03, 0xE8};  // 1000
+    for (uint8_t b : {0xB0, 1, 0x16, 0x00, 0xB0, 0, 0x23, 0x48}) program.push_back(b);  // SZPS 1, SCFS
+    sfnt::Font f = glyffont::font({glyffont::triangle(program), glyffont::triangle(),
+                                   glyffont::simple({}, {}, program)});
+    sfnt::putU16(hmtx = *f.find("hmtx"), 0, 510);
+    f.set("hmtx", hmtx);
+    sfnt::putU16(maxp, 16, 4);  // maxTwilightPoints
+    glyffont::setPrograms(f, {}, {}, cvt, maxp, 10, (uint32_t)program.size());
+    testsupport::ScaledFont sf;
+    sf.setFont("", sfnt::build(f));
+    ASSERT_EQ(0, sf.setPpem(10)) << c.why;
+    fsg_SplineKey* key = sf.key();
+    key->glyphIndex = (FS_USHORT)c.glyph;
+    EXPECT_EQ(c.status, fsg_GridFit(&sf.st, key, 1)) << c.why;
+    fnt_MAZData& m = key->globalGS.maz_data;
+    long got = c.read == 1 ? m.MAZmethodVert : c.read == 2 ? 100 * m.nVcollapse + m.Vcollapse[0] : sf.element()->y[0];
+    if (c.status == 0) { EXPECT_EQ(c.want, got) << c.why; }
+    key->glyphIndex = 1;  // the next glyph draws
+    EXPECT_TRUE(fsg_GridFit(&sf.st, key, 1) == 0 && sf.element()->np == 3) << c.why;
+  }
+  set_UD_functions(0);
+  // Liberation Serif's control-value program switches hints off below 8
+  // ppem (INSTCTRL bit 0): every glyph at 7 ppem is its unhinted self.
+  testsupport::ScaledFont sf;
+  sf.setFont("/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf");
+  ASSERT_EQ(0, sf.setPpem(7));
+  int differ = 0;
+  for (unsigned g = 0; g < sf.key()->maxp->numGlyphs; g++) {
+    std::vector<F26DOT6> pts[2];
+    for (int hints = 0; hints < 2; hints++) {
+      sf.key()->glyphIndex = (FS_USHORT)g;
+      fnt_ElementType* el = fsg_GridFit(&sf.st, sf.key(), (FS_BOOLEAN)hints) == 0 ? sf.element() : nullptr;
+      if (el) pts[hints].assign(el->x, el->x + el->np + 2), pts[hints].insert(pts[hints].end(), el->y, el->y + el->np);
+    }
+    differ += pts[0] != pts[1] || pts[0].empty();
+  }
+  EXPECT_EQ(0, differ);
+}
+
 TEST(Interpreter, APanickingControlValueProgramFailsOnlyItsSize) {
   // MPPEM 12 EQ IF ENDF EIF: ENDF is executed at 12 ppem only.
   Case c = {"", {}, {0x4B, 0xB0, 12, 0x54, 0x58, 0x2D, 0x59}, {}, 12, 0, 0};
@@ -140,12 +227,6 @@ TEST(Interpreter, APanickingControlValueProgramFailsOnlyItsSize) {
 // to 0 or 416 within a second, and deleting the fonts gives back every byte
 // but the shared workspace's growth.
 TEST(Interpreter, MutatedProgramsScaleToZeroOr416AndFreeEverything) {
-  const char* const fonts[] = {
-      "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
-      "/usr/share/fonts/truetype/dejavu/DejaVuSans-Oblique.ttf",
-      "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf",
-      "/usr/share/fonts/truetype/liberation2/LiberationSans-Regular.ttf",
-      "/usr/share/fonts/truetype/liberation2/LiberationMono-Regular.ttf"};
   const size_t kCountFields[] = {16, 18, 20, 22, 24};  // twilight .. stack
   FS_STATE st;
   ASSERT_EQ(0, FSS_init(&st, 64u << 20));
@@ -165,7 +246,7 @@ TEST(Interpreter, MutatedProgramsScaleToZeroOr416AndFreeEverything) {
   FS_ULONG start = 0;
   std::mt19937 rng(26);
   int panics = 0;
-  for (const char* path : fonts) {
+  for (const char* path : kPackaged) {
     std::string file = testsupport::readBytes(path);
     ASSERT_FALSE(file.empty()) << "missing packaged font " << path;
     sfnt::Font real = sfnt::read(Bytes(file.begin(), file.end()));
@@ -197,6 +278,70 @@ TEST(Interpreter, MutatedProgramsScaleToZeroOr416AndFreeEverything) {
   }
   EXPECT_EQ(start, inUse());
   EXPECT_GT(panics, 50);  // the sweep reaches the panics
+  FSS_exit(&st);
+}
+
+// Each simple glyph with a program in a font file, and the offset of the
+// program's 2-byte length.
+std::vector<std::pair<FS_USHORT, size_t>> glyphPrograms(const Bytes& file) {
+  std::map<std::string, size_t> at;
+  for (uint32_t i = 0; i < sfnt::getU16(file, 4); i++)
+    at[std::string(file.begin() + 12 + 16 * i, file.begin() + 16 + 16 * i)] = sfnt::getU32(file, 20 + 16 * i);
+  bool longLoca = sfnt::getU16(file, at["head"] + 50) == 1;
+  std::vector<std::pair<FS_USHORT, size_t>> found;
+  for (uint32_t g = 0; g < sfnt::getU16(file, at["maxp"] + 4); g++) {
+    size_t o = at["glyf"] + (longLoca ? sfnt::getU32(file, at["loca"] + 4 * g)
+                                      : 2 * sfnt::getU16(file, at["loca"] + 2 * g));
+    size_t len = o + 10 + 2 * (size_t)(int16_t)sfnt::getU16(file, o);
+    if ((int16_t)sfnt::getU16(file, o) > 0 && sfnt::getU16(file, len) > 0) found.push_back({(FS_USHORT)g, len});
+  }
+  return found;
+}
+
+// 1000 mutated glyph programs of the five packaged fonts, bytes flipped or
+// lengths changed in place: each hinted fetch at 12 ppem ends in 0, 416 or
+// a bad glyph's own error within a second, and deleting each font gives
+// back every byte but the shared workspace's growth.
+TEST(Interpreter, MutatedGlyphProgramsFailOnlyTheirGlyph) {
+  FS_STATE st;
+  ASSERT_EQ(0, FSS_init(&st, 64u << 20));
+  auto inUse = [&st] { return st.server->allocated - (FS_ULONG)st.server->workspaceSize; };
+  FS_ULONG start = 0;
+  std::mt19937 rng(27);
+  std::map<FS_LONG, int> outcomes;  // error: fetches
+  for (const char* path : kPackaged) {
+    std::string text = testsupport::readBytes(path);
+    ASSERT_FALSE(text.empty()) << "missing packaged font " << path;
+    Bytes file(text.begin(), text.end());
+    auto programs = glyphPrograms(file);
+    for (int m = 0; m <= 200; m++) {
+      Bytes font = file;
+      auto [glyph, len] = programs[rng() % programs.size()];
+      if (m > 0 && rng() % 4 == 0) {
+        sfnt::putU16(font, len, (uint32_t)rng() % 0x10000 >> (rng() % 16));
+      } else if (m > 0) {
+        for (int flips = 1 + rng() % 6; flips > 0; flips--)
+          font[len + 2 + rng() % sfnt::getU16(font, len)] = (uint8_t)rng();
+      }
+      FILECHAR name[64];
+      ASSERT_EQ(0, FSS_load_font_with_offset(&st, nullptr, font.data(), 0, 0, (FS_ULONG)font.size(), sizeof name, name));
+      ASSERT_TRUE(FSS_set_font(&st, name) == 0 && FSS_set_scale(&st, 12 << 16, 0, 0, 12 << 16) == 0 && check_sfnt(&st) == 0);
+      fsg_SplineKey* key = (fsg_SplineKey*)st.cur_sfnt->senv->ttkey;
+      for (FS_USHORT g : {glyph, (FS_USHORT)(glyph + 1)}) {
+        key->glyphIndex = g;
+        auto t0 = std::chrono::steady_clock::now();
+        FS_LONG err = fsg_GridFit(&st, key, 1);
+        EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(), 1.0);
+        EXPECT_TRUE(err == 0 || err == ERR_ILLEGAL_INSTRUCTION || err == ERR_BAD_GLYF_FORMAT || err == ERR_TOO_MANY_POINTS)
+            << path << " mutation " << m << " glyph " << g << ": " << err;
+        outcomes[err]++;
+      }
+      EXPECT_EQ(0, FSS_delete_font(&st, name));
+      if (start == 0) start = inUse();
+    }
+  }
+  EXPECT_EQ(start, inUse());
+  EXPECT_TRUE(outcomes[ERR_ILLEGAL_INSTRUCTION] > 10 && outcomes[ERR_BAD_GLYF_FORMAT] > 10);  // reached
   FSS_exit(&st);
 }
 

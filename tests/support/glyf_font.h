@@ -117,9 +117,10 @@ inline void setPrograms(sfnt::Font& f, const Bytes& fpgm, const Bytes& prep,
     t.second->empty() ? (void)f.remove(t.first) : (void)f.set(t.first, *t.second);
 }
 
-// The triangle used throughout: (0,0) on, (100,0) on, (50,100) off.
-inline Bytes triangle() {
-  return simple({2}, {{0, 0, true}, {100, 0, true}, {50, 100, false}});
+// The triangle used throughout: (0,0) on, (100,0) on, (50,100) off, with
+// its instruction bytes.
+inline Bytes triangle(const Bytes& instructions = {}) {
+  return simple({2}, {{0, 0, true}, {100, 0, true}, {50, 100, false}}, instructions);
 }
 
 }  // namespace glyffont

@@ -148,7 +148,7 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph @/link.ltt --glyph 36 --ppem 12 --points", 0, "", "", {"\ncomponent: 0\n"}},
       {"glyph @/link.ltt --glyph 8855 --ppem 12 --points", 1},  // past the last range
       // glyph --points: 10 ppem at 1000 units is 0.64 26.6 units per font unit.
-      {"glyph @/t.ttf --glyph 1 --ppem 10 --points", 0,
+      {"glyph @/t.ttf --glyph 1 --ppem 10 --points --hints", 0,
        "0 0 on\n64 0 on\n32 64 off\nadvance: 320\n"},
       {"glyph @/t.ttf --glyph 2 --ppem 10 --points --no-hints", 0,
        "0 0 on\n64 0 on\n32 64 off\n\n128 0 on\n192 0 on\n160 64 off\n"
@@ -166,8 +166,8 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --char U+0020 --ppem 12 --png @/space.png", 0, "0 0 0 0\n"},
       {"glyph " SANS " --char U+0041 --ppem 12 --points --png @/a.png", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --png /no/such/dir/a.png", 1},
-      // --bitmap: 'l' at 16 ppem is x 97..189, y 0..778 in 26.6: centres x 2.5, y 0.5..11.5.
-      {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout", 0,
+      // --bitmap: 'l' at 16 ppem unhinted is x 97..189, y 0..778 in 26.6: centres x 2.5, y 0.5..11.5.
+      {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout --no-hints", 0,
        "2 11 1 12\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n"},
       {"glyph " SANS " --char U+0020 --ppem 12 --bitmap --png @/space1.png", 0, "0 0 0 0\n"},
       {"glyph " SANS " --char U+0041 --ppem 12 --bitmap", 2}, {"glyph " SANS " --char U+0041 --ppem 12 --text", 2},

@@ -1,6 +1,7 @@
-// fontvec glyph: one glyph's scaled points as the scaler leaves them, in
-// 26.6 units with the origin at the left phantom place, and the rounded
-// advance (a CFF glyph's contours in the engine's order: reversed, each
+// fontvec glyph: one glyph's scaled points as the scaler leaves them,
+// hinted by the font's programs unless --no-hints, in 26.6 units with the
+// origin at the left phantom place (rounded to the grid when hinted, as the
+// outline's extraction rounds it), and the rounded advance (a CFF glyph's contours in the engine's order: reversed, each
 // closed on a point of its own, a cubic's two controls `off`); or with --png
 // its 8-bit graymap as a grey PNG; or with --bitmap its trimmed 1-bit map,
 // as a 1-bit grey PNG or as text rows of '#' and '.'. Starts a private engine client, adds and
@@ -205,6 +206,7 @@ struct GlyphRequest {
   unsigned long glyph = 0, ppem = 0, index = 0, code = 0;
   bool haveGlyph = false, haveChar = false, points = false;
   bool bitmap = false, text = false, dropout = false, memory = false;
+  bool hints = true;
   const char* pngOut = NULL;
 };
 
@@ -239,7 +241,9 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
     } else if (strcmp(a, "--points") == 0) {
       r->points = true;
     } else if (strcmp(a, "--no-hints") == 0) {
-      // Unhinted is all the scaler gives until glyph programs move points.
+      r->hints = false;
+    } else if (strcmp(a, "--hints") == 0) {
+      r->hints = true;  // the default, as the renderer draws
     } else if ((a[0] == '-' && a[1] != '\0') || r->path != NULL) {
       return false;
     } else {
@@ -284,7 +288,7 @@ int fontvec_glyph(int argc, char** argv) {
     // A --glyph number is a glyph index: the map is bypassed for it. An
     // unmapped character gives the font's missing-glyph shape, index 0.
     if (r.haveGlyph) FS_set_flags(&st, FLAGS_CMAP_OFF);
-    FS_set_flags(&st, FLAGS_NO_HINTS);
+    FS_set_flags(&st, r.hints ? ~FLAGS_NO_HINTS : FLAGS_NO_HINTS);
     if (r.dropout) FS_set_flags(&st, FLAGS_RESERVED_BIT0);  // dropout control
     FS_ULONG id = r.haveChar ? (FS_ULONG)r.code : (FS_ULONG)r.glyph;
     status = r.bitmap ? writeBitmap(&st, r.path, id, r.pngOut)
