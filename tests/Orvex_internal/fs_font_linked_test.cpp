@@ -67,8 +67,7 @@ TEST(LinkedFont, EveryPlaceGivesTheSameGlyphs) {
       s.components[0].embedded = serif, s.components[1].embedded = sans;
     }
     UnhintedFont set;
-    if (*r.ltt) writeFileBytes(dir.file(r.ltt), s.build());
-    ASSERT_EQ(*r.ltt ? set.start(dir.file(r.ltt)) : set.start("", s.build()), 0);
+    ASSERT_EQ(*r.ltt ? set.start(s.write(dir.file(r.ltt))) : set.start("", s.build()), 0);
     for (FS_ULONG code : {0x41, 0x67, 0x416, 0x2200}) {  // two of each component
       int k = code >= 0x400;
       EXPECT_EQ(FSS_map_char(&set.st, code), FSS_map_char(&alone[k].st, code) + kLinkedStart[k]);
@@ -84,9 +83,8 @@ TEST(LinkedFont, MissingComponentsAndHooks) {
   LttSpec s = linkedSet({0, 1, 1});
   s.components[1].keys = {"targetdirectory=."};  // no DejaVuSans.ttf there
   s.components[1].numIcons = 4;                  // numbered after its glyphs
-  writeFileBytes(dir.file("gap.ltt"), s.build());
   UnhintedFont set, sans;
-  ASSERT_EQ(set.start(dir.file("gap.ltt")), 0);
+  ASSERT_EQ(set.start(s.write(dir.file("gap.ltt"))), 0);
   ASSERT_EQ(sans.start(linkedPath(1)), 0);
   // Codes of the missing component fall to the next one, numbered past it.
   const unsigned third = kLinkedGlyphs[0] + kLinkedGlyphs[1] + 4;
@@ -107,10 +105,9 @@ TEST(LinkedFont, MissingComponentsAndHooks) {
   // leaves nothing behind.
   s = linkedSet();
   s.components[1].keys.push_back("targetcallbackID=sans");
-  writeFileBytes(dir.file("hook.ltt"), s.build());
   TypesetFont client;
   FS_ULONG start = FS_get_heap_used(&client.st);
-  EXPECT_EQ(client.open(dir.file("hook.ltt")), ERR_BAD_ARGUMENT);
+  EXPECT_EQ(client.open(s.write(dir.file("hook.ltt"))), ERR_BAD_ARGUMENT);
   EXPECT_EQ(FS_get_heap_used(&client.st), start);
   EXPECT_EQ(client.st.server->font_sets, nullptr);
 }
@@ -121,8 +118,7 @@ std::string sansWith(const TempDir& dir, const char* name, const std::vector<std
   LttSpec s = linkedSet({1});
   s.components[0].keys.insert(s.components[0].keys.end(), keys.begin(), keys.end());
   s.components[0].adjustments = adjustments;
-  writeFileBytes(dir.file(name), s.build());
-  return dir.file(name);
+  return s.write(dir.file(name));
 }
 
 TEST(LinkedFont, SizeAdjustmentsAndSyntheticStyle) {
@@ -190,9 +186,8 @@ TEST(LinkedFont, TheSetLendsItsOwnTablesAndTheMetricFontsOthers) {
   s.version = 7;
   s.metric = 1;
   s.setTablesFrom = source;
-  writeFileBytes(dir.file("tables.ltt"), s.build());
   UnhintedFont set;
-  ASSERT_EQ(set.start(dir.file("tables.ltt")), 0);
+  ASSERT_EQ(set.start(s.write(dir.file("tables.ltt"))), 0);
   const struct { const char* tag; FS_ULONG fixed; const sfnt::Font& from; } rows[] = {
       {"head", 56, own}, {"maxp", 32, own}, {"hhea", 36, own}, {"OS/2", 100, own},
       {"post", 32, own}, {"name", 0, own}, {"cmap", 0, own}, {"kern", 0, own},
@@ -213,42 +208,33 @@ TEST(LinkedFont, TheSetLendsItsOwnTablesAndTheMetricFontsOthers) {
   }
 }
 
-// One mutation of a linked file's text and tables (its magic kept): bytes
-// changed, a cut, a run of digits replaced by another number, a newline
-// taken out or put in.
+// One mutation of a linked file (its magic kept): bytes changed, a cut, a run
+// of digits in the text replaced by another number, a newline taken out or
+// put in.
 Bytes mutate(Bytes b, std::mt19937& rng) {
   auto pick = [&](size_t lo, size_t hi) {
     return std::uniform_int_distribution<size_t>(lo, hi - 1)(rng);
   };
-  size_t text = std::min(b.size(), (size_t)(1024 + 3 * 512));
-  std::vector<size_t> runs, newlines;
-  for (size_t i = 5; i < text; i++) {
-    if (isdigit(b[i]) && !isdigit(b[i - 1])) runs.push_back(i);
-    if (b[i] == '\n') newlines.push_back(i);
-  }
+  size_t text = std::min(b.size(), (size_t)(1024 + 3 * 512)), kind = pick(0, 5);
+  std::vector<size_t> at;  // the text's digit runs, or its newlines
+  for (size_t i = 5; i < text; i++)
+    if (kind == 2 ? isdigit(b[i]) && !isdigit(b[i - 1]) : b[i] == '\n') at.push_back(i);
   static const char* const kNumbers[] = {"0", "1", "2", "9", "10", "255", "65535", "0xFFFFFFFF",
                                          "4294967295", "99999999999", "2147483647",
                                          "0x7FFFFFF0", "1536"};
-  switch (pick(0, 5)) {
-    case 0:
-      for (size_t n = pick(1, 5); n > 0; n--) b[pick(4, b.size())] = (uint8_t)pick(0, 256);
-      break;
-    case 1:
-      b.resize(pick(4, b.size()));
-      break;
-    case 2: {
-      size_t at = runs[pick(0, runs.size())], end = at;
-      while (end < b.size() && isalnum(b[end])) end++;
-      std::string v = pick(0, 2) ? kNumbers[pick(0, 13)] : std::to_string(pick(0, 5000));
-      b.erase(b.begin() + at, b.begin() + end);
-      b.insert(b.begin() + at, v.begin(), v.end());
-      break;
-    }
-    case 3:
-      b[newlines[pick(0, newlines.size())]] = (uint8_t)"x=\0 "[pick(0, 4)];
-      break;
-    default:
-      b[pick(4, text)] = '\n';
+  if (kind == 0) {
+    for (size_t n = pick(1, 5); n > 0; n--) b[pick(4, b.size())] = (uint8_t)pick(0, 256);
+  } else if (kind == 1) {
+    b.resize(pick(4, b.size()));
+  } else if (kind == 2) {
+    size_t from = at[pick(0, at.size())], end = from;
+    while (end < b.size() && isalnum(b[end])) end++;
+    std::string v = pick(0, 2) ? kNumbers[pick(0, 13)] : std::to_string(pick(0, 5000));
+    b.erase(b.begin() + from, b.begin() + end);
+    b.insert(b.begin() + from, v.begin(), v.end());
+  } else {
+    b[kind == 3 ? at[pick(0, at.size())] : pick(4, text)] =
+        kind == 3 ? (uint8_t)"x=\0 "[pick(0, 4)] : '\n';
   }
   return b;
 }
@@ -284,7 +270,7 @@ TEST(LinkedFont, MutatedLinkedFontsGiveASetOrTheirCode) {
   for (int i = 0; i < 1000; i++) {  // under a second, about 70% of them sets
     Bytes b = i == 0 ? base : mutate(base, rng);
     unlink(path.c_str());  // a new file: rewriting one in place waits on the disk
-    writeFileBytes(path, b);
+    writeBytes(path, sfnt::asString(b));
     FILECHAR name[256];
     // Every third from memory, its length known.
     FS_LONG err = i % 3 == 2 ? FSS_load_font_with_offset(st, nullptr, b.data(), 0, 0,
@@ -304,12 +290,10 @@ TEST(LinkedFont, MutatedLinkedFontsGiveASetOrTheirCode) {
       FS_set_flags(st, FLAGS_CMAP_OFF);
       for (FS_ULONG g : {1, 3, 2700}) glyphPoints(st, g);
       st->flags &= ~FLAGS_CMAP_OFF;
-      for (const char* tag : {"head", "cmap", "name", "OS/2", "kern"}) {
-        FS_ULONG len = 0;
-        FS_BYTE* p = FSS_get_table(st, FS_MAKE_TAG(tag[0], tag[1], tag[2], tag[3]),
-                                   TABLE_LEND, &len);
-        if (p != nullptr) FSS_free_table(st, p);
-      }
+      FS_ULONG len;
+      for (const char* t : {"head", "cmap", "name", "OS/2", "kern"})
+        if (FS_BYTE* p = FSS_get_table(st, FS_MAKE_TAG(t[0], t[1], t[2], t[3]), TABLE_LEND, &len))
+          FSS_free_table(st, p);
     }
     if (err == 0) {
       ASSERT_EQ(FSS_delete_font(st, name), 0) << "mutation " << i;

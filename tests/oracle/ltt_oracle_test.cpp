@@ -20,9 +20,8 @@ namespace {
 
 TEST(LinkedSet, CodesPointsAndIndicesAreTheComponentFilesOwn) {
   TempDir dir;
-  writeFileBytes(dir.file("three.ltt"), linkedSet().build());
   UnhintedFont set, alone[3];
-  ASSERT_EQ(set.start(dir.file("three.ltt")), 0);
+  ASSERT_EQ(set.start(linkedSet().write(dir.file("three.ltt"))), 0);
   FNTSET* fs = set.st.cur_typeset.fntset;
   ASSERT_EQ(fs->num_fonts, 3);
   // Each code some file maps, with the component that should render it:

@@ -23,9 +23,6 @@ namespace testsupport {
 using sfnt::Bytes;
 
 inline Bytes fileBytes(const std::string& path) { return sfnt::asBytes(readBytes(path)); }
-inline void writeFileBytes(const std::string& path, const Bytes& b) {
-  writeBytes(path, sfnt::asString(b));
-}
 
 struct LttComponentSpec {
   std::string fontName = "Alpha", fileName = "a.ttf";
@@ -42,7 +39,6 @@ struct LttSpec {
   int legalCount = -1;  // the count line; -1: the number of legal lines
   std::vector<std::string> legal = {"Test linked font"};
   std::string name = "Linked";
-  std::string numComponents;  // the count line; empty: the real count
   unsigned metric = 0;
   std::vector<std::string> headKeys;
   std::vector<LttComponentSpec> components;
@@ -55,14 +51,16 @@ struct LttSpec {
   size_t headSize() const { return version >= 7 ? 1024 : 512; }
 
   Bytes build() const {
-    size_t tailStart = headSize() + 512 * components.size();
     Bytes tail;
-    // Puts `b` 4-aligned in the tail; the key lines of its offset and size.
-    auto place = [&](const Bytes& b, const std::string& offKey, const char* sizeKey,
-                     size_t count, std::vector<std::string>& keys) {
+    std::vector<std::string> hkeys;
+    std::vector<std::vector<std::string>> ckeys(components.size());
+    // Puts `b` 4-aligned in the tail, with the key lines of its offset and count.
+    auto place = [&](std::vector<std::string>& keys, const Bytes& b, const std::string& off,
+                     const char* count, size_t n) {
       while (tail.size() % 4) tail.push_back(0);
-      keys.push_back(offKey + "=" + std::to_string(tailStart + tail.size()));
-      if (sizeKey) keys.push_back(sizeKey + ("=" + std::to_string(count)));
+      size_t at = headSize() + 512 * components.size() + tail.size();
+      keys.push_back(off + "=" + std::to_string(at));
+      if (count) keys.push_back(count + ("=" + std::to_string(n)));
       tail.insert(tail.end(), b.begin(), b.end());
     };
     auto words = [](const std::vector<int>& v) {
@@ -70,33 +68,30 @@ struct LttSpec {
       for (int x : v) sfnt::u16(b, (uint32_t)x);
       return b;
     };
-    std::vector<std::string> hkeys;
     // maxp first: below version 6 the reader takes it right behind the last
     // block whatever the head says.
-    static const char* const kTags[][3] = {
-        {"maxp", "maxp_offset", nullptr}, {"head", "head_offset", nullptr},
-        {"hhea", "hhea_offset", nullptr}, {"OS/2", "os/2_offset", nullptr},
-        {"post", "post_offset", nullptr}, {"name", "name_offset", "name_size"},
-        {"cmap", "cmap_offset", "cmap_size"}, {"kern", "kern_offset", "kern_size"},
-        {"GSUB", "ot_gsub_offset", "ot_gsub_size"}};
     sfnt::Font source = setTablesFrom.empty() ? sfnt::Font() : sfnt::read(setTablesFrom);
-    for (const auto& t : kTags)
-      if (const Bytes* table = source.find(t[0]))
-        place(*table, t[1], t[2], table->size(), hkeys);
+    const char* const kTags[] = {"maxp", "head", "hhea", "OS/2", "post",
+                                 "name", "cmap", "kern", "GSUB"};  // the last four sized
+    for (int k = 0; k < 9; k++)
+      if (const Bytes* t = source.find(kTags[k])) {
+        std::string key = k == 8 ? "ot_gsub" : k == 3 ? "os/2" : kTags[k];
+        place(hkeys, *t, key + "_offset", k >= 5 ? (key + "_size").c_str() : nullptr, t->size());
+      }
     if (!groups.empty())
-      place(words(groups), "grouptypesoffset", "grouptypescount", groups.size() / 2, hkeys);
-    std::vector<std::vector<std::string>> ckeys(components.size());
+      place(hkeys, words(groups), "grouptypesoffset", "grouptypescount", groups.size() / 2);
     for (size_t i = 0; i < components.size(); i++) {
       const LttComponentSpec& c = components[i];
       std::vector<int> records;
       for (const auto& r : c.adjustments) records.insert(records.end(), r.begin(), r.end());
       if (!records.empty())
-        place(words(records), "adjustmentsoffset", "adjustmentscount", c.adjustments.size(),
-              ckeys[i]);
+        place(ckeys[i], words(records), "adjustmentsoffset", "adjustmentscount",
+              c.adjustments.size());
       if (!c.embedded.empty())
-        place(c.embedded, "embeddedoffset", "embeddedsize", c.embedded.size(), ckeys[i]);
+        place(ckeys[i], c.embedded, "embeddedoffset", "embeddedsize", c.embedded.size());
     }
-    auto lines = [](std::string s, const std::vector<std::string>& a,
+    // A block: its fixed lines, the key lines, zeros to `size`.
+    auto block = [](std::string s, const std::vector<std::string>& a,
                     const std::vector<std::string>& b, bool terminate, size_t size) {
       for (const auto* v : {&a, &b})
         for (const std::string& k : *v) s += k + "\n";
@@ -109,20 +104,22 @@ struct LttSpec {
     if (version > 1)
       head += std::to_string(legalCount >= 0 ? (size_t)legalCount : legal.size()) + "\n";
     for (const std::string& l : legal) head += l + "\n";
-    head += name + "\n" +
-            (numComponents.empty() ? std::to_string(components.size()) : numComponents) +
-            "\n" + std::to_string(metric) + "\n";
-    std::string out = lines(head, headKeys, hkeys, terminateHead, headSize());
+    head += name + "\n" + std::to_string(components.size()) + "\n" + std::to_string(metric) + "\n";
+    std::string out = block(head, headKeys, hkeys, terminateHead, headSize());
     for (size_t i = 0; i < components.size(); i++) {
       const LttComponentSpec& c = components[i];
       std::string b = c.fontName + "\n" + c.fileName + "\n" + c.bmp1 + "\n" + c.bmp2 + "\n" +
                       std::to_string(c.numGlyphs) + "\n";
       if (version > 3) b += std::to_string(c.numIcons) + "\n";
-      out += lines(b, c.keys, ckeys[i], c.terminate, 512);
+      out += block(b, c.keys, ckeys[i], c.terminate, 512);
     }
-    Bytes bytes = sfnt::asBytes(out);
-    bytes.insert(bytes.end(), tail.begin(), tail.end());
-    return bytes;
+    out.append(tail.begin(), tail.end());
+    return sfnt::asBytes(out);
+  }
+  // Writes the file at `path`; returns the path.
+  std::string write(const std::string& path) const {
+    writeBytes(path, sfnt::asString(build()));
+    return path;
   }
 };
 
@@ -135,30 +132,24 @@ const char* const kLinkedDir[3] = {"/usr/share/fonts/truetype/liberation2",
                                    "/usr/share/fonts/truetype/noto"};
 const char* const kLinkedFile[3] = {"LiberationSerif-Regular.ttf", "DejaVuSans.ttf",
                                     "NotoSansArmenian-Regular.ttf"};
-const unsigned kLinkedGlyphs[3] = {2602, 6253, 107};
-const unsigned kLinkedStart[3] = {0, 2602, 8855};
+const unsigned kLinkedGlyphs[3] = {2602, 6253, 107}, kLinkedStart[3] = {0, 2602, 8855};
 
 inline std::string linkedPath(int i) { return std::string(kLinkedDir[i]) + "/" + kLinkedFile[i]; }
-
-inline LttComponentSpec linkedComponent(int i) {
-  LttComponentSpec c;
-  c.fontName = i == 0 ? "Liberation Serif" : i == 1 ? "DejaVu Sans" : "Noto Sans Armenian";
-  c.fileName = kLinkedFile[i];
-  c.numGlyphs = kLinkedGlyphs[i];
-  c.keys = {std::string("targetdirectory=") + kLinkedDir[i]};
-  if (i == 0) c.bmp1 = "1", c.bmp2 = "0";
-  for (int plane : {1, 2, 14})
-    for (int half : {1, 2})
-      if (i != 0)
-        c.keys.push_back("plane" + std::to_string(plane) + "range" + std::to_string(half) +
-                         "=0xFFFFFFFF");
-  return c;
-}
 
 inline LttSpec linkedSet(std::vector<int> which = {0, 1, 2}) {
   LttSpec s;
   s.name = "Linked Three";
-  for (int i : which) s.components.push_back(linkedComponent(i));
+  for (int i : which) {
+    LttComponentSpec c;
+    c.fontName = i == 0 ? "Liberation Serif" : i == 1 ? "DejaVu Sans" : "Noto Sans Armenian";
+    c.fileName = kLinkedFile[i];
+    c.numGlyphs = kLinkedGlyphs[i];
+    c.keys = {std::string("targetdirectory=") + kLinkedDir[i]};
+    if (i == 0) c.bmp1 = "1", c.bmp2 = "0";
+    for (const char* k : {"1range1", "1range2", "2range1", "2range2", "14range1", "14range2"})
+      if (i != 0) c.keys.push_back(std::string("plane") + k + "=0xFFFFFFFF");
+    s.components.push_back(c);
+  }
   return s;
 }
 

@@ -206,9 +206,8 @@ TEST(Fontvec, ALinkedFontGivesTheVectorOfTheComponentThatDrawsIt) {
   testsupport::LttSpec link = testsupport::linkedSet({1, 0});
   std::swap(link.components[0].bmp1, link.components[1].bmp1);
   std::swap(link.components[0].bmp2, link.components[1].bmp2);
-  testsupport::writeFileBytes(dir.file("sans.ltt"), link.build());
   std::string err = dir.file("err.txt");
-  ToolRun linked = runFontvec(dir.file("sans.ltt"), err);
+  ToolRun linked = runFontvec(link.write(dir.file("sans.ltt")), err);
   EXPECT_EQ(linked.status, 0) << testsupport::readBytes(err);
   ToolRun own = runFontvec(SANS, err);
   EXPECT_EQ(count(linked.out, ','), 57);
