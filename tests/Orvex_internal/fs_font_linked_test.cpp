@@ -2,7 +2,6 @@
 // font may lie, a component that can't be found, size adjustments, synthetic
 // bold and italic, the tables the set lends of its own, and mutated files.
 #include <gtest/gtest.h>
-#include <stdio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -42,11 +41,7 @@ TEST(LinkedFont, EveryPlaceGivesTheSameGlyphs) {
   dir.mkdir("deep");
   UnhintedFont alone[2];
   for (int i : {0, 1}) ASSERT_EQ(alone[i].start(linkedPath(i)), 0);
-  auto at = [](const Bytes& b) {
-    char key[40];
-    snprintf(key, sizeof key, "targetmemptr=%p", (void*)b.data());
-    return std::string(key);
-  };
+  auto at = [](const Bytes& b) { return "targetmemptr=" + std::to_string((uintptr_t)b.data()); };
   const std::string dirKey = "targetdirectory=";
   const struct { const char* ltt; std::string serif, sans; } rows[] = {
       {"dot.ltt", dirKey + ".", dirKey + "."},
