@@ -16,6 +16,7 @@
 #include "Orvex_internal/fs_tableptr.h"
 #include "support/glyf_font.h"
 #include "support/ltt_builder.h"
+#include "support/test_support.h"
 
 using namespace testsupport;
 

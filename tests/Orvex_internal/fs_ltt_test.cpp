@@ -10,6 +10,7 @@
 #include "Orvex_internal/fs_ltt.h"
 #include "engine_fixture.h"
 #include "support/ltt_builder.h"
+#include "support/test_support.h"
 
 using namespace testsupport;
 

@@ -13,6 +13,7 @@
 
 #include "Orvex_internal/fs_err.h"
 #include "support/ltt_builder.h"
+#include "support/test_support.h"
 
 using namespace testsupport;
 

@@ -7,22 +7,25 @@
 #ifndef TESTS_SUPPORT_LTT_BUILDER_H
 #define TESTS_SUPPORT_LTT_BUILDER_H
 
-#include <gtest/gtest.h>
-
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "support/sfnt_builder.h"
-#include "support/test_support.h"
 #include "support/typeset_font.h"
 
 namespace testsupport {
 
 using sfnt::Bytes;
 
-inline Bytes fileBytes(const std::string& path) { return sfnt::asBytes(readBytes(path)); }
+inline Bytes fileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
 
 struct LttComponentSpec {
   std::string fontName = "Alpha", fileName = "a.ttf";
@@ -96,7 +99,7 @@ struct LttSpec {
       for (const auto* v : {&a, &b})
         for (const std::string& k : *v) s += k + "\n";
       if (!terminate) s.pop_back();
-      if (s.size() > size) ADD_FAILURE() << "a linked font block overflows";
+      if (s.size() > size) throw std::length_error("a linked font block overflows");
       s.resize(size, '\0');
       return s;
     };
@@ -118,7 +121,8 @@ struct LttSpec {
   }
   // Writes the file at `path`; returns the path.
   std::string write(const std::string& path) const {
-    writeBytes(path, sfnt::asString(build()));
+    std::string bytes = sfnt::asString(build());
+    std::ofstream(path, std::ios::binary) << bytes;
     return path;
   }
 };
