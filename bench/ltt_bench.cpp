@@ -17,7 +17,7 @@
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_font.h"
-#include "support/linked_font.h"
+#include "support/ltt_builder.h"
 
 namespace {
 
@@ -54,7 +54,7 @@ static void BM_LinkedMapChar(benchmark::State& state) {
     return;
   }
   std::string link = std::string(folder) + "/three.ltt";
-  testsupport::writeFileBytes(link, testsupport::linkedSet().build());
+  testsupport::linkedSet().write(link);
   FT_Library lib;
   FT_Init_FreeType(&lib);
   std::vector<FS_ULONG> codes[3];

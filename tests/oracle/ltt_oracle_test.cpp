@@ -9,123 +9,68 @@
 #include FT_FREETYPE_H
 #include <gtest/gtest.h>
 
-#include <set>
-#include <string>
-#include <vector>
+#include <map>
 
-#include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
-#include "support/linked_font.h"
+#include "support/ltt_builder.h"
 #include "support/test_support.h"
-#include "support/typeset_font.h"
 
 using namespace testsupport;
 
 namespace {
 
-class LinkedSet : public ::testing::Test {
- protected:
-  void SetUp() override {
-    ASSERT_EQ(FT_Init_FreeType(&ft), 0);
-    for (int i = 0; i < 3; i++)
-      ASSERT_EQ(FT_New_Face(ft, linkedPath(i).c_str(), 0, &faces[i]), 0) << linkedPath(i);
-    writeFileBytes(dir.file("three.ltt"), linkedSet().build());
-    ASSERT_EQ(set.open(dir.file("three.ltt")), 0);
-    ASSERT_EQ(FSS_set_cmap(&set.st, 3, 10), 0);
-    FS_set_flags(&set.st, FLAGS_NO_HINTS);
-  }
-  void TearDown() override {
-    for (FT_Face f : faces)
-      if (f) FT_Done_Face(f);
-    FT_Done_FreeType(ft);
-  }
-  // Every code some component's file maps, ascending.
-  std::set<FT_ULong> allCodes() {
-    std::set<FT_ULong> codes;
-    for (FT_Face f : faces) {
-      FT_UInt g;
-      for (FT_ULong c = FT_Get_First_Char(f, &g); g != 0; c = FT_Get_Next_Char(f, c, &g))
-        codes.insert(c);
-    }
-    return codes;
-  }
-  // The component that should render `code`: the first whose coverage
-  // holds it (Liberation Serif only U+0000 to U+03FF) and whose file maps
-  // it; -1 for none.
-  int owner(FT_ULong code, FT_UInt* glyph) {
-    for (int i = 0; i < 3; i++) {
-      if (i == 0 && code >= 0x400) continue;
-      *glyph = FT_Get_Char_Index(faces[i], code);
-      if (*glyph != 0) return i;
-    }
-    *glyph = 0;
-    return -1;
-  }
-
-  FT_Library ft = nullptr;
-  FT_Face faces[3] = {nullptr, nullptr, nullptr};
+TEST(LinkedSet, CodesPointsAndIndicesAreTheComponentFilesOwn) {
   TempDir dir;
-  TypesetFont set;
-};
-
-TEST_F(LinkedSet, EachCodeGoesToTheFirstComponentThatCoversAndMapsIt) {
+  UnhintedFont set, alone[3];
+  ASSERT_EQ(set.start(linkedSet().write(dir.file("three.ltt"))), 0);
   FNTSET* fs = set.st.cur_typeset.fntset;
   ASSERT_EQ(fs->num_fonts, 3);
-  for (int i = 0; i < 3; i++) EXPECT_EQ(fs->cfnt[i].start_index, kLinkedStart[i]);
-  unsigned counts[3] = {0, 0, 0};
-  for (FT_ULong code : allCodes()) {
-    FT_UInt glyph;
-    int k = owner(code, &glyph);
-    FS_USHORT got = FSS_map_char(&set.st, code);
-    ASSERT_EQ(set.st.error, 0u) << std::hex << code;
-    ASSERT_EQ(got, k < 0 ? 0 : glyph + kLinkedStart[k]) << "U+" << std::hex << code;
-    if (k >= 0) counts[k]++;
-  }
-  // Each component serves some codes: Liberation Serif below U+0400, DejaVu
-  // Sans the rest of its map, Noto Sans Armenian what DejaVu Sans lacks.
-  for (unsigned n : counts) EXPECT_GT(n, 0u);
-}
-
-TEST_F(LinkedSet, PointsThroughTheSetAreTheFilesOwn) {
-  TypesetFont alone[3];
+  // Each code some file maps, with the component that should render it:
+  // the first whose coverage holds it (Liberation Serif only below U+0400)
+  // and whose file maps it, and its glyph there; -1 for none.
+  std::map<FT_ULong, std::pair<int, FT_UInt>> owner;
+  FT_Library ft;
+  ASSERT_EQ(FT_Init_FreeType(&ft), 0);
   for (int i = 0; i < 3; i++) {
-    ASSERT_EQ(alone[i].open(linkedPath(i)), 0);
-    ASSERT_EQ(FSS_set_cmap(&alone[i].st, 3, 10), 0);
-    FS_set_flags(&alone[i].st, FLAGS_NO_HINTS);
+    EXPECT_EQ(fs->cfnt[i].start_index, kLinkedStart[i]);
+    ASSERT_EQ(alone[i].start(linkedPath(i)), 0);
+    FT_Face f;
+    ASSERT_EQ(FT_New_Face(ft, linkedPath(i).c_str(), 0, &f), 0) << linkedPath(i);
+    FT_UInt g;
+    for (FT_ULong c = FT_Get_First_Char(f, &g); g != 0; c = FT_Get_Next_Char(f, c, &g))
+      if (!owner.count(c) || owner[c].first < 0)
+        owner[c] = {i > 0 || c < 0x400 ? i : -1, g};
+    FT_Done_Face(f);
   }
-  std::set<FT_ULong> codes = allCodes();
+  FT_Done_FreeType(ft);
+  unsigned served[3] = {0, 0, 0};
+  for (const auto& o : owner) {
+    int k = o.second.first;
+    ASSERT_EQ(FSS_map_char(&set.st, o.first), k < 0 ? 0 : o.second.second + kLinkedStart[k])
+        << "U+" << std::hex << o.first;
+    ASSERT_EQ(set.st.error, 0u);
+    if (k >= 0) served[k]++;
+  }
+  for (unsigned n : served) EXPECT_GT(n, 0u);
   for (int ppem : {12, 24}) {
     ASSERT_EQ(set.setPpem(ppem), 0);
-    for (TypesetFont& a : alone) ASSERT_EQ(a.setPpem(ppem), 0);
-    unsigned compared = 0;
-    for (FT_ULong code : codes) {
-      FT_UInt glyph;
-      int k = owner(code, &glyph);
-      if (k < 0) continue;
-      std::vector<long> want = glyphPoints(&alone[k].st, code);
-      ASSERT_EQ(alone[k].st.error, 0u);
-      ASSERT_EQ(glyphPoints(&set.st, code), want) << "U+" << std::hex << code << " at " << ppem;
-      compared++;
+    for (UnhintedFont& a : alone) ASSERT_EQ(a.setPpem(ppem), 0);
+    for (const auto& o : owner) {
+      if (o.second.first < 0) continue;
+      std::vector<long> want = glyphPoints(&alone[o.second.first].st, o.first);
+      ASSERT_EQ(alone[o.second.first].st.error, 0u);
+      ASSERT_EQ(glyphPoints(&set.st, o.first), want) << "U+" << std::hex << o.first << " " << ppem;
     }
-    EXPECT_GT(compared, codes.size() / 2);
   }
-}
-
-TEST_F(LinkedSet, GlyphIndicesReachEachComponentThroughItsRange) {
+  // Glyph indices, at 24 ppem.
   FS_set_flags(&set.st, FLAGS_CMAP_OFF);
-  ASSERT_EQ(set.setPpem(24), 0);
   for (int i = 0; i < 3; i++) {
-    TypesetFont alone;
-    ASSERT_EQ(alone.open(linkedPath(i)), 0);
-    FS_set_flags(&alone.st, FLAGS_CMAP_OFF);
-    FS_set_flags(&alone.st, FLAGS_NO_HINTS);
-    ASSERT_EQ(alone.setPpem(24), 0);
+    FS_set_flags(&alone[i].st, FLAGS_CMAP_OFF);
     unsigned drawn = 0;
     for (unsigned g : {1u, 3u, kLinkedGlyphs[i] / 2, kLinkedGlyphs[i] - 1}) {
-      std::vector<long> want = glyphPoints(&alone.st, g);
-      ASSERT_EQ(alone.st.error, 0u) << i << " " << g;
+      std::vector<long> want = glyphPoints(&alone[i].st, g);
+      ASSERT_EQ(alone[i].st.error, 0u) << i << " " << g;
       EXPECT_EQ(glyphPoints(&set.st, kLinkedStart[i] + g), want) << i << " " << g;
-      EXPECT_EQ(set.st.error, 0u);
       EXPECT_EQ(set.st.cur_font, i);
       drawn += !want.empty();
     }

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "support/glyf_font.h"
-#include "support/linked_font.h"
+#include "support/ltt_builder.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
 #include "support/zrp3_encoder.h"
@@ -59,10 +59,8 @@ struct Built {
     put("panic.ttf", sfnt::build(programs));
     // link.ltt: Liberation Serif for U+0000 to U+03FF, then DejaVu Sans,
     // drawn 2.5% bold and one pixel larger from 10 ppem.
-    testsupport::LttSpec link = testsupport::linkedSet();
-    link.components.pop_back();
-    link.components[1].keys.push_back("bold=1");
-    link.components[1].keys.push_back("boldpercent=2.5");
+    testsupport::LttSpec link = testsupport::linkedSet({0, 1});
+    link.components[1].keys.insert(link.components[1].keys.end(), {"bold=1", "boldpercent=2.5"});
     link.components[1].adjustments = {{10, 256, 0}};
     put("link.ltt", link.build());
   }
@@ -204,14 +202,11 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
 // vector is DejaVu Sans's own.
 TEST(Fontvec, ALinkedFontGivesTheVectorOfTheComponentThatDrawsIt) {
   testsupport::TempDir dir;
-  testsupport::LttSpec link;
-  link.components = {testsupport::linkedComponent(1), testsupport::linkedComponent(0)};
-  link.components[0].bmp1 = "1";
-  link.components[0].bmp2 = "0";
-  link.components[1].bmp1 = link.components[1].bmp2 = "0xFFFFFFFF";
-  testsupport::writeFileBytes(dir.file("sans.ltt"), link.build());
+  testsupport::LttSpec link = testsupport::linkedSet({1, 0});
+  std::swap(link.components[0].bmp1, link.components[1].bmp1);
+  std::swap(link.components[0].bmp2, link.components[1].bmp2);
   std::string err = dir.file("err.txt");
-  ToolRun linked = runFontvec(dir.file("sans.ltt"), err);
+  ToolRun linked = runFontvec(link.write(dir.file("sans.ltt")), err);
   EXPECT_EQ(linked.status, 0) << testsupport::readBytes(err);
   ToolRun own = runFontvec(SANS, err);
   EXPECT_EQ(count(linked.out, ','), 57);
