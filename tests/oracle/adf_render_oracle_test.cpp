@@ -18,6 +18,7 @@
 #include <algorithm>
 #include <cmath>
 #include <string>
+#include <tuple>
 
 #include "Orvex_internal/adfimplicitfixed.h"
 #include "Orvex_internal/engine_fixture.h"
@@ -97,30 +98,25 @@ TEST(AdfRenderOracle, DistanceAndAdfModesAgainstGrayAndSdf) {
           g = gray.at(adf.col(s), adf.y(s)), v = adf.px[s], maskAdf += (g <= 0 && v >= 148) || (g == 255 && v < 148);
         glyphs += !ch;
         if (!ch) continue;
-        const FT_Outline& outline = o.face->glyph->outline;
-        const std::vector<FT_Vector> points(outline.points, outline.points + outline.n_points);
+        const FT_Outline& outline = o.face->glyph->outline;  // its points only where none is off the curve
         const bool curved = std::any_of(outline.tags, outline.tags + outline.n_points, [](char t) { return !(t & 1); });
+        const std::vector<FT_Vector> points(outline.points, outline.points + (curved ? 0 : outline.n_points));
         const Map sdf = o.ft(gid, FT_RENDER_MODE_SDF), dist = o.ours(gid, ppem, c, -c), half = o.ours(gid, ppem, 0.5, -0.5);
         for (uint8_t g : gray.px) inkFt += g;
         for (uint8_t v : half.px) ink += v;
         for (int s = 0; s < dist.w * dist.h; s++) {
-          const int v = dist.px[s], b = sdf.at(dist.col(s), dist.y(s)), g = gray.at(dist.col(s), dist.y(s));
+          const int col = dist.col(s), y = dist.y(s), v = dist.px[s], b = sdf.at(col, y), g = gray.at(col, y);
           const double d = -c + (v + 0.5) * 2 * c / 255, e = (b - 128) / 64.0;
           maskDist += (g <= 0 && v >= 127) || (g == 255 && v < 127);
           sign += b >= 0 && std::fabs(e) >= 0.25 && (e > 0) != (v >= 127);
-          if (b <= 0 || b == 255 || v == 0 || v == 255) continue;
-          if (e > 0 && d > 0) inMax = std::max(inMax, std::fabs(d - e));
-          if (e < 0 && d < 0) outside += -d < 0.7 * -e - 0.1 || -d > -e + 0.2;
-        }
-        for (const Map* m : {&adf, &half}) {
-          const double in = m == &adf ? 0.4 : 0.5, out = m == &adf ? -0.56 : -0.5;
-          for (int s = 0; !curved && s < m->w * m->h; s++) {
-            const int b = sdf.at(m->col(s), m->y(s));
-            double far = 1e9;
-            for (const FT_Vector& p : points) far = std::min(far, std::hypot(p.x / 64.0 - m->col(s) - 0.5, p.y / 64.0 - m->y(s) - 0.5));
-            if (far <= 2 || b <= 0 || b == 255) continue;
-            const int ramp = (int)std::max(0.0, std::min(255.0, std::floor(255 * ((b - 128) / 64.0 - out) / (in - out))));
-            rampMax = std::max(rampMax, std::abs(m->px[s] - ramp)), rampN++;
+          if (b <= 0 || b == 255) continue;
+          if (e > 0 && d > 0 && v < 255) inMax = std::max(inMax, std::fabs(d - e));
+          if (e < 0 && d < 0 && v > 0) outside += -d < 0.7 * -e - 0.1 || -d > -e + 0.2;
+          double far = curved ? 0 : 1e9;
+          for (const FT_Vector& p : points) far = std::min(far, std::hypot(p.x / 64.0 - col - 0.5, p.y / 64.0 - y - 0.5));
+          for (const auto& [m, in, out] : {std::make_tuple(&adf, 0.4, -0.56), std::make_tuple(&half, 0.5, -0.5)}) {
+            const int u = m->at(col, y), ramp = (int)std::max(0.0, std::min(255.0, std::floor(255 * (e - out) / (in - out))));
+            if (far > 2 && u >= 0) rampMax = std::max(rampMax, std::abs(u - ramp)), rampN++;
           }
         }
         if (ch != 'l' && ch != 'I') continue;
