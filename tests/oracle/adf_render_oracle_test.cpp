@@ -1,30 +1,47 @@
-// Distance-field renders against libfreetype on the same unhinted outlines:
-// its gray rasteriser for masks and ink, its signed-distance renderer for
-// distances e (from pixel centres, 128 + 128 e / spread, positive inside), on
-// Latin letters and digits of DejaVu Sans and Serif and Liberation Sans and
-// Serif at 24 and 48 ppem. Distance mode, cut-offs +-c, c = 0.16 ppem + 1
-// (rectangle style): the mask v >= 127 against gray >= 128; the sign against
-// e at spread 2 where |e| >= 0.25; where neither is clamped, inside
-// |d - e| <= 0.2, outside 0.7 |e| - 0.1 <= |d| <= |e| + 0.2; the mid-height
-// row of l and I steps by 255 / 2c and matches spread 8 within 0.1. ADF mode
-// at (0.4, -0.56): the mask v >= 148, also on every DejaVu Sans glyph; on
-// letters without off-curve points, over 2 px from every point,
-// |v - ramp(e)| <= 8, also at (0.5, -0.5); the ink at (0.5, -0.5).
+// The distance-field renderer against libfreetype on the same unhinted
+// outlines, fed as pen-command paths in pixels (26.6 << 10, an em of ppem):
+// its gray rasteriser for winding, masks and ink, its signed-distance
+// renderer for distances e (from pixel centres, 128 + 128 e / spread,
+// positive inside). Winding on every DejaVu Sans glyph at 24 and 48 ppem:
+// non-zero at the centre of every fully covered pixel (and the image box
+// holds it), zero wherever there is no coverage. Renders of Latin letters and
+// digits of DejaVu Sans and Serif and Liberation Sans and Serif at 24 and 48
+// ppem. Distance mode, cut-offs +-c, c = 0.16 ppem + 1 (rectangle style): the
+// mask v >= 127 against gray >= 128; the sign against e at spread 2 where
+// |e| >= 0.25; where neither is clamped, inside |d - e| <= 0.2, outside
+// 0.7 |e| - 0.1 <= |d| <= |e| + 0.2; the mid-height row of l and I steps by
+// 255 / 2c and matches spread 8 within 0.1. ADF mode at (0.4, -0.56): the
+// mask v >= 148, also on every DejaVu Sans glyph; on letters without
+// off-curve points, over 2 px from every point, |v - ramp(e)| <= 8, also at
+// (0.5, -0.5); the ink at (0.5, -0.5).
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include FT_MODULE_H
+#include FT_OUTLINE_H
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include "Orvex_internal/adfimplicitfixed.h"
 #include "Orvex_internal/engine_fixture.h"
-#include "adf_outline_path.h"
 
 namespace {
+
+int addPenCmd(void* cmds, ADF_U32 op, const FT_Vector* to, const FT_Vector* c, const FT_Vector* c2) {
+  ((std::vector<ADFPenCmd>*)cmds)->push_back({op, (ADF_F32)(to->x * 1024), (ADF_F32)(to->y * 1024), (ADF_F32)(c->x * 1024),
+                                              (ADF_F32)(c->y * 1024), (ADF_F32)(c2->x * 1024), (ADF_F32)(c2->y * 1024)});
+  return 0;
+}
+const FT_Outline_Funcs kDecompose = {
+    [](const FT_Vector* to, void* u) { return addPenCmd(u, 0, to, to, to); },
+    [](const FT_Vector* to, void* u) { return addPenCmd(u, 1, to, to, to); },
+    [](const FT_Vector* c, const FT_Vector* to, void* u) { return addPenCmd(u, 2, to, c, c); },
+    [](const FT_Vector* c, const FT_Vector* c2, const FT_Vector* to, void* u) { return addPenCmd(u, 3, to, c, c2); },
+    0, 0};
 
 // A map by pixel column and the pixel row whose bottom edge is at y; -1 off
 // the map. Its sample s lies at column col(s), row y(s).
@@ -58,17 +75,30 @@ struct Oracle {
     for (int r = 0; r < m.h; r++) m.px.insert(m.px.end(), bm.buffer + r * bm.pitch, bm.buffer + r * bm.pitch + m.w);
     return m;
   }
-  // Our grey render at cut-offs (in, out), placed like libfreetype's maps.
-  Map ours(FT_UInt gid, int ppem, double in, double out) {
+  // Our render set-up of glyph `gid` at cut-offs (in, out); the path's
+  // extent is that of the end points, as the glue takes it.
+  ADFGlyph* setup(FT_UInt gid, int ppem, double in, double out, ADFRenderGlyphData* rgd, ADFRenderImageAttrs* ria) {
     FT_Load_Glyph(face, gid, FT_LOAD_NO_HINTING | FT_LOAD_NO_BITMAP);
     std::vector<ADFPenCmd> cmds;
-    const ADFPath p = oracle::outlinePath(face->glyph->outline, ppem, gid, cmds);
+    FT_Outline_Decompose(&face->glyph->outline, &kDecompose, &cmds);
+    ADFPath p = {0, 0, 0, 0, 0, 0, ppem << 16, gid, 0, (ADF_U32)cmds.size(), cmds.data(), nullptr};
+    if (!cmds.empty()) p.glyphMinX = p.glyphMaxX = cmds[0].x, p.glyphMinY = p.glyphMaxY = cmds[0].y;
+    for (const ADFPenCmd& m : cmds) {
+      p.glyphMinX = std::min(p.glyphMinX, m.x), p.glyphMaxX = std::max(p.glyphMaxX, m.x);
+      p.glyphMinY = std::min(p.glyphMinY, m.y), p.glyphMaxY = std::max(p.glyphMaxY, m.y);
+    }
     ADFGlyph* adf = ADFGenerateADF(inst, &p);
     ADFRenderAttrs a = {};
     a.pointSize = ppem << 16, a.dpi = 72, a.scaleX = a.scaleY = a.gamma = 0x10000;
     a.insideCutoff = (ADF_I32)lround(in * 65536), a.outsideCutoff = (ADF_I32)lround(out * 65536);
-    ADFRenderGlyphData rgd; ADFRenderImageAttrs ria; ADFTypesetAttrs ta;
-    ADFRenderSetup(cmds.empty() ? nullptr : adf, &a, &rgd, &ria, &ta);
+    ADFTypesetAttrs ta;
+    ADFRenderSetup(cmds.empty() ? nullptr : adf, &a, rgd, ria, &ta);
+    return adf;
+  }
+  // Our grey render at cut-offs (in, out), placed like libfreetype's maps.
+  Map ours(FT_UInt gid, int ppem, double in, double out) {
+    ADFRenderGlyphData rgd; ADFRenderImageAttrs ria;
+    ADFGlyph* adf = setup(gid, ppem, in, out, &rgd, &ria);
     ADFImage* image = ADFCreateImage(inst, 0, ria.imageW, ria.imageH, 0);
     ADFRenderGlyph(inst, adf, &rgd, image);
     Map m = {{}, ria.imageOriginX, ria.imageOriginY + 1 + ria.imageH, ria.imageW, ria.imageH};
@@ -77,6 +107,41 @@ struct Oracle {
     return m;
   }
 };
+
+TEST(AdfWindingOracle, DejaVuSansInsideWhereFreetypeIsFull) {
+  Oracle o;
+  ASSERT_EQ(FT_New_Face(o.lib, enginetest::kDejaVuSansFile, 0, &o.face), 0) << enginetest::kDejaVuSansFile;
+  long glyphs = 0;
+  for (int ppem : {24, 48}) {
+    FT_Set_Pixel_Sizes(o.face, 0, ppem);
+    for (FT_UInt gid = 0; gid < (FT_UInt)o.face->num_glyphs; gid++) {
+      const Map gray = o.ft(gid, FT_RENDER_MODE_NORMAL);
+      if (o.face->glyph->outline.n_points == 0) continue;
+      ADFRenderGlyphData rgd; ADFRenderImageAttrs ria;
+      ADFGlyph* adf = o.setup(gid, ppem, 0, 0, &rgd, &ria);
+      ADFImage image = {0, ria.imageW, ria.imageH, 0, nullptr, nullptr};
+      DistBuffer* dist = CreateDistBuffer(o.inst, &image, 0);
+      InternPath* path = CreateInternPath(o.inst, adf, &rgd);
+      ADF_I8* wnb = CreateWindingNumberBuffer(o.inst, dist);
+      ASSERT_TRUE(dist && path && wnb) << gid;
+      SetWindingNumberBuffer(path, dist, wnb);
+      long full = 0;
+      for (ADF_U32 s = 0; s < dist->w * dist->h; s++) {
+        // Sample (i, j) is the centre of pixel column imageOriginX + i and of
+        // the pixel row whose bottom edge is imageOriginY + 1 + j.
+        const int cover = std::max(0, gray.at(ria.imageOriginX + (int)(s % dist->w), ria.imageOriginY + 1 + (int)(s / dist->w)));
+        ASSERT_TRUE(cover == 255 ? wnb[s] != 0 : cover != 0 || wnb[s] == 0) << "glyph " << gid << " at " << ppem << ": coverage " << cover;
+        full += cover == 255;
+      }
+      ASSERT_EQ(full, std::count(gray.px.begin(), gray.px.end(), 255)) << "the image box holds every full pixel, glyph " << gid;
+      DestroyWindingNumberBuffer(o.inst, wnb), DestroyInternPath(o.inst, path);
+      DestroyDistBuffer(o.inst, dist), ADFDestroyADF(o.inst, adf);
+      glyphs++;
+    }
+  }
+  EXPECT_GT(glyphs, 12000);
+  FT_Done_Face(o.face);
+}
 
 TEST(AdfRenderOracle, DistanceAndAdfModesAgainstGrayAndSdf) {
   Oracle o;
