@@ -206,8 +206,7 @@ TEST(AdfRenderFuzz, RandomPenListsAllModes) {
     a.pointSize = (ADF_I32)(rng() % (200 * F)), a.penX = (ADF_I32)(rng() % (4 * F)), a.gridFitType = 3;
     a.rotationAngle = round % 5 == 0 ? (ADF_I32)rng() : 0, a.insideCutoff = (ADF_I32)rng(), a.outsideCutoff = (ADF_I32)rng();
     if (round % 4 == 1) a.insideCutoff = a.outsideCutoff = 0;
-    a.gamma = round % 3 ? F : (ADF_I32)(rng() % (4 * F)), a.colorReductionAmt = (ADF_I32)rng();
-    a.useColorReduction = round % 2;
+    a.gamma = round % 3 ? F : (ADF_I32)(rng() % (4 * F)), a.colorReductionAmt = (ADF_I32)rng(), a.useColorReduction = round % 2;
     const FS_ULONG error = renderOnce(&eng.st, path, a);
     ASSERT_TRUE((error == 0 || error == ERR_MALLOC_FAIL) && eng.used() == enginetest::kInitCharge) << round;
   }
@@ -247,8 +246,7 @@ Render renderKept(const ADFPath& path, double in, double out, ADF_U32 mode = 0, 
   ADFRenderAttrs a = attrs(24, mode);
   a.insideCutoff = (ADF_I32)lround(in * F), a.outsideCutoff = (ADF_I32)lround(out * F), a.gamma = F;
   a.penX = (ADF_I32)lround(penX * F), a.penY = (ADF_I32)lround(penY * F), a.useColorReduction = reduce, a.colorReductionAmt = F;
-  Render r;
-  ADFRenderGlyphData rgd; ADFTypesetAttrs ta;
+  Render r; ADFRenderGlyphData rgd; ADFTypesetAttrs ta;
   ADFRenderSetup(adf, &a, &rgd, &r.ria, &ta);
   ADFImage* image = ADFCreateImage(inst, mode ? 1 : 0, r.ria.imageW, r.ria.imageH, 0);
   ADFRenderGlyph(inst, adf, &rgd, image);
@@ -287,9 +285,8 @@ ADFPath circle(std::vector<ADFPenCmd>& cmds, double R) {
 // level of the ramp of d. Outside, |d| lies in [low |e| - tol, |e| + tol]
 // (low < 1 where squared corners read less than the Euclidean distance).
 TEST(AdfBoundaryCells, DistancesOfShapesWorkedByHand) {
-  auto square = [](double x, double y) {  // nearest side inside, minus Chebyshev outside
-    return std::min(std::min(x - 10.25 * kS, 30.25 * kS - x), std::min(y - 10.25 * kS, 30.25 * kS - y));
-  };
+  // The square: the nearest side inside, minus Chebyshev distance outside.
+  auto square = [](double x, double y) { return std::min({x - 10.25 * kS, 30.25 * kS - x, y - 10.25 * kS, 30.25 * kS - y}); };
   auto round = [](double x, double y) { return 10 * kS - std::hypot(x - 20.3 * kS, y - 20.3 * kS); };
   auto capsule = [](double x, double y) { return 2 - kS * segment(x / kS, y / kS, 15.3, 20.3, 30.3, 25.3); };
   auto diamond = [](double x, double y) {  // folded onto the quarter from (30.3, 20.3) to (20.3, 35.3)
@@ -311,8 +308,8 @@ TEST(AdfBoundaryCells, DistancesOfShapesWorkedByHand) {
       {"stroke 4 wide: a capsule", &stroke, capsule, 0.5, -0.5, 0.004, 1}};
   for (const Row& row : rows) {
     const Render r = renderKept(*row.path, row.in, row.out);
-    const double shift = row.path->pathType ? 2 : 0;  // a stroke's d counts from its centre line
-    const double fr = std::max(std::fabs(row.in - shift), std::fabs(row.out - shift));
+    // A stroke's d counts from its centre line; the band is filterRad wide.
+    const double shift = row.path->pathType ? 2 : 0, fr = std::max(std::fabs(row.in - shift), std::fabs(row.out - shift));
     int band = 0;
     for (ADF_U32 s = 0; s < r.dist.size(); s++) {
       const double e = row.e(r.X(s), r.Y(s)), d = r.dist[s] / 65536.0 + shift;
@@ -340,9 +337,8 @@ TEST(AdfBoundaryCells, OverlapsRenderAsTheirUnion) {
     const Render two = renderKept(polygons(c1, {kSquare, b}), cut, -cut), one = renderKept(polygons(c2, {u}), cut, -cut);
     ASSERT_EQ(two.pixels.size(), one.pixels.size());
     for (ADF_U32 s = 0; s < one.pixels.size(); s++) {
-      bool near = false;
-      for (const auto& p : inner) near = near || std::hypot(one.X(s) - p[0] * kS, one.Y(s) - p[1] * kS) <= std::sqrt(2) * cut;
-      ASSERT_TRUE((cut > 1 && near) || two.pixels[s] == one.pixels[s]) << cut << " at " << one.X(s) << "," << one.Y(s);
+      const auto near = [&](const double* p) { return std::hypot(one.X(s) - p[0] * kS, one.Y(s) - p[1] * kS) <= std::sqrt(2) * cut; };
+      ASSERT_TRUE((cut > 1 && std::any_of(inner, inner + 4, near)) || two.pixels[s] == one.pixels[s]) << cut << " at " << one.X(s) << "," << one.Y(s);
     }
   }
 }
