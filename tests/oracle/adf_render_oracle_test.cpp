@@ -60,10 +60,7 @@ struct Oracle {
   enginetest::Engine eng{16 << 20};
   void* inst = ADFInitSystem(&eng.st);
   Oracle() { FT_Init_FreeType(&lib); }
-  ~Oracle() {
-    ADFTermSystem(inst), FT_Done_FreeType(lib);
-    EXPECT_EQ(eng.used(), enginetest::kInitCharge);
-  }
+  ~Oracle() { ADFTermSystem(inst), FT_Done_FreeType(lib); EXPECT_EQ(eng.used(), enginetest::kInitCharge); }
   // libfreetype's map of glyph `gid` in `mode`.
   Map ft(FT_UInt gid, FT_Render_Mode mode, FT_Int spread = 2) {
     FT_Property_Set(lib, "sdf", "spread", &spread);
@@ -132,8 +129,7 @@ TEST(AdfWindingOracle, DejaVuSansInsideWhereFreetypeIsFull) {
         full += cover == 255;
       }
       ASSERT_EQ(full, std::count(gray.px.begin(), gray.px.end(), 255)) << "the image box holds every full pixel, glyph " << gid;
-      DestroyWindingNumberBuffer(o.inst, wnb), DestroyInternPath(o.inst, path);
-      DestroyDistBuffer(o.inst, dist), ADFDestroyADF(o.inst, adf);
+      DestroyWindingNumberBuffer(o.inst, wnb), DestroyInternPath(o.inst, path), DestroyDistBuffer(o.inst, dist), ADFDestroyADF(o.inst, adf);
       glyphs++;
     }
   }
