@@ -48,10 +48,7 @@ struct Map {
   int left, top, w, h;
   int col(int s) const { return left + s % w; }
   int y(int s) const { return top - 1 - s / w; }
-  int at(int c, int y) const {
-    c -= left, y = top - y - 1;
-    return c >= 0 && y >= 0 && c < w && y < h ? px[y * w + c] : -1;
-  }
+  int at(int c, int y) const { return c >= left && c < left + w && y < top && y >= top - h ? px[(top - 1 - y) * w + c - left] : -1; }
 };
 
 struct Oracle {
