@@ -324,10 +324,9 @@ TEST(AdfBoundaryCells, DistancesOfShapesWorkedByHand) {
   }
 }
 
-// Two overlapping squares against their union's outline: the same in
-// trapezoid style (at 1.0 the band reaches samples inside both); in
-// rectangle style (no overlap rule at corners) away from the inner vertices
-// and crossings.
+// Two overlapping squares render as their union's outline: exactly in
+// trapezoid style (at 1.0 the band reaches samples inside both), and in
+// rectangle style away from the inner vertices and crossings.
 TEST(AdfBoundaryCells, OverlapsRenderAsTheirUnion) {
   const std::vector<double> b = {20.3, 15.4, 20.3, 25.4, 40.3, 25.4, 40.3, 15.4, 20.3, 15.4},
                             u = {10.25, 10.25, 10.25, 30.25, 30.25, 30.25, 30.25, 25.4, 40.3, 25.4, 40.3, 15.4, 30.25, 15.4, 30.25, 10.25, 10.25, 10.25};
@@ -343,11 +342,10 @@ TEST(AdfBoundaryCells, OverlapsRenderAsTheirUnion) {
   }
 }
 
-// The stripes against grey renders with the pen moved a third of a pixel:
-// horizontal stripes read red, green, blue at pen x +1/3, 0, -1/3, vertical
-// ones at pen y -1/3, 0, +1/3; the first red (blue) of a row (column) is 0.
-// Colour reduction at amount 1.0 gives every pixel its luminance; mode 2
-// never reduces.
+// LCD stripes against grey renders with the pen a third of a pixel away:
+// horizontal R, G, B at pen x +1/3, 0, -1/3 (the first red of a row 0),
+// vertical at pen y -1/3, 0, +1/3 (the first row's blue 0); reduction at
+// amount 1.0 gives each pixel its luminance, and mode 2 never reduces.
 TEST(AdfDensityImage, StripesAreGreyRendersAThirdApart) {
   std::vector<ADFPenCmd> cmds;
   const ADFPath path = circle(cmds, 6);

@@ -1,17 +1,11 @@
 // The distance-field renderer against libfreetype on the same unhinted
-// outlines as pen-command paths in pixels (26.6 << 10, an em of ppem): its
-// gray map for winding, masks and ink, its sdf map for distances e (from pixel
-// centres, 128 + 128 e / spread, positive inside). Winding on every DejaVu
-// Sans glyph at 24 and 48 ppem: non-zero at full pixels (which the image box
-// holds), zero at empty ones. Latin letters and digits of DejaVu Sans and
-// Serif and Liberation Sans and Serif at 24 and 48 ppem, distance mode at
-// +-c, c = 0.16 ppem + 1 (rectangle style): mask v >= 127 against gray >= 128;
-// sign against e at spread 2 where |e| >= 0.25; unclamped, inside |d - e| <=
-// 0.2, outside 0.7 |e| - 0.1 <= |d| <= |e| + 0.2; on the mid-height row of l
-// and I, steps of 255 / 2c and spread 8 within 0.1. ADF mode at (0.4, -0.56):
-// mask v >= 148, also on every DejaVu Sans glyph; without off-curve points,
-// over 2 px from every point, |v - ramp(e)| <= 8, also at (0.5, -0.5); the ink
-// at (0.5, -0.5) within 3% of gray's.
+// outlines, as pen-command paths in pixels (26.6 << 10, an em of ppem): its
+// gray map for winding, masks and ink; its sdf map for distances e (from
+// pixel centres, 128 + 128 e / spread, positive inside). Winding on every
+// DejaVu Sans glyph; distance mode (rectangle style, cut-offs +-c with
+// c = 0.16 ppem + 1) and ADF mode (the default CSM, and (0.5, -0.5)) on the
+// Latin letters and digits of DejaVu Sans and Serif and Liberation Sans and
+// Serif; all at 24 and 48 ppem. Each bound is named where it is checked.
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include FT_MODULE_H
@@ -100,6 +94,7 @@ struct Oracle {
   }
 };
 
+// Winding: non-zero at every full gray pixel (which the image box holds), zero at every empty one.
 TEST(AdfWindingOracle, DejaVuSansInsideWhereFreetypeIsFull) {
   Oracle o;
   ASSERT_EQ(FT_New_Face(o.lib, enginetest::kDejaVuSansFile, 0, &o.face), 0) << enginetest::kDejaVuSansFile;
@@ -134,6 +129,7 @@ TEST(AdfWindingOracle, DejaVuSansInsideWhereFreetypeIsFull) {
   FT_Done_Face(o.face);
 }
 
+// Masks against gray >= 128 where gray is 0 or 255; distances against sdf where neither is clamped.
 TEST(AdfRenderOracle, DistanceAndAdfModesAgainstGrayAndSdf) {
   Oracle o;
   long glyphs = 0, maskDist = 0, sign = 0, outside = 0, steps = 0, stepOff = 0, rampN = 0, maskAdf = 0;
@@ -191,7 +187,7 @@ TEST(AdfRenderOracle, DistanceAndAdfModesAgainstGrayAndSdf) {
       << "distance mode: " << maskDist << " mask, " << sign << " sign, " << outside << " outside-bound, " << stepOff
       << " step exceptions; ADF mode: " << maskAdf << " mask exceptions";
   EXPECT_TRUE(glyphs > 12000 && steps > 100 && rampN > 5000) << glyphs << " glyphs, " << steps << " steps, " << rampN;
-  EXPECT_TRUE(inMax <= 0.2 && rowMax <= 0.1 && rampMax <= 8) << inMax << " px inside, " << rowMax << " px on stems, " << rampMax;
+  EXPECT_TRUE(inMax <= 0.2 && rowMax <= 0.1 && rampMax <= 8) << inMax << " px inside, " << rowMax << " px on stems, levels " << rampMax;
   EXPECT_NEAR(ink / inkFt, 1, 0.03);
 }
 
