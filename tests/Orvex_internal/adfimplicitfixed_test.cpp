@@ -337,7 +337,8 @@ TEST(AdfBoundaryCells, OverlapsRenderAsTheirUnion) {
     ASSERT_EQ(two.pixels.size(), one.pixels.size());
     for (ADF_U32 s = 0; s < one.pixels.size(); s++) {
       const auto near = [&](const double* p) { return std::hypot(one.X(s) - p[0] * kS, one.Y(s) - p[1] * kS) <= std::sqrt(2) * cut; };
-      ASSERT_TRUE((cut > 1 && std::any_of(inner, inner + 4, near)) || two.pixels[s] == one.pixels[s]) << cut << " at " << one.X(s) << "," << one.Y(s);
+      ASSERT_TRUE((cut > 1 && std::any_of(inner, inner + 4, near)) || two.pixels[s] == one.pixels[s])
+          << cut << " at " << one.X(s) << "," << one.Y(s);
     }
   }
 }
