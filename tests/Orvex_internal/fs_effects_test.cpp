@@ -239,6 +239,9 @@ TEST(ImageEffects, HandWorkedMaps) {
        "one row unchanged"},
       {[&] { return Soften(st, 1, 1, makeMap(st, rows({{255}}), 8)); },
        rows({{2, 20, 2}, {20, 165, 20}, {2, 20, 2}}), -1, 1, 0, "25*25/256, 206*25, 206*205"},
+      {[&] { return Soften(st, 1, 1, makeMap(st, rows({{0, 0}, {255, 0}}), 8)); },
+       rows({{0, 0, 0, 0}, {2, 20, 2, 0}, {20, 165, 20, 0}, {2, 20, 2, 0}}), -1, 1, 0,
+       "nothing read past a row's end"},
       {[&] { return Soften(st, 0, 0, makeMap(st, rows({{255}}), 8)); },
        Grid(5, std::vector<int>(5, 9)), -2, 2, 0, "48*48*255/65536"},
       {[&] { return Soften(st, 0, 0, makeMap(st, Grid(5, std::vector<int>(5, 255)), 8)); }, {}, -2, 2, 0,
@@ -251,6 +254,12 @@ TEST(ImageEffects, HandWorkedMaps) {
       {[&] { st->flags = FLAGS_OUTLINED_FILLED; return outline_graymap(st, makeMap(st, rows({{255}}), 8), 1, 32768); },
        rows({{0, 0, 0, 0, 0}, {0, 0, 127, 0, 0}, {0, 127, 127, 127, 0}, {0, 0, 127, 0, 0}, {0, 0, 0, 0, 0}}), -2, 2, 0, "half opacity"},
   };
+  // A diagonal's notch: the gap closes only with 12 or more left of it
+  // (the row above was pulled left first).
+  for (int left2 : {12, 11})
+    table.push_back({[=] { BoldFont b(st, 1); auto m = pixelbold_graymap8(st, makeMap(st, rows({{0, 0, 255}, {left2, 0, 255}, {0, 0, 255}}), 8));
+                           st->cur_sfnt = nullptr; return m; },
+                     rows({{0, 255, 255}, {left2, left2 == 12 ? 255 : 0, 255}, {0, 255, 255}}), 0, 0, 0, "notch"});
   // Pixel boldness of one gray row at each depth: levels 255, 15, 3.
   for (int bpp : {8, 4, 2}) {
     int T = (1 << bpp) - 1, m = bpp == 8 ? 100 : bpp == 4 ? 6 : 1;  // the slope level
@@ -333,21 +342,33 @@ TEST(ImageEffects, RequestedStylesAreTheRoutinesOnThePlainMaps) {
   FS_STATE* st = &f.st;
   ASSERT_EQ(0, FSS_set_cmap(st, 3, 1));
   ASSERT_EQ(0, f.setPpem(24));
-  for (FS_USHORT type : {FS_MAP_BITMAP, FS_MAP_GRAYMAP8}) {
+  typedef std::function<FS_GLYPHMAP*(FS_GLYPHMAP*)> Apply;
+  auto trim8 = [&](FS_GLYPHMAP* m) { return trim_convert(st, m, FS_MAP_GRAYMAP8); };
+  struct {
+    FS_ULONG flag;
+    FS_USHORT type;
+    Apply apply;  // on a copy of the plain map
+  } styles[] = {
+      {FLAGS_OUTLINED_1PIXEL, FS_MAP_BITMAP, [&](FS_GLYPHMAP* m) { return trim_bitmap(st, outline_bitmap(st, m, 1, 0)); }},
+      {FLAGS_OUTLINED_1PIXEL, FS_MAP_GRAYMAP8, [&](FS_GLYPHMAP* m) { return trim8(outline_graymap(st, m, 1, 65536)); }},
+      {FLAGS_ENGRAVED, FS_MAP_BITMAP, [&](FS_GLYPHMAP* m) { return trim_bitmap(st, engrave_bitmap(m)); }},
+      {FLAGS_EMBOSSED, FS_MAP_GRAYMAP2, [&](FS_GLYPHMAP* m) { return emboss_graymap(m); }},  // cut first
+      {FLAGS_OUTLINED_SOFT, FS_MAP_GRAYMAP8, [&](FS_GLYPHMAP* m) { return trim8(soft_outline_graymap(st, m, 1, 0)); }},
+      {FLAGS_SOFTENED, FS_MAP_GRAYMAP8, [&](FS_GLYPHMAP* m) { return trim8(Soften(st, 2, 2, m)); }},  // 24 ppem
+  };
+  for (auto& s : styles) {
     for (int round = 0; round < 2; round++) {  // the second from the cache
-      FS_GLYPHMAP* plain = FSS_get_glyphmap(st, 'g', type);
-      ASSERT_EQ(0, FS_set_flags(st, FLAGS_OUTLINED_1PIXEL));
-      FS_GLYPHMAP* styled = FSS_get_glyphmap(st, 'g', type);
-      FS_GLYPHMAP* want = copyMap(st, plain);
-      want = type == FS_MAP_BITMAP ? trim_bitmap(st, outline_bitmap(st, want, 1, 0))
-                                   : trim_convert(st, outline_graymap(st, want, 1, 65536), type);
+      FS_GLYPHMAP* plain = FSS_get_glyphmap(st, 'g', s.type);
+      ASSERT_EQ(0, FS_set_flags(st, s.flag));
+      FS_GLYPHMAP* styled = FSS_get_glyphmap(st, 'g', s.type);
+      FS_GLYPHMAP* want = s.apply(copyMap(st, plain));
       ASSERT_NE(nullptr, styled);
-      EXPECT_TRUE(levels(styled) == levels(want)) << type;
+      EXPECT_TRUE(levels(styled) == levels(want)) << s.flag << " " << s.type;
       EXPECT_EQ(want->lo_x, styled->lo_x);
       EXPECT_EQ(want->hi_y, styled->hi_y);
       EXPECT_EQ(plain->dx, styled->dx) << "the same pen";
-      ASSERT_EQ(0, FS_set_flags(st, ~FLAGS_EFFECTS));
-      FS_GLYPHMAP* again = FSS_get_glyphmap(st, 'g', type);
+      ASSERT_EQ(0, FS_set_flags(st, s.flag == FLAGS_SOFTENED ? ~FLAGS_SOFTENED : ~FLAGS_EFFECTS));
+      FS_GLYPHMAP* again = FSS_get_glyphmap(st, 'g', s.type);
       EXPECT_TRUE(levels(again) == levels(plain)) << "the plain map back, not the styled";
       for (FS_GLYPHMAP* m : {plain, styled, want, again}) FSS_free_char(st, m);
     }
