@@ -1,17 +1,9 @@
 // Set-up of a distance-field render: from the caller's request and the glyph
 // record to the transform into image samples, the image box and the
-// cut-offs; and the clearing of a density image. The render itself is in
-// adfimplicitfixed.
+// cut-offs. The render itself is in adfimplicitfixed.
 #include "Orvex_internal/adfrender.h"
 
-#include <string.h>
-
 #include "Orvex_internal/adfimplicitfixed.h"
-
-void ClearADFImage(ADFImage* image) {
-  const size_t bytes = image->type == ADF_IMAGE_TYPE_RGBA ? 4 : 1;
-  memset(image->base, 0, (size_t)image->w * image->h * bytes);
-}
 
 namespace {
 

@@ -1,10 +1,12 @@
 // Distance-field rendering of one glyph record: the caller's request, the
 // set-up that turns it into a transform from ADF units to image samples,
-// the image box and the clamped cut-offs, and the density image rendered
-// into. The glue calls set-up, makes an image of the box and renders.
+// the image box and the clamped cut-offs. The density image rendered into
+// is adfdensityimage's. The glue calls set-up, makes an image of the box
+// and renders.
 #ifndef ORVEX_INTERNAL_ADFRENDER_H
 #define ORVEX_INTERNAL_ADFRENDER_H
 
+#include "Orvex_internal/adfdensityimage.h"
 #include "Orvex_internal/adfgenerate.h"
 
 // displayMode: 0 grey; 1 and 2 horizontal stripes (LCD sub-pixels, three
@@ -64,20 +66,6 @@ struct ADFTypesetAttrs {
   ADF_F32 adjFUToPixelScaleX, adjFUToPixelScaleY;
   ADF_F32 gridAlgnAdjX, gridAlgnAdjY;
 };
-
-// A density image: type 0 one byte a pixel, 1 four bytes; rows from the
-// lowest up.
-enum { ADF_IMAGE_TYPE_GREY = 0, ADF_IMAGE_TYPE_RGBA = 1 };
-struct ADFImage {
-  ADF_U16 type;
-  ADF_U16 w, h;
-  ADF_U16 appDataLen;
-  ADF_U32* appData;  // null when appDataLen is 0
-  ADF_U8* base;
-};
-
-// Zeroes every pixel.
-void ClearADFImage(ADFImage* image);
 
 // Set-up of one render, in the order the transform is built: ppem (with its
 // kept 1/72 loss), scale, rotation, the pen at sample centres, the image box

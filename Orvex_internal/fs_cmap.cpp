@@ -35,38 +35,43 @@ inline FS_ULONG u24(const FS_BYTE* p) {
 
 inline bool is_power_of_two(FS_ULONG v) { return v != 0 && (v & (v - 1)) == 0; }
 
-// The position of the first key not below `id` among n keys, where key(i)
-// reads the i-th key. The search the stored header words drive: range =
-// 1 << selector, halved when it equals n; start at 0, or at n - range - 1
-// when key(range) is below id; then halving steps jump forward while the
-// key before the step's end is below id. A linear scan ends it. A range
-// that is no power of two, or is not below n, goes straight to the scan.
-// Returns n when every key is below id.
-template <typename KeyAt>
-FS_ULONG search_keys(FS_ULONG n, FS_ULONG range, FS_ULONG id, KeyAt key) {
+// The position of the first key not below `id` among n keys of `stride`
+// bytes from `keys`, read by read(p). The search the stored header words
+// drive: range = 1 << selector, halved when it equals n; start at 0, or at
+// n - range - 1 when key(range) is below id; then halving steps jump forward
+// while the key before the step's end is below id. A linear scan ends it. A
+// range that is no power of two, or is not below n, goes straight to the
+// scan. Returns n when every key is below id. The steps walk a key pointer
+// rather than an index, so that each costs one load and one compare.
+template <FS_ULONG stride, typename Read>
+inline FS_ULONG search_keys(const FS_BYTE* keys, FS_ULONG n, FS_ULONG range,
+                            FS_ULONG id, Read read) {
   if (range == n) range >>= 1;
-  FS_ULONG pos = 0;
+  const FS_BYTE* p = keys;
   if (is_power_of_two(range) && range < n && range <= kLargestUnrolledRange) {
-    if (key(range) < id) pos = n - range - 1;
-    for (FS_ULONG step = range >> 1; step != 0; step >>= 1) {
-      if (key(pos + step - 1) < id) {
-        pos += step;
-        // A real branch: codes asked in order are predicted well, where a
-        // conditional move waits for every load.
+    if (read(keys + stride * range) < id) p = keys + stride * (n - range - 1);
+    // bytes = stride * step, step halving from range / 2 down to 1.
+    for (FS_ULONG bytes = stride * (range >> 1); bytes >= stride; bytes >>= 1) {
+      if (read(p + bytes - stride) < id) {
+        p += bytes;
+        // A real branch: the loads of the steps go ahead on the predicted
+        // path, where a conditional move waits for each load in turn.
         __asm__ volatile("");
       }
     }
   }
-  while (pos < n && key(pos) < id) pos++;
+  FS_ULONG pos = (FS_ULONG)(p - keys) / stride;
+  while (pos < n && read(keys + stride * pos) < id) pos++;
   return pos;
 }
 
+inline FS_ULONG read_u16(const FS_BYTE* p) { return get_u16(p); }
+inline FS_ULONG read_u32(const FS_BYTE* p) { return get_u32(p); }
+
 // The largest power of two not above n (0 for 0): the range a search of
 // groups starts from, as no header word stores it.
-FS_ULONG largest_power_of_two(FS_ULONG n) {
-  FS_ULONG r = 0;
-  for (FS_ULONG p = 1; p != 0 && p <= n; p <<= 1) r = p;
-  return r;
+inline FS_ULONG largest_power_of_two(FS_ULONG n) {
+  return n == 0 ? 0 : (FS_ULONG)1 << (31 - __builtin_clz(n));
 }
 
 // Format 4's layout: segCount and the byte offsets of its four arrays.
@@ -95,19 +100,56 @@ bool groups_at(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG first,
   return fits(avail, first, (FS_UINT64)kGroupBytes * *count);
 }
 
-FS_USHORT map_groups(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG first,
-                     FS_ULONG id) {
-  FS_ULONG n = 0;
-  if (!groups_at(sub, avail, first, &n) || n == 0) return 0;
-  const FS_BYTE* groups = sub + first;
-  FS_ULONG pos = search_keys(n, largest_power_of_two(n), id, [&](FS_ULONG i) {
-    return get_u32(groups + kGroupBytes * i + 4);
-  });
+// The glyph of `id` among n > 0 groups that lie inside their subtable, and
+// in *found the group searched out.
+inline FS_USHORT search_groups(const FS_BYTE* groups, FS_ULONG n, FS_ULONG id,
+                               FS_ULONG* found) {
+  FS_ULONG pos = search_keys<kGroupBytes>(groups + 4, n, largest_power_of_two(n),
+                                          id, read_u32);
   if (pos >= n) pos = n - 1;  // the forward scan stops at the last group
+  *found = pos;
   const FS_BYTE* g = groups + kGroupBytes * pos;
   FS_ULONG start = get_u32(g), end = get_u32(g + 4);
   if (id < start || id > end) return 0;
   return (FS_USHORT)(get_u32(g + 8) + (id - start));
+}
+
+inline FS_USHORT map_groups(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG first,
+                            FS_ULONG id) {
+  FS_ULONG n = 0;
+  if (!groups_at(sub, avail, first, &n) || n == 0) return 0;
+  FS_ULONG pos = 0;
+  return search_groups(sub + first, n, id, &pos);
+}
+
+// Makes the font's remembered groups describe the subtable at `offset`
+// when it is a grouped one whose groups lie inside the table; false when it
+// is not, and the memory is left as it was.
+bool remember_groups(TTF* ttf, const FS_BYTE* cmap, FS_ULONG length,
+                     FS_ULONG offset) {
+  if (cmap == nullptr || !fits(length, offset, 2)) return false;
+  const FS_BYTE* sub = cmap + offset;
+  FS_ULONG avail = length - offset, n = 0;
+  FS_USHORT format = get_u16(sub);
+  FS_ULONG first = format == 12 ? kFormat12Groups
+                   : format == 8 ? kFormat8Groups
+                                 : 0;
+  if (first == 0 || !groups_at(sub, avail, first, &n) || n == 0) return false;
+  TTF_CMAP_GROUPS* m = &ttf->cmap_groups;
+  m->cmap = cmap;
+  m->cmap_length = length;
+  m->offset = offset;
+  m->groups = sub + first;
+  m->count = n;
+  m->last = 0;
+  m->ascending = 1;
+  for (FS_ULONG i = 0; i < n && m->ascending; i++) {
+    const FS_BYTE* g = m->groups + kGroupBytes * i;
+    if (get_u32(g) > get_u32(g + 4) ||
+        (i + 1 < n && get_u32(g + 4) >= get_u32(g + kGroupBytes)))
+      m->ascending = 0;
+  }
+  return true;
 }
 
 // The subtable at `offset` with the bytes behind it, or null when it leaves
@@ -140,13 +182,21 @@ void set_current(FS_STATE* state, FS_USHORT index, TFNT* tfnt) {
   state->cur_sfnt = tfnt->sfnt;
 }
 
+inline FS_BOOLEAN in_range(const UniRange& upc, FS_ULONG id) {
+  if (upc.range1 >= 0xFFFFFFFE && upc.range2 >= 0xFFFFFFFE) return 1;
+  FS_ULONG block = (id & 0xFFFF) >> 10;
+  if (block < 32) return (upc.range1 >> block) & 1;
+  if (block < 64) return (upc.range2 >> (block - 32)) & 1;
+  return 1;
+}
+
 // The plane's coverage mask of a component; planes without one admit all.
-FS_BOOLEAN covers(const CFNT* cfnt, FS_ULONG id) {
+inline FS_BOOLEAN covers(const CFNT* cfnt, FS_ULONG id) {
   switch (id & 0xF0000) {
-    case 0x00000: return CFNT_charInRange(cfnt->bmp, id);
-    case 0x10000: return CFNT_charInRange(cfnt->smp, id);
-    case 0x20000: return CFNT_charInRange(cfnt->sip, id);
-    case 0xE0000: return CFNT_charInRange(cfnt->ssp, id);
+    case 0x00000: return in_range(cfnt->bmp, id);
+    case 0x10000: return in_range(cfnt->smp, id);
+    case 0x20000: return in_range(cfnt->sip, id);
+    case 0xE0000: return in_range(cfnt->ssp, id);
     default: return 1;
   }
 }
@@ -168,7 +218,14 @@ FS_USHORT map_glyph_index(FS_STATE* state, FNTSET* set, FS_ULONG id) {
     FS_LONG index = (FS_LONG)id - (FS_LONG)tfnt->cfnt->start_index;
     if (index < 0) break;
     TTF* ttf = loaded_ttf(state, tfnt->cfnt->lfnt);
-    if (ttf == nullptr) return 0;
+    if (ttf == nullptr) {
+      // A component that can't be loaded keeps its range in the set's
+      // numbering: codes past it go on to the next component.
+      if (i + 1 < set->num_fonts && tfnts[i + 1].cfnt != nullptr &&
+          id >= tfnts[i + 1].cfnt->start_index)
+        continue;
+      return 0;
+    }
     if ((FS_ULONG)index < ttf->maxp->numGlyphs) {
       set_current(state, i, tfnt);
       state->error = SUCCESS;
@@ -204,15 +261,18 @@ FS_USHORT map_char_2(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
   return glyph;
 }
 
-FS_USHORT map_char_4(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
+namespace {
+
+// The readers of the formats fonts ship, kept inlinable so that the mapping
+// on a loaded font runs without a call per layer.
+inline FS_USHORT segments_glyph(const FS_BYTE* sub, FS_ULONG avail,
+                                FS_ULONG id) {
   Segments4 s;
   if (!segments_4(sub, avail, &s) || s.count == 0) return 0;
   FS_ULONG selector = get_u16(sub + 10);
   FS_ULONG range = selector < 16 ? 1u << selector : 0;
   const FS_BYTE* ends = sub + s.ends;
-  FS_ULONG pos = search_keys(s.count, range, id, [&](FS_ULONG i) {
-    return (FS_ULONG)get_u16(ends + 2 * i);
-  });
+  FS_ULONG pos = search_keys<2>(ends, s.count, range, id, read_u16);
   if (pos >= s.count) return 0;
   FS_ULONG start = get_u16(sub + s.starts + 2 * pos);
   if (start > id) return 0;
@@ -228,6 +288,12 @@ FS_USHORT map_char_4(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
   return glyph;
 }
 
+}  // namespace
+
+FS_USHORT map_char_4(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
+  return segments_glyph(sub, avail, id);
+}
+
 FS_USHORT map_char_5(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
   if (sub == nullptr || !fits(avail, 0, 14)) return 0;
   FS_ULONG n = get_u16(sub + 6) / 2;
@@ -236,9 +302,7 @@ FS_USHORT map_char_5(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG id) {
   FS_ULONG selector = get_u16(sub + 10);
   FS_ULONG range = selector < 16 ? 1u << selector : 0;
   const FS_BYTE* ends = sub + 14;
-  FS_ULONG pos = search_keys(n, range, id, [&](FS_ULONG i) {
-    return (FS_ULONG)get_u16(ends + 2 * i);
-  });
+  FS_ULONG pos = search_keys<2>(ends, n, range, id, read_u16);
   if (pos >= n) return 0;
   FS_LONG end = get_u16(ends + 2 * pos);
   FS_LONG v = (FS_TINY)sub[lengths + pos];
@@ -303,9 +367,11 @@ FS_USHORT cmap_subtable_format(const FS_BYTE* cmap, FS_ULONG length,
   return sub ? get_u16(sub) : 0xFFFF;
 }
 
-FS_USHORT cmap_map_subtable(const FS_BYTE* cmap, FS_ULONG length,
-                            FS_ULONG offset, FS_ULONG id, FS_ULONG varSelector,
-                            FS_BOOLEAN* bad_code) {
+namespace {
+
+inline FS_USHORT subtable_glyph(const FS_BYTE* cmap, FS_ULONG length,
+                                FS_ULONG offset, FS_ULONG id,
+                                FS_ULONG varSelector, FS_BOOLEAN* bad_code) {
   if (bad_code) *bad_code = 0;
   FS_ULONG avail = 0;
   const FS_BYTE* sub = subtable_at(cmap, length, offset, &avail);
@@ -318,14 +384,22 @@ FS_USHORT cmap_map_subtable(const FS_BYTE* cmap, FS_ULONG length,
   switch (format) {
     case 0: return map_char_0(sub, avail, id);
     case 2: return map_char_2(sub, avail, id);
-    case 4: return map_char_4(sub, avail, id);
+    case 4: return segments_glyph(sub, avail, id);
     case 5: return map_char_5(sub, avail, id);
     case 6: return map_char_6(sub, avail, id);
     case 8: return map_char_8(sub, avail, id);
-    case 12: return map_char_12(sub, avail, id);
+    case 12: return map_groups(sub, avail, kFormat12Groups, id);
     case 14: return map_char_14(sub, avail, id, varSelector);
     default: return 0;
   }
+}
+
+}  // namespace
+
+FS_USHORT cmap_map_subtable(const FS_BYTE* cmap, FS_ULONG length,
+                            FS_ULONG offset, FS_ULONG id, FS_ULONG varSelector,
+                            FS_BOOLEAN* bad_code) {
+  return subtable_glyph(cmap, length, offset, id, varSelector, bad_code);
 }
 
 /* ---- Inverse mapping ---- */
@@ -371,9 +445,8 @@ FS_ULONG inverse_map_char_12(const FS_BYTE* sub, FS_ULONG avail, FS_ULONG gi) {
     return true;
   };
   // The last group starting at or below gi, when groups go in glyph order.
-  FS_ULONG pos = search_keys(n, largest_power_of_two(n), gi + 1, [&](FS_ULONG i) {
-    return get_u32(groups + kGroupBytes * i + 8);
-  });
+  FS_ULONG pos = search_keys<kGroupBytes>(groups + 8, n, largest_power_of_two(n),
+                                          gi + 1, read_u32);
   FS_ULONG code = 0;
   for (FS_ULONG i = pos ? pos - 1 : 0; i < n; i++)
     if (holds(i, &code)) return code;
@@ -483,23 +556,46 @@ void cmap_code_ranges(const FS_BYTE* cmap, FS_ULONG length, FS_ULONG offset,
 
 /* ---- On a loaded font ---- */
 
-FS_USHORT ttf_map_char(FS_STATE* state, TTF* ttf, FS_ULONG cmap_offset,
-                       FS_ULONG id, FS_ULONG varSelector) {
+namespace {
+
+inline FS_USHORT loaded_glyph(FS_STATE* state, TTF* ttf, FS_ULONG cmap_offset,
+                              FS_ULONG id, FS_ULONG varSelector) {
+  if (ttf != nullptr) {
+    // A grouped subtable: the group of the code before first, when the
+    // groups ascend; else the search, whose group is remembered.
+    const FS_BYTE* cmap = (const FS_BYTE*)ttf->cmap;
+    TTF_CMAP_GROUPS* m = &ttf->cmap_groups;
+    if ((m->cmap == cmap && m->offset == cmap_offset &&
+         m->cmap_length == ttf->cmap_length) ||
+        remember_groups(ttf, cmap, ttf->cmap_length, cmap_offset)) {
+      state->error = SUCCESS;
+      if (m->ascending) {
+        const FS_BYTE* g = m->groups + kGroupBytes * m->last;
+        FS_ULONG start = get_u32(g);
+        if (id >= start && id <= get_u32(g + 4))
+          return (FS_USHORT)(get_u32(g + 8) + (id - start));
+      }
+      return search_groups(m->groups, m->count, id, &m->last);
+    }
+  }
   FS_BOOLEAN bad_code = 0;
   FS_USHORT glyph =
-      ttf ? cmap_map_subtable((const FS_BYTE*)ttf->cmap, ttf->cmap_length,
-                              cmap_offset, id, varSelector, &bad_code)
+      ttf ? subtable_glyph((const FS_BYTE*)ttf->cmap, ttf->cmap_length,
+                           cmap_offset, id, varSelector, &bad_code)
           : 0;
   state->error = bad_code ? ERR_BAD_GLYF_INDEX : SUCCESS;
   return glyph;
 }
 
+}  // namespace
+
+FS_USHORT ttf_map_char(FS_STATE* state, TTF* ttf, FS_ULONG cmap_offset,
+                       FS_ULONG id, FS_ULONG varSelector) {
+  return loaded_glyph(state, ttf, cmap_offset, id, varSelector);
+}
+
 FS_BOOLEAN CFNT_charInRange(UniRange upc, FS_ULONG id) {
-  if (upc.range1 >= 0xFFFFFFFE && upc.range2 >= 0xFFFFFFFE) return 1;
-  FS_ULONG block = (id & 0xFFFF) >> 10;
-  if (block < 32) return (upc.range1 >> block) & 1;
-  if (block < 64) return (upc.range2 >> (block - 32)) & 1;
-  return 1;
+  return in_range(upc, id);
 }
 
 /* ---- The client's cmap over the current set ---- */
@@ -520,8 +616,10 @@ FS_ULONG LFNT_get_cmap_offset(FS_STATE* state, LFNT* lfnt, FS_USHORT platform,
   return offset;
 }
 
-FS_USHORT LFNT_map_char(FS_STATE* state, LFNT* lfnt, FS_ULONG cmap_offset,
-                        FS_ULONG id, FS_ULONG varSelector) {
+namespace {
+
+inline FS_USHORT lfnt_glyph(FS_STATE* state, LFNT* lfnt, FS_ULONG cmap_offset,
+                            FS_ULONG id, FS_ULONG varSelector) {
   if (cmap_offset == 0) {
     cmap_offset =
         LFNT_get_cmap_offset(state, lfnt, state->platform, state->encoding);
@@ -529,7 +627,14 @@ FS_USHORT LFNT_map_char(FS_STATE* state, LFNT* lfnt, FS_ULONG cmap_offset,
   }
   TTF* ttf = loaded_ttf(state, lfnt);
   if (ttf == nullptr) return 0;
-  return ttf_map_char(state, ttf, cmap_offset, id, varSelector);
+  return loaded_glyph(state, ttf, cmap_offset, id, varSelector);
+}
+
+}  // namespace
+
+FS_USHORT LFNT_map_char(FS_STATE* state, LFNT* lfnt, FS_ULONG cmap_offset,
+                        FS_ULONG id, FS_ULONG varSelector) {
+  return lfnt_glyph(state, lfnt, cmap_offset, id, varSelector);
 }
 
 FS_LONG map_font(FS_STATE* state, TFNT* tfnt, FS_USHORT platform,
@@ -559,7 +664,10 @@ FS_LONG map_font(FS_STATE* state, TFNT* tfnt, FS_USHORT platform,
   return (FS_LONG)state->error;
 }
 
-FS_USHORT map_char(FS_STATE* state, FS_ULONG id, FS_ULONG varSelector) {
+namespace {
+
+inline __attribute__((always_inline)) FS_USHORT map_code(FS_STATE* state, FS_ULONG id,
+                                                    FS_ULONG varSelector) {
   state->error = SUCCESS;
   FNTSET* set = state->cur_typeset.fntset;
   if (set == nullptr || state->cur_typeset.tfntarray == nullptr) {
@@ -582,6 +690,9 @@ FS_USHORT map_char(FS_STATE* state, FS_ULONG id, FS_ULONG varSelector) {
     if (tfnt->cmap_offset == 0 &&
         map_font(state, tfnt, state->platform, state->encoding) != 0)
       return 0;
+    // A component of a set without the subtable, or whose font can't be
+    // loaded (map_font forgave it), can't serve: the next one may.
+    if (tfnt->cmap_offset == 0 && count > 1) continue;
     FS_CMAP_CACHE* slot = nullptr;
     if (fastPath) {
       if (lfnt->cmap_cache != nullptr && id <= 0xFFFF && id != 0)
@@ -594,7 +705,7 @@ FS_USHORT map_char(FS_STATE* state, FS_ULONG id, FS_ULONG varSelector) {
       }
       if (!covers(tfnt->cfnt, id)) continue;
     }
-    FS_USHORT glyph = LFNT_map_char(state, lfnt, tfnt->cmap_offset, id, varSelector);
+    FS_USHORT glyph = lfnt_glyph(state, lfnt, tfnt->cmap_offset, id, varSelector);
     if (state->error == ERR_BAD_GLYF_INDEX || state->error == ERR_CMAP_NOT_FOUND) {
       state->error = SUCCESS;  // not in this component's subtable
       continue;
@@ -612,6 +723,12 @@ FS_USHORT map_char(FS_STATE* state, FS_ULONG id, FS_ULONG varSelector) {
   if (count > 0) set_current(state, 0, &tfnts[0]);
   state->error = SUCCESS;
   return 0;
+}
+
+}  // namespace
+
+FS_USHORT map_char(FS_STATE* state, FS_ULONG id, FS_ULONG varSelector) {
+  return map_code(state, id, varSelector);
 }
 
 /* ---- Client calls ---- */
@@ -671,7 +788,7 @@ FS_USHORT map_in_set_numbering(FS_STATE* state, FS_ULONG id,
                                FS_ULONG varSelector) {
   FS_ULONG flags = state->flags;
   state->flags &= ~kGlyphIndexInput;
-  FS_USHORT glyph = map_char(state, id, varSelector);
+  FS_USHORT glyph = map_code(state, id, varSelector);
   if (state->error == SUCCESS)
     glyph = (FS_USHORT)(glyph + state->cur_typeset.tfntarray[state->cur_font]
                                     .cfnt->start_index);

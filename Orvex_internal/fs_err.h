@@ -54,6 +54,8 @@
   X(438, ERR_FLAG_UNSUPPORTED, "flag 0x8000 is not supported")                \
   X(441, ERR_FORMAT_NOT_SUPPORTED, "operation not defined for this format")   \
   X(442, ERR_LINK_INFO, "linked font information not found")                  \
+  X(443, ERR_LTT_NO_COMPONENTS, "linked font has no components")           \
+  X(445, ERR_LTT_LEGAL, "linked font legal line count 0 or above 9")        \
   X(446, ERR_VALIDATE_ARGS, "validation without a source")                    \
   X(448, ERR_TABLE_DIR, "table directory inconsistent")                       \
   X(453, ERR_MAXP_VERSION, "CFF font maxp version is not 0x00005000")         \

@@ -1,8 +1,7 @@
 // Font objects and font loading: finding or making the server's font sets
 // and loaded fonts for a file or memory image, loading and classifying a
 // font's data, the client's private names, and setting and deleting fonts.
-// Linked fonts stop at one seam, create_linked_FNTSET, until their reader
-// exists.
+// A linked font becomes a set of several components (create_linked_FNTSET).
 #include "Orvex_internal/fs_font.h"
 
 #include <stdio.h>
@@ -11,8 +10,10 @@
 #include <string>
 
 #include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_fio.h"
+#include "Orvex_internal/fs_ltt.h"
 #include "Orvex_internal/fs_string.h"
 #include "Orvex_internal/fs_tableptr.h"
 #include "Orvex_internal/fs_ttf.h"
@@ -99,16 +100,139 @@ void unwind_new_fntset(FS_STATE* state, FNTSET* set) {
   state->error = err ? err : (FS_ULONG)ERR_BAD_ARGUMENT;
 }
 
-// The linked-font seam: reads the linked font's header and builds one
-// component per entry (path resolution against `lttPath`'s folder, size
-// adjustments, synthetic style, glyph numbering). The linked-font reader
-// isn't built, so every linked font is refused with 442 and nothing stays.
+// A linked font's component `i` on the set: its font's place, its LFNT
+// (found, or made and not loaded: a component that can't be opened doesn't
+// stop the set), coverage, size adjustments and synthetic style.
+FS_LONG init_linked_component(FS_STATE* state, FNTSET* set, FsLtt* ltt,
+                              FS_USHORT i, const FILECHAR* lttPath) {
+  const FsLttComponent* c = &ltt->components[i];
+  CFNT* cfnt = &set->cfnt[i];
+  FsLttPlace place;
+  FS_LONG err = FsLttComponent_place(state, c, lttPath, set->memptr,
+                                     set->data_offset, &place);
+  if (err != 0) return err;
+  const FILECHAR* path = place.memptr ? nullptr : place.path;
+  // A component inside a linked font in memory of known length must lie
+  // within it (a length of 0 takes the rest); one that doesn't can't be
+  // loaded, like a file that can't be opened.
+  bool outside = false;
+  if (place.memptr != nullptr && place.memptr == set->memptr && set->data_length != 0) {
+    FS_UINT64 end = (FS_UINT64)set->data_offset + set->data_length;
+    if (place.length == 0 && place.offset < end) place.length = (FS_ULONG)(end - place.offset);
+    outside = (FS_UINT64)place.offset + place.length > end || place.length < 3;
+  }
+  FS_BYTE type = outside ? FNT_TYPE_UNREADABLE
+                         : fontfile_type(state, path, place.memptr, place.offset);
+  err = FS_SERVER_init_CFNT(state, cfnt, type, path, place.memptr, c->ttcIndex,
+                            place.offset, place.length);
+  if (err != 0) return err;
+  if (i == ltt->mtrxComponent) set->metric_font = cfnt->lfnt;
+  cfnt->bmp = {c->bmp.range1, c->bmp.range2};
+  cfnt->smp = {c->smp.range1, c->smp.range2};
+  cfnt->sip = {c->sip.range1, c->sip.range2};
+  cfnt->ssp = {c->ssp.range1, c->ssp.range2};
+  cfnt->adjOffset = c->adjustmentsOffset;
+  cfnt->numAdjust = c->numAdjustments;
+  if (c->bold) {
+    cfnt->embolden = 1;
+    cfnt->bold_pct = varmul_64(c->boldPercent, 655, 16);  // percent to 16.16
+  }
+  if (c->italic) {
+    // Degrees to radians, then the tangent's first two terms a + a^3 / 3.
+    cfnt->italicize = 1;
+    FS_FIXED a = varmul_64(c->italicAngle, 1144, 16);
+    FS_FIXED cube = varmul_64(varmul_64(a, a, 16), a, 16);
+    cfnt->italic_angle = a + vardiv_64(cube, 196608, 16);
+  }
+  if (i > 0) {
+    const FsLttComponent* prev = &ltt->components[i - 1];
+    cfnt->start_index = (FS_USHORT)(set->cfnt[i - 1].start_index +
+                                    prev->numGlyphs + prev->numIcons);
+  }
+  LFNT* lfnt = cfnt->lfnt;
+  if (lfnt->name == nullptr) {
+    lfnt->name = FS_strdup(state, c->fontName ? c->fontName : "");
+    if (lfnt->name == nullptr) return fail(state, ERR_MALLOC_FAIL);
+  }
+  cfnt->name = lfnt->name;
+  return 0;
+}
+
+// A linked font's table record, or null for a table it doesn't hold. False
+// when the heap refuses.
+bool set_ot_table(FS_STATE* state, const FsLttOtTable& t,
+                  FNTSET_OT_TABLE** out) {
+  *out = nullptr;
+  if (t.offset == 0) return true;
+  *out = (FNTSET_OT_TABLE*)FSS_malloc(state, sizeof(FNTSET_OT_TABLE));
+  if (*out == nullptr) return false;
+  (*out)->offset = t.offset;
+  (*out)->size = t.size;
+  return true;
+}
+
+// Builds a linked font's set: reads its header, then one component per
+// entry, each on its font's LFNT, numbered on from the one before. Any
+// failure unwinds the components already made and the set, and returns null
+// with the error (521 when none is given).
 FNTSET* create_linked_FNTSET(FS_STATE* state, FNTSET* set,
                              const FILECHAR* lttPath) {
-  (void)lttPath;
-  state->error = ERR_LINK_INFO;
-  unwind_new_fntset(state, set);
-  return nullptr;
+  FsLtt ltt;
+  FsLtt_init(&ltt, state);
+  FS_LONG err;
+  if (set->memptr != nullptr) {
+    err = FsLtt_load(&ltt, set->memptr + set->data_offset, set->data_length, 0);
+  } else {
+    FS_FILE* fp = FS_open(state, set->path);
+    err = fp == nullptr ? (FS_LONG)state->error : FsLtt_read(&ltt, fp, 0);
+    if (fp != nullptr) {
+      FS_ULONG keep = state->error;
+      FS_close(state, fp);
+      state->error = keep;
+    }
+  }
+  if (err == 0) {
+    set->name = FS_strdup(state, ltt.name ? ltt.name : "");
+    if (set->name == nullptr) err = ERR_MALLOC_FAIL;
+  }
+  if (err == 0) {
+    set->name_offset = ltt.ttf_name.offset;
+    set->name_size = ltt.ttf_name.size;
+    set->maxp_offset = ltt.maxp_off;
+    set->os_2_offset = ltt.os_2_off;
+    set->head_offset = ltt.head_off;
+    set->hhea_offset = ltt.hhea_off;
+    set->vhea_offset = ltt.vhea_off;
+    set->post_offset = ltt.post_off;
+    if (!set_ot_table(state, ltt.cmap, &set->cmap) ||
+        !set_ot_table(state, ltt.gdef, &set->gdef) ||
+        !set_ot_table(state, ltt.gsub, &set->gsub) ||
+        !set_ot_table(state, ltt.gpos, &set->gpos) ||
+        !set_ot_table(state, ltt.kern, &set->kern))
+      err = ERR_MALLOC_FAIL;
+  }
+  if (err == 0) {
+    set->cfnt = (CFNT*)FSS_calloc(state, (FS_ULONG)ltt.numComponents * sizeof(CFNT));
+    if (set->cfnt == nullptr) err = ERR_MALLOC_FAIL;
+  }
+  for (FS_USHORT i = 0; err == 0 && i < ltt.numComponents; i++) {
+    set->num_fonts = (FS_USHORT)(i + 1);  // what the unwinding undoes
+    err = init_linked_component(state, set, &ltt, i, lttPath);
+  }
+  FsLtt_done(&ltt);
+  if (err != 0) {
+    state->error = (FS_ULONG)err;
+    unwind_new_fntset(state, set);
+    return nullptr;
+  }
+  // A metric component beyond the list: the first one speaks for the set.
+  if (set->metric_font == nullptr) set->metric_font = set->cfnt[0].lfnt;
+  set->ref_count = 0;
+  set->count_added = 0;
+  set->next = state->server->font_sets;
+  state->server->font_sets = set;
+  state->error = SUCCESS;
+  return set;
 }
 
 // The component named `name` of a set of several fonts (a linked font);
@@ -777,10 +901,15 @@ FS_LONG FSS_font_name(FS_STATE* state, const FILECHAR* path, FS_BYTE* memptr,
 FS_LONG FSS_get_name(FS_STATE* state, FS_ULONG id, FS_ULONG name_len,
                      FILECHAR* name) {
   if (state == nullptr || state->server == nullptr) return ERR_BAD_ARGUMENT;
-  (void)id;  // one component renders every character of the sets made here
   FNTSET* set = state->cur_typeset.fntset;
   if (set == nullptr) return fail(state, ERR_NO_CURRENT_FONT);
-  FS_USHORT component = set->num_fonts > 1 ? state->cur_font : 0;
+  FS_USHORT component = 0;
+  if (set->num_fonts > 1) {
+    // The character mapping chooses the component that renders `id`.
+    map_char(state, id, 0);
+    if (state->error != SUCCESS) return (FS_LONG)state->error;
+    component = state->cur_font;
+  }
   if (set->cfnt == nullptr || component >= set->num_fonts ||
       set->cfnt[component].name == nullptr)
     return fail(state, ERR_FONT_NOT_LOADED);
@@ -878,13 +1007,19 @@ FS_LONG FSS_get_available_fonts(FS_STATE* state, FS_BYTE style, FS_BYTE face,
 }
 
 FS_LONG FSS_get_link_info(FS_STATE* state, const FILECHAR* path,
-                          FS_BYTE* memptr, void* info) {
+                          FS_BYTE* memptr, FsLtt* info) {
   if (state == nullptr) return ERR_BAD_ARGUMENT;
-  (void)info;
-  fontfile_type(state, memptr ? nullptr : path, memptr, 0);
-  // A file of another type has no link data; a linked font's header can't
-  // be read until the linked-font reader exists.
-  return fail(state, ERR_LINK_INFO);
+  if (info == nullptr) return fail(state, ERR_BAD_ARGUMENT);
+  FsLtt_init(info, state);
+  const FILECHAR* file = memptr ? nullptr : path;
+  if (fontfile_type(state, file, memptr, 0) != FNT_TYPE_LINKED)
+    return fail(state, ERR_LINK_INFO);
+  if (memptr != nullptr) return FsLtt_load(info, memptr, 0, 0);
+  FS_FILE* fp = FS_open(state, file);
+  if (fp == nullptr) return (FS_LONG)state->error;
+  FS_LONG err = FsLtt_read(info, fp, 0);
+  FS_close(state, fp);
+  return fail(state, (FS_ULONG)err);
 }
 
 FS_LONG FSUtil_loadFonts(FS_STATE* state, const MY_FONT* fonts) {

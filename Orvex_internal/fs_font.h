@@ -8,6 +8,8 @@
 
 #include "Orvex_internal/fs_state.h"
 
+struct FsLtt;
+
 // fontfile_type results.
 const FS_BYTE FNT_TYPE_TTF = 0;       // TrueType / OpenType with `glyf`
 const FS_BYTE FNT_TYPE_TTC = 1;       // a member of a collection
@@ -50,8 +52,9 @@ extern int my_font_count;
 // memory; 102 file not opened; 106 unreadable (a directory, a file under 3
 // bytes); 403 not an sfnt; 404 face beyond the collection; 405 a required
 // table missing; 448 tables beyond the data (a truncated font); 436 a type
-// with no scaler; 442 a linked font (its reader isn't built); 310 name
-// buffer too small; 201 heap. On failure nothing is added.
+// with no scaler; for a linked font its reader's codes (443, 445, 446, 505)
+// and 521 for a component its embedding can't place; 310 name buffer too
+// small; 201 heap. On failure nothing is added.
 FS_LONG FSS_load_font(FS_STATE* state, const FILECHAR* path, FS_BYTE* memptr,
                       FS_ULONG index, FS_ULONG name_len, FILECHAR* name);
 
@@ -98,8 +101,9 @@ FS_LONG FSS_font_name_with_offset(FS_STATE* state, const FILECHAR* path,
                                   FS_ULONG name_len, FILECHAR* name);
 
 // Name of the component of the current set that renders character `id`
-// into `name`. Every set this build can make has one component, which
-// renders all; a set of several asks the character mapping. Returns 0; 305
+// into `name`: a set of one font its only component, a linked font the one
+// the character mapping chooses (the first for an unmapped code). Returns
+// 0; the mapping's error; 305
 // no current font; 304 no name; 310 name longer than `name_len` - 1.
 FS_LONG FSS_get_name(FS_STATE* state, FS_ULONG id, FS_ULONG name_len,
                      FILECHAR* name);
@@ -120,10 +124,11 @@ FS_LONG FSS_get_font_path(FS_STATE* state, const FILECHAR* name,
 FS_LONG FSS_get_available_fonts(FS_STATE* state, FS_BYTE style, FS_BYTE face,
                                 FILECHAR** list, FS_ULONG* length);
 
-// Reads a linked font's header. A file of another type, and for now every
-// file (the linked-font reader isn't built), gives 442.
+// Reads a linked font's head and component blocks into `info` (initialised
+// here; the caller ends it with FsLtt_done). A file of another type gives
+// 442; a linked font the reader refuses, the reader's code.
 FS_LONG FSS_get_link_info(FS_STATE* state, const FILECHAR* path,
-                          FS_BYTE* memptr, void* info);
+                          FS_BYTE* memptr, FsLtt* info);
 
 // Adds each font of a built-in table through FSS_add_font; a row without
 // memory is looked up under "../Orvex/product/fontdata/". Returns 0 or the

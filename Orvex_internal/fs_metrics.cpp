@@ -14,6 +14,7 @@
 #include "Orvex_internal/fs_glue.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_outline.h"
+#include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
@@ -487,19 +488,28 @@ FS_LONG FSS_get_glyph_metrics(FS_STATE* state, FS_ULONG index, FS_SHORT* lsb,
 FS_LONG CFNT_get_font_height(FS_STATE* state, FNTSET* fntset, CFNT* cfnt,
                              FS_USHORT ppem, FS_LONG* ascent,
                              FS_LONG* descent) {
-  (void)fntset;  // the set's size adjustments join with the linked fonts
   *ascent = *descent = 0;
   if (cfnt == nullptr || cfnt->lfnt == nullptr)
     return fail(state, ERR_TABLE_NOT_FOUND);
+  // The component's size adjustment: its whole pixels of scale make it a
+  // larger size, its shift moves it up.
+  FS_PPEM_ADJUST adj;
+  FS_LONG err = CFNT_get_adjustments(state, fntset, cfnt, (FS_FIXED)ppem << 16, &adj);
+  if (err != 0) return err;
   FS_LONG size = ppem;
+  if (adj.scale != 0) size += adj.scale / 256;  // toward zero when negative
   if ((cfnt->lfnt->fontflags & FONTFLAG_STIK_64) && (size & 1)) size--;
   FS_FIXED a, d, l;
   FS_USHORT src;
-  if (LFNT_get_ascender_descender_leading(state, cfnt->lfnt, size << 16, &a,
+  if (LFNT_get_ascender_descender_leading(state, cfnt->lfnt, size * 65536, &a,
                                           &d, &l, &src) != 0)
     return fail(state, ERR_TABLE_NOT_FOUND);
   *ascent = round_pixels(a);
   *descent = round_pixels(d);
+  if (adj.shift != 0) {
+    *ascent += adj.shift;
+    *descent -= adj.shift;
+  }
   return 0;
 }
 

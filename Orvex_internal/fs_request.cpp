@@ -178,7 +178,11 @@ FS_LONG CFNT_get_adjustments(FS_STATE* state, FNTSET* fntset, CFNT* cfnt,
   FS_BYTE* buffer = nullptr;
   const FS_BYTE* records = nullptr;
   if (fntset->memptr != nullptr) {
-    records = fntset->memptr + cfnt->adjOffset;
+    // An image of known length bounds the records.
+    if (fntset->data_length != 0 &&
+        ((FS_UINT64)cfnt->adjOffset + bytes > fntset->data_length))
+      return fail(state, ERR_FILE_READ);
+    records = fntset->memptr + fntset->data_offset + cfnt->adjOffset;
   } else {
     FS_FILE* fp = FS_open(state, fntset->path);
     if (fp == nullptr) return (FS_LONG)state->error;
@@ -209,7 +213,7 @@ FS_LONG CFNT_get_adjustments(FS_STATE* state, FNTSET* fntset, CFNT* cfnt,
 }
 
 FS_FIXED adjustment_scale_factor(FS_SHORT scale, FS_FIXED yppm) {
-  return vardiv_64(yppm + ((FS_LONG)scale << 8), yppm, 16);
+  return vardiv_64(yppm + (FS_LONG)scale * 256, yppm, 16);
 }
 
 FS_LONG FSS_set_scale(FS_STATE* state, FS_FIXED s00, FS_FIXED s01,

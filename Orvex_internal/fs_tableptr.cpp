@@ -138,7 +138,12 @@ FS_BYTE* get_table_ptr(FS_STATE* state, LFNT* lfnt, FS_BOOLEAN lfntIsFntset,
   FS_BOOLEAN external = 1;
   if (lfntIsFntset) {
     if (real_memptr != nullptr) {
-      ptr = real_memptr + offset;
+      // A linked font's own table, where its file says, inside the image
+      // when the image's length is known.
+      const FNTSET* set = (const FNTSET*)lfnt;
+      if (set->data_length != 0 && (FS_UINT64)offset + size > set->data_length)
+        return fail(state, ERR_FILE_READ);
+      ptr = real_memptr + set->data_offset + offset;
       external = 0;
     } else {
       ptr = fntset_read(state, (FNTSET*)lfnt, offset, size);

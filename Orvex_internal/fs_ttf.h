@@ -232,6 +232,23 @@ struct CCC_INFO {
   FS_SHORT numBits_SF;
 };
 
+// What the character mapping keeps of the grouped subtable (format 8 or 12)
+// it read last, so that a code falling in the group of the code before it
+// needs no search. It names the `cmap` bytes and the subtable it was made
+// for, and answers only when every group starts no later than it ends and
+// ends below the next one's start: then the group holding a code is the one
+// the search would find. Zeroed with the record; made again when the
+// mapping reads another grouped subtable.
+struct TTF_CMAP_GROUPS {
+  const FS_BYTE* cmap;    // the bytes it was made for, null before
+  FS_ULONG cmap_length;
+  FS_ULONG offset;        // of the subtable inside `cmap`
+  const FS_BYTE* groups;  // the first group
+  FS_ULONG count;
+  FS_ULONG last;          // the group the last code was found in
+  FS_BOOLEAN ascending;
+};
+
 // One loaded font. Offsets count from the font's start; data_offset is added
 // only when reading. Owns everything it points to except path, memptr and
 // fp's file, and loca and cmap when they point into memptr (own_cmap 0).
@@ -288,6 +305,7 @@ struct TTF {
   FS_ULONG dir_entries;   // directory entries read: bounds every walk
   FS_BOOLEAN dir_native;  // the directory was converted to native order
   FS_ULONG cmap_length;   // bytes of `cmap` held (an aligned copy's too)
+  TTF_CMAP_GROUPS cmap_groups;
 };
 
 // Loads one font: from `memptr` when given (path ignored), else from the file

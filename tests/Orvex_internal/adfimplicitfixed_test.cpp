@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <functional>
 #include <random>
 #include <vector>
 
@@ -162,8 +164,8 @@ TEST(AdfWinding, HandDrawnShapes) {
   ADFTermSystem(inst);
 }
 
-// One render of `path` on the client into an image of at most 300x300 that
-// must stay cleared; returns the error left.
+// One render of `path` on the client into an image of at most 300x300;
+// returns the error left.
 FS_ULONG renderOnce(FS_STATE* st, const ADFPath& path, ADFRenderAttrs a) {
   void* inst = ADFInitSystem(st);
   ADFGlyph* adf = inst ? ADFGenerateADF(inst, &path) : nullptr;
@@ -175,7 +177,7 @@ FS_ULONG renderOnce(FS_STATE* st, const ADFPath& path, ADFRenderAttrs a) {
     std::vector<ADF_U8> pixels((size_t)w * h * 4, 0xAB);
     ADFImage image = {1, w, h, 0, nullptr, pixels.data()};
     ADFRenderGlyph(inst, adf, &rgd, &image);
-    error = std::count(pixels.begin(), pixels.end(), 0) == (long)pixels.size() ? st->error : 999;
+    error = st->error;
     ADFDestroyADF(inst, adf);
   }
   ADFTermSystem(inst);
@@ -183,7 +185,8 @@ FS_ULONG renderOnce(FS_STATE* st, const ADFPath& path, ADFRenderAttrs a) {
 }
 
 // Random opcodes and full 32-bit coordinates, empty, one-point and 100k-point
-// lists, each mode, rotation and strokes: errors only 201, the heap restored.
+// lists, each mode, rotation, strokes, gamma and cut-offs 0, swapped or past
+// +-20: errors only 201, the heap restored.
 TEST(AdfRenderFuzz, RandomPenListsAllModes) {
   std::mt19937 rng(1933);
   enginetest::Engine eng(64 << 20);
@@ -191,7 +194,9 @@ TEST(AdfRenderFuzz, RandomPenListsAllModes) {
   for (int round = 0; round < 72; round++) {  // each mode with each size twice
     const bool wild = round % 12 < 6;        // full 32-bit or a 40-unit box
     auto coord = [&] { return wild ? (ADF_I32)rng() : (ADF_I32)(rng() % (40 * F)); };
-    std::vector<ADFPenCmd> cmds(sizes[round % 6]);
+    // Long lists of sane points draw a band over the whole image for every
+    // segment: 400 of them say as much as 100k.
+    std::vector<ADFPenCmd> cmds(!wild && round % 6 == 5 ? 400 : sizes[round % 6]);
     for (auto& c : cmds) c = {(ADF_U32)(rng() % 8), coord(), coord(), coord(), coord(), coord(), coord()};
     ADFPath path = {rng() % 3 == 0, (ADF_I32)(rng() % (8 * F)), wild ? coord() : 0, wild ? coord() : 0,
                     wild ? coord() : 40 * F, wild ? coord() : 40 * F, wild ? coord() : 48 * F,
@@ -199,6 +204,9 @@ TEST(AdfRenderFuzz, RandomPenListsAllModes) {
     ADFRenderAttrs a = attrs(0, round / 12);
     a.pointSize = (ADF_I32)(rng() % (200 * F)), a.penX = (ADF_I32)(rng() % (4 * F)), a.gridFitType = 3;
     a.rotationAngle = round % 5 == 0 ? (ADF_I32)rng() : 0, a.insideCutoff = (ADF_I32)rng(), a.outsideCutoff = (ADF_I32)rng();
+    if (round % 4 == 1) a.insideCutoff = a.outsideCutoff = 0;
+    a.gamma = round % 3 ? F : (ADF_I32)(rng() % (4 * F)), a.colorReductionAmt = (ADF_I32)rng();
+    a.useColorReduction = round % 2;
     const FS_ULONG error = renderOnce(&eng.st, path, a);
     ASSERT_TRUE((error == 0 || error == ERR_MALLOC_FAIL) && eng.used() == enginetest::kInitCharge) << round;
   }
@@ -220,6 +228,174 @@ TEST(AdfRenderFuzz, HeapBudgetSweep) {
     if (error == 0) break;
   }
   EXPECT_GT(failures, 10);
+}
+
+// A render of font-unit pen commands (em 24.0 at 24 pt, 72 dpi: a pixel is
+// kS font units), through ADFRenderGlyph and again by its steps with the
+// distances kept. Sample s stands at pixel-space (X(s), Y(s)).
+const double kS = 65520.0 / 65536;
+struct Render {
+  std::vector<ADF_I1616> dist; std::vector<ADF_U8> pixels; ADFRenderImageAttrs ria; ADF_U32 dw, dh;
+  double X(ADF_U32 s) const { return ria.imageOriginX + 0.5 + (double)(s % dw) * ria.imageW / dw; }
+  double Y(ADF_U32 s) const { return ria.imageOriginY + 1.5 + (double)(s / dw) * ria.imageH / dh; }
+};
+Render renderKept(const ADFPath& path, double in, double out, ADF_U32 mode = 0, double penX = 0, double penY = 0,
+                  ADF_U32 reduce = 0, ADF_I1616 amount = 0) {
+  enginetest::Engine eng(16 << 20);
+  void* inst = ADFInitSystem(&eng.st);
+  ADFGlyph* adf = ADFGenerateADF(inst, &path);
+  ADFRenderAttrs a = attrs(24, mode);
+  a.insideCutoff = (ADF_I32)lround(in * F), a.outsideCutoff = (ADF_I32)lround(out * F), a.gamma = F;
+  a.penX = (ADF_I32)lround(penX * F), a.penY = (ADF_I32)lround(penY * F), a.useColorReduction = reduce, a.colorReductionAmt = amount;
+  Render r;
+  ADFRenderGlyphData rgd; ADFTypesetAttrs ta;
+  ADFRenderSetup(adf, &a, &rgd, &r.ria, &ta);
+  ADFImage* image = ADFCreateImage(inst, mode ? 1 : 0, r.ria.imageW, r.ria.imageH, 0);
+  ADFRenderGlyph(inst, adf, &rgd, image);
+  r.pixels.assign(image->base, image->base + (size_t)image->w * image->h * (mode ? 4 : 1));
+  DistBuffer* db = CreateDistBuffer(inst, image, mode);
+  InternPath* ip = CreateInternPath(inst, adf, &rgd);
+  ADF_I8* wnb = path.pathType ? nullptr : CreateWindingNumberBuffer(inst, db);
+  ADF_I1616* bcell = wnb && SetWindingNumberBuffer(ip, db, wnb) ? (ADF_I1616*)ADFCalloc(inst, 4 * db->w * db->h) : nullptr;
+  if (!wnb) std::fill(db->base, db->base + db->w * db->h, -128 * F), rgd.outsideCutoff -= ip->pathWidth / 2;
+  (rgd.insideCutoff > F || rgd.outsideCutoff < -2 * F ? ProcessBoundaryCells_rect : ProcessBoundaryCells_trap)(ip, &rgd, db, wnb, bcell);
+  r.dist.assign(db->base, db->base + db->w * db->h), r.dw = db->w, r.dh = db->h;
+  ADFFree(inst, bcell), ADFFree(inst, wnb), DestroyInternPath(inst, ip), DestroyDistBuffer(inst, db);
+  ADFDestroyImage(inst, image), ADFDestroyADF(inst, adf), ADFTermSystem(inst);
+  EXPECT_EQ(eng.used(), enginetest::kInitCharge);
+  return r;
+}
+
+// Distance of (x, y) from the segment (ax, ay)-(bx, by).
+double segment(double x, double y, double ax, double ay, double bx, double by) {
+  const double dx = bx - ax, dy = by - ay, t = std::max(0.0, std::min(1.0, ((x - ax) * dx + (y - ay) * dy) / (dx * dx + dy * dy)));
+  return std::hypot(x - ax - t * dx, y - ay - t * dy);
+}
+
+ADFPath pathOf(std::vector<ADFPenCmd>& cmds, const std::vector<std::vector<double>>& polys) {
+  std::vector<std::vector<ADF_I32>> fixed(polys.size());
+  for (size_t k = 0; k < polys.size(); k++)
+    for (double v : polys[k]) fixed[k].push_back((ADF_I32)lround(v * F));
+  return polygons(cmds, fixed);
+}
+
+// A circle of radius R at (20.3, 20.3) in 16 quadratic arcs.
+ADFPath circle(std::vector<ADFPenCmd>& cmds, double R) {
+  const double c = 20.3, step = M_PI / 8, m = R / std::cos(step / 2);
+  ADFPath path = pathOf(cmds, {{c + R, c}});
+  auto at = [&](double r, double angle, int axis) { return (ADF_I32)lround((c + r * (axis ? std::sin(angle) : std::cos(angle))) * F); };
+  for (int k = 1; k <= 16; k++)
+    cmds.push_back({2, at(R, k * step, 0), at(R, k * step, 1), at(m, (k - 0.5) * step, 0), at(m, (k - 0.5) * step, 1), 0, 0});
+  path.glyphMinX = path.glyphMinY = at(-R, 0, 0), path.glyphMaxX = path.glyphMaxY = at(R, 0, 0);
+  path.numPenCmds = (ADF_U32)cmds.size(), path.penCmds = cmds.data();
+  return path;
+}
+
+const std::vector<double> kSquare = {10.25, 10.25, 10.25, 30.25, 30.25, 30.25, 30.25, 10.25, 10.25, 10.25};
+
+// Distances d in the band against the expected e, and densities within a
+// level of the ramp of d. Outside, |d| lies in [low |e| - tol, |e| + tol]
+// (low < 1 where squared corners read less than the Euclidean distance).
+TEST(AdfBoundaryCells, DistancesOfShapesWorkedByHand) {
+  auto square = [](double x, double y) {  // nearest side inside, minus Chebyshev outside
+    return std::min(std::min(x - 10.25 * kS, 30.25 * kS - x), std::min(y - 10.25 * kS, 30.25 * kS - y));
+  };
+  auto round = [](double x, double y) { return 10 * kS - std::hypot(x - 20.3 * kS, y - 20.3 * kS); };
+  auto capsule = [](double x, double y) { return 2 - kS * segment(x / kS, y / kS, 15.3, 20.3, 30.3, 25.3); };
+  auto diamond = [](double x, double y) {  // folded onto the quarter from (30.3, 20.3) to (20.3, 35.3)
+    const double u = std::fabs(x / kS - 20.3) + 20.3, v = std::fabs(y / kS - 20.3) + 20.3;
+    return (1.5 * u + v < 65.75 ? kS : -kS) * segment(u, v, 30.3, 20.3, 20.3, 35.3);
+  };
+  std::vector<ADFPenCmd> c1, c2, c3, c4;
+  const ADFPath sq = pathOf(c1, {kSquare}), rh = pathOf(c2, {{20.3, 5.3, 10.3, 20.3, 20.3, 35.3, 30.3, 20.3, 20.3, 5.3}}), ci = circle(c3, 10);
+  ADFPath stroke = pathOf(c4, {{15.3, 20.3, 30.3, 25.3}});
+  stroke.pathType = ADF_PATH_STROKE, stroke.pathWidth = 4 * F;
+  struct Row { const char* why; const ADFPath* path; std::function<double(double, double)> e; double in, out, tol, low; } rows[] = {
+      {"square, rectangle style", &sq, square, 4, -4, 0.004, 1},
+      {"square, trapezoid style", &sq, square, 0.5, -0.5, 0.004, 1},
+      {"square, trapezoid style at the default CSM", &sq, square, 0.4, -0.56, 0.004, 1},
+      // Flattened circle points on a diagonal are squared (equal legs).
+      {"circle, rectangle style", &ci, round, 3, -3, 0.12, 0.7},
+      {"circle, trapezoid style", &ci, round, 0.5, -0.5, 0.12, 1},
+      {"rhombus: round outer corners", &rh, diamond, 3, -3, 0.12, 1},
+      {"stroke 4 wide: a capsule", &stroke, capsule, 0.5, -0.5, 0.004, 1}};
+  for (const Row& row : rows) {
+    const Render r = renderKept(*row.path, row.in, row.out);
+    const double shift = row.path->pathType ? 2 : 0;  // a stroke's d counts from its centre line
+    const double fr = std::max(std::fabs(row.in - shift), std::fabs(row.out - shift));
+    int band = 0;
+    for (ADF_U32 s = 0; s < r.dist.size(); s++) {
+      const double e = row.e(r.X(s), r.Y(s)), d = r.dist[s] / 65536.0 + shift;
+      ASSERT_NEAR(r.pixels[s], std::max(0.0, std::min(255.0, std::floor(255 * (d - row.out) / (row.in - row.out)))), 1)
+          << row.why << " at " << r.X(s) << "," << r.Y(s);
+      if (std::fabs(e - shift) > fr - 0.15) continue;
+      band++;
+      ASSERT_TRUE(e > 0 ? std::fabs(d - e) <= row.tol : -d >= row.low * -e - (row.low < 1 ? 0 : row.tol) && -d <= -e + row.tol)
+          << row.why << " at " << r.X(s) << "," << r.Y(s) << ": " << d << " for " << e;
+    }
+    EXPECT_GT(band, 20) << row.why;
+  }
+}
+
+// Two overlapping squares against their union's outline: the same in
+// trapezoid style (at 1.0 the band reaches samples inside both); in
+// rectangle style (no overlap rule at corners) away from the inner vertices
+// and crossings.
+TEST(AdfBoundaryCells, OverlapsRenderAsTheirUnion) {
+  const std::vector<double> b = {20.3, 15.4, 20.3, 25.4, 40.3, 25.4, 40.3, 15.4, 20.3, 15.4},
+                            u = {10.25, 10.25, 10.25, 30.25, 30.25, 30.25, 30.25, 25.4, 40.3, 25.4, 40.3, 15.4, 30.25, 15.4, 30.25, 10.25, 10.25, 10.25};
+  const double inner[4][2] = {{20.3, 15.4}, {20.3, 25.4}, {30.25, 25.4}, {30.25, 15.4}};
+  for (double cut : {0.5, 1.0, 4.0}) {
+    std::vector<ADFPenCmd> c1, c2;
+    const Render two = renderKept(pathOf(c1, {kSquare, b}), cut, -cut), one = renderKept(pathOf(c2, {u}), cut, -cut);
+    ASSERT_EQ(two.pixels.size(), one.pixels.size());
+    for (ADF_U32 s = 0; s < one.pixels.size(); s++) {
+      bool near = false;
+      for (const auto& p : inner) near = near || std::hypot(one.X(s) - p[0] * kS, one.Y(s) - p[1] * kS) <= std::sqrt(2) * cut;
+      ASSERT_TRUE((cut > 1 && near) || two.pixels[s] == one.pixels[s]) << cut << " at " << one.X(s) << "," << one.Y(s);
+    }
+  }
+}
+
+// The stripes against grey renders with the pen moved a third of a pixel:
+// horizontal stripes read red, green, blue at pen x +1/3, 0, -1/3, vertical
+// ones at pen y -1/3, 0, +1/3; the first red (blue) of a row (column) is 0.
+// Colour reduction at amount 1.0 gives every pixel its luminance; mode 2
+// never reduces.
+TEST(AdfDensityImage, StripesAreGreyRendersAThirdApart) {
+  std::vector<ADFPenCmd> cmds;
+  const ADFPath path = circle(cmds, 6);
+  const double third = 21845.0 / F;
+  for (ADF_U32 mode : {1u, 3u, 4u}) {
+    const bool h = mode == 1;
+    const Render lcd = renderKept(path, 0.5, -0.5, mode);
+    Render grey[3];
+    for (int k = 0; k < 3; k++) grey[k] = renderKept(path, 0.5, -0.5, 0, h ? third * (1 - k) : 0, h ? 0 : third * (k - 1));
+    const int W = lcd.ria.imageW;
+    for (int s = 0; s < W * lcd.ria.imageH; s++) {
+      const ADF_U8* p = &lcd.pixels[4 * s];
+      for (int k = 0; k < 3; k++) {
+        const Render& g = grey[k];
+        const int i = lcd.ria.imageOriginX + s % W - g.ria.imageOriginX, j = lcd.ria.imageOriginY + s / W - g.ria.imageOriginY;
+        const bool first = h ? (k == 0 && s % W == 0) : (k == 2 && s < W);
+        const int want = i >= 0 && j >= 0 && i < g.ria.imageW && j < g.ria.imageH && !first ? g.pixels[j * g.ria.imageW + i] : 0;
+        ASSERT_NEAR(p[k], want, first ? 0 : 1) << "mode " << mode << " channel " << k << " at " << s;
+      }
+      ASSERT_EQ(p[3], std::max({p[0], p[1], p[2]}));
+    }
+  }
+  const Render plain = renderKept(path, 0.5, -0.5, 1), toY = renderKept(path, 0.5, -0.5, 1, 0, 0, 1, F),
+               two = renderKept(path, 0.5, -0.5, 2, 0, 0, 1, F);
+  int coloured = 0;
+  for (size_t s = 0; s < plain.pixels.size(); s += 4) {
+    const ADF_U8* p = &plain.pixels[s];
+    const bool grey = p[0] == p[1] && p[1] == p[2];
+    coloured += !grey;
+    for (int k = 0; k < 4; k++)
+      ASSERT_TRUE(toY.pixels[s + k] == (grey ? p[k] : yuvRedTable[p[0]] + yuvGreenTable[p[1]] + yuvBlueTable[p[2]]) &&
+                  two.pixels[s + k] == p[k]) << s;
+  }
+  EXPECT_GT(coloured, 20);
 }
 
 }  // namespace

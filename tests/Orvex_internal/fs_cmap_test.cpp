@@ -293,6 +293,37 @@ TEST_F(CmapClient, MalformedCmapsAreRefusedOrReadAsEmpty) {
   EXPECT_EQ(st->error, 0u);
 }
 
+TEST_F(CmapClient, TheGroupOfTheCodeBeforeAnswersOnlyWhenGroupsAscend) {
+  // A (3,10) format 12 of two groups, codes asked in turn. Overlapping or
+  // unsorted groups must go through the search every time: 0x70 is found
+  // in the second group, after which 0x55 (overlap) lies in it too but the
+  // search finds the first; in the unsorted table 0x7F leaves the search at
+  // the second group, which holds 0x45 though the search does not reach it.
+  struct {
+    std::vector<std::vector<uint32_t>> groups;
+    std::vector<std::pair<FS_ULONG, FS_USHORT>> codes;
+    const char* why;
+  } rows[] = {
+      {{{0x41, 0x4F, 100}, {0x61, 0x6F, 200}},
+       {{0x42, 101}, {0x43, 102}, {0x62, 201}, {0x44, 103}, {0x50, 0}, {0x6F, 214},
+        {0x70, 0}, {0x41, 100}},
+       "ascending: within, across and between groups"},
+      {{{0x41, 0x60, 100}, {0x50, 0x7F, 300}}, {{0x70, 332}, {0x55, 120}},
+       "overlapping: the search's first group"},
+      {{{0x60, 0x70, 1}, {0x41, 0x50, 100}}, {{0x7F, 0}, {0x45, 0}},
+       "unsorted: the search's answer, 0"},
+  };
+  for (auto& r : rows) {
+    Bytes c = words({0, 1, 3, 10, 0, 12});
+    Bytes sub = format12(r.groups);
+    c.insert(c.end(), sub.begin(), sub.end());
+    setDejaVuWithCmap(c);
+    ASSERT_EQ(FSS_set_cmap(st, 3, 10), 0) << r.why;
+    for (auto& code : r.codes)
+      EXPECT_EQ(FSS_map_char(st, code.first), code.second) << r.why << " " << code.first;
+  }
+}
+
 TEST_F(CmapClient, CacheAndCoverageMaskShortenTheLookUp) {
   setFont(kDejaVuSans);
   ASSERT_EQ(FSS_set_cmap(st, 3, 10), 0);

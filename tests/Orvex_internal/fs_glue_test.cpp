@@ -137,27 +137,19 @@ TEST(ScaleFont, AWorkspaceBeyondTheHeapIs201AndNothingStays) {
 
 }  // namespace
 
-// Scan control words merged (high bits ORed, the larger threshold) decide
-// dropout control against the size (12 ppem) and the scale.
+// Merged scan control words (high bits ORed, the larger threshold) decide dropout control at 12 ppem.
 TEST(ScanControl, MergedWordsDecideDropoutControl) {
   const FS_FIXED P = 12 << 16;
-  struct {
-    std::vector<FS_ULONG> words;
-    FS_FIXED s00, s01, s10;
-    FS_LONG want;
-  } rows[] = {{{}, P, 0, 0, 0},          {{0x100 | 12}, P, 0, 0, 1},   {{0x100 | 11}, P, 0, 0, 0},
-              {{0x108, 20}, P, 0, 0, 1}, {{0x1FF}, P, 0, 0, 1},        {{0x114, 0x20000}, P, 0, 0, 0},
-              {{0x200}, P, 1, 1, 1},     {{0x200}, P, 1, 0, 0},        {{0x400}, 2 * P, 0, 0, 1},
-              {{0x400}, P, 0, 0, 0}};
+  struct { std::vector<FS_ULONG> words; FS_FIXED s00, s01, s10; FS_LONG want; } rows[] = {
+      {{}, P, 0, 0, 0},         {{0x100 | 12}, P, 0, 0, 1}, {{0x100 | 11}, P, 0, 0, 0}, {{0x108, 20}, P, 0, 0, 1},
+      {{0x1FF}, P, 0, 0, 1},    {{0x114, 0x20000}, P, 0, 0, 0}, {{0x200}, P, 1, 1, 1},  {{0x200}, P, 1, 0, 0},
+      {{0x400}, 2 * P, 0, 0, 1}, {{0x400}, P, 0, 0, 0}};
   for (const auto& r : rows) {
     SENV senv{};
     SFNT sfnt{};
     fsg_SplineKey key{};
-    senv.yppm = 12;
-    sfnt.senv = &senv;
-    FS_FIXED s[4] = {r.s00, r.s01, r.s10, P};
-    memcpy(sfnt.user_scale, s, sizeof s);
-    key.sfnt = &sfnt;
+    senv.yppm = 12, sfnt.senv = &senv, key.sfnt = &sfnt;
+    sfnt.user_scale[0] = r.s00, sfnt.user_scale[1] = r.s01, sfnt.user_scale[2] = r.s10, sfnt.user_scale[3] = P;
     for (FS_ULONG w : r.words) update_scanControl(&key, w);
     EXPECT_EQ(r.want, get_dropout_control(&key)) << std::hex << key.scanControl;
   }

@@ -109,6 +109,44 @@ TEST_F(Graymap, FullCellStoreDoublesTheBandsAndStillGivesTheSameImage) {
   FSS_free(&st, g);
 }
 
+TEST_F(Graymap, RunsBetweenEdgesAndTheTrimKeepEveryPixel) {
+  // Bars on whole pixels leave 255 inside, 0 outside: their insides are the
+  // runs between two edges, of every length from 0 to 40 (short, 8 to 16,
+  // long fills) and, 5000 wide, past the widest map swept by occupied
+  // columns. A sliver 1/1000 of a pixel wide covers nothing (level 0), so
+  // its columns or rows are trimmed; the bytes behind a record smaller than
+  // 48 stay 0 as in a fresh one.
+  struct {
+    std::vector<Contour> shape;
+    int lo_x, hi_y, width, height;
+    const char* why;
+  } rows[] = {
+      {{}, 0, 0, 1641, 1, "bars 1 to 41 wide, gaps of 0 to 40"},
+      {{rect(0, 0, 5000, 1)}, 0, 0, 5000, 1, "a bar wider than 4096"},
+      {{rect(0, 0, 1, 2), rect(3, 0, 3.001, 2)}, 0, 1, 1, 2, "sliver right: columns trimmed"},
+      {{rect(0, 0, 2, 1), rect(0, 3, 2, 3.001)}, 0, 0, 2, 1, "sliver above: rows move up"},
+  };
+  for (int i = 0, x = 0; i <= 40; x += 2 * i + 1, i++)
+    rows[0].shape.push_back(rect(x, 0, x + i + 1, 1));
+  for (auto& r : rows) {
+    FS_GRAYMAP* g = render(r.shape);
+    ASSERT_NE(nullptr, g) << r.why;
+    EXPECT_EQ((std::vector<int>{r.lo_x, r.hi_y, r.width, r.height}),
+              (std::vector<int>{g->lo_x, g->hi_y, g->width, g->height}))
+        << r.why << ": left, top, width, height";
+    for (int y = 0; y < g->height; y++)
+      for (int x = 0; x < g->width; x++) {
+        bool inside = false;
+        for (const Contour& c : r.shape)
+          inside |= x + g->lo_x >= c[0].x && x + g->lo_x + 1 <= c[2].x &&
+                    g->hi_y - y >= c[0].y && g->hi_y - y + 1 <= c[2].y;
+        ASSERT_EQ(inside ? 255 : 0, g->bits[y * g->bpl + x]) << r.why << " " << y << " " << x;
+      }
+    for (int k = g->size; k < 48; k++) EXPECT_EQ(0, ((FS_BYTE*)g)[k]) << r.why << " byte " << k;
+    FSS_free(&st, g);
+  }
+}
+
 TEST_F(Graymap, AnEmptyOutlineGivesABareHeaderWithItsAdvance) {
   FS_OUTLINE* o = setup_outline(&st, 0, 0, 0);
   o->i_dx = 5;

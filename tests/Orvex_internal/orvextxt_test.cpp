@@ -11,7 +11,6 @@
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cmap.h"
-#include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/orvextxt.h"
 #include "image_operations/image_access.h"
@@ -301,13 +300,10 @@ TEST(ScriptPages, GlyphsAndStringsSitOnTheirMargins) {
 }
 
 TEST(ScriptPages, ShowDrawsOneBitGlyphsAtTheirPens) {
-  // "Hi" at 24 ppem from the pen (10, 40): the page's ink is each map's
-  // (from the script's own client, cached) at pen + (lo_x, -hi_y), the pen
-  // moving by the advance.
+  // "Hi" at 24 ppem from the pen (10, 40): the page's ink is each type 1 map at pen + (lo_x, -hi_y).
   ScriptHost s;
   s.script("path\nppm 24\nglyphset \"48 69\"\nmoveto 10 40\nshow\n", DISPLAY_PNG);
-  unsigned int w = 0, h = 0;
-  unsigned int* px = ReadPngFile(s.image("font.png").c_str(), &w, &h, boBGRA);
+  unsigned int w = 0, h = 0, *px = ReadPngFile(s.image("font.png").c_str(), &w, &h, boBGRA);
   ASSERT_TRUE(px != nullptr && err_FD == 0);
   std::vector<bool> want((size_t)w * h), got((size_t)w * h);
   for (size_t i = 0; i < got.size(); i++) got[i] = (px[i] & 0xFFFFFF) != 0xFFFFFF;
@@ -320,8 +316,7 @@ TEST(ScriptPages, ShowDrawsOneBitGlyphsAtTheirPens) {
       for (int c = 0; c < g->width; c++)
         if (g->bits[r * g->bpl + (c >> 3)] & (0x80 >> (c & 7)))
           want.at((size_t)((40 - g->hi_y + r) * w + (pen >> 16) + g->lo_x + c)) = true;
-    pen += g->dx;
-    FSS_free_char(s.sp, g);
+    pen += g->dx, FSS_free_char(s.sp, g);
   }
   EXPECT_TRUE(want == got);
 }

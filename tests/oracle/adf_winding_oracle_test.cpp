@@ -13,23 +13,9 @@
 
 #include "Orvex_internal/adfimplicitfixed.h"
 #include "Orvex_internal/engine_fixture.h"
+#include "adf_outline_path.h"
 
 namespace {
-
-int add(void* cmds, ADF_U32 op, const FT_Vector* to, const FT_Vector* c, const FT_Vector* c2) {
-  ((std::vector<ADFPenCmd>*)cmds)->push_back(
-      {op, (ADF_F32)(to->x * 1024), (ADF_F32)(to->y * 1024), (ADF_F32)(c->x * 1024),
-       (ADF_F32)(c->y * 1024), (ADF_F32)(c2->x * 1024), (ADF_F32)(c2->y * 1024)});
-  return 0;
-}
-const FT_Outline_Funcs kDecompose = {
-    [](const FT_Vector* to, void* u) { return add(u, 0, to, to, to); },
-    [](const FT_Vector* to, void* u) { return add(u, 1, to, to, to); },
-    [](const FT_Vector* c, const FT_Vector* to, void* u) { return add(u, 2, to, c, c); },
-    [](const FT_Vector* c, const FT_Vector* c2, const FT_Vector* to, void* u) {
-      return add(u, 3, to, c, c2);
-    },
-    0, 0};
 
 TEST(AdfWindingOracle, DejaVuSansInsideWhereFreetypeIsFull) {
   FT_Library lib;
@@ -45,14 +31,7 @@ TEST(AdfWindingOracle, DejaVuSansInsideWhereFreetypeIsFull) {
       ASSERT_EQ(FT_Load_Glyph(face, gid, FT_LOAD_NO_HINTING | FT_LOAD_NO_BITMAP), 0);
       if (face->glyph->outline.n_points == 0) continue;
       std::vector<ADFPenCmd> cmds;
-      ASSERT_EQ(FT_Outline_Decompose(&face->glyph->outline, &kDecompose, &cmds), 0);
-      // The extent of the end points, as the glue takes it.
-      ADFPath p = {0, 0, cmds[0].x, cmds[0].y, cmds[0].x, cmds[0].y, ppem << 16, gid, 0,
-                   (ADF_U32)cmds.size(), cmds.data(), nullptr};
-      for (const ADFPenCmd& m : cmds) {
-        p.glyphMinX = std::min(p.glyphMinX, m.x), p.glyphMaxX = std::max(p.glyphMaxX, m.x);
-        p.glyphMinY = std::min(p.glyphMinY, m.y), p.glyphMaxY = std::max(p.glyphMaxY, m.y);
-      }
+      const ADFPath p = oracle::outlinePath(face->glyph->outline, ppem, gid, cmds);
       ADFGlyph* adf = ADFGenerateADF(inst, &p);
       ADFRenderAttrs a = {};
       a.pointSize = ppem << 16, a.dpi = 72, a.scaleX = a.scaleY = 0x10000;

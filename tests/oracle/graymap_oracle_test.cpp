@@ -25,6 +25,7 @@
 #include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_outline.h"
 #include "Orvex_internal/fs_ttf.h"
+#include "oracle/ft_outline.h"
 #include "support/scaled_font.h"
 
 namespace {
@@ -33,50 +34,6 @@ const char* const kFonts[] = {
     "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
     "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf"};
 const int kSizes[] = {12, 24, 48, 72};
-
-// The engine's outline as a libfreetype outline in 26.6, moved by
-// (-ox, -oy) whole pixels. The engine's points are 26.6 shifted left by 10
-// (implied midpoints may carry half a 26.6 unit, which is rounded).
-struct FtOutline {
-  std::vector<FT_Vector> pts;
-  std::vector<char> tags;
-  std::vector<short> ends;
-  FT_Outline ft;
-  FtOutline(const FS_OUTLINE* o, long ox, long oy, long mul = 1) {
-    long p = 0;
-    auto add = [&](char tag) {
-      FT_Vector v;
-      v.x = ((o->x[p] * (FT_Pos)mul + 512) >> 10) - ox * 64 * mul;
-      v.y = ((o->y[p] * (FT_Pos)mul + 512) >> 10) - oy * 64 * mul;
-      pts.push_back(v);
-      tags.push_back(tag);
-      p++;
-    };
-    for (int k = 0; k < o->num; k++) {
-      int t = o->type[k] & 0x7F;
-      if (t == FS_MOVETO) {
-        if (!pts.empty()) ends.push_back((short)(pts.size() - 1));
-        add(FT_CURVE_TAG_ON);
-      } else if (t == FS_LINETO) {
-        add(FT_CURVE_TAG_ON);
-      } else if (t == FS_QUADTO) {
-        add(FT_CURVE_TAG_CONIC);
-        add(FT_CURVE_TAG_ON);
-      } else {
-        add(FT_CURVE_TAG_CUBIC);
-        add(FT_CURVE_TAG_CUBIC);
-        add(FT_CURVE_TAG_ON);
-      }
-    }
-    if (!pts.empty()) ends.push_back((short)(pts.size() - 1));
-    ft.n_points = (short)pts.size();
-    ft.n_contours = (short)ends.size();
-    ft.points = pts.data();
-    ft.tags = tags.data();
-    ft.contours = ends.data();
-    ft.flags = FT_OUTLINE_NONE;
-  }
-};
 
 struct Box {
   long x0 = 1 << 30, y0 = 1 << 30, x1 = -(1 << 30), y1 = -(1 << 30);
@@ -105,7 +62,7 @@ std::vector<unsigned char> ftRender(FT_Library lib, const FS_OUTLINE* o, long k,
   bm.buffer = buf.data();
   bm.num_grays = 256;
   bm.pixel_mode = FT_PIXEL_MODE_GRAY;
-  FtOutline fo(o, ox, oy, k);
+  oracle::FtOutline fo(o, ox, oy, k);
   EXPECT_EQ(0, FT_Outline_Get_Bitmap(lib, &fo.ft, &bm));
   return buf;
 }
@@ -118,12 +75,6 @@ double fineSum(FT_Library lib, const FS_OUTLINE* o) {
   double sum = 0;
   for (unsigned char c : ftRender(lib, o, 8, &w, &h)) sum += c;
   return sum / 64;
-}
-
-bool straight(const FS_OUTLINE* o) {
-  for (int k = 0; k < o->num; k++)
-    if ((o->type[k] & 0x7F) > FS_LINETO) return false;
-  return true;
 }
 
 // The largest difference of one kind and the glyph that showed it first.
@@ -169,7 +120,7 @@ TEST(GraymapAgainstFreetype, EveryGlyphOfTwoFontsAtFourSizes) {
         // The oracle renders over the outline's whole-pixel box.
         long ox = o->lo_x >> 16, oy = o->lo_y >> 16, w_, h_;
         std::vector<unsigned char> buf = ftRender(lib, o, 1, &w_, &h_);
-        bool lines = straight(o);
+        bool lines = oracle::straight(o);
         w.glyphs++;
         if (lines) w.straightGlyphs++;
         std::string where = std::to_string(ppem) + " ppem glyph " + std::to_string(gi);

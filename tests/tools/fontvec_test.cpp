@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "support/glyf_font.h"
+#include "support/linked_font.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
 
@@ -55,6 +56,14 @@ struct Built {
     put("cvt.ttf", sfnt::build(programs));
     glyffont::setPrograms(programs, {}, {0x2D}, cvt, maxp, 0, 0);
     put("panic.ttf", sfnt::build(programs));
+    // link.ltt: Liberation Serif for U+0000 to U+03FF, then DejaVu Sans,
+    // drawn 2.5% bold and one pixel larger from 10 ppem.
+    testsupport::LttSpec link = testsupport::linkedSet();
+    link.components.pop_back();
+    link.components[1].keys.push_back("bold=1");
+    link.components[1].keys.push_back("boldpercent=2.5");
+    link.components[1].adjustments = {{10, 256, 0}};
+    put("link.ltt", link.build());
   }
   std::string args(std::string text) const {
     for (size_t at; (at = text.find('@')) != std::string::npos;)
@@ -123,6 +132,20 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
        {"\nU+0041 36\n", "\nU+0416 939\n", "\nU+10300 5373\n"}, 5918},
       {"info @/two.ttf --cmap", 0, "", "U+0001 1\nU+0003 1\n", {"\nU+00FF 1\n"}, 128},
       {"info @/roman.ttf --cmap", 1, "", "", {}, -1, "no Unicode character map"},
+      // A linked font: its head and component blocks; its map and glyphs
+      // through the set, DejaVu Sans numbered from 2602.
+      {"info @/link.ltt", 0,
+       "linked: 6\nname: Linked Three\nsubfamily: Regular\ncomponents: 2\n"
+       "metric_component: 0\n"
+       "component 0: Liberation Serif LiberationSerif-Regular.ttf start=0 glyphs=2602 "
+       "icons=0 bmp=0x1:0x0 bold=0 italic=0 adjustments=0\n"
+       "component 1: DejaVu Sans DejaVuSans.ttf start=2602 glyphs=6253 icons=0 "
+       "bmp=0xFFFFFFFF:0xFFFFFFFF bold=2.5 italic=0 adjustments=1\n"},
+      {"info @/link.ltt --cmap", 0, "", "U+0020 3\n",
+       {"\nU+0416 3541\n", "\nU+10300 7975\n"}},
+      {"glyph @/link.ltt --char U+0416 --ppem 12 --points", 0, "", "", {"\ncomponent: 1\n"}},
+      {"glyph @/link.ltt --glyph 36 --ppem 12 --points", 0, "", "", {"\ncomponent: 0\n"}},
+      {"glyph @/link.ltt --glyph 8855 --ppem 12 --points", 1},  // past the last range
       // glyph --points: 10 ppem at 1000 units is 0.64 26.6 units per font unit.
       {"glyph @/t.ttf --glyph 1 --ppem 10 --points", 0,
        "0 0 on\n64 0 on\n32 64 off\nadvance: 320\n"},
@@ -142,14 +165,12 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --char U+0020 --ppem 12 --png @/space.png", 0, "0 0 0 0\n"},
       {"glyph " SANS " --char U+0041 --ppem 12 --points --png @/a.png", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --png /no/such/dir/a.png", 1},
-      // --bitmap: 'l' at 16 ppem spans x 97..189, y 0..778 in 26.6: only the
-      // centre x 2.5 and the centres y 0.5 to 11.5 lie inside.
+      // --bitmap: 'l' at 16 ppem is x 97..189, y 0..778 in 26.6: centres x 2.5, y 0.5..11.5.
       {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout", 0,
        "2 11 1 12\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n"},
       {"glyph " SANS " --char U+0020 --ppem 12 --bitmap --png @/space1.png", 0, "0 0 0 0\n"},
-      {"glyph " SANS " --char U+0041 --ppem 12 --bitmap", 2},
+      {"glyph " SANS " --char U+0041 --ppem 12 --bitmap", 2}, {"glyph " SANS " --char U+0041 --ppem 12 --text", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --bitmap --text --png @/a.png", 2},
-      {"glyph " SANS " --char U+0041 --ppem 12 --text", 2},
       // That 'l' in a style: a hollow ring one pixel out, or one pixel
       // bolder on the left (5% of 16 ppem rounds to 1); refused values.
       {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout --effect outline1", 0,
@@ -189,6 +210,25 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
     if (row.lines >= 0) { EXPECT_EQ(count(r.out, '\n'), row.lines) << args; }
     EXPECT_NE(err.find(row.errHas), std::string::npos) << args << ": " << err;
   }
+}
+
+// A linked font whose first component, also its metric one, is DejaVu Sans
+// for U+0000 to U+03FF: every glyph the renderer draws comes from it, so the
+// vector is DejaVu Sans's own.
+TEST(Fontvec, ALinkedFontGivesTheVectorOfTheComponentThatDrawsIt) {
+  testsupport::TempDir dir;
+  testsupport::LttSpec link;
+  link.components = {testsupport::linkedComponent(1), testsupport::linkedComponent(0)};
+  link.components[0].bmp1 = "1";
+  link.components[0].bmp2 = "0";
+  link.components[1].bmp1 = link.components[1].bmp2 = "0xFFFFFFFF";
+  testsupport::writeFileBytes(dir.file("sans.ltt"), link.build());
+  std::string err = dir.file("err.txt");
+  ToolRun linked = runFontvec(dir.file("sans.ltt"), err);
+  EXPECT_EQ(linked.status, 0) << testsupport::readBytes(err);
+  ToolRun own = runFontvec(SANS, err);
+  EXPECT_EQ(count(linked.out, ','), 57);
+  EXPECT_EQ(linked.out, own.out);
 }
 
 TEST(Fontvec, MeasureGivesTheLibraryLineInEveryLayout) {

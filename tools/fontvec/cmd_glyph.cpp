@@ -153,6 +153,11 @@ int printPoints(FS_STATE* st, const char* path, FS_ULONG id) {
   }
   FSS_free(st, pts);
   printf("advance: %ld\n", (long)idx * 64);
+  // A linked font also names the component that drew the glyph.
+  if (st->cur_typeset.fntset->num_fonts > 1 ||
+      fontfile_type(st, path, NULL, 0) == FNT_TYPE_LINKED)
+    printf("component: %u\n", (unsigned)st->cur_font);
+  st->error = 0;
   return 0;
 }
 

@@ -22,6 +22,7 @@
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_kern.h"
+#include "Orvex_internal/fs_ltt.h"
 #include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/fs_scale.h"
@@ -33,15 +34,52 @@ namespace {
 // Enough for the resident tables of any ordinary font.
 const FS_ULONG kInfoHeap = 64u << 20;
 
-// The engine's type of an sfnt file: 7 for a CFF OpenType font ("OTTO"),
-// else 0.
+// The engine's type of a font file: 7 for a CFF OpenType font ("OTTO"), 2
+// for a linked font ("LTT"), else 0.
 FS_BYTE sfntType(const char* path) {
   FILE* f = fopen(path, "rb");
   if (f == NULL) return 0;
   char head[3] = {0, 0, 0};
   size_t n = fread(head, 1, sizeof head, f);
   fclose(f);
+  if (n == 3 && memcmp(head, "LTT", 3) == 0) return FNT_TYPE_LINKED;
   return n == 3 && memcmp(head, "OTT", 3) == 0 ? FNT_TYPE_OTT : 0;
+}
+
+// A 16.16 value as a short decimal.
+double fixedValue(FS_FIXED v) { return v / 65536.0; }
+
+// What the linked font's head and component blocks say: version, names,
+// counts, then one line per component with its place in the set's glyph
+// numbering, its coverage of the first plane, synthetic style (0 when off)
+// and its number of size adjustments.
+int printLinkInfo(FS_STATE* state, const char* path) {
+  FsLtt ltt;
+  if (FSS_get_link_info(state, path, NULL, &ltt) != 0) {
+    fontvec_error("%s: error %lu: %s", path, (unsigned long)state->error,
+                  FS_error_message(state->error));
+    FsLtt_done(&ltt);
+    return 1;
+  }
+  printf("linked: %u\n", (unsigned)ltt.version);
+  printf("name: %s\n", FsLtt_getName(&ltt) ? FsLtt_getName(&ltt) : "");
+  printf("subfamily: %s\n", FsLtt_getSubfamilyName(&ltt));
+  printf("components: %u\n", (unsigned)FsLtt_numComponents(&ltt));
+  printf("metric_component: %u\n", (unsigned)ltt.mtrxComponent);
+  unsigned long start = 0;
+  for (FS_USHORT i = 0; i < FsLtt_numComponents(&ltt); i++) {
+    const FsLttComponent* c = FsLtt_component(&ltt, i);
+    printf("component %u: %s %s start=%lu glyphs=%u icons=%u bmp=0x%lX:0x%lX "
+           "bold=%g italic=%g adjustments=%u\n",
+           (unsigned)i, c->fontName ? c->fontName : "", c->fileName ? c->fileName : "",
+           start & 0xFFFF, (unsigned)c->numGlyphs, (unsigned)c->numIcons,
+           (unsigned long)c->bmp.range1, (unsigned long)c->bmp.range2,
+           c->bold ? fixedValue(c->boldPercent) : 0.0,
+           c->italic ? fixedValue(c->italicAngle) : 0.0, (unsigned)c->numAdjustments);
+    start += (unsigned long)c->numGlyphs + c->numIcons;
+  }
+  FsLtt_done(&ltt);
+  return 0;
 }
 
 bool parseIndex(const char* text, FS_ULONG* index) {
@@ -120,12 +158,19 @@ int printCmap(FS_STATE* state, const char* path, FS_ULONG index) {
     fontvec_error("%s: no Unicode character map", path);
     return 1;
   }
-  // The codes the chosen subtable may map, sorted and merged.
-  TTF* ttf = (TTF*)state->cur_typeset.fntset->metric_font->fnt;
+  // The codes the chosen subtable of each component may map, sorted and
+  // merged; a component that can't be loaded maps none.
+  TYPESET* ts = &state->cur_typeset;
   Ranges ranges;
-  cmap_code_ranges((const FS_BYTE*)ttf->cmap, ttf->cmap_length,
-                   state->cur_typeset.tfntarray[0].cmap_offset, addRange,
-                   &ranges);
+  for (FS_USHORT i = 0; i < ts->fntset->num_fonts; i++) {
+    TFNT* tfnt = &ts->tfntarray[i];
+    if (tfnt->cmap_offset == 0) map_font(state, tfnt, chosen[0], chosen[1]);
+    TTF* ttf = (TTF*)tfnt->cfnt->lfnt->fnt;
+    if (ttf != NULL && tfnt->cmap_offset != 0)
+      cmap_code_ranges((const FS_BYTE*)ttf->cmap, ttf->cmap_length,
+                       tfnt->cmap_offset, addRange, &ranges);
+  }
+  state->error = 0;
   std::sort(ranges.begin(), ranges.end());
   FS_ULONG next = 0;  // codes below it are printed
   for (const auto& r : ranges) {
@@ -310,8 +355,13 @@ int fontvec_info(int argc, char** argv) {
     FSS_exit(&state);
     return status;
   }
-  TTF* ttf = load_ttf(&state, (FILECHAR*)path, NULL, index, 0, 0, 0,
-                      sfntType(path));
+  FS_BYTE type = sfntType(path);
+  if (type == FNT_TYPE_LINKED && !cff) {
+    int status = printLinkInfo(&state, path);
+    FSS_exit(&state);
+    return status;
+  }
+  TTF* ttf = load_ttf(&state, (FILECHAR*)path, NULL, index, 0, 0, 0, type);
   int status = 0;
   if (ttf == NULL) {
     fontvec_error("%s: error %lu: %s", path, (unsigned long)state.error,
