@@ -8,8 +8,8 @@
 
 #include <algorithm>
 #include <functional>
-#include <string>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "Orvex_internal/fs_bitmap.h"
@@ -50,12 +50,8 @@ FS_GLYPHMAP* makeMap(FS_STATE* st, const Grid& g, int bpp, int lo_x = 0, int hi_
       m->bits[r * bpl + c * bpp / 8] |= (FS_BYTE)(g[r][c] << (8 - bpp - (c * bpp) % 8));
   return m;
 }
-FS_GLYPHMAP* copyMap(FS_STATE* st, const FS_GLYPHMAP* m) {
-  FS_GLYPHMAP* c = (FS_GLYPHMAP*)FSS_malloc(st, m->size < 48 ? 48 : m->size);
-  memcpy(c, m, m->size);
-  c->cache_ptr = nullptr;
-  return c;
-}
+// A copy of any depth: the record is copied whole.
+FS_GLYPHMAP* copyMap(FS_STATE* st, const FS_GLYPHMAP* m) { return copy_bitmap(st, (FS_GLYPHMAP*)m); }
 
 /* The reference: plain loops over the rules, one pixel at a time. */
 
