@@ -244,6 +244,11 @@ TEST(ImageEffects, HandWorkedMaps) {
       {[&] { st->flags = FLAGS_OUTLINED_FILLED; return outline_graymap(st, makeMap(st, rows({{255}}), 8), 1, 32768); },
        rows({{0, 0, 0, 0, 0}, {0, 0, 127, 0, 0}, {0, 127, 127, 127, 0}, {0, 0, 127, 0, 0}, {0, 0, 0, 0, 0}}), -2, 2, 0, "half opacity"},
   };
+  // An embedded strike's glyph opens a blank column on the left first.
+  table.push_back({[=] { BoldFont b(st, 1); auto m = pixelbold_embedded_bitmap(st, makeMap(st, rows({{0, 1, 1, 0, 1, 1, 0}}), 1));
+                         st->cur_sfnt = nullptr; return m; }, rows({{0, 1, 1, 1, 0, 1, 1, 0}}), -1, 0, 0, "embedded 1-bit"});
+  table.push_back({[=] { BoldFont b(st, 2); auto m = pixelbold_embedded_graymap(st, makeMap(st, rows({{0, 0, 100, 255, 255, 100, 0, 0}}), 8));
+                         st->cur_sfnt = nullptr; return m; }, rows({{0, 0, 100, 255, 255, 255, 255, 100, 0, 0}}), -1, 0, 0, "embedded gray, two wider"});
   // A diagonal's notch: the gap closes only with 12 or more left of it
   // (the row above was pulled left first).
   for (int left2 : {12, 11})
