@@ -96,7 +96,9 @@
   X(616, ERR_MAXP_VERSION_TT, "TrueType font maxp version is not "            \
                               "0x00010000")                                   \
   X(701, ERR_TABLE_NOT_STANDARD, "table not in the standard format")          \
-  X(702, ERR_TABLE_PTR_COUNT, "release of a table with no references")
+  X(702, ERR_TABLE_PTR_COUNT, "release of a table with no references")      \
+  X(1030, ERR_DECOMP_STREAM, "compressed font data damaged: a code in no "   \
+                             "group or a bad block header")
 
 typedef enum {
 #define FS_ERROR_ENUM_ROW(number, name, message) name = number,

@@ -8,6 +8,7 @@
 
 #include <string.h>
 
+#include "Orvex_internal/fs_decomp.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glyphmap.h"
@@ -43,6 +44,25 @@ void read_table_bytes(FS_STATE* state, TTF* ttf, FS_ULONG table,
 }
 
 FS_LONG fix_mul(FS_LONG a, FS_LONG b) { return varmul_64(a, b, 16); }
+
+bool ddd_format(fsg_SplineKey* key) {
+  return (key->sfnt->lfnt->fontflags & FONTFLAG_DDD) != 0;
+}
+
+// A field width of the compact formats' packing, kept to 0..32.
+FS_ULONG bit_width(FS_LONG n) { return n < 0 ? 0 : n > 32 ? 32 : (FS_ULONG)n; }
+
+// `n` bits at bit `pos` of a table (bits beyond it read as 0).
+FS_ULONG read_table_bits(FS_STATE* state, TTF* ttf, FS_ULONG table,
+                         FS_ULONG length, FS_UINT64 pos, FS_ULONG n) {
+  if (n == 0 || (pos >> 3) >= length) return 0;
+  FS_BYTE buf[8];
+  read_table_bytes(state, ttf, table, length, (FS_ULONG)(pos >> 3), 8, buf);
+  BITIO b;
+  QSX_BITIO_Create(&b, buf, 8);
+  b.pos = pos & 7;
+  return QSX_BITIO_ReadValue(&b, (FS_LONG)n);
+}
 
 }  // namespace
 
@@ -202,6 +222,105 @@ void transform_points(fnt_ElementType* el, FS_LONG from, FS_LONG to,
   }
 }
 
+// A glyph's header. `ttf`: at least 10 bytes, the count and the box. The
+// compact formats: a first bit of 1 is a composite, whose component count
+// (`high`) takes `numBits_GLYF` bits and whose records follow bit-packed; a
+// 0 bit is the top of a simple glyph's contour count, which stands with the
+// rest of the glyph as in `glyf` but without the box (read as zeros).
+struct CharData {
+  FS_SHORT numberContours;
+  FS_LONG xMin, yMax;
+  FS_ULONG pos;  // bytes read
+  bool compact, ddd, version8;
+  BITIO bio;     // a compact composite's records
+  FS_ULONG high; // components left
+  FS_ULONG numBits_SF;
+};
+
+FS_LONG get_charData(fsg_SplineKey* key, const FS_BYTE* data, FS_ULONG length,
+                     CharData* cd) {
+  memset(cd, 0, sizeof *cd);
+  cd->compact = compact_format(key);
+  if (!cd->compact) {
+    if (length < 10) return ERR_BAD_GLYF_FORMAT;
+    cd->numberContours = get_s16(data);
+    cd->xMin = get_s16(data + 2);
+    cd->yMax = get_s16(data + 8);
+    cd->pos = 10;
+    return 0;
+  }
+  const CCC_INFO& ci = key_ttf(key)->ccc_info;
+  cd->ddd = ddd_format(key);
+  cd->version8 = ci.cccVersion8 != 0;
+  cd->numBits_SF = bit_width(ci.numBits_SF);
+  if (length < 2) return ERR_BAD_GLYF_FORMAT;
+  QSX_BITIO_Create(&cd->bio, data, length);
+  if (QSX_BITIO_ReadValue(&cd->bio, 1) == 0) {
+    cd->numberContours = get_s16(data);
+    cd->pos = 2;
+    return 0;
+  }
+  cd->numberContours = -1;
+  cd->high = QSX_BITIO_ReadValue(&cd->bio, (FS_LONG)bit_width((FS_LONG)ci.numBits_GLYF));
+  return 0;
+}
+
+// One bit-packed component of a compact composite: args as words or bytes
+// (always offsets), the grid rounding bit (`ccc`), the scale's kind (0 x and
+// y, 10 none, 110 one, 111 two by two), the glyph index (16 bits, or for
+// `ddd` as many as numGlyphs needs), the arguments, the scales of
+// `numBits_SF` bits as the top of a 2.14 value, and for `ccc` version 8 the
+// use-my-metrics bit. The composite's instruction bit and code follow the
+// last component; the interpreter will read them there.
+FS_LONG read_comp_parms_ccc(CharData* cd, fsg_SplineKey* key,
+                            fsg_Component* comp) {
+  BITIO* b = &cd->bio;
+  memset(comp, 0, sizeof *comp);
+  FS_USHORT flags = ARGS_ARE_XY_VALUES;
+  if (QSX_BITIO_ReadValue(b, 1)) flags |= ARG_1_AND_2_ARE_WORDS;
+  if (!cd->ddd && QSX_BITIO_ReadValue(b, 1)) flags |= ROUND_XY_TO_GRID;
+  if (QSX_BITIO_ReadValue(b, 1) == 0)
+    flags |= WE_HAVE_AN_X_AND_Y_SCALE;
+  else if (QSX_BITIO_ReadValue(b, 1))
+    flags |= QSX_BITIO_ReadValue(b, 1) ? WE_HAVE_A_TWO_BY_TWO : WE_HAVE_A_SCALE;
+  if (cd->high > 0) cd->high--;
+  if (cd->high != 0) flags |= MORE_COMPONENTS;
+  FS_USHORT numGlyphs = key->maxp->numGlyphs;
+  comp->index = (FS_USHORT)QSX_BITIO_ReadValue(
+      b, cd->ddd ? (FS_LONG)numBitsNeeded(numGlyphs) : 16);
+  if (flags & ARG_1_AND_2_ARE_WORDS) {
+    comp->arg1 = (FS_SHORT)QSX_BITIO_ReadValue(b, 16);
+    comp->arg2 = (FS_SHORT)QSX_BITIO_ReadValue(b, 16);
+  } else {
+    comp->arg1 = (FS_TINY)QSX_BITIO_ReadValue(b, 8);
+    comp->arg2 = (FS_TINY)QSX_BITIO_ReadValue(b, 8);
+  }
+  FS_ULONG nb = cd->numBits_SF ? cd->numBits_SF : 16;
+  if (nb > 16) nb = 16;
+  auto scale = [&]() -> FS_FIXED {
+    FS_SHORT v = (FS_SHORT)(FS_USHORT)(QSX_BITIO_ReadValue(b, (FS_LONG)nb) << (16 - nb));
+    return (FS_FIXED)v * 4;
+  };
+  comp->xx = comp->yy = FIXED_ONE;
+  if (flags & WE_HAVE_A_SCALE) {
+    comp->xx = comp->yy = scale();
+  } else if (flags & WE_HAVE_AN_X_AND_Y_SCALE) {
+    comp->xx = scale();
+    comp->yy = scale();
+  } else if (flags & WE_HAVE_A_TWO_BY_TWO) {
+    comp->xx = scale();
+    comp->yx = scale();
+    comp->xy = scale();
+    comp->yy = scale();
+  }
+  if (!cd->ddd && cd->version8 && QSX_BITIO_ReadValue(b, 1))
+    flags |= USE_MY_METRICS;
+  comp->flags = flags;
+  if (b->pos > (FS_UINT64)b->size * 8) return ERR_BAD_GLYF_FORMAT;
+  if (comp->index >= numGlyphs) return ERR_BAD_GLYF_INDEX;
+  return 0;
+}
+
 // Loads glyph `index` at the end of the glyph element: its points, then its
 // 8 phantom places (not counted in np). `level` is the nesting depth.
 FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
@@ -226,15 +345,20 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
     scale_points(key, el, base, 8);
     return 0;
   }
-  if (length < 10) return fail(state, ERR_BAD_GLYF_FORMAT);
-  FS_BYTE* data = (FS_BYTE*)ttf_read(state, ttf, offset, length);
+  // A compressed font's glyph may come back converted, with its new length.
+  FS_LONG got = 0;
+  FS_BYTE* data = (FS_BYTE*)ttf_read_ex(state, ttf, offset, length, &got);
   if (data == nullptr) return state->error ? (FS_LONG)state->error : (FS_LONG)ERR_MALLOC_FAIL;
-  FS_CURSOR c = cursor_at(data, length);
-  FS_SHORT numberContours = cursor_s16(&c);
-  cursor_skip(&c, 2);  // xMin, read below with the others
-  FS_LONG xMin = get_s16(data + 2);
-  FS_LONG yMax = get_s16(data + 8);
-  cursor_skip(&c, 6);
+  length = (FS_ULONG)got;
+  CharData cd;
+  err = get_charData(key, data, length, &cd);
+  if (err) {
+    FSS_free(state, data);
+    return fail(state, err);
+  }
+  FS_SHORT numberContours = cd.numberContours;
+  FS_LONG xMin = cd.xMin, yMax = cd.yMax;
+  FS_CURSOR c = cursor_at(data, length, cd.pos);
 
   if (numberContours >= 0) {
     FS_LONG n = 0;
@@ -262,10 +386,13 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
   scale_points(key, el, base, 8);
   for (int i = 0; i < 8; i++) phx[i] = el->x[base + i], phy[i] = el->y[base + i];
 
-  FS_ULONG pos = 10;
+  FS_ULONG pos = cd.pos;
   fsg_Component comp;
   do {
-    err = read_comp_parms_ttf(data, length, &pos, key->maxp->numGlyphs, &comp);
+    if (cd.compact)
+      err = read_comp_parms_ccc(&cd, key, &comp);
+    else
+      err = read_comp_parms_ttf(data, length, &pos, key->maxp->numGlyphs, &comp);
     if (err) break;
     key->num_comps++;
     if (level + 1 > FSG_MAX_COMPONENT_LEVEL) {
@@ -362,11 +489,19 @@ FS_LONG get_glyph_parms(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
   TTF* ttf = key_ttf(key);
   if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
   if (index >= key->maxp->numGlyphs) return fail(state, ERR_BAD_GLYF_INDEX);
-  if (compact_format(key)) return fail(state, ERR_FORMAT_NOT_SUPPORTED);
   const FS_BYTE* loca = (const FS_BYTE*)ttf->loca;
   if (loca == nullptr) return 0;
   FS_ULONG a, b;
-  if (ttf->head->indexToLocFormat == 0) {
+  if (compact_format(key)) {
+    // A bit array of `numBits_LOCA`-wide offsets.
+    FS_ULONG w = bit_width(ttf->ccc_info.numBits_LOCA);
+    if ((FS_UINT64)(index + 2) * w > (FS_UINT64)key->loca_length * 8) return 0;
+    BITIO bits;
+    QSX_BITIO_Create(&bits, loca, key->loca_length);
+    bits.pos = (FS_UINT64)index * w;
+    a = QSX_BITIO_ReadValue(&bits, (FS_LONG)w);
+    b = QSX_BITIO_ReadValue(&bits, (FS_LONG)w);
+  } else if (ttf->head->indexToLocFormat == 0) {
     if ((index + 2) * 2 > key->loca_length) return 0;
     a = (FS_ULONG)get_u16(loca + index * 2) * 2;
     b = (FS_ULONG)get_u16(loca + index * 2 + 2) * 2;
@@ -381,44 +516,107 @@ FS_LONG get_glyph_parms(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
   return 0;
 }
 
+namespace {
+
+// One axis of `hmtx`/`vmtx` as published: the advance and side bearing of
+// `index`, beyond `nlong` the last advance and the trailing bearings.
+void plain_metrics(FS_STATE* state, TTF* ttf, FS_ULONG table, FS_ULONG length,
+                   FS_ULONG nlong, FS_ULONG index, FS_LONG* adv,
+                   FS_LONG* bearing) {
+  FS_BYTE b[4];
+  if (index < nlong) {
+    read_table_bytes(state, ttf, table, length, 4 * index, 4, b);
+    *adv = get_u16(b);
+    *bearing = get_s16(b + 2);
+  } else {
+    read_table_bytes(state, ttf, table, length, 4 * (nlong - 1), 2, b);
+    *adv = get_u16(b);
+    read_table_bytes(state, ttf, table, length, 4 * nlong + 2 * (index - nlong),
+                     2, b);
+    *bearing = get_s16(b);
+  }
+}
+
+// One axis of a packed `ccc` table from `skip` bytes on: long entries of an
+// advance and a bearing field, then the trailing bearings bit for bit.
+void ccc_metrics(FS_STATE* state, TTF* ttf, FS_ULONG table, FS_ULONG length,
+                 FS_ULONG skip, FS_ULONG nlong, FS_ULONG index, FS_ULONG bAdv,
+                 FS_LONG minAdv, FS_ULONG bSide, FS_LONG minSide, FS_LONG* adv,
+                 FS_LONG* bearing) {
+  FS_ULONG packed = length > skip ? length - skip : 0;
+  FS_UINT64 entry = bAdv + bSide;
+  FS_ULONG last = index < nlong ? index : nlong - 1;
+  // Metrics are 16-bit quantities: an advance unsigned, a bearing signed.
+  *adv = (FS_USHORT)(read_table_bits(state, ttf, table + skip, packed,
+                                     last * entry, bAdv) + (FS_ULONG)minAdv);
+  FS_UINT64 side = index < nlong ? index * entry + bAdv
+                                 : nlong * entry + (index - nlong) * bSide;
+  *bearing = (FS_SHORT)(FS_USHORT)(
+      read_table_bits(state, ttf, table + skip, packed, side, bSide) +
+      (FS_ULONG)minSide);
+}
+
+// A `ddd` advance: a `bits`-wide index per glyph, from `count` bytes on,
+// picks a byte of the advance table at `table` + 2; 255 means 256.
+FS_LONG ddd_advance(FS_STATE* state, TTF* ttf, FS_ULONG table, FS_ULONG length,
+                    FS_ULONG count, FS_ULONG bits, FS_ULONG nlong,
+                    FS_ULONG index) {
+  FS_ULONG skip = 2 + count;
+  FS_ULONG packed = length > skip ? length - skip : 0;
+  FS_ULONG i = index < nlong ? index : nlong - 1;
+  FS_ULONG pick = read_table_bits(state, ttf, table + skip, packed,
+                                  (FS_UINT64)i * bits, bits);
+  if (pick >= count) return 0;
+  FS_BYTE b[1];
+  read_table_bytes(state, ttf, table, length, 2 + pick, 1, b);
+  return b[0] == 255 ? 256 : b[0];
+}
+
+}  // namespace
+
 FS_LONG get_glyph_metrics(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
                           fsg_Metrics* m) {
   memset(m, 0, sizeof *m);
   TTF* ttf = key_ttf(key);
   if (ttf == nullptr) return fail(state, ERR_FONT_NOT_LOADED);
-  if (compact_format(key)) return fail(state, ERR_FORMAT_NOT_SUPPORTED);
-  FS_BYTE b[4];
+  const CCC_INFO& ci = ttf->ccc_info;
+  bool ccc = compact_format(key) && !ddd_format(key);
+  bool ddd = compact_format(key) && ddd_format(key);
+  bool v78 = ci.cccVersion7 || ci.cccVersion8;
   FS_ULONG nlong = key->numberOf_LongHorMetrics;
+  FS_LONG lsb = 0, aw = 0;
   if (nlong > 0) {
-    if (index < nlong) {
-      read_table_bytes(state, ttf, ttf->hmtx_offset, key->hmtx_length,
-                       4 * index, 4, b);
-      m->aw = get_u16(b);
-      m->lsb = get_s16(b + 2);
-    } else {
-      read_table_bytes(state, ttf, ttf->hmtx_offset, key->hmtx_length,
-                       4 * (nlong - 1), 2, b);
-      m->aw = get_u16(b);
-      read_table_bytes(state, ttf, ttf->hmtx_offset, key->hmtx_length,
-                       4 * nlong + 2 * (index - nlong), 2, b);
-      m->lsb = get_s16(b);
-    }
+    if (ddd)
+      aw = ddd_advance(state, ttf, ttf->hmtx_offset, key->hmtx_length,
+                       (FS_USHORT)ci.minVal_LSB, bit_width(ci.numBits_AW),
+                       nlong, index);
+    else if (ccc)
+      ccc_metrics(state, ttf, ttf->hmtx_offset, key->hmtx_length, v78 ? 8 : 4,
+                  nlong, index, v78 ? bit_width(ci.numBits_AW) : 16,
+                  v78 ? ci.minVal_AW : 0, bit_width(ci.numBits_LSB),
+                  ci.minVal_LSB, &aw, &lsb);
+    else
+      plain_metrics(state, ttf, ttf->hmtx_offset, key->hmtx_length, nlong,
+                    index, &aw, &lsb);
   }
+  m->aw = aw;
+  m->lsb = lsb;
   FS_ULONG nvlong = ttf->vhea ? ttf->vhea->numOfLongVerMetrics : 0;
+  FS_LONG ah = 0, tsb = 0;
   if (ttf->vmtx_offset != 0 && nvlong > 0) {
-    if (index < nvlong) {
-      read_table_bytes(state, ttf, ttf->vmtx_offset, key->vmtx_length,
-                       4 * index, 4, b);
-      m->ah = get_u16(b);
-      m->tsb = get_s16(b + 2);
-    } else {
-      read_table_bytes(state, ttf, ttf->vmtx_offset, key->vmtx_length,
-                       4 * (nvlong - 1), 2, b);
-      m->ah = get_u16(b);
-      read_table_bytes(state, ttf, ttf->vmtx_offset, key->vmtx_length,
-                       4 * nvlong + 2 * (index - nvlong), 2, b);
-      m->tsb = get_s16(b);
-    }
+    if (ddd)  // the advance table of `hmtx`, deliberately
+      ah = ddd_advance(state, ttf, ttf->hmtx_offset, key->hmtx_length,
+                       (FS_USHORT)ci.minVal_TSB, bit_width(ci.numBits_AH),
+                       nvlong, index);
+    else if (ccc && v78)
+      ccc_metrics(state, ttf, ttf->vmtx_offset, key->vmtx_length, 8, nvlong,
+                  index, bit_width(ci.numBits_AH), ci.minVal_AH,
+                  bit_width(ci.numBits_TSB), ci.minVal_TSB, &ah, &tsb);
+    else
+      plain_metrics(state, ttf, ttf->vmtx_offset, key->vmtx_length, nvlong,
+                    index, &ah, &tsb);
+    m->ah = ah;
+    m->tsb = tsb;
   } else {
     FS_LONG asc, desc;
     if (ttf->os2 != nullptr) {

@@ -40,13 +40,14 @@ struct fsg_Component {
 // Where glyph `index` lies: its offset from the font's start and length.
 // Length 0 means no outline: also for `loca` entries out of order or past
 // `glyf`, and for an index with no `loca` entry. 406 for an index not below
-// numGlyphs; 441 for the compact formats, whose reader is not built.
+// numGlyphs. The compact `ccc`/`ddd` formats keep `loca` as a bit array of
+// `numBits_LOCA`-wide offsets.
 FS_LONG get_glyph_parms(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
                         FS_ULONG* offset, FS_ULONG* length);
 
 // A glyph's horizontal and vertical metrics in font units (lsb, aw, tsb,
-// ah; the others 0). Reads beyond `hmtx` or `vmtx` give 0. Returns 0, or 441
-// for the compact formats.
+// ah; the others 0). Reads beyond `hmtx` or `vmtx` give 0. The compact
+// formats read their packed tables (`ddd` stores no bearings). Returns 0.
 FS_LONG get_glyph_metrics(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
                           fsg_Metrics* m);
 
@@ -101,7 +102,8 @@ void fsg_reset_fit(FS_STATE* state, fsg_SplineKey* key);
 // points, nc contours, the 8 phantom places at np..np+7, x/y after the
 // matrix. `useHints` asks for hints, which the client's FLAGS_NO_HINTS
 // refuses; glyphs are unhinted until glyph programs move points. Returns 0 or
-// 406, 407, 412, 418, 419, 441 and the heap's errors.
+// 406, 407, 412, 418, 419, 1030 (a damaged compressed font) and the heap's
+// errors.
 FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints);
 
 // Merges a scan control word that a glyph's program left into the key's

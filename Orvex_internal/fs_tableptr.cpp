@@ -5,6 +5,7 @@
 
 #include <string.h>
 
+#include "Orvex_internal/fs_decomp.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_fio.h"
 #include "Orvex_internal/fs_font.h"
@@ -148,9 +149,16 @@ FS_BYTE* get_table_ptr(FS_STATE* state, LFNT* lfnt, FS_BOOLEAN lfntIsFntset,
     } else {
       ptr = fntset_read(state, (FNTSET*)lfnt, offset, size);
     }
-  } else if (real_memptr == nullptr || compressed) {
-    // A file font's table, or a compressed font's, which the read path
-    // decodes: a block of the loan's own.
+  } else if (compressed) {
+    // A table stored raw is lent in place; one decoded from tokens is a
+    // block of the loan's own.
+    QSX_RA_TT_Decomp* decomp = (QSX_RA_TT_Decomp*)((TTF*)lfnt->fnt)->decomp;
+    FS_ULONG got = size;
+    ptr = (FS_BYTE*)QSX_RA_Get_TTF_FragmentPtr(
+        state, decomp, offset, &got);
+    external = !QSX_RA_TT_InImage(decomp, ptr);
+  } else if (real_memptr == nullptr) {
+    // A file font's table: a block of the loan's own.
     ptr = (FS_BYTE*)ttf_read(state, (TTF*)lfnt->fnt, offset, size);
   } else {
     ptr = real_memptr + lfnt->data_offset + offset;

@@ -198,6 +198,10 @@ bool open_source(FS_STATE* state, TTF* ttf, FILECHAR* path, FS_BYTE* memptr) {
     ttf->avail_length = ttf->data_length ? ttf->data_length : kUnknownLength;
     ttf->decomp = QSX_RA_TT_Create(state, memptr + ttf->data_offset,
                                    ttf->data_length);
+    // A compressed font's tables lie in its uncompressed extent.
+    if (ttf->decomp != nullptr)
+      ttf->avail_length = QSX_RA_TT_getUncompressedFileSize(
+          (QSX_RA_TT_Decomp*)ttf->decomp);
     return state->error == SUCCESS;
   }
   ttf->path = path;
@@ -698,16 +702,8 @@ void ttf_read_buf(FS_STATE* state, TTF* ttf, FS_ULONG offset, FS_ULONG size,
   if (size == 0) return;
   state->error = SUCCESS;
   if (ttf->decomp != nullptr) {
-    QSX_RA_TT_Decomp* decomp = (QSX_RA_TT_Decomp*)ttf->decomp;
-    FS_ULONG got = size;
-    void* fragment = QSX_RA_Get_TTF_FragmentPtr(state, decomp, offset, &got);
-    if (fragment == nullptr) {
-      memset(p, 0, size);
-      return;
-    }
-    memcpy(p, fragment, got < size ? got : size);
-    if (got < size) memset(p + got, 0, size - got);
-    QSX_RA_ReleaseTTF_Fragment(state, decomp, fragment);
+    QSX_RA_CopyTTF_Fragment(state, (QSX_RA_TT_Decomp*)ttf->decomp, offset,
+                            size, p);
     return;
   }
   FS_ULONG got = read_inside(state, ttf, offset, size, p);

@@ -10,6 +10,7 @@
 #include "support/linked_font.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
+#include "support/zrp3_encoder.h"
 
 using testsupport::runFontvec;
 using testsupport::ToolRun;
@@ -332,6 +333,38 @@ TEST(Fontvec, JobsGiveTheOutputOfOneAtATime) {
   for (const char* jobs : {"0", "-2", "two", "2x", ""})
     EXPECT_EQ(runFontvec(std::string(SANS " --jobs '") + jobs + "'").status, 2)
         << "--jobs " << jobs;
+}
+
+}  // namespace
+
+namespace {
+
+// A compressed DejaVu Sans and a compact (ccc) one, written to files: added
+// from memory they answer as the source; by path the compressed one is 430.
+TEST(FontvecMemory, CompressedAndCompactFontsLoadFromMemory) {
+  sfnt::Font src = sfnt::read(sfnt::asBytes(testsupport::readBytes(SANS)));
+  testsupport::TempDir dir;
+  std::string packed = dir.file("packed.ttf"), compact = dir.file("compact.ttf");
+  zrp3::Compressed c = zrp3::compress(src, 64);
+  testsupport::writeBytes(packed, sfnt::asString(c.image));
+  testsupport::writeBytes(compact, sfnt::asString(sfnt::build(zrp3::pack(src, 0x0202))));
+  ToolRun info = runFontvec("info " + packed + " --memory");
+  EXPECT_EQ(info.status, 0);
+  EXPECT_NE(info.out.find("compressed: " + std::to_string(c.blocks.size()) +
+                          " blocks, 2 raw, unit 64\n"), std::string::npos) << info.out;
+  EXPECT_NE(runFontvec("info " + compact + " --memory").out.find("glyph_format: ccc 0x0202\n"),
+            std::string::npos);
+  std::string glyph = " --char U+0416 --ppem 24 --points";
+  ToolRun plain = runFontvec(std::string("glyph ") + SANS + glyph);
+  for (const std::string& f : {packed, compact}) {
+    ToolRun got = runFontvec("glyph " + f + " --memory" + glyph);
+    EXPECT_EQ(got.status, 0) << f;
+    EXPECT_EQ(got.out, plain.out) << f;
+  }
+  std::string err = dir.file("err.txt");
+  EXPECT_EQ(runFontvec("info " + packed, err).status, 1);
+  EXPECT_NE(testsupport::readBytes(err).find("error 430"), std::string::npos);
+  EXPECT_EQ(runFontvec(packed, err).status, 1);
 }
 
 }  // namespace

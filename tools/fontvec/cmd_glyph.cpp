@@ -7,7 +7,8 @@
 // style (an image effect, softening, boldness) set through the client's
 // setters. Starts a private engine client, adds and
 // sets the font, sets the scale and the character map, and asks the glyph
-// request calls for the advance and the points, or the graymap.
+// request calls for the advance and the points, or the graymap. With
+// --memory the font is added from the file's bytes in memory.
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -47,10 +48,12 @@ const FS_USHORT kCmapPreference[][2] = {{3, 10}, {0, 6}, {0, 4}, {3, 1},
 // Adds and sets the font, scales it to `ppem` through the scale setter and
 // chooses a character map (*mapped says whether one was accepted). Returns
 // 0 or the engine's error.
-FS_LONG setUp(FS_STATE* st, const char* path, FS_ULONG index,
-              unsigned long ppem, bool* mapped) {
+FS_LONG setUp(FS_STATE* st, const char* path, FS_BYTE* image,
+              unsigned long imageSize, FS_ULONG index, unsigned long ppem,
+              bool* mapped) {
   FILECHAR name[256];
-  if (FSS_load_font(st, path, NULL, index, sizeof name, name) != 0 ||
+  if (FSS_load_font_with_offset(st, image ? NULL : path, image, index, 0,
+                                (FS_ULONG)imageSize, sizeof name, name) != 0 ||
       FSS_set_font(st, name) != 0 ||
       FSS_set_scale(st, (FS_FIXED)(ppem << 16), 0, 0, (FS_FIXED)(ppem << 16)) != 0)
     return (FS_LONG)st->error;
@@ -234,7 +237,7 @@ struct GlyphRequest {
   const char* path = NULL;
   unsigned long glyph = 0, ppem = 0, index = 0, code = 0;
   bool haveGlyph = false, haveChar = false, points = false;
-  bool bitmap = false, text = false, dropout = false;
+  bool bitmap = false, text = false, dropout = false, memory = false;
   const char* pngOut = NULL;
   // The style: an effect flag (0 none), outline width and opacity as
   // given, softening, boldness in percent of the em and its pixel form.
@@ -309,6 +312,8 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
       r->soften = true;
     } else if (strcmp(a, "--pixel-bold") == 0) {
       r->pixelBold = true;
+    } else if (strcmp(a, "--memory") == 0) {
+      r->memory = true;
     } else if (strcmp(a, "--points") == 0) {
       r->points = true;
     } else if (strcmp(a, "--no-hints") == 0) {
@@ -335,8 +340,15 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
 int fontvec_glyph(int argc, char** argv) {
   GlyphRequest r;
   if (!parseGlyphRequest(argc, argv, &r)) return fontvec_usage("glyph");
+  unsigned long imageSize = 0;
+  FS_BYTE* image = NULL;
+  if (r.memory && (image = fontvec_read_font(r.path, &imageSize)) == NULL) {
+    fontvec_error("%s: cannot read the file", r.path);
+    return 1;
+  }
   FS_STATE st;
   if (FSS_init(&st, kGlyphHeap) != 0) {
+    free(image);
     fontvec_error("the font engine did not start (error %lu: %s)",
                   (unsigned long)st.error, FS_error_message(st.error));
     return 1;
@@ -347,7 +359,8 @@ int fontvec_glyph(int argc, char** argv) {
   // boldness.
   if (setStyle(&st, r) != 0) {
     status = 1;
-  } else if (setUp(&st, r.path, (FS_ULONG)r.index, r.ppem, &mapped) != 0) {
+  } else if (setUp(&st, r.path, image, imageSize, (FS_ULONG)r.index, r.ppem,
+                   &mapped) != 0) {
     status = engineError(r.path, &st);
   } else if (!mapped) {
     fontvec_error("%s: no character map", r.path);
@@ -364,5 +377,6 @@ int fontvec_glyph(int argc, char** argv) {
                                 : printPoints(&st, r.path, id);
   }
   FSS_exit(&st);
+  free(image);
   return status;
 }

@@ -6,8 +6,10 @@
 // subroutines; with --ppem N and --cvt, the control values after the font
 // program and the control-value program ran at that size, one "INDEX
 // VALUE" line each (26.6 integers), or with --gs the default graphic state
-// they left, one "key: value" line each. Starts a private engine client,
-// loads the face, prints, and ends the client.
+// they left, one "key: value" line each. With --memory the font is read
+// into memory and added from there, the only way a compressed font loads;
+// `info` then also names its blocks. Starts a private engine client, loads
+// the face, prints, and ends the client.
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -19,6 +21,7 @@
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_cmap.h"
+#include "Orvex_internal/fs_decomp.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_kern.h"
@@ -33,6 +36,17 @@ namespace {
 
 // Enough for the resident tables of any ordinary font.
 const FS_ULONG kInfoHeap = 64u << 20;
+
+// The font file's bytes with --memory, else null: the font is added from
+// them instead of from the path.
+FS_BYTE* gImage = NULL;
+unsigned long gImageSize = 0;
+
+FS_LONG loadFont(FS_STATE* state, const char* path, FS_ULONG index,
+                 FS_ULONG nameLen, FILECHAR* name) {
+  return FSS_load_font_with_offset(state, gImage ? NULL : path, gImage, index,
+                                   0, (FS_ULONG)gImageSize, nameLen, name);
+}
 
 // The engine's type of a font file: 7 for a CFF OpenType font ("OTTO"), 2
 // for a linked font ("LTT"), else 0.
@@ -102,6 +116,22 @@ void printInfo(const TTF* ttf) {
   printf("ascender: %d\n", ttf->hhea->yAscender);
   printf("descender: %d\n", ttf->hhea->yDescender);
   printf("outlines: %s\n", ttf->cff ? "CFF" : "glyf");
+  const QSX_RA_TT_Decomp* d = (const QSX_RA_TT_Decomp*)ttf->decomp;
+  if (d != NULL) {
+    unsigned long raw = 0, unit = 0;
+    for (FS_ULONG i = 0; i < d->tc.numEntries; i++) {
+      FS_USHORT c = d->tc.rb[i].isCompressed;
+      if (c == 0) raw++;
+      else if (unit == 0) unit = c == 1 ? 128 : c;
+    }
+    printf("compressed: %lu blocks, %lu raw, unit %lu\n",
+           (unsigned long)d->tc.numEntries, raw, unit);
+  }
+  FS_USHORT format = (FS_USHORT)ttf->head->glyphDataFormat;
+  if (ttf->ccc_info.numBits_LOCA != 0)
+    printf("glyph_format: %s 0x%04X\n",
+           (format >> 8) == 5 || (format >> 8) == 7 ? "ddd" : "ccc",
+           (unsigned)format);
 }
 
 // The CFF table's top level: CID or not, font dicts, subroutine counts
@@ -142,7 +172,7 @@ void addRange(void* ctx, FS_ULONG first, FS_ULONG last) {
 // ascending order. Returns the exit code.
 int printCmap(FS_STATE* state, const char* path, FS_ULONG index) {
   FILECHAR name[256];
-  if (FSS_load_font(state, path, NULL, index, sizeof name, name) != 0 ||
+  if (loadFont(state, path, index, sizeof name, name) != 0 ||
       FSS_set_font(state, name) != 0) {
     fontvec_error("%s: error %lu: %s", path, (unsigned long)state->error,
                   FS_error_message(state->error));
@@ -194,7 +224,7 @@ int printCmap(FS_STATE* state, const char* path, FS_ULONG index) {
 // the engine's error.
 bool addFont(FS_STATE* state, const char* path, FS_ULONG index,
              FILECHAR* name, FS_ULONG nameLen) {
-  if (FSS_load_font(state, path, NULL, index, nameLen, name) != 0 ||
+  if (loadFont(state, path, index, nameLen, name) != 0 ||
       FSS_set_font(state, name) != 0) {
     fontvec_error("%s: error %lu: %s", path, (unsigned long)state->error,
                   FS_error_message(state->error));
@@ -304,11 +334,14 @@ int fontvec_info(int argc, char** argv) {
   bool cmap = false;
   bool kern = false;
   bool cff = false;
+  bool memory = false;
   bool cvt = false;
   bool gs = false;
   unsigned long ppem = 0;
   for (int i = 0; i < argc; i++) {
-    if (strcmp(argv[i], "--cmap") == 0) {
+    if (strcmp(argv[i], "--memory") == 0) {
+      memory = true;
+    } else if (strcmp(argv[i], "--cmap") == 0) {
       cmap = true;
     } else if (strcmp(argv[i], "--kern") == 0) {
       kern = true;
@@ -334,48 +367,42 @@ int fontvec_info(int argc, char** argv) {
       (cvt || gs) != (ppem != 0))
     return fontvec_usage("info");
 
+  if (memory && (gImage = fontvec_read_font(path, &gImageSize)) == NULL) {
+    fontvec_error("%s: cannot read the file", path);
+    return 1;
+  }
   FS_STATE state;
   if (FSS_init(&state, kInfoHeap) != 0) {
     fontvec_error("the font engine did not start (error %lu: %s)",
                   (unsigned long)state.error, FS_error_message(state.error));
+    free(gImage);
     return 1;
   }
-  if (cmap) {
-    int status = printCmap(&state, path, index);
-    FSS_exit(&state);
-    return status;
-  }
-  if (cvt || gs) {
-    int status = printPrograms(&state, path, index, ppem, cvt);
-    FSS_exit(&state);
-    return status;
-  }
-  if (kern) {
-    int status = printKerning(&state, path, index);
-    FSS_exit(&state);
-    return status;
-  }
-  FS_BYTE type = sfntType(path);
-  if (type == FNT_TYPE_LINKED && !cff) {
-    int status = printLinkInfo(&state, path);
-    FSS_exit(&state);
-    return status;
-  }
-  TTF* ttf = load_ttf(&state, (FILECHAR*)path, NULL, index, 0, 0, 0, type);
-  int status = 0;
-  if (ttf == NULL) {
-    fontvec_error("%s: error %lu: %s", path, (unsigned long)state.error,
-                  state.error ? FS_error_message(state.error)
-                              : "no outlines nor bitmaps in the font");
-    status = 1;
-  } else if (cff) {
-    status = printCff(&state, path, ttf);
-    unload_ttf(&state, ttf);
-  } else {
+  auto print = [&]() -> int {
+    if (cmap) return printCmap(&state, path, index);
+    if (cvt || gs) return printPrograms(&state, path, index, ppem, cvt);
+    if (kern) return printKerning(&state, path, index);
+    FS_BYTE type = sfntType(path);
+    if (type == FNT_TYPE_LINKED && !cff) return printLinkInfo(&state, path);
+    TTF* ttf = load_ttf(&state, (FILECHAR*)path, gImage, index, 0,
+                        (FS_ULONG)gImageSize, 0, type);
+    if (ttf == NULL) {
+      fontvec_error("%s: error %lu: %s", path, (unsigned long)state.error,
+                    state.error ? FS_error_message(state.error)
+                                : "no outlines nor bitmaps in the font");
+      return 1;
+    }
+    if (cff) {
+      int status = printCff(&state, path, ttf);
+      unload_ttf(&state, ttf);
+      return status;
+    }
     printInfo(ttf);
     unload_ttf(&state, ttf);
-    status = printNames(&state, path, index);
-  }
+    return printNames(&state, path, index);
+  };
+  int status = print();
   FSS_exit(&state);
+  free(gImage);
   return status;
 }

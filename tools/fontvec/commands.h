@@ -22,6 +22,10 @@ extern const char* const kFontSynopsis;
 void fontvec_error(const char* format, ...)
     __attribute__((format(printf, 1, 2)));
 
+// The whole file at `path` in a malloc'd buffer (the caller frees it) and
+// its size; null when it can't be read or is empty.
+unsigned char* fontvec_read_font(const char* path, unsigned long* size);
+
 // Prints the usage line of one command to standard error and returns 2.
 int fontvec_usage(const char* command);
 
