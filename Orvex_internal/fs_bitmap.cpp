@@ -10,6 +10,7 @@
 #include <string.h>
 
 #include "Orvex_internal/fs_cache.h"
+#include "Orvex_internal/fs_effects.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_line.h"
@@ -56,21 +57,26 @@ FS_SHORT bold_width(FS_STATE* state) {
 
 bool in_short(FS_LONG v) { return v > -32768 && v < 32767; }
 
-// The seam of pixel boldness, the pixel form of emboldening for small
-// stroke sizes. The image effects unit fills it in; until then the map
-// passes unchanged.
-FS_BITMAP* pixelbold_seam(FS_STATE* state, FS_BITMAP* b) {
-  (void)state;
-  return b;
-}
-
-// The seam of the image effects on a finished bitmap, first match only:
-// emboss (4), engrave (8), outline at 1 (16), 2 (32) or the outline width
-// (0x1C0), filled unless 0x80. The image effects unit fills it in; until
-// then the map passes unchanged.
-FS_BITMAP* bitmap_effects_seam(FS_STATE* state, FS_BITMAP* b) {
-  (void)state;
-  return b;
+// The image effects on a finished bitmap, first match only: emboss (4),
+// engrave (8), a hollow outline at 1 (16) or 2 (32) pixels, or at the
+// outline width (0x1C0), filled unless 0x80. A failed effect leaves the
+// map with us: it is freed and the heap's error stands.
+FS_BITMAP* bitmap_effects(FS_STATE* state, FS_BITMAP* b) {
+  FS_ULONG f = state->flags;
+  FS_BITMAP* r = b;
+  if (f & FLAGS_EMBOSSED)
+    r = emboss_bitmap(b);
+  else if (f & FLAGS_ENGRAVED)
+    r = engrave_bitmap(b);
+  else if (f & FLAGS_OUTLINED_1PIXEL)
+    r = outline_bitmap(state, b, 1, 0);
+  else if (f & FLAGS_OUTLINED_2PIXEL)
+    r = outline_bitmap(state, b, 2, 0);
+  else if (f & (FLAGS_OUTLINED_FILLED | FLAGS_OUTLINED_UNFILLED | FLAGS_OUTLINED_SOFT))
+    r = outline_bitmap(state, b, state->outline_width,
+                       (f & FLAGS_OUTLINED_UNFILLED) == 0);
+  if (r == nullptr) FSS_free(state, b);
+  return r;
 }
 
 // The seam of embedded bitmaps: the font's own 1-bit glyph at this size,
@@ -253,10 +259,7 @@ FS_BITMAP* make_bitmap(FS_STATE* state, FS_OUTLINE* outl) {
   nzw_runs(state, b, rows);
   if (cols) y_dropouts(b, cols);
   if (pixel_bold(state) && bold_width(state) != 0) {
-    FS_ULONG err = state->error;
-    b = pixelbold_seam(state, b);
-    if (b == nullptr) return nullptr;
-    state->error = err;
+    b = pixelbold_bitmap(state, b);  // in place, never fails
   }
   b->embedded = 0;
   return b;
@@ -383,7 +386,7 @@ FS_BITMAP* construct_bitmap(FS_STATE* state, FS_FIXED* scale, FS_BOOLEAN vanilla
   if (b == nullptr) return nullptr;
   FS_ULONG err = state->error;
   if (err != 0 && err != ERR_RASTER_OVERFLOW) return fail(state, b, 0);
-  b = bitmap_effects_seam(state, b);
+  b = bitmap_effects(state, b);
   if (b == nullptr) return nullptr;
   // A flipped axis leaves the spare row or column on the other side; the
   // shift pays it back.

@@ -10,6 +10,7 @@
 #include <string.h>
 
 #include "Orvex_internal/fs_cache.h"
+#include "Orvex_internal/fs_effects.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_outline.h"
@@ -527,11 +528,47 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
   put_back(r, cells);
   return result;
 }
-// The seam of the image effects: pixel boldness of small stroke sizes,
-// then emboss or engrave, the outlines, and soften, each by its flag. The
-// effects unit fills this in; until then the map passes unchanged.
+
+// The image effects, in order: pixel boldness of small stroke sizes (at
+// 8 bits, or 2 when the map was cut first), emboss or engrave, one outline
+// (1 pixel, 2 pixels, the outline width, or soft) with the client's
+// opacity, then softening by a filter that widens with the size. A failed
+// effect leaves the map with us: it is freed and the heap's error stands.
 FS_GRAYMAP* graymap_effects(FS_STATE* state, FS_GRAYMAP* g) {
-  (void)state;
+  FS_ULONG f = state->flags;
+  if (pixel_bold(state) && bold_width(state) != 0)
+    g = g->bitsPerPixel == 2 ? pixelbold_graymap2(state, g) : pixelbold_graymap8(state, g);
+  if (f & FLAGS_EMBOSSED)
+    emboss_graymap(g);
+  else if (f & FLAGS_ENGRAVED)
+    engrave_graymap(g);
+  FS_FIXED op = state->outline_opacity;
+  FS_GRAYMAP* r = g;
+  if (f & FLAGS_OUTLINED_1PIXEL)
+    r = outline_graymap(state, g, 1, op);
+  else if (f & FLAGS_OUTLINED_2PIXEL)
+    r = outline_graymap(state, g, 2, op);
+  else if (f & (FLAGS_OUTLINED_FILLED | FLAGS_OUTLINED_UNFILLED))
+    r = outline_graymap(state, g, state->outline_width, op);
+  else if (f & FLAGS_OUTLINED_SOFT)
+    r = soft_outline_graymap(state, g, state->outline_width, op);
+  if (r == nullptr) {
+    FSS_free(state, g);
+    return nullptr;
+  }
+  g = r;
+  if (f & FLAGS_SOFTENED) {
+    FS_LONG lpm = state->lpm;
+    if (lpm == 0 && state->cur_sfnt && state->cur_sfnt->senv)
+      lpm = state->cur_sfnt->senv->yppm;
+    int k = lpm <= 16 ? 1 : lpm <= 25 ? 2 : 3;
+    r = Soften(state, k, k, g);
+    if (r == nullptr) {
+      FSS_free(state, g);
+      return nullptr;
+    }
+    g = r;
+  }
   return g;
 }
 

@@ -170,6 +170,20 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --char U+0020 --ppem 12 --bitmap --png @/space1.png", 0, "0 0 0 0\n"},
       {"glyph " SANS " --char U+0041 --ppem 12 --bitmap", 2}, {"glyph " SANS " --char U+0041 --ppem 12 --text", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --bitmap --text --png @/a.png", 2},
+      // That 'l' in a style: a hollow ring one pixel out, or one pixel
+      // bolder on the left (5% of 16 ppem rounds to 1); refused values.
+      {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout --effect outline1", 0,
+       "1 12 3 14\n.#.\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n.#.\n"},
+      {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout --bold 5 --pixel-bold", 0,
+       "1 11 2 12\n##\n##\n##\n##\n##\n##\n##\n##\n##\n##\n##\n##\n"},
+      {"glyph " SANS " --char U+0041 --ppem 12 --png @/b.png --bold 101", 1, "", "", {}, -1, "error 613"},
+      {"glyph " SANS " --char U+0041 --ppem 12 --png @/b.png --effect outline --outline-width 11", 1,
+       "", "", {}, -1, "error 614"},
+      {"glyph " SANS " --char U+0041 --ppem 12 --png @/b.png --opacity 10.00002", 1, "", "", {}, -1,
+       "error 615"},
+      {"glyph " SANS " --char U+0041 --ppem 12 --png @/b.png --effect shadow", 2},
+      {"glyph " SANS " --char U+0041 --ppem 12 --png @/b.png --pixel-bold", 2},
+      {"glyph " SANS " --char U+0041 --ppem 12 --points --soften", 2},
       // measure FOLDER: the library's line, and its refusals.
       {"measure @/absent", 1, "", "", {}, -1, "not a folder"},
       {"measure @", 1, "", "", {}, -1, "Error=8\n"},  // no pictures

@@ -4,10 +4,13 @@
 // outline's extraction rounds it), and the rounded advance (a CFF glyph's contours in the engine's order: reversed, each
 // closed on a point of its own, a cubic's two controls `off`); or with --png
 // its 8-bit graymap as a grey PNG; or with --bitmap its trimmed 1-bit map,
-// as a 1-bit grey PNG or as text rows of '#' and '.'. Starts a private engine client, adds and
+// as a 1-bit grey PNG or as text rows of '#' and '.'; either map in a
+// style (an image effect, softening, boldness) set through the client's
+// setters. Starts a private engine client, adds and
 // sets the font, sets the scale and the character map, and asks the glyph
 // request calls for the advance and the points, or the graymap. With
 // --memory the font is added from the file's bytes in memory.
+#include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -200,6 +203,36 @@ int writeBitmap(FS_STATE* st, const char* path, FS_ULONG id,
   return status;
 }
 
+// The --effect words and their flags.
+const struct {
+  const char* word;
+  FS_ULONG flag;
+} kEffectWords[] = {{"emboss", FLAGS_EMBOSSED},
+                    {"engrave", FLAGS_ENGRAVED},
+                    {"outline1", FLAGS_OUTLINED_1PIXEL},
+                    {"outline2", FLAGS_OUTLINED_2PIXEL},
+                    {"outline", FLAGS_OUTLINED_FILLED},
+                    {"outline-unfilled", FLAGS_OUTLINED_UNFILLED},
+                    {"soft-outline", FLAGS_OUTLINED_SOFT}};
+
+// A decimal number with nothing after it.
+bool parseReal(const char* text, double* out) {
+  char* end = NULL;
+  double v = strtod(text, &end);
+  if (text[0] == '\0' || *end != '\0' || !isfinite(v)) return false;
+  *out = v;
+  return true;
+}
+
+// The 16.16 value of `v`, held within the 32-bit range so that
+// the setter sees an out-of-range value as such.
+FS_FIXED toFixed(double v) {
+  double f = floor(v * 65536.0 + 0.5);
+  if (f > 2147483647.0) f = 2147483647.0;
+  if (f < -2147483647.0) f = -2147483647.0;
+  return (FS_FIXED)f;
+}
+
 // What the command line asks for.
 struct GlyphRequest {
   const char* path = NULL;
@@ -208,7 +241,33 @@ struct GlyphRequest {
   bool bitmap = false, text = false, dropout = false, memory = false;
   bool hints = true;
   const char* pngOut = NULL;
+  // The style: an effect flag (0 none), outline width and opacity as
+  // given, softening, boldness in percent of the em and its pixel form.
+  FS_ULONG effect = 0;
+  unsigned long outlineWidth = 0;
+  bool haveWidth = false, haveOpacity = false, haveBold = false;
+  double opacity = 1.0, boldPct = 0.0;
+  bool soften = false, pixelBold = false;
+  bool styled() const {
+    return effect != 0 || haveWidth || haveOpacity || soften || haveBold || pixelBold;
+  }
 };
+
+// Sets the style through the client's setters; 0, or 1 after printing the
+// refusal (613 boldness, 614 outline width, 615 opacity).
+int setStyle(FS_STATE* st, const GlyphRequest& r) {
+  if (r.haveBold && FS_set_bold_pct(st, toFixed(r.boldPct / 100.0)) != 0)
+    return engineError("--bold", st);
+  if (r.haveWidth &&
+      FS_set_outline_width(st, (FS_USHORT)(r.outlineWidth > 0xFFFF ? 0xFFFF : r.outlineWidth)) != 0)
+    return engineError("--outline-width", st);
+  if (r.haveOpacity && FS_set_outline_opacity(st, toFixed(r.opacity)) != 0)
+    return engineError("--opacity", st);
+  if (r.effect != 0) FS_set_flags(st, r.effect);
+  if (r.soften) FS_set_flags(st, FLAGS_SOFTENED);
+  if (r.pixelBold) FS_set_flags(st, FLAGS_ADD_WEIGHT);
+  return 0;
+}
 
 // Reads the options; false on a usage error.
 bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
@@ -236,6 +295,25 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
       r->text = true;
     } else if (strcmp(a, "--dropout") == 0) {
       r->dropout = true;
+    } else if (strcmp(a, "--effect") == 0 && i + 1 < argc) {
+      const char* w = argv[++i];
+      r->effect = 0;
+      for (const auto& e : kEffectWords)
+        if (strcmp(w, e.word) == 0) r->effect = e.flag;
+      if (r->effect == 0) return false;
+    } else if (strcmp(a, "--outline-width") == 0 && i + 1 < argc) {
+      if (!parseNumber(argv[++i], 10, 0xFFFFFFFFul, &r->outlineWidth)) return false;
+      r->haveWidth = true;
+    } else if (strcmp(a, "--opacity") == 0 && i + 1 < argc) {
+      if (!parseReal(argv[++i], &r->opacity)) return false;
+      r->haveOpacity = true;
+    } else if (strcmp(a, "--bold") == 0 && i + 1 < argc) {
+      if (!parseReal(argv[++i], &r->boldPct)) return false;
+      r->haveBold = true;
+    } else if (strcmp(a, "--soften") == 0) {
+      r->soften = true;
+    } else if (strcmp(a, "--pixel-bold") == 0) {
+      r->pixelBold = true;
     } else if (strcmp(a, "--memory") == 0) {
       r->memory = true;
     } else if (strcmp(a, "--points") == 0) {
@@ -254,6 +332,9 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
   // need --bitmap.
   if (r->bitmap && (r->pngOut != NULL) == r->text) return false;
   if (!r->bitmap && (r->text || r->dropout)) return false;
+  // A style needs a map; pixel boldness needs boldness.
+  if (r->styled() && r->pngOut == NULL && !r->bitmap) return false;
+  if (r->pixelBold && !r->haveBold) return false;
   return r->path != NULL && r->ppem != 0 && r->haveGlyph != r->haveChar &&
          !(r->points && (r->pngOut != NULL || r->bitmap));
 }
@@ -278,8 +359,12 @@ int fontvec_glyph(int argc, char** argv) {
   }
   int status = 0;
   bool mapped = false;
-  if (setUp(&st, r.path, image, imageSize, (FS_ULONG)r.index, r.ppem,
-            &mapped) != 0) {
+  // The style comes first: the scale setter picks the scaled font by its
+  // boldness.
+  if (setStyle(&st, r) != 0) {
+    status = 1;
+  } else if (setUp(&st, r.path, image, imageSize, (FS_ULONG)r.index, r.ppem,
+                   &mapped) != 0) {
     status = engineError(r.path, &st);
   } else if (!mapped) {
     fontvec_error("%s: no character map", r.path);
