@@ -172,9 +172,9 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --char U+0041 --ppem 12 --bitmap --text --png @/a.png", 2},
       // That 'l' in a style: a hollow ring one pixel out, or one pixel
       // bolder on the left (5% of 16 ppem rounds to 1); refused values.
-      {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout --effect outline1", 0,
+      {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout --no-hints --effect outline1", 0,
        "1 12 3 14\n.#.\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n#.#\n.#.\n"},
-      {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout --bold 5 --pixel-bold", 0,
+      {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout --no-hints --bold 5 --pixel-bold", 0,
        "1 11 2 12\n##\n##\n##\n##\n##\n##\n##\n##\n##\n##\n##\n##\n"},
       {"glyph " SANS " --char U+0041 --ppem 12 --png @/b.png --bold 101", 1, "", "", {}, -1, "error 613"},
       {"glyph " SANS " --char U+0041 --ppem 12 --png @/b.png --effect outline --outline-width 11", 1,
