@@ -1214,8 +1214,9 @@ inline F26DOT6 delta_amount(GS* gs, FS_LONG s) {
   return (F26DOT6)((s - (s < 8 ? 8 : 7)) * 64) >> gs->globalGS->localParBlock.deltaShift;
 }
 
-// Pops a count and that many groups of `per` values, the spec first in
-// each group. The groups in push order are taken as ascending by spec: the
+// Pops a count and that many groups of `per` values, the size-and-shift
+// byte first in each group. The groups in push order are taken as ascending
+// by that byte: the
 // search halves to the first whose s & -16 reaches the aim for this size
 // and base, and the matches run while equal, so an unsorted list loses
 // groups. Gives the groups and the range [*lo, *hi) of matches.
