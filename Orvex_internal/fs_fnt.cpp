@@ -1216,10 +1216,9 @@ inline F26DOT6 delta_amount(GS* gs, FS_LONG s) {
 
 // Pops a count and that many groups of `per` values, the size-and-shift
 // byte first in each group. The groups in push order are taken as ascending
-// by that byte: the
-// search halves to the first whose s & -16 reaches the aim for this size
-// and base, and the matches run while equal, so an unsorted list loses
-// groups. Gives the groups and the range [*lo, *hi) of matches.
+// by that byte: the search halves to the first whose s & -16 reaches the
+// aim for this size and base, and the matches run while equal, so an
+// unsorted list loses groups. Gives the groups and the range [*lo, *hi) of matches.
 FS_LONG* delta_matches(GS* gs, FS_LONG base, FS_LONG per, FS_LONG* lo,
                        FS_LONG* hi) {
   FS_LONG n = pop(gs);
