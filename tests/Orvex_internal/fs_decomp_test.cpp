@@ -50,10 +50,15 @@ const zrp3::Compressed& image(const char* path, uint32_t unit) {
   return made[key];
 }
 
+// A state, and the decoder of `image` when one is given.
 struct Decoder {
-  Decoder() { EXPECT_EQ(FSS_init(&st, 64u << 20), 0); }
-  ~Decoder() { FSS_exit(&st); }
+  explicit Decoder(const Bytes* image = nullptr) {
+    EXPECT_EQ(FSS_init(&st, 64u << 20), 0);
+    if (image) t = QSX_RA_TT_Create(&st, (FS_BYTE*)image->data(), (FS_ULONG)image->size());
+  }
+  ~Decoder() { QSX_RA_TT_Destroy(&st, t), FSS_exit(&st); }
   FS_STATE st;
+  QSX_RA_TT_Decomp* t = nullptr;
 };
 
 // What the decoder reads at (position, count), or "error N".
@@ -85,16 +90,13 @@ TEST(Decomp, FragmentsEqualTheUncompressedFontAtUnitsEdgesAndRandomPlaces) {
       // straddle units are decoded from the unit before.
       EXPECT_GT(c.tokens.longestCode, 10);
       EXPECT_GT(c.tokens.straddles, 500);
-      Decoder d;
-      QSX_RA_TT_Decomp* t = QSX_RA_TT_Create(&d.st, (FS_BYTE*)c.image.data(),
-                                             (FS_ULONG)c.image.size());
-      ASSERT_NE(t, nullptr) << d.st.error;
-      t->compactGlyphs = 1;  // bytes as stored, not converted glyphs
-      EXPECT_EQ(QSX_RA_TT_getUncompressedFileSize(t), c.plain.size());
+      Decoder d(&c.image);
+      ASSERT_NE(d.t, nullptr) << d.st.error;
+      d.t->compactGlyphs = 1;  // bytes as stored, not converted glyphs
+      EXPECT_EQ(QSX_RA_TT_getUncompressedFileSize(d.t), c.plain.size());
       size_t bad = 0, reads = 0;
       auto check = [&](size_t at, size_t n) {
-        reads++;
-        if (readAt(&d.st, t, (FS_ULONG)at, (FS_ULONG)n) != expected(c, at, n) && bad++ < 5)
+        if (reads++, readAt(&d.st, d.t, (FS_ULONG)at, (FS_ULONG)n) != expected(c, at, n) && bad++ < 5)
           ADD_FAILURE() << "at " << at << " count " << n;
       };
       for (size_t at = 0; at < c.plain.size(); at += unit * kStride) {
@@ -105,7 +107,6 @@ TEST(Decomp, FragmentsEqualTheUncompressedFontAtUnitsEdgesAndRandomPlaces) {
       for (int i = 0; i < 2000 / kStride; i++)
         check(rng() % c.plain.size(), 1 + rng() % 4096);
       EXPECT_EQ(bad, 0u) << "of " << reads;
-      QSX_RA_TT_Destroy(&d.st, t);
     }
   }
 }
@@ -126,18 +127,14 @@ void expectSameGlyph(const Bytes& got, const Bytes& want, int glyph) {
     gi = gEnd + 2, gn = sfnt::getU16(got, gEnd), wi = wEnd + 2, wn = sfnt::getU16(want, wEnd);
   } else {
     zrp3::Simple g = zrp3::parseSimple(got), w = zrp3::parseSimple(want);
-    EXPECT_EQ(g.ends, w.ends);
-    EXPECT_EQ(g.on, w.on);
-    EXPECT_EQ(g.x, w.x);
-    EXPECT_EQ(g.y, w.y);
+    EXPECT_TRUE(g.ends == w.ends && g.on == w.on && g.x == w.x && g.y == w.y) << "contours or points";
     gi = g.instrAt, gn = g.instrLen, wi = w.instrAt, wn = w.instrLen;
   }
   std::vector<int> gv, wv;
   Bytes gr, wr;
   zrp3::splitPushes(got.data() + gi, gn, gv, gr);
   zrp3::splitPushes(want.data() + wi, wn, wv, wr);
-  EXPECT_EQ(gv, wv);
-  EXPECT_EQ(gr, wr);
+  EXPECT_TRUE(gv == wv && gr == wr) << "instructions";
 }
 
 TEST(Decomp, ConvertedGlyphsAreTheSourceGlyphs) {
@@ -146,16 +143,14 @@ TEST(Decomp, ConvertedGlyphsAreTheSourceGlyphs) {
   for (const char* path : {kSans, kSerif}) {
     const zrp3::Compressed& c = image(path, 128);
     std::vector<Bytes> want = zrp3::glyphsOf(source(path));
-    Decoder d;
-    QSX_RA_TT_Decomp* t = QSX_RA_TT_Create(&d.st, (FS_BYTE*)c.image.data(), (FS_ULONG)c.image.size());
-    ASSERT_NE(t, nullptr);
-    sfnt::Font plain = sfnt::read(c.plain);
-    const Bytes& loca = *plain.find("loca");
+    Decoder d(&c.image);
+    ASSERT_NE(d.t, nullptr);
+    const Bytes loca = *sfnt::read(c.plain).find("loca");
     for (size_t g = 0; g < want.size() && !HasFailure(); g += kStride) {
       uint32_t a = sfnt::getU32(loca, 4 * g), b = sfnt::getU32(loca, 4 * g + 4);
-      if (a != b) expectSameGlyph(readAt(&d.st, t, c.glyfStart + a, b - a), want[g], (int)g);
+      if (a != b) expectSameGlyph(readAt(&d.st, d.t, c.glyfStart + a, b - a), want[g], (int)g);
     }
-    QSX_RA_TT_Destroy(&d.st, t);
+    QSX_RA_TT_Destroy(&d.st, d.t), d.t = nullptr;
     EXPECT_EQ(FS_get_heap_used(&d.st), 3008u);
   }
 }
@@ -210,16 +205,12 @@ sfnt::Font sansAt128() {
       size_t end = zrp3::compositeEnd(g, &instr);
       sfnt::u16(out, 0xFFFF);
       for (int k = 0; k < 4; k++) sfnt::u16(out, (uint32_t)div16(zrp3::s16(g, 2 + 2 * k)));
-      for (size_t p = 10; p < end;) {
-        uint32_t fl = sfnt::getU16(g, p);
-        int a = (fl & 1) ? zrp3::s16(g, p + 4) : (int8_t)g[p + 4];
-        int b = (fl & 1) ? zrp3::s16(g, p + 6) : (int8_t)g[p + 5];
-        size_t q = p + ((fl & 1) ? 8 : 6);
-        size_t scales = (fl & 8) ? 2 : (fl & 0x40) ? 4 : (fl & 0x80) ? 8 : 0;
+      for (size_t p = 10, q; p < end; p += zrp3::recordSize(sfnt::getU16(g, p))) {
+        uint32_t fl = sfnt::getU16(g, p), words = fl & 1;  // args as words, else bytes
         sfnt::u16(out, (fl | 1) & ~0x300u), sfnt::u16(out, sfnt::getU16(g, p + 2));
-        sfnt::u16(out, (uint32_t)div16(a)), sfnt::u16(out, (uint32_t)div16(b));
-        out.insert(out.end(), g.begin() + q, g.begin() + q + scales);
-        p = q + scales;
+        for (int k = 0; k < 2; k++)
+          sfnt::u16(out, (uint32_t)div16(words ? zrp3::s16(g, p + 4 + 2 * k) : (int8_t)g[p + 4 + k]));
+        q = p + (words ? 8 : 6), out.insert(out.end(), g.begin() + q, g.begin() + p + zrp3::recordSize(fl));
       }
     }
     xMins.push_back(out.size() >= 10 ? zrp3::s16(out, 2) : 0);
@@ -278,19 +269,16 @@ TEST(Compact, StandardTablesOfACompactFontAreNotLent) {
 }
 
 TEST(Decomp, CompactNumbersAndPointCodesByHand) {
-  struct Row { Bytes in; int want; const char* why; };
-  const Row ushorts[] = {{{253, 1, 0}, 256, "a word"}, {{255, 7}, 260, "253 on"},
-                         {{254, 0}, 506, "506 on"}, {{252}, 252, "itself"}};
-  for (const Row& r : ushorts) {
+  struct Row { bool isShort; Bytes in; int want; const char* why; };
+  const Row numbers[] = {
+      {false, {253, 1, 0}, 256, "a word"}, {false, {255, 7}, 260, "253 on"},
+      {false, {254, 0}, 506, "506 on"}, {false, {252}, 252, "itself"},
+      {true, {250, 4}, -5, "negative"}, {true, {251, 1}, 1275, "(4 << 8) + 1 + 250"},
+      {true, {253, 0xFF, 0xFE}, -2, "a signed word"}, {true, {249}, 249, "itself"},
+      {true, {255, 0}, 250, "250 on"}};
+  for (const Row& r : numbers) {
     FS_CURSOR c = cursor_at(r.in.data(), (FS_ULONG)r.in.size());
-    EXPECT_EQ(Read255UShort(&c), r.want) << r.why;
-  }
-  const Row shorts[] = {{{250, 4}, -5, "negative"}, {{251, 1}, 1275, "(4 << 8) + 1 + 250"},
-                        {{253, 0xFF, 0xFE}, -2, "a signed word"}, {{249}, 249, "itself"},
-                        {{255, 0}, 250, "250 on"}};
-  for (const Row& r : shorts) {
-    FS_CURSOR c = cursor_at(r.in.data(), (FS_ULONG)r.in.size());
-    EXPECT_EQ(Read255Short(&c), r.want) << r.why;
+    EXPECT_EQ(r.isShort ? Read255Short(&c) : Read255UShort(&c), r.want) << r.why;
   }
   // One-point glyphs in spline form: the point code, then its bytes.
   struct Point { Bytes code; int x, y; const char* why; };
@@ -303,17 +291,14 @@ TEST(Decomp, CompactNumbersAndPointCodesByHand) {
       {{3, 0x05}, 0, 261, "y only, base 256, positive"},
       {{10, 0x07}, -7, 0, "x only, negative"}};
   for (const Point& p : points) {
-    Bytes spline = {0, 1, 1};  // one contour of one point
-    spline.push_back(p.code[0]);
-    spline.insert(spline.end(), p.code.begin() + 1, p.code.end());
-    spline.insert(spline.end(), {0, 0});  // no pushes, no code
+    Bytes spline = {0, 1, 1};  // one contour of one point, its code and bytes
+    zrp3::append(spline, p.code), zrp3::append(spline, {0, 0});  // no pushes, no code
     Decoder d;
     FS_ULONG n = 0;
     FS_BYTE* g = QSX_TTC_GetTTFGlyphMemory(&d.st, spline.data(), (FS_ULONG)spline.size(), &n);
     ASSERT_NE(g, nullptr) << p.why;
     zrp3::Simple s = zrp3::parseSimple(Bytes(g, g + n));
-    EXPECT_EQ(s.x, std::vector<int>{p.x}) << p.why;
-    EXPECT_EQ(s.y, std::vector<int>{p.y}) << p.why;
+    EXPECT_TRUE(s.x == std::vector<int>{p.x} && s.y == std::vector<int>{p.y}) << p.why;
     FSS_free(&d.st, g);
   }
 }
@@ -326,9 +311,8 @@ Bytes handBlock(const Bytes& lengths, const std::string& text,
   Bytes b;
   sfnt::u32(b, sfnt::tagOf("RAC\3")), sfnt::u32(b, 0), sfnt::u32(b, count);
   sfnt::u32(b, (uint32_t)lengths.size());
-  b.insert(b.end(), lengths.begin(), lengths.end());
-  sfnt::u8(b, 0), sfnt::u32(b, (uint32_t)text.size());
-  b.insert(b.end(), text.begin(), text.end());
+  zrp3::append(b, lengths), sfnt::u8(b, 0), sfnt::u32(b, (uint32_t)text.size());
+  zrp3::append(b, sfnt::asBytes(text));
   sfnt::u8(b, (uint32_t)groups.size());
   for (auto& g : groups) sfnt::u8(b, g[0]);
   for (auto& g : groups) sfnt::u32(b, g[1]);
@@ -337,8 +321,7 @@ Bytes handBlock(const Bytes& lengths, const std::string& text,
   sfnt::u32(b, (uint32_t)b.size() + 4);
   zrp3::BitWriter w;
   for (char ch : stream) w.put(ch == '1', 1);
-  b.insert(b.end(), w.out.begin(), w.out.end());
-  sfnt::putU32(b, 4, (uint32_t)b.size());
+  zrp3::append(b, w.out), sfnt::putU32(b, 4, (uint32_t)b.size());
   return b;
 }
 
@@ -426,29 +409,18 @@ TEST(Decomp, DamagedImagesAreRefusedOrDecodeToGlyphs) {
     Bytes img = c.image;
     // Damage the `zrp3` entries, or the header and stream of the `glyf`,
     // `loca` or `hmtx` block.
-    sfnt::Font f = sfnt::read(c.plain);
-    size_t zrp = sfnt::getU32(c.plain, sfnt::entryOf(c.plain, "zrp3") + 8);
-    size_t pick = rng() % 4;
-    size_t from = zrp + 20, to = zrp + 20 + 14 * c.blocks.size();
-    if (pick > 0) {
-      const char* tags[] = {"glyf", "loca", "hmtx"};
-      uint32_t start = sfnt::getU32(c.plain, sfnt::entryOf(c.plain, tags[pick - 1]) + 8);
-      for (size_t i = 0; i < c.blocks.size(); i++)
-        if (c.blocks[i].start == start) {
-          from = sfnt::getU32(c.plain, zrp + 20 + 14 * i + 8);
-          to = i + 1 < c.blocks.size() ? sfnt::getU32(c.plain, zrp + 20 + 14 * (i + 1) + 8)
-                                      : img.size();
-        }
-    }
+    size_t pick = rng() % 4, from = sfnt::getU32(c.plain, sfnt::entryOf(c.plain, "zrp3") + 8) + 20;
+    size_t to = from + 14 * c.blocks.size();
+    for (size_t i = 0; pick > 0 && i < c.blocks.size(); i++)
+      if (c.blocks[i].start == sfnt::getU32(c.plain, sfnt::entryOf(c.plain, "glyf\0loca\0hmtx" + 5 * (pick - 1)) + 8))
+        from = c.blocks[i].stored, to = i + 1 < c.blocks.size() ? c.blocks[i + 1].stored : img.size();
     for (int k = 1 + rng() % 3; k > 0; k--) img[from + rng() % (to - from)] ^= (uint8_t)(1 + rng() % 255);
     auto begun = std::chrono::steady_clock::now();
     FS_LONG load = 0;
     {
-      Decoder d;
-      QSX_RA_TT_Decomp* t = QSX_RA_TT_Create(&d.st, img.data(), (FS_ULONG)img.size());
-      if (t != nullptr)
-        for (size_t at = 0; at < c.plain.size(); at += 1000) readAt(&d.st, t, (FS_ULONG)at, 1000);
-      QSX_RA_TT_Destroy(&d.st, t);
+      Decoder d(&img);
+      for (size_t at = 0; d.t && at < c.plain.size(); at += 1000) readAt(&d.st, d.t, (FS_ULONG)at, 1000);
+      QSX_RA_TT_Destroy(&d.st, d.t), d.t = nullptr;
       TTF* ttf = load_ttf(&d.st, nullptr, img.data(), 0, 0, (FS_ULONG)img.size(), 0, 0);
       load = d.st.error;
       unload_ttf(&d.st, ttf);
@@ -458,7 +430,9 @@ TEST(Decomp, DamagedImagesAreRefusedOrDecodeToGlyphs) {
     EXPECT_TRUE(load == 0 || load == ERR_NOT_A_TTF || load == ERR_DECOMP_STREAM) << load;
     testsupport::ScaledFont font;
     font.setFont("", img);
-    if (load == 0) ASSERT_EQ(font.setPpem(24), 0);
+    if (load == 0) {
+      ASSERT_EQ(font.setPpem(24), 0);
+    }
     for (int g = 0; load == 0 && g < 48; g++) {
       FS_LONG e = font.fetch(g);
       fetches.insert((FS_ULONG)e);

@@ -12,7 +12,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
-#include <map>
+#include <numeric>
 #include <queue>
 #include <string>
 #include <unordered_map>
@@ -26,16 +26,16 @@ using sfnt::Bytes;
 
 inline int s16(const Bytes& b, size_t at) { return (int16_t)sfnt::getU16(b, at); }
 inline int bitsFor(uint32_t v) { int n = 0; while (v) v >>= 1, n++; return n; }
+inline void append(Bytes& b, const Bytes& more) { b.insert(b.end(), more.begin(), more.end()); }
 
 // Appends numbers of any width (up to 32 bits) most significant bit first.
 struct BitWriter {
   Bytes out;
   uint64_t bits = 0;
   void put(uint32_t v, int n) {
-    for (int i = n - 1; i >= 0; i--) {
+    for (int i = n - 1; i >= 0; i--, bits++) {
       if (bits % 8 == 0) out.push_back(0);
       if ((v >> i) & 1) out.back() |= (uint8_t)(0x80 >> (bits % 8));
-      bits++;
     }
   }
 };
@@ -60,23 +60,15 @@ inline void put255Short(Bytes& b, int v) {
 // The values of the leading run of push instructions, and the rest.
 inline void splitPushes(const uint8_t* p, size_t n, std::vector<int>& values, Bytes& rest) {
   size_t i = 0;
-  for (;;) {
-    if (i >= n) break;
+  while (i < n) {
     uint8_t op = p[i];
     size_t count, width, head = 1;
-    if (op == 0x40 || op == 0x41) {
-      if (i + 1 >= n) break;
-      count = p[i + 1], width = op == 0x40 ? 1 : 2, head = 2;
-    } else if (op >= 0xB0 && op <= 0xBF) {
-      count = (op & 7) + 1, width = op < 0xB8 ? 1 : 2;
-    } else {
-      break;
-    }
+    if ((op == 0x40 || op == 0x41) && i + 1 < n) count = p[i + 1], width = op - 0x3F, head = 2;
+    else if (op >= 0xB0 && op <= 0xBF) count = (op & 7) + 1, width = op < 0xB8 ? 1 : 2;
+    else break;
     if (i + head + count * width > n) break;
-    for (size_t k = 0; k < count; k++) {
-      const uint8_t* v = p + i + head + k * width;
+    for (const uint8_t* v = p + i + head; v < p + i + head + count * width; v += width)
       values.push_back(width == 1 ? v[0] : (int16_t)((v[0] << 8) | v[1]));
-    }
     i += head + count * width;
   }
   rest.assign(p + i, p + n);
@@ -90,24 +82,19 @@ inline void putInstructions(Bytes& b, const uint8_t* p, size_t n) {
   put255UShort(b, (uint32_t)v.size());
   for (size_t i = 0; i < v.size();) {
     bool hop = i >= 2 && i + 2 < v.size() && v[i] == v[i - 2] && v[i + 2] == v[i - 2];
-    if (hop && i + 4 < v.size() && v[i + 4] == v[i - 2]) {
+    if (hop && i + 4 < v.size() && v[i + 4] == v[i - 2])
       sfnt::u8(b, 252), put255Short(b, v[i + 1]), put255Short(b, v[i + 3]), i += 5;
-    } else if (hop) {
-      sfnt::u8(b, 251), put255Short(b, v[i + 1]), i += 3;
-    } else {
-      put255Short(b, v[i++]);
-    }
+    else if (hop) sfnt::u8(b, 251), put255Short(b, v[i + 1]), i += 3;
+    else put255Short(b, v[i++]);
   }
   put255UShort(b, (uint32_t)rest.size());
-  b.insert(b.end(), rest.begin(), rest.end());
+  append(b, rest);
 }
 
 // The point code and bytes of a delta (the smallest form that holds it).
 inline void putPoint(Bytes& codes, Bytes& data, int dx, int dy, bool on) {
-  int ax = abs(dx), ay = abs(dy), sign = (dx >= 0) + 2 * (dy >= 0);
-  int code;
+  int ax = abs(dx), ay = abs(dy), sign = (dx >= 0) + 2 * (dy >= 0), code, bytes;
   uint32_t v;
-  int bytes;
   if (dx == 0 && ay < 1280) code = 2 * (ay / 256) + (dy >= 0), v = ay % 256, bytes = 1;
   else if (dy == 0 && ax < 1280) code = 10 + 2 * (ax / 256) + (dx >= 0), v = ax % 256, bytes = 1;
   else if (ax >= 1 && ax <= 64 && ay >= 1 && ay <= 64)
@@ -142,7 +129,7 @@ inline Simple parseSimple(const Bytes& g) {
   while (f.size() < n) {
     uint8_t fl = g[p++];
     f.push_back(fl);
-    if (fl & 8) for (int r = g[p++]; r > 0; r--) f.push_back(fl);
+    if (fl & 8) f.insert(f.end(), g[p++], fl);
   }
   for (int axis = 0; axis < 2; axis++) {
     int c = 0, shortBit = axis ? 4 : 2, sameBit = axis ? 32 : 16;
@@ -156,16 +143,20 @@ inline Simple parseSimple(const Bytes& g) {
   return s;
 }
 
+// The size of a composite record with `flags`.
+inline size_t recordSize(uint32_t flags) {
+  return 4 + ((flags & 1) ? 4 : 2) + ((flags & 8) ? 2 : (flags & 0x40) ? 4 : (flags & 0x80) ? 8 : 0);
+}
 // Composite records of `g` from byte 10: their bytes' end and whether
-// instructions follow.
-inline size_t compositeEnd(const Bytes& g, bool* instructions) {
+// instructions follow; `at` gets each record's place.
+inline size_t compositeEnd(const Bytes& g, bool* instructions, std::vector<size_t>* at = nullptr) {
   size_t p = 10;
   uint32_t flags;
   *instructions = false;
   do {
-    flags = sfnt::getU16(g, p);
-    p += 4 + ((flags & 1) ? 4 : 2) + ((flags & 8) ? 2 : (flags & 0x40) ? 4 : (flags & 0x80) ? 8 : 0);
-    if (flags & 0x100) *instructions = true;
+    if (at) at->push_back(p);
+    flags = sfnt::getU16(g, p), p += recordSize(flags);
+    *instructions |= (flags & 0x100) != 0;
   } while (flags & 0x20);
   return p;
 }
@@ -184,26 +175,20 @@ inline Bytes spline(const Bytes& g, bool keepBox, bool* boxDiffers = nullptr) {
   }
   Simple s = parseSimple(g);
   int box[4] = {0, 0, 0, 0};
-  for (size_t i = 0; i < s.x.size(); i++) {
-    if (i == 0 || s.x[i] < box[0]) box[0] = s.x[i];
-    if (i == 0 || s.y[i] < box[1]) box[1] = s.y[i];
-    if (i == 0 || s.x[i] > box[2]) box[2] = s.x[i];
-    if (i == 0 || s.y[i] > box[3]) box[3] = s.y[i];
+  if (!s.x.empty()) {
+    auto x = std::minmax_element(s.x.begin(), s.x.end()), y = std::minmax_element(s.y.begin(), s.y.end());
+    box[0] = *x.first, box[1] = *y.first, box[2] = *x.second, box[3] = *y.second;
   }
   bool differs = !std::equal(box, box + 4, s.box);
   if (boxDiffers) *boxDiffers = differs;
-  if (keepBox || differs) {
-    sfnt::u16(b, 32767), sfnt::u16(b, s.nc);
-    for (int v : s.box) sfnt::u16(b, (uint32_t)v);
-  } else {
-    sfnt::u16(b, s.nc);
-  }
+  if (keepBox || differs) sfnt::u16(b, 32767);
+  sfnt::u16(b, s.nc);
+  if (keepBox || differs) for (int v : s.box) sfnt::u16(b, (uint32_t)v);
   for (int i = 0; i < s.nc; i++) put255UShort(b, s.ends[i] - (i ? s.ends[i - 1] : -1));
   Bytes codes, data;
   for (size_t i = 0; i < s.x.size(); i++)
     putPoint(codes, data, s.x[i] - (i ? s.x[i - 1] : 0), s.y[i] - (i ? s.y[i - 1] : 0), s.on[i]);
-  b.insert(b.end(), codes.begin(), codes.end());
-  b.insert(b.end(), data.begin(), data.end());
+  append(b, codes), append(b, data);
   putInstructions(b, g.data() + s.instrAt, s.instrLen);
   return b;
 }
@@ -211,15 +196,12 @@ inline Bytes spline(const Bytes& g, bool keepBox, bool* boxDiffers = nullptr) {
 /* ---- Glyphs of a font ---- */
 
 inline std::vector<Bytes> glyphsOf(const sfnt::Font& f) {
-  const Bytes &loca = *f.find("loca"), &glyf = *f.find("glyf"), &head = *f.find("head");
-  bool longLoca = s16(head, 50) == 1;
-  size_t n = sfnt::getU16(*f.find("maxp"), 4);
+  const Bytes &loca = *f.find("loca"), &glyf = *f.find("glyf");
+  bool longLoca = s16(*f.find("head"), 50) == 1;
+  auto at = [&](size_t i) { return longLoca ? sfnt::getU32(loca, 4 * i) : 2 * sfnt::getU16(loca, 2 * i); };
   std::vector<Bytes> out;
-  for (size_t i = 0; i < n; i++) {
-    size_t a = longLoca ? sfnt::getU32(loca, 4 * i) : 2 * sfnt::getU16(loca, 2 * i);
-    size_t b = longLoca ? sfnt::getU32(loca, 4 * i + 4) : 2 * sfnt::getU16(loca, 2 * i + 2);
-    out.push_back(Bytes(glyf.begin() + a, glyf.begin() + b));
-  }
+  for (size_t i = 0; i < sfnt::getU16(*f.find("maxp"), 4); i++)
+    out.push_back(Bytes(glyf.begin() + at(i), glyf.begin() + at(i + 1)));
   return out;
 }
 
@@ -227,8 +209,7 @@ inline std::vector<Bytes> glyphsOf(const sfnt::Font& f) {
 inline void setGlyphs(sfnt::Font& f, const std::vector<Bytes>& glyphs, bool pad = true) {
   Bytes glyf, loca;
   for (const Bytes& g : glyphs) {
-    sfnt::u32(loca, (uint32_t)glyf.size());
-    glyf.insert(glyf.end(), g.begin(), g.end());
+    sfnt::u32(loca, (uint32_t)glyf.size()), append(glyf, g);
     while (pad && glyf.size() % 4) glyf.push_back(0);
   }
   sfnt::u32(loca, (uint32_t)glyf.size());
@@ -240,11 +221,9 @@ inline void setGlyphs(sfnt::Font& f, const std::vector<Bytes>& glyphs, bool pad 
 /* ---- Token blocks ---- */
 
 struct Block {
-  uint32_t start, length;
+  uint32_t start, length, stored;  // in the uncompressed font; in the image
 };
 
-// A token block of `data`: the 256 bytes and the 200 most frequent 2 to 8
-// byte strings, canonical codes of one group per length, a mark per unit.
 // What the token blocks of an image hold: the longest code, and the units
 // whose first symbol starts in the unit before.
 struct TokenStats {
@@ -252,6 +231,8 @@ struct TokenStats {
   int straddles = 0;
 };
 
+// A token block of `data`: the 256 bytes and the 200 most frequent 2 to 8
+// byte strings, canonical codes of one group per length, a mark per unit.
 inline Bytes tokenBlock(const Bytes& data, uint32_t unit, bool explicitOffsets,
                         TokenStats* stats = nullptr) {
   std::vector<Bytes> dict;
@@ -269,114 +250,89 @@ inline Bytes tokenBlock(const Bytes& data, uint32_t unit, bool explicitOffsets,
 #else
   const size_t step = 1;
 #endif
-  for (size_t len = 2; len <= 8; len++)
+  std::vector<std::pair<int64_t, std::pair<size_t, uint64_t>>> all;  // (-count, (length, key))
+  for (size_t len = 2; len <= 8; len++) {
     for (size_t at = 0; at + len <= data.size(); at += step) count[len][keyOf(at, len)]++;
-  std::vector<std::pair<int64_t, std::pair<size_t, uint64_t>>> all;
-  for (size_t len = 2; len <= 8; len++)
     for (auto& kv : count[len]) all.push_back({-(int64_t)kv.second, {len, kv.first}});
+  }
   size_t keep = std::min<size_t>(200, all.size());
   std::partial_sort(all.begin(), all.begin() + keep, all.end());
   for (size_t i = 0; i < keep; i++) {
     size_t len = all[i].second.first;
-    uint64_t k = all[i].second.second;
     Bytes s;
-    for (size_t j = 0; j < len; j++) s.push_back((uint8_t)(k >> (8 * (len - 1 - j))));
-    index[len][k] = (uint32_t)dict.size();
+    for (size_t j = len; j-- > 0;) s.push_back((uint8_t)(all[i].second.second >> (8 * j)));
+    index[len][all[i].second.second] = (uint32_t)dict.size();
     dict.push_back(s);
   }
-  // Greedy longest match.
+  // Greedy longest match, and the Huffman code lengths of the tokens used
+  // (each merge of the two rarest sets lengthens their members' codes).
   std::vector<uint32_t> parse;
-  for (size_t at = 0; at < data.size();) {
-    uint32_t t = data[at];
-    size_t len = 1;
-    for (size_t l = std::min<size_t>(8, data.size() - at); l >= 2; l--) {
-      auto it = index[l].find(keyOf(at, l));
-      if (it != index[l].end()) { t = it->second, len = l; break; }
-    }
-    parse.push_back(t);
-    at += len;
-  }
-  // Huffman code lengths of the tokens used.
   std::vector<uint64_t> freq(dict.size(), 0);
-  for (uint32_t t : parse) freq[t]++;
-  std::vector<int> parent, length(dict.size(), 0);
-  typedef std::pair<uint64_t, int> Node;
-  std::priority_queue<Node, std::vector<Node>, std::greater<Node>> q;
-  std::vector<int> node(dict.size(), -1);
-  for (size_t t = 0; t < dict.size(); t++)
-    if (freq[t]) node[t] = (int)parent.size(), q.push({freq[t], (int)parent.size()}), parent.push_back(-1);
-  while (q.size() > 1) {
-    Node a = q.top(); q.pop();
-    Node b = q.top(); q.pop();
-    parent[a.second] = parent[b.second] = (int)parent.size();
-    q.push({a.first + b.first, (int)parent.size()});
-    parent.push_back(-1);
+  for (size_t at = 0; at < data.size(); at += dict[parse.back()].size()) {
+    uint32_t t = data[at];
+    for (size_t l = std::min<size_t>(8, data.size() - at); l >= 2 && t < 256; l--) {
+      auto it = index[l].find(keyOf(at, l));
+      if (it != index[l].end()) t = it->second;
+    }
+    parse.push_back(t), freq[t]++;
   }
-  for (size_t t = 0; t < dict.size(); t++)
-    for (int p = node[t]; p >= 0 && parent[p] >= 0; p = parent[p]) length[t]++;
-  for (size_t t = 0; t < dict.size(); t++) if (node[t] >= 0 && length[t] == 0) length[t] = 1;
+  std::vector<int> length(dict.size(), 0);
+  typedef std::pair<uint64_t, std::vector<uint32_t>> Set;
+  std::priority_queue<Set, std::vector<Set>, std::greater<Set>> q;
+  for (uint32_t t = 0; t < dict.size(); t++) if (freq[t]) q.push({freq[t], {t}});
+  if (q.size() == 1) length[q.top().second[0]] = 1;
+  while (q.size() > 1) {
+    Set a = q.top(); q.pop();
+    Set b = q.top(); q.pop();
+    a.second.insert(a.second.end(), b.second.begin(), b.second.end());
+    for (uint32_t t : a.second) length[t]++;
+    q.push({a.first + b.first, a.second});
+  }
   // Canonical order: by code length, then dictionary order; unused last.
-  std::vector<uint32_t> order;
-  for (size_t t = 0; t < dict.size(); t++) order.push_back((uint32_t)t);
+  std::vector<uint32_t> order(dict.size()), code(dict.size());
+  std::iota(order.begin(), order.end(), 0u);
   std::stable_sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
-    int la = length[a] ? length[a] : 99, lb = length[b] ? length[b] : 99;
-    return la < lb;
+    return (length[a] ? length[a] : 99) < (length[b] ? length[b] : 99);
   });
-  std::vector<uint32_t> rank(dict.size()), code(dict.size());
-  std::vector<int> groupBits;
-  std::vector<uint32_t> firsts, lasts;
+  std::vector<uint32_t> groupBits, firsts, lasts;
   uint32_t c = 0;
-  for (size_t r = 0; r < order.size(); r++) {
-    uint32_t t = order[r];
-    rank[t] = (uint32_t)r;
-    if (!length[t]) continue;
-    if (!groupBits.empty() && groupBits.back() != length[t]) c <<= (length[t] - groupBits.back());
-    if (groupBits.empty() || groupBits.back() != length[t]) {
-      if (groupBits.empty()) c = 0;
+  for (uint32_t t : order) {
+    if (!length[t]) break;
+    if (groupBits.empty() || groupBits.back() != (uint32_t)length[t]) {
+      c <<= length[t] - (groupBits.empty() ? 0 : groupBits.back());
       groupBits.push_back(length[t]), firsts.push_back(c), lasts.push_back(c);
     }
     code[t] = c, lasts.back() = c++;
   }
   // The stream, and a mark per unit at the token that covers its start.
   BitWriter w;
-  std::vector<uint32_t> marks;
-  Bytes deltas;
-  size_t at = 0;
+  Bytes marks, deltas;
+  size_t at = 0, units = 0;
   for (uint32_t t : parse) {
-    while (marks.size() * unit < at + dict[t].size()) {
-      marks.push_back((uint32_t)w.bits);
-      deltas.push_back((uint8_t)(marks.size() * unit - unit - at));
-    }
+    for (; units * unit < at + dict[t].size(); units++)
+      sfnt::u32(marks, (uint32_t)w.bits), deltas.push_back((uint8_t)(units * unit - at));
     w.put(code[t], length[t]);
     at += dict[t].size();
   }
   if (stats != nullptr) {
-    for (int g : groupBits) stats->longestCode = std::max(stats->longestCode, g);
+    for (uint32_t g : groupBits) stats->longestCode = std::max(stats->longestCode, (int)g);
     for (uint8_t d : deltas) stats->straddles += d != 0;
   }
-  Bytes b;
-  sfnt::u32(b, sfnt::tagOf("RAC\3"));
-  sfnt::u32(b, 0);  // size, below
-  sfnt::u32(b, (uint32_t)data.size());
-  sfnt::u32(b, (uint32_t)order.size());
-  Bytes text;
+  Bytes b, text;
+  for (uint32_t v : {sfnt::tagOf("RAC\3"), 0u, (uint32_t)data.size(), (uint32_t)order.size()}) sfnt::u32(b, v);
   for (uint32_t t : order) sfnt::u8(b, (uint32_t)dict[t].size());
   sfnt::u8(b, explicitOffsets ? 3 : 0);
   for (uint32_t t : order) {
     if (explicitOffsets) sfnt::u8(b, (uint32_t)text.size() >> 16), sfnt::u16(b, (uint32_t)text.size());
-    text.insert(text.end(), dict[t].begin(), dict[t].end());
+    append(text, dict[t]);
   }
-  sfnt::u32(b, (uint32_t)text.size());
-  b.insert(b.end(), text.begin(), text.end());
+  sfnt::u32(b, (uint32_t)text.size()), append(b, text);
   sfnt::u8(b, (uint32_t)groupBits.size());
-  for (int g : groupBits) sfnt::u8(b, g);
+  for (uint32_t g : groupBits) sfnt::u8(b, g);
   for (uint32_t v : firsts) sfnt::u32(b, v);
   for (uint32_t v : lasts) sfnt::u32(b, v);
-  sfnt::u32(b, (uint32_t)marks.size());
-  for (uint32_t m : marks) sfnt::u32(b, m);
-  b.insert(b.end(), deltas.begin(), deltas.end());
-  sfnt::u32(b, (uint32_t)b.size() + 4);
-  b.insert(b.end(), w.out.begin(), w.out.end());
+  sfnt::u32(b, (uint32_t)units), append(b, marks), append(b, deltas);
+  sfnt::u32(b, (uint32_t)b.size() + 4), append(b, w.out);
   sfnt::putU32(b, 4, (uint32_t)b.size());
   return b;
 }
@@ -409,46 +365,34 @@ inline Compressed compress(sfnt::Font src, uint32_t unit, bool convertGlyphs = t
   }
   sfnt::Font f;
   f.version = src.version;
-  size_t entries = src.tables.size() + 1;  // tables after the leading block
-  f.set("zrp3", Bytes(20 + 14 * entries, 0));
+  f.set("zrp3", Bytes(20 + 14 * (src.tables.size() + 1), 0));  // an entry per block
   for (const sfnt::Table& t : src.tables) f.set(t.tag, t.data);
   out.plain = sfnt::build(f);
   std::vector<uint32_t> offs;
-  for (size_t i = 0; i < f.tables.size(); i++)
-    offs.push_back(sfnt::getU32(out.plain, 12 + 16 * i + 8));
+  for (size_t i = 0; i < f.tables.size(); i++) offs.push_back(sfnt::getU32(out.plain, 12 + 16 * i + 8));
   offs.push_back((uint32_t)out.plain.size());
-  out.blocks.push_back({0, offs[1]});
-  out.raw.push_back(true);
-  for (size_t i = 1; i < f.tables.size(); i++) {
-    out.blocks.push_back({offs[i], offs[i + 1] - offs[i]});
-    out.raw.push_back(f.tables[i].tag == "OS/2");
-    if (f.tables[i].tag == "glyf") out.glyfStart = offs[i], out.glyfEnd = offs[i + 1];
-  }
-  Bytes zrp;
-  sfnt::u16(zrp, 20);
-  sfnt::u32(zrp, 0), sfnt::u32(zrp, (uint32_t)out.plain.size());
-  sfnt::u32(zrp, out.glyfStart), sfnt::u32(zrp, out.glyfEnd);
-  sfnt::u16(zrp, (uint32_t)out.blocks.size());
   out.image.assign(out.plain.begin(), out.plain.begin() + offs[1]);
-  for (size_t i = 0; i < out.blocks.size(); i++) {
-    const Block& b = out.blocks[i];
-    sfnt::u32(zrp, b.start), sfnt::u32(zrp, b.length);
-    sfnt::u32(zrp, i ? (uint32_t)out.image.size() : 0);
-    sfnt::u16(zrp, out.raw[i] ? 0 : unit == 128 ? 1 : unit);
-    if (i == 0) continue;
+  Bytes zrp;
+  sfnt::u16(zrp, 20), sfnt::u32(zrp, 0), sfnt::u32(zrp, (uint32_t)out.plain.size());
+  sfnt::u32(zrp, 0), sfnt::u32(zrp, 0), sfnt::u16(zrp, (uint32_t)f.tables.size());  // `glyf`: below
+  for (size_t i = 0; i < f.tables.size(); i++) {
+    Block b = {i ? offs[i] : 0, i ? offs[i + 1] - offs[i] : offs[1], i ? (uint32_t)out.image.size() : 0};
+    bool raw = i == 0 || f.tables[i].tag == "OS/2";
+    if (f.tables[i].tag == "glyf") out.glyfStart = b.start, out.glyfEnd = b.start + b.length;
+    out.blocks.push_back(b), out.raw.push_back(raw);
+    for (uint32_t v : {b.start, b.length, b.stored}) sfnt::u32(zrp, v);
+    sfnt::u16(zrp, raw ? 0 : unit == 128 ? 1 : unit);
     Bytes part(out.plain.begin() + b.start, out.plain.begin() + b.start + b.length);
-    Bytes stored = out.raw[i] ? part : tokenBlock(part, unit, unit != 128, &out.tokens);
-    out.image.insert(out.image.end(), stored.begin(), stored.end());
+    if (i) append(out.image, raw ? part : tokenBlock(part, unit, unit != 128, &out.tokens));
   }
   sfnt::putU32(zrp, 2, (uint32_t)out.image.size());
+  sfnt::putU32(zrp, 10, out.glyfStart), sfnt::putU32(zrp, 14, out.glyfEnd);
   std::copy(zrp.begin(), zrp.end(), out.plain.begin() + offs[0]);
   std::copy(zrp.begin(), zrp.end(), out.image.begin() + offs[0]);
   return out;
 }
 
 /* ---- The compact formats ---- */
-
-inline void putBits(BitWriter& w, int64_t v, int n) { w.put((uint32_t)v, n); }
 
 // The compact `ccc` (`format` 0x02xx) or `ddd` (0x05xx) font of `src`:
 // bit-packed `loca`, packed `hmtx`, simple glyphs without their box,
@@ -460,22 +404,18 @@ inline sfnt::Font pack(sfnt::Font src, uint32_t format) {
   std::vector<Bytes> glyphs = glyphsOf(src);
   uint32_t numGlyphs = (uint32_t)glyphs.size();
   int nbGlyf = bitsFor(sfnt::getU16(*src.find("maxp"), 28));
-  std::vector<Bytes> packed;
+  Bytes glyf;
+  std::vector<uint32_t> offsets;
   for (const Bytes& g : glyphs) {
+    offsets.push_back((uint32_t)glyf.size());
     if (g.empty() || s16(g, 0) >= 0) {
-      Bytes b(g.begin(), g.begin() + std::min<size_t>(2, g.size()));
-      if (g.size() > 10) b.insert(b.end(), g.begin() + 10, g.end());
-      packed.push_back(b);
+      glyf.insert(glyf.end(), g.begin(), g.begin() + std::min<size_t>(2, g.size()));
+      if (g.size() > 10) glyf.insert(glyf.end(), g.begin() + 10, g.end());
       continue;
     }
     bool instr;
-    size_t end = compositeEnd(g, &instr);
     std::vector<size_t> at;
-    for (size_t p = 10; p < end;) {
-      at.push_back(p);
-      uint32_t fl = sfnt::getU16(g, p);
-      p += 4 + ((fl & 1) ? 4 : 2) + ((fl & 8) ? 2 : (fl & 0x40) ? 4 : (fl & 0x80) ? 8 : 0);
-    }
+    size_t end = compositeEnd(g, &instr, &at);
     BitWriter w;
     w.put(1, 1), w.put((uint32_t)at.size(), nbGlyf);
     for (size_t p : at) {
@@ -487,24 +427,16 @@ inline sfnt::Font pack(sfnt::Font src, uint32_t format) {
       else if (fl & 0x80) w.put(7, 3);
       else w.put(2, 2);
       w.put(sfnt::getU16(g, p + 2), ddd ? bitsFor(numGlyphs) : 16);
-      size_t q = p + 4;
-      if (fl & 1) putBits(w, s16(g, q), 16), putBits(w, s16(g, q + 2), 16), q += 4;
-      else w.put(g[q], 8), w.put(g[q + 1], 8), q += 2;
-      int scales = (fl & 8) ? 1 : (fl & 0x40) ? 2 : (fl & 0x80) ? 4 : 0;
-      for (int k = 0; k < scales; k++) putBits(w, sfnt::getU16(g, q + 2 * k) >> (16 - nbSF), nbSF);
+      if (fl & 1) w.put(sfnt::getU16(g, p + 4), 16), w.put(sfnt::getU16(g, p + 6), 16);
+      else w.put(g[p + 4], 8), w.put(g[p + 5], 8);
+      for (size_t q = p + ((fl & 1) ? 8 : 6); q < p + recordSize(fl); q += 2)
+        w.put(sfnt::getU16(g, q) >> (16 - nbSF), nbSF);
       if (v8) w.put((fl >> 9) & 1, 1);
     }
     w.put(instr, 1);
-    if (instr) {
-      uint32_t n = sfnt::getU16(g, end);
-      sfnt::u16(w.out, n);
-      w.out.insert(w.out.end(), g.begin() + end + 2, g.begin() + end + 2 + n);
-    }
-    packed.push_back(w.out);
+    if (instr) w.out.insert(w.out.end(), g.begin() + end, g.begin() + end + 2 + sfnt::getU16(g, end));
+    append(glyf, w.out);
   }
-  Bytes glyf;
-  std::vector<uint32_t> offsets;
-  for (const Bytes& b : packed) offsets.push_back((uint32_t)glyf.size()), glyf.insert(glyf.end(), b.begin(), b.end());
   offsets.push_back((uint32_t)glyf.size());
   BitWriter loca;
   for (uint32_t o : offsets) loca.put(o, bitsFor((uint32_t)glyf.size() + 1));
@@ -518,32 +450,30 @@ inline sfnt::Font pack(sfnt::Font src, uint32_t format) {
     lsb.push_back((i < nlong ? s16(hmtx, 4 * i + 2) : s16(hmtx, 4 * nlong + 2 * (i - nlong))) - xMin);
   }
   Bytes table;
+  BitWriter w;
   if (ddd) {
     std::vector<int> advances;
     for (uint32_t i = 0; i < nlong; i++)
       if (std::find(advances.begin(), advances.end(), aw[i]) == advances.end()) advances.push_back(aw[i]);
-    sfnt::u8(table, (uint32_t)advances.size()), sfnt::u8(table, bitsFor((uint32_t)advances.size() - 1));
+    int nb = bitsFor((uint32_t)advances.size() - 1);
+    sfnt::u8(table, (uint32_t)advances.size()), sfnt::u8(table, nb);
     for (int a : advances) sfnt::u8(table, a == 256 ? 255 : a);
-    BitWriter w;
     for (uint32_t i = 0; i < nlong; i++)
-      w.put((uint32_t)(std::find(advances.begin(), advances.end(), aw[i]) - advances.begin()),
-            bitsFor((uint32_t)advances.size() - 1));
-    table.insert(table.end(), w.out.begin(), w.out.end());
+      w.put((uint32_t)(std::find(advances.begin(), advances.end(), aw[i]) - advances.begin()), nb);
     src.set("ADFH", Bytes(16, 0));
   } else {
-    int minL = *std::min_element(lsb.begin(), lsb.end()), maxL = *std::max_element(lsb.begin(), lsb.end());
-    int minA = *std::min_element(aw.begin(), aw.begin() + nlong), maxA = *std::max_element(aw.begin(), aw.begin() + nlong);
-    int nbL = bitsFor(maxL - minL), nbA = (v7 || v8) ? bitsFor(maxA - minA) : 16;
-    if (!(v7 || v8)) minA = 0;
+    auto l = std::minmax_element(lsb.begin(), lsb.end());
+    auto a = std::minmax_element(aw.begin(), aw.begin() + nlong);
+    int minL = *l.first, nbL = bitsFor(*l.second - minL), minA = (v7 || v8) ? *a.first : 0;
+    int nbA = (v7 || v8) ? bitsFor(*a.second - minA) : 16;
     sfnt::u16(table, (uint32_t)minL), sfnt::u16(table, nbL);
     if (v7 || v8) sfnt::u16(table, (uint32_t)minA), sfnt::u16(table, nbA);
-    BitWriter w;
     for (uint32_t i = 0; i < numGlyphs; i++) {
       if (i < nlong) w.put(aw[i] - minA, nbA);
       w.put(lsb[i] - minL, nbL);
     }
-    table.insert(table.end(), w.out.begin(), w.out.end());
   }
+  append(table, w.out);
   Bytes head = *src.find("head");
   sfnt::putU16(head, 52, format);
   src.set("head", head).set("glyf", glyf).set("loca", loca.out).set("hmtx", table);
