@@ -57,19 +57,17 @@ struct Decoder {
     if (image) t = QSX_RA_TT_Create(&st, (FS_BYTE*)image->data(), (FS_ULONG)image->size());
   }
   ~Decoder() { QSX_RA_TT_Destroy(&st, t), FSS_exit(&st); }
+  // What the decoder reads at (position, count); empty on an error.
+  Bytes read(size_t at, size_t n) {
+    FS_ULONG got = (FS_ULONG)n;
+    FS_BYTE* p = (FS_BYTE*)QSX_RA_Get_TTF_FragmentPtr(&st, t, (FS_ULONG)at, &got);
+    Bytes b(p, p ? p + got : p);
+    if (p) QSX_RA_ReleaseTTF_Fragment(&st, t, p);
+    return b;
+  }
   FS_STATE st;
   QSX_RA_TT_Decomp* t = nullptr;
 };
-
-// What the decoder reads at (position, count), or "error N".
-Bytes readAt(FS_STATE* st, QSX_RA_TT_Decomp* t, FS_ULONG at, FS_ULONG n) {
-  FS_ULONG got = n;
-  FS_BYTE* p = (FS_BYTE*)QSX_RA_Get_TTF_FragmentPtr(st, t, at, &got);
-  if (p == nullptr) return Bytes();
-  Bytes b(p, p + got);
-  QSX_RA_ReleaseTTF_Fragment(st, t, p);
-  return b;
-}
 
 // The uncompressed bytes of (position, count): zeros past the block.
 Bytes expected(const zrp3::Compressed& c, size_t at, size_t n) {
@@ -96,7 +94,7 @@ TEST(Decomp, FragmentsEqualTheUncompressedFontAtUnitsEdgesAndRandomPlaces) {
       EXPECT_EQ(QSX_RA_TT_getUncompressedFileSize(d.t), c.plain.size());
       size_t bad = 0, reads = 0;
       auto check = [&](size_t at, size_t n) {
-        if (reads++, readAt(&d.st, d.t, (FS_ULONG)at, (FS_ULONG)n) != expected(c, at, n) && bad++ < 5)
+        if (reads++, d.read(at, n) != expected(c, at, n) && bad++ < 5)
           ADD_FAILURE() << "at " << at << " count " << n;
       };
       for (size_t at = 0; at < c.plain.size(); at += unit * kStride) {
@@ -148,7 +146,7 @@ TEST(Decomp, ConvertedGlyphsAreTheSourceGlyphs) {
     const Bytes loca = *sfnt::read(c.plain).find("loca");
     for (size_t g = 0; g < want.size() && !HasFailure(); g += kStride) {
       uint32_t a = sfnt::getU32(loca, 4 * g), b = sfnt::getU32(loca, 4 * g + 4);
-      if (a != b) expectSameGlyph(readAt(&d.st, d.t, c.glyfStart + a, b - a), want[g], (int)g);
+      if (a != b) expectSameGlyph(d.read(c.glyfStart + a, b - a), want[g], (int)g);
     }
     QSX_RA_TT_Destroy(&d.st, d.t), d.t = nullptr;
     EXPECT_EQ(FS_get_heap_used(&d.st), 3008u);
@@ -419,7 +417,7 @@ TEST(Decomp, DamagedImagesAreRefusedOrDecodeToGlyphs) {
     FS_LONG load = 0;
     {
       Decoder d(&img);
-      for (size_t at = 0; d.t && at < c.plain.size(); at += 1000) readAt(&d.st, d.t, (FS_ULONG)at, 1000);
+      for (size_t at = 0; d.t && at < c.plain.size(); at += 1000) d.read(at, 1000);
       QSX_RA_TT_Destroy(&d.st, d.t), d.t = nullptr;
       TTF* ttf = load_ttf(&d.st, nullptr, img.data(), 0, 0, (FS_ULONG)img.size(), 0, 0);
       load = d.st.error;

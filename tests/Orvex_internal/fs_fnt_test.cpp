@@ -284,14 +284,11 @@ TEST(Interpreter, MutatedProgramsScaleToZeroOr416AndFreeEverything) {
 // Each simple glyph with a program in a font file, and the offset of the
 // program's 2-byte length.
 std::vector<std::pair<FS_USHORT, size_t>> glyphPrograms(const Bytes& file) {
-  std::map<std::string, size_t> at;
-  for (uint32_t i = 0; i < sfnt::getU16(file, 4); i++)
-    at[std::string(file.begin() + 12 + 16 * i, file.begin() + 16 + 16 * i)] = sfnt::getU32(file, 20 + 16 * i);
-  bool longLoca = sfnt::getU16(file, at["head"] + 50) == 1;
+  auto at = [&](const char* tag) { return sfnt::getU32(file, sfnt::entryOf(file, tag) + 8); };
+  bool longLoca = sfnt::getU16(file, at("head") + 50) == 1;
   std::vector<std::pair<FS_USHORT, size_t>> found;
-  for (uint32_t g = 0; g < sfnt::getU16(file, at["maxp"] + 4); g++) {
-    size_t o = at["glyf"] + (longLoca ? sfnt::getU32(file, at["loca"] + 4 * g)
-                                      : 2 * sfnt::getU16(file, at["loca"] + 2 * g));
+  for (uint32_t g = 0; g < sfnt::getU16(file, at("maxp") + 4); g++) {
+    size_t o = at("glyf") + (longLoca ? sfnt::getU32(file, at("loca") + 4 * g) : 2 * sfnt::getU16(file, at("loca") + 2 * g));
     size_t len = o + 10 + 2 * (size_t)(int16_t)sfnt::getU16(file, o);
     if ((int16_t)sfnt::getU16(file, o) > 0 && sfnt::getU16(file, len) > 0) found.push_back({(FS_USHORT)g, len});
   }
@@ -310,19 +307,15 @@ TEST(Interpreter, MutatedGlyphProgramsFailOnlyTheirGlyph) {
   std::mt19937 rng(27);
   std::map<FS_LONG, int> outcomes;  // error: fetches
   for (const char* path : kPackaged) {
-    std::string text = testsupport::readBytes(path);
-    ASSERT_FALSE(text.empty()) << "missing packaged font " << path;
-    Bytes file(text.begin(), text.end());
+    Bytes file = sfnt::asBytes(testsupport::readBytes(path));
+    ASSERT_FALSE(file.empty()) << "missing packaged font " << path;
     auto programs = glyphPrograms(file);
     for (int m = 0; m <= 200; m++) {
       Bytes font = file;
       auto [glyph, len] = programs[rng() % programs.size()];
-      if (m > 0 && rng() % 4 == 0) {
-        sfnt::putU16(font, len, (uint32_t)rng() % 0x10000 >> (rng() % 16));
-      } else if (m > 0) {
-        for (int flips = 1 + rng() % 6; flips > 0; flips--)
-          font[len + 2 + rng() % sfnt::getU16(font, len)] = (uint8_t)rng();
-      }
+      if (m > 0 && rng() % 4 == 0) sfnt::putU16(font, len, (uint32_t)rng() % 0x10000 >> (rng() % 16));
+      else for (int flips = m > 0 ? 1 + rng() % 6 : 0; flips > 0; flips--)
+        font[len + 2 + rng() % sfnt::getU16(font, len)] = (uint8_t)rng();
       FILECHAR name[64];
       ASSERT_EQ(0, FSS_load_font_with_offset(&st, nullptr, font.data(), 0, 0, (FS_ULONG)font.size(), sizeof name, name));
       ASSERT_TRUE(FSS_set_font(&st, name) == 0 && FSS_set_scale(&st, 12 << 16, 0, 0, 12 << 16) == 0 && check_sfnt(&st) == 0);

@@ -99,13 +99,14 @@ struct Tally {
     if (d < 0 || d > 1) beyond += " " + std::to_string(g) + ":" + std::to_string(d);
   }
   // Plain glyphs exact, all within 1/64, advances equal, in percent.
-  std::vector<double> pct() const {
-    return {100.0 * plainExact / std::max(plain, 1), 100.0 * within / glyphs, 100.0 * advance / glyphs};
-  }
+  double pct(int n, int of) const { return 100.0 * n / std::max(of, 1); }
   bool passes(const Bar& b) const {
-    return pct()[0] >= b.plainExact && pct()[1] >= b.within && pct()[2] >= b.advance;
+    return pct(plainExact, plain) >= b.plainExact && pct(within, glyphs) >= b.within && pct(advance, glyphs) >= b.advance;
   }
 };
+std::ostream& operator<<(std::ostream& o, const Tally& t) {
+  return o << t.pct(t.plainExact, t.plain) << "%/" << t.pct(t.within, t.glyphs) << "%/" << t.pct(t.advance, t.glyphs) << "%";
+}
 
 const FT_Int32 kHinted = FT_LOAD_TARGET_MONO | FT_LOAD_NO_AUTOHINT;
 
@@ -129,23 +130,19 @@ TEST(HintingOracle, GlyphProgramsMoveThePointsAsLibfreetypeVersion35Does) {
         letterOrDigit[FT_Get_Char_Index(f35, (FT_ULong)*c)] = true;
       std::string lettersBeyond;
       for (unsigned g = 0; g < (unsigned)f35->num_glyphs; g++) {
-        Glyph ref = theirs(f35, g, kHinted), flat = theirs(f35, g, FT_LOAD_NO_HINTING);
-        Glyph cand = ours(sf, g, true);
+        Glyph ref = theirs(f35, g, kHinted), flat = theirs(f35, g, FT_LOAD_NO_HINTING), cand = ours(sf, g, true);
         bool isPlain = largest(ours(sf, g, false), flat) == 0;
-        mine.add(g, isPlain, cand, ref);
-        unhinted.add(g, isPlain, flat, ref);
+        mine.add(g, isPlain, cand, ref), unhinted.add(g, isPlain, flat, ref);
         version40.add(g, isPlain, theirs(f40, g, kHinted), ref);
         long d = largest(cand, ref);
-        if (ppem == 72 && letterOrDigit[g] && (d < 0 || d > 1))
-          lettersBeyond += " " + std::to_string(g) + ":" + std::to_string(d);
+        if (ppem == 72 && letterOrDigit[g] && (d < 0 || d > 1)) lettersBeyond += " " + std::to_string(g) + ":" + std::to_string(d);
       }
-      std::vector<double> p = mine.pct(), u = unhinted.pct(), v = version40.pct();
-      printf("%s %d ppem, %d glyphs: plain exact %.2f%% (of %d), within 1/64 %.2f%%, advances %.2f%%; "
-             "libfreetype unhinted %.2f%%/%.2f%%, v40 %.2f%%/%.2f%%\n",
-             name, ppem, mine.glyphs, p[0], mine.plain, p[1], p[2], u[0], u[1], v[0], v[1]);
-      if (!mine.beyond.empty()) printf("  beyond 1/64 (glyph:largest):%s\n", mine.beyond.c_str());
-      // The measures have teeth: neither other candidate passes.
-      EXPECT_TRUE(mine.passes(bar) && !unhinted.passes(bar) && !version40.passes(bar)) << name << " " << ppem;
+      if (!mine.beyond.empty()) printf("%s %d ppem beyond 1/64 (glyph:largest):%s\n", name, ppem, mine.beyond.c_str());
+      // The measures have teeth: neither other candidate passes. Each gives
+      // plain exact / within 1/64 / advances.
+      EXPECT_TRUE(mine.passes(bar) && !unhinted.passes(bar) && !version40.passes(bar))
+          << name << " " << ppem << " ppem: ours " << mine << "; libfreetype unhinted " << unhinted
+          << ", v40 " << version40;
       EXPECT_EQ("", lettersBeyond) << name << " letters and digits at 72 ppem";
       FT_Done_Face(f35), FT_Done_Face(f40);
     }

@@ -220,16 +220,10 @@ inline void setGlyphs(sfnt::Font& f, const std::vector<Bytes>& glyphs, bool pad 
 
 /* ---- Token blocks ---- */
 
-struct Block {
-  uint32_t start, length, stored;  // in the uncompressed font; in the image
-};
-
+struct Block { uint32_t start, length, stored; };  // in the uncompressed font; in the image
 // What the token blocks of an image hold: the longest code, and the units
 // whose first symbol starts in the unit before.
-struct TokenStats {
-  int longestCode = 0;
-  int straddles = 0;
-};
+struct TokenStats { int longestCode = 0, straddles = 0; };
 
 // A token block of `data`: the 256 bytes and the 200 most frequent 2 to 8
 // byte strings, canonical codes of one group per length, a mark per unit.
@@ -282,9 +276,8 @@ inline Bytes tokenBlock(const Bytes& data, uint32_t unit, bool explicitOffsets,
   for (uint32_t t = 0; t < dict.size(); t++) if (freq[t]) q.push({freq[t], {t}});
   if (q.size() == 1) length[q.top().second[0]] = 1;
   while (q.size() > 1) {
-    Set a = q.top(); q.pop();
-    Set b = q.top(); q.pop();
-    a.second.insert(a.second.end(), b.second.begin(), b.second.end());
+    Set a = q.top(), b = (q.pop(), q.top());
+    q.pop(), a.second.insert(a.second.end(), b.second.begin(), b.second.end());
     for (uint32_t t : a.second) length[t]++;
     q.push({a.first + b.first, a.second});
   }
@@ -340,8 +333,7 @@ inline Bytes tokenBlock(const Bytes& data, uint32_t unit, bool explicitOffsets,
 /* ---- The compressed font ---- */
 
 struct Compressed {
-  Bytes plain;   // the uncompressed font: what every fragment must read
-  Bytes image;   // what the engine is given
+  Bytes plain, image;  // the uncompressed font (what every fragment must read); what the engine is given
   std::vector<Block> blocks;
   std::vector<bool> raw;
   uint32_t glyfStart = 0, glyfEnd = 0;
@@ -422,10 +414,7 @@ inline sfnt::Font pack(sfnt::Font src, uint32_t format) {
       uint32_t fl = sfnt::getU16(g, p);
       w.put(fl & 1, 1);
       if (!ddd) w.put((fl >> 2) & 1, 1);
-      if (fl & 0x40) w.put(0, 1);
-      else if (fl & 8) w.put(6, 3);
-      else if (fl & 0x80) w.put(7, 3);
-      else w.put(2, 2);
+      w.put((fl & 0x40) ? 0 : (fl & 8) ? 6 : (fl & 0x80) ? 7 : 2, (fl & 0x40) ? 1 : (fl & 0x88) ? 3 : 2);
       w.put(sfnt::getU16(g, p + 2), ddd ? bitsFor(numGlyphs) : 16);
       if (fl & 1) w.put(sfnt::getU16(g, p + 4), 16), w.put(sfnt::getU16(g, p + 6), 16);
       else w.put(g[p + 4], 8), w.put(g[p + 5], 8);
