@@ -225,6 +225,30 @@ struct Block { uint32_t start, length, stored; };  // in the uncompressed font; 
 // whose first symbol starts in the unit before.
 struct TokenStats { int longestCode = 0, straddles = 0; };
 
+// A token block's parts: the dictionary's lengths, 3-byte offsets (none for
+// a block whose offsets follow from the lengths) and text in code order;
+// groups (bits, first code, last code); a mark (stream bit) and a delta per
+// unit; the code stream.
+struct Parts {
+  uint32_t size = 0, units = 0;
+  Bytes lengths, offsets, text, marks, deltas, stream;
+  std::vector<uint32_t> bits, firsts, lasts;
+};
+inline Bytes blockBytes(const Parts& p) {
+  Bytes b;
+  for (uint32_t v : {sfnt::tagOf("RAC\3"), 0u, p.size, (uint32_t)p.lengths.size()}) sfnt::u32(b, v);
+  append(b, p.lengths), sfnt::u8(b, p.offsets.empty() ? 0 : 3), append(b, p.offsets);
+  sfnt::u32(b, (uint32_t)p.text.size()), append(b, p.text);
+  sfnt::u8(b, (uint32_t)p.bits.size());
+  for (uint32_t v : p.bits) sfnt::u8(b, v);
+  for (uint32_t v : p.firsts) sfnt::u32(b, v);
+  for (uint32_t v : p.lasts) sfnt::u32(b, v);
+  sfnt::u32(b, p.units), append(b, p.marks), append(b, p.deltas);
+  sfnt::u32(b, (uint32_t)b.size() + 4), append(b, p.stream);
+  sfnt::putU32(b, 4, (uint32_t)b.size());  // the block's size
+  return b;
+}
+
 // A token block of `data`: the 256 bytes and the 200 most frequent 2 to 8
 // byte strings, canonical codes of one group per length, a mark per unit.
 inline Bytes tokenBlock(const Bytes& data, uint32_t unit, bool explicitOffsets,
@@ -287,47 +311,32 @@ inline Bytes tokenBlock(const Bytes& data, uint32_t unit, bool explicitOffsets,
   std::stable_sort(order.begin(), order.end(), [&](uint32_t a, uint32_t b) {
     return (length[a] ? length[a] : 99) < (length[b] ? length[b] : 99);
   });
-  std::vector<uint32_t> groupBits, firsts, lasts;
+  Parts k;
+  k.size = (uint32_t)data.size();
   uint32_t c = 0;
   for (uint32_t t : order) {
-    if (!length[t]) break;
-    if (groupBits.empty() || groupBits.back() != (uint32_t)length[t]) {
-      c <<= length[t] - (groupBits.empty() ? 0 : groupBits.back());
-      groupBits.push_back(length[t]), firsts.push_back(c), lasts.push_back(c);
+    if (explicitOffsets) sfnt::u8(k.offsets, (uint32_t)k.text.size() >> 16), sfnt::u16(k.offsets, (uint32_t)k.text.size());
+    sfnt::u8(k.lengths, (uint32_t)dict[t].size()), append(k.text, dict[t]);
+    if (!length[t]) continue;
+    if (k.bits.empty() || k.bits.back() != (uint32_t)length[t]) {
+      c <<= length[t] - (k.bits.empty() ? 0 : k.bits.back());
+      k.bits.push_back(length[t]), k.firsts.push_back(c), k.lasts.push_back(c);
     }
-    code[t] = c, lasts.back() = c++;
+    code[t] = c, k.lasts.back() = c++;
   }
   // The stream, and a mark per unit at the token that covers its start.
   BitWriter w;
-  Bytes marks, deltas;
-  size_t at = 0, units = 0;
-  for (uint32_t t : parse) {
-    for (; units * unit < at + dict[t].size(); units++)
-      sfnt::u32(marks, (uint32_t)w.bits), deltas.push_back((uint8_t)(units * unit - at));
-    w.put(code[t], length[t]);
-    at += dict[t].size();
+  for (size_t at = 0, i = 0; i < parse.size(); at += dict[parse[i++]].size()) {
+    for (; k.units * unit < at + dict[parse[i]].size(); k.units++)
+      sfnt::u32(k.marks, (uint32_t)w.bits), k.deltas.push_back((uint8_t)(k.units * unit - at));
+    w.put(code[parse[i]], length[parse[i]]);
   }
+  k.stream = w.out;
   if (stats != nullptr) {
-    for (uint32_t g : groupBits) stats->longestCode = std::max(stats->longestCode, (int)g);
-    for (uint8_t d : deltas) stats->straddles += d != 0;
+    for (uint32_t g : k.bits) stats->longestCode = std::max(stats->longestCode, (int)g);
+    for (uint8_t d : k.deltas) stats->straddles += d != 0;
   }
-  Bytes b, text;
-  for (uint32_t v : {sfnt::tagOf("RAC\3"), 0u, (uint32_t)data.size(), (uint32_t)order.size()}) sfnt::u32(b, v);
-  for (uint32_t t : order) sfnt::u8(b, (uint32_t)dict[t].size());
-  sfnt::u8(b, explicitOffsets ? 3 : 0);
-  for (uint32_t t : order) {
-    if (explicitOffsets) sfnt::u8(b, (uint32_t)text.size() >> 16), sfnt::u16(b, (uint32_t)text.size());
-    append(text, dict[t]);
-  }
-  sfnt::u32(b, (uint32_t)text.size()), append(b, text);
-  sfnt::u8(b, (uint32_t)groupBits.size());
-  for (uint32_t g : groupBits) sfnt::u8(b, g);
-  for (uint32_t v : firsts) sfnt::u32(b, v);
-  for (uint32_t v : lasts) sfnt::u32(b, v);
-  sfnt::u32(b, (uint32_t)units), append(b, marks), append(b, deltas);
-  sfnt::u32(b, (uint32_t)b.size() + 4), append(b, w.out);
-  sfnt::putU32(b, 4, (uint32_t)b.size());
-  return b;
+  return blockBytes(k);
 }
 
 /* ---- The compressed font ---- */
