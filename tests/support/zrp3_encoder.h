@@ -255,10 +255,8 @@ inline Bytes tokenBlock(const Bytes& data, uint32_t unit, bool explicitOffsets,
                         TokenStats* stats = nullptr) {
   std::vector<Bytes> dict;
   for (int c = 0; c < 256; c++) dict.push_back(Bytes(1, (uint8_t)c));
-  auto keyOf = [&](size_t at, size_t len) {
-    uint64_t k = 0;
-    for (size_t i = 0; i < len; i++) k = (k << 8) | data[at + i];
-    return k;
+  auto keyOf = [&](size_t at, size_t len) {  // the string's bytes as a number
+    return std::accumulate(&data[at], &data[at] + len, (uint64_t)0, [](uint64_t k, uint8_t b) { return (k << 8) | b; });
   };
   std::vector<std::unordered_map<uint64_t, uint32_t>> count(9), index(9);
   // Under the sanitizer the strings are counted at every 4th place only,
@@ -451,13 +449,12 @@ inline sfnt::Font pack(sfnt::Font src, uint32_t format) {
   BitWriter w;
   if (ddd) {
     std::vector<int> advances;
-    for (uint32_t i = 0; i < nlong; i++)
-      if (std::find(advances.begin(), advances.end(), aw[i]) == advances.end()) advances.push_back(aw[i]);
+    auto indexOf = [&](int a) { return (uint32_t)(std::find(advances.begin(), advances.end(), a) - advances.begin()); };
+    for (uint32_t i = 0; i < nlong; i++) if (indexOf(aw[i]) == advances.size()) advances.push_back(aw[i]);
     int nb = bitsFor((uint32_t)advances.size() - 1);
     sfnt::u8(table, (uint32_t)advances.size()), sfnt::u8(table, nb);
     for (int a : advances) sfnt::u8(table, a == 256 ? 255 : a);
-    for (uint32_t i = 0; i < nlong; i++)
-      w.put((uint32_t)(std::find(advances.begin(), advances.end(), aw[i]) - advances.begin()), nb);
+    for (uint32_t i = 0; i < nlong; i++) w.put(indexOf(aw[i]), nb);
     src.set("ADFH", Bytes(16, 0));
   } else {
     auto l = std::minmax_element(lsb.begin(), lsb.end());
