@@ -172,16 +172,14 @@ TEST(Interpreter, GlyphProgramsWorkedByHand) {
     for (uint8_t b : {0xB0, 1, 0x16, 0x00, 0xB0, 0, 0x23, 0x48}) program.push_back(b);  // SZPS 1, SCFS
     sfnt::Font f = glyffont::font({glyffont::triangle(program), glyffont::triangle(),
                                    glyffont::simple({}, {}, program)});
-    sfnt::putU16(hmtx = *f.find("hmtx"), 0, 510);
+    sfnt::putU16(hmtx = *f.find("hmtx"), 0, 510), sfnt::putU16(maxp, 16, 4);  // advance; maxTwilightPoints
     f.set("hmtx", hmtx);
-    sfnt::putU16(maxp, 16, 4);  // maxTwilightPoints
     glyffont::setPrograms(f, {}, {}, cvt, maxp, 10, (uint32_t)program.size());
     testsupport::ScaledFont sf;
     sf.setFont("", sfnt::build(f));
     ASSERT_EQ(0, sf.setPpem(10)) << c.why;
     fsg_SplineKey* key = sf.key();
-    key->glyphIndex = (FS_USHORT)c.glyph;
-    EXPECT_EQ(c.status, fsg_GridFit(&sf.st, key, 1)) << c.why;
+    EXPECT_EQ(c.status, (key->glyphIndex = (FS_USHORT)c.glyph, fsg_GridFit(&sf.st, key, 1))) << c.why;
     fnt_MAZData& m = key->globalGS.maz_data;
     long got = c.read == 1 ? m.MAZmethodVert : c.read == 2 ? 100 * m.nVcollapse + m.Vcollapse[0] : sf.element()->y[0];
     if (c.status == 0) { EXPECT_EQ(c.want, got) << c.why; }
@@ -321,9 +319,8 @@ TEST(Interpreter, MutatedGlyphProgramsFailOnlyTheirGlyph) {
       ASSERT_TRUE(FSS_set_font(&st, name) == 0 && FSS_set_scale(&st, 12 << 16, 0, 0, 12 << 16) == 0 && check_sfnt(&st) == 0);
       fsg_SplineKey* key = (fsg_SplineKey*)st.cur_sfnt->senv->ttkey;
       for (FS_USHORT g : {glyph, (FS_USHORT)(glyph + 1)}) {
-        key->glyphIndex = g;
         auto t0 = std::chrono::steady_clock::now();
-        FS_LONG err = fsg_GridFit(&st, key, 1);
+        FS_LONG err = (key->glyphIndex = g, fsg_GridFit(&st, key, 1));
         EXPECT_LT(std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count(), 1.0);
         EXPECT_TRUE(err == 0 || err == ERR_ILLEGAL_INSTRUCTION || err == ERR_BAD_GLYF_FORMAT || err == ERR_TOO_MANY_POINTS)
             << path << " mutation " << m << " glyph " << g << ": " << err;

@@ -127,7 +127,7 @@ TEST(HintingOracle, GlyphProgramsMoveThePointsAsLibfreetypeVersion35Does) {
       Tally mine, unhinted, version40;
       std::vector<bool> letterOrDigit(f35->num_glyphs, false);
       for (const char* c = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"; *c; c++)
-        letterOrDigit[FT_Get_Char_Index(f35, (FT_ULong)*c)] = true;
+        letterOrDigit[FT_Get_Char_Index(f35, *c)] = true;
       std::string lettersBeyond;
       for (unsigned g = 0; g < (unsigned)f35->num_glyphs; g++) {
         Glyph ref = theirs(f35, g, kHinted), flat = theirs(f35, g, FT_LOAD_NO_HINTING), cand = ours(sf, g, true);
