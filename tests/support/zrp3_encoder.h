@@ -162,8 +162,9 @@ inline size_t compositeEnd(const Bytes& g, bool* instructions, std::vector<size_
 }
 
 // The spline form of a `glyf` entry; `keepBox` asks for the 32767 form,
-// which is also taken whenever the stored box is not the points' box.
-inline Bytes spline(const Bytes& g, bool keepBox, bool* boxDiffers = nullptr) {
+// which is also taken whenever the stored box is not the points' box (each
+// such glyph counted in `boxesDiffer`).
+inline Bytes spline(const Bytes& g, bool keepBox, int* boxesDiffer = nullptr) {
   Bytes b;
   if (g.empty()) return b;
   if (s16(g, 0) < 0) {
@@ -180,7 +181,7 @@ inline Bytes spline(const Bytes& g, bool keepBox, bool* boxDiffers = nullptr) {
     box[0] = *x.first, box[1] = *y.first, box[2] = *x.second, box[3] = *y.second;
   }
   bool differs = !std::equal(box, box + 4, s.box);
-  if (boxDiffers) *boxDiffers = differs;
+  if (boxesDiffer) *boxesDiffer += differs;
   if (keepBox || differs) sfnt::u16(b, 32767);
   sfnt::u16(b, s.nc);
   if (keepBox || differs) for (int v : s.box) sfnt::u16(b, (uint32_t)v);
@@ -355,11 +356,7 @@ inline Compressed compress(sfnt::Font src, uint32_t unit, bool convertGlyphs = t
   Compressed out;
   if (convertGlyphs) {
     std::vector<Bytes> glyphs = glyphsOf(src);
-    for (size_t i = 0; i < glyphs.size(); i++) {
-      bool differs = false;
-      glyphs[i] = spline(glyphs[i], i % 7 == 0, &differs);
-      out.boxesKept += differs;
-    }
+    for (size_t i = 0; i < glyphs.size(); i++) glyphs[i] = spline(glyphs[i], i % 7 == 0, &out.boxesKept);
     setGlyphs(src, glyphs, false);
   }
   sfnt::Font f;
