@@ -12,14 +12,11 @@
 #include <vector>
 
 #include "Orvex_internal/fs_bitmap.h"
-#include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_request.h"
-#include "Orvex_internal/fs_scale.h"
-#include "Orvex_internal/fs_xmalloc.h"
-#include "engine_fixture.h"
+#include "engine_fixture.h"  // the engine's heap, cache and scaled-font records
 #include "support/typeset_font.h"
 
 namespace {
@@ -104,7 +101,7 @@ Grid refBoldBits(Grid g, int bw) {
 Grid refBoldGray(Grid g, int bw, int top, int q) {
   int h = (int)g.size(), w = h ? (int)g[0].size() : 0;
   for (int pass = 0; pass < (bw >= 2 ? 2 : 1); pass++)
-    for (int r = 0; r < h; r++) {
+    for (int r = 0; r < h; r++) {  // P: the row as this pass walks it
       auto P = [&](int i) -> int& { return g[r][pass ? w - 1 - i : i]; };
       auto at = [&](int rr, int c) { return c >= 0 && c < w ? g[rr][c] : 0; };
       auto endAfter = [&](int c) { int e = c + 1; while (e < w && P(e)) e++; return e; };
@@ -188,7 +185,6 @@ TEST(ImageEffects, HandWorkedMaps) {
   enginetest::Engine e(8u << 20);
   FS_STATE* st = &e.st;
   Grid dot = {{1}}, sq3(3, std::vector<int>(3, 1)), sq4(4, std::vector<int>(4, 1)), g255(3, std::vector<int>(3, 255));
-  Grid ring = {{0, 0, 0, 0, 0}, {0, 0, 255, 0, 0}, {0, 255, 0, 255, 0}, {0, 0, 255, 0, 0}, {0, 0, 0, 0, 0}};
   // `want`: after trimming a 1-bit grown map; empty: only `count` and the move.
   struct Row { const char* ef; Grid in; int bpp, n; Grid want; int dx, dy, count; const char* why; FS_FIXED opacity = 65536; };
   std::vector<Row> table = {
@@ -209,7 +205,8 @@ TEST(ImageEffects, HandWorkedMaps) {
        "nothing read past a row's end"},
       {"soften", {{255}}, 8, 0, Grid(5, std::vector<int>(5, 9)), -2, 2, 0, "48*48*255/65536"},
       {"soften", Grid(5, std::vector<int>(5, 255)), 8, 0, {}, -2, 2, 0, "solid: 240*255 -> 239, 240*239 -> 224 inside"},
-      {"hollow", {{255}}, 8, 1, ring, -2, 2, 0, "hollow gray ring"},
+      {"hollow", {{255}}, 8, 1, {{0, 0, 0, 0, 0}, {0, 0, 255, 0, 0}, {0, 255, 0, 255, 0}, {0, 0, 255, 0, 0}, {0, 0, 0, 0, 0}},
+       -2, 2, 0, "hollow gray ring"},
       {"hollow", {{128}}, 8, 1, {{0, 0, 0, 0, 0}, {0, 0, 128, 0, 0}, {0, 128, 127, 128, 0}, {0, 0, 128, 0, 0}, {0, 0, 0, 0, 0}},
        -2, 2, 0, "rim keeps the edge's gray; the inside was raised to 255"},
       {"filled", {{255}}, 8, 1, {{0, 0, 0, 0, 0}, {0, 0, 127, 0, 0}, {0, 127, 127, 127, 0}, {0, 0, 127, 0, 0}, {0, 0, 0, 0, 0}},
