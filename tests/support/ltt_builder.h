@@ -7,8 +7,6 @@
 #ifndef TESTS_SUPPORT_LTT_BUILDER_H
 #define TESTS_SUPPORT_LTT_BUILDER_H
 
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -16,16 +14,14 @@
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "support/sfnt_builder.h"
+#include "support/test_support.h"
 #include "support/typeset_font.h"
 
 namespace testsupport {
 
 using sfnt::Bytes;
 
-inline Bytes fileBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
+inline Bytes fileBytes(const std::string& path) { return sfnt::asBytes(readBytes(path)); }
 
 struct LttComponentSpec {
   std::string fontName = "Alpha", fileName = "a.ttf";
@@ -58,24 +54,18 @@ struct LttSpec {
     std::vector<std::string> hkeys;
     std::vector<std::vector<std::string>> ckeys(components.size());
     // Puts `b` 4-aligned in the tail, with the key lines of its offset and count.
-    auto place = [&](std::vector<std::string>& keys, const Bytes& b, const std::string& off,
-                     const char* count, size_t n) {
+    auto place = [&](std::vector<std::string>& keys, const Bytes& b, const std::string& off, const char* count, size_t n) {
       while (tail.size() % 4) tail.push_back(0);
       size_t at = headSize() + 512 * components.size() + tail.size();
       keys.push_back(off + "=" + std::to_string(at));
       if (count) keys.push_back(count + ("=" + std::to_string(n)));
       tail.insert(tail.end(), b.begin(), b.end());
     };
-    auto words = [](const std::vector<int>& v) {
-      Bytes b;
-      for (int x : v) sfnt::u16(b, (uint32_t)x);
-      return b;
-    };
+    auto words = [](const std::vector<int>& v) { Bytes b; for (int x : v) sfnt::u16(b, (uint32_t)x); return b; };
     // maxp first: below version 6 the reader takes it right behind the last
     // block whatever the head says.
     sfnt::Font source = setTablesFrom.empty() ? sfnt::Font() : sfnt::read(setTablesFrom);
-    const char* const kTags[] = {"maxp", "head", "hhea", "OS/2", "post",
-                                 "name", "cmap", "kern", "GSUB"};  // the last four sized
+    const char* const kTags[] = {"maxp", "head", "hhea", "OS/2", "post", "name", "cmap", "kern", "GSUB"};  // the last four sized
     for (int k = 0; k < 9; k++)
       if (const Bytes* t = source.find(kTags[k])) {
         std::string key = k == 8 ? "ot_gsub" : k == 3 ? "os/2" : kTags[k];
@@ -87,15 +77,11 @@ struct LttSpec {
       const LttComponentSpec& c = components[i];
       std::vector<int> records;
       for (const auto& r : c.adjustments) records.insert(records.end(), r.begin(), r.end());
-      if (!records.empty())
-        place(ckeys[i], words(records), "adjustmentsoffset", "adjustmentscount",
-              c.adjustments.size());
-      if (!c.embedded.empty())
-        place(ckeys[i], c.embedded, "embeddedoffset", "embeddedsize", c.embedded.size());
+      if (!records.empty()) place(ckeys[i], words(records), "adjustmentsoffset", "adjustmentscount", c.adjustments.size());
+      if (!c.embedded.empty()) place(ckeys[i], c.embedded, "embeddedoffset", "embeddedsize", c.embedded.size());
     }
     // A block: its fixed lines, the key lines, zeros to `size`.
-    auto block = [](std::string s, const std::vector<std::string>& a,
-                    const std::vector<std::string>& b, bool terminate, size_t size) {
+    auto block = [](std::string s, const std::vector<std::string>& a, const std::vector<std::string>& b, bool terminate, size_t size) {
       for (const auto* v : {&a, &b})
         for (const std::string& k : *v) s += k + "\n";
       if (!terminate) s.pop_back();
@@ -104,15 +90,13 @@ struct LttSpec {
       return s;
     };
     std::string head = "LTT\n" + std::to_string(version) + "\n";
-    if (version > 1)
-      head += std::to_string(legalCount >= 0 ? (size_t)legalCount : legal.size()) + "\n";
+    if (version > 1) head += std::to_string(legalCount >= 0 ? (size_t)legalCount : legal.size()) + "\n";
     for (const std::string& l : legal) head += l + "\n";
     head += name + "\n" + std::to_string(components.size()) + "\n" + std::to_string(metric) + "\n";
     std::string out = block(head, headKeys, hkeys, terminateHead, headSize());
     for (size_t i = 0; i < components.size(); i++) {
       const LttComponentSpec& c = components[i];
-      std::string b = c.fontName + "\n" + c.fileName + "\n" + c.bmp1 + "\n" + c.bmp2 + "\n" +
-                      std::to_string(c.numGlyphs) + "\n";
+      std::string b = c.fontName + "\n" + c.fileName + "\n" + c.bmp1 + "\n" + c.bmp2 + "\n" + std::to_string(c.numGlyphs) + "\n";
       if (version > 3) b += std::to_string(c.numIcons) + "\n";
       out += block(b, c.keys, ckeys[i], c.terminate, 512);
     }
@@ -120,22 +104,16 @@ struct LttSpec {
     return sfnt::asBytes(out);
   }
   // Writes the file at `path`; returns the path.
-  std::string write(const std::string& path) const {
-    std::string bytes = sfnt::asString(build());
-    std::ofstream(path, std::ios::binary) << bytes;
-    return path;
-  }
+  std::string write(const std::string& path) const { writeBytes(path, sfnt::asString(build())); return path; }
 };
 
 // The components of the linked font tests, in the set's order: Liberation
 // Serif for U+0000 to U+03FF only, then DejaVu Sans and Noto Sans Armenian
 // for all planes, each by its absolute folder; their glyph counts and so the
 // set's numbering.
-const char* const kLinkedDir[3] = {"/usr/share/fonts/truetype/liberation2",
-                                   "/usr/share/fonts/truetype/dejavu",
+const char* const kLinkedDir[3] = {"/usr/share/fonts/truetype/liberation2", "/usr/share/fonts/truetype/dejavu",
                                    "/usr/share/fonts/truetype/noto"};
-const char* const kLinkedFile[3] = {"LiberationSerif-Regular.ttf", "DejaVuSans.ttf",
-                                    "NotoSansArmenian-Regular.ttf"};
+const char* const kLinkedFile[3] = {"LiberationSerif-Regular.ttf", "DejaVuSans.ttf", "NotoSansArmenian-Regular.ttf"};
 const unsigned kLinkedGlyphs[3] = {2602, 6253, 107}, kLinkedStart[3] = {0, 2602, 8855};
 
 inline std::string linkedPath(int i) { return std::string(kLinkedDir[i]) + "/" + kLinkedFile[i]; }
@@ -171,10 +149,9 @@ struct UnhintedFont : TypesetFont {
 // The points of `id` at the client's size: contour ends, then x, y and on
 // per point; empty when the engine refuses (the error stays in the client).
 inline std::vector<long> glyphPoints(FS_STATE* st, FS_ULONG id) {
-  std::vector<long> v;
   FS_GLYPH_POINTS* p = FSS_get_points(st, id);
-  if (p == nullptr) return v;
-  v.assign(p->ep, p->ep + p->nc);
+  if (p == nullptr) return {};
+  std::vector<long> v(p->ep, p->ep + p->nc);
   for (FS_SHORT i = 0; i < p->np; i++)
     v.push_back(p->x[i]), v.push_back(p->y[i]), v.push_back(p->onCurve[i]);
   FSS_free(st, p);
