@@ -7,6 +7,7 @@
 #ifndef TESTS_SUPPORT_LTT_BUILDER_H
 #define TESTS_SUPPORT_LTT_BUILDER_H
 
+#include <fstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -104,7 +105,10 @@ struct LttSpec {
     return sfnt::asBytes(out);
   }
   // Writes the file at `path`; returns the path.
-  std::string write(const std::string& path) const { writeBytes(path, sfnt::asString(build())); return path; }
+  std::string write(const std::string& path) const {
+    std::ofstream(path, std::ios::binary) << sfnt::asString(build());
+    return path;
+  }
 };
 
 // The components of the linked font tests, in the set's order: Liberation
