@@ -3,7 +3,7 @@
 // with --cmap, the character map the renderer would choose, one "U+XXXX
 // GLYPH" line per mapped code; with --kern, the font's kerning pairs, one
 // "LEFT RIGHT VALUE" line each; with --cff, the CFF table's dicts and
-// subroutines; with --ppem N and --cvt, the control values after the font
+// subroutines; with --strikes, one line per embedded bitmap strike; with --ppem N and --cvt, the control values after the font
 // program and the control-value program ran at that size, one "INDEX
 // VALUE" line each (26.6 integers), or with --gs the default graphic state
 // they left, one "key: value" line each. Starts a private engine client,
@@ -25,6 +25,7 @@
 #include "Orvex_internal/fs_ltt.h"
 #include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/fs_request.h"
+#include "Orvex_internal/fs_sbit.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "tools/fontvec/commands.h"
@@ -101,7 +102,22 @@ void printInfo(const TTF* ttf) {
          ttf->head->xMax, ttf->head->yMax);
   printf("ascender: %d\n", ttf->hhea->yAscender);
   printf("descender: %d\n", ttf->hhea->yDescender);
-  printf("outlines: %s\n", ttf->cff ? "CFF" : "glyf");
+  printf("outlines: %s\n", ttf->cff                                 ? "CFF"
+                          : ttf->glyf_size != 0 && ttf->loca != NULL ? "glyf"
+                                                                     : "none");
+}
+
+// One "PPEMX PPEMY DEPTH FLAGS START END SUBTABLES" line per strike of the
+// font's bitmap location table; nothing for a font without strikes.
+void printStrikes(const TTF* ttf) {
+  const TTF_EBLC_PARTIAL* p = ttf->ttf_EBLC_partial;
+  for (FS_ULONG i = 0; p != NULL && i < p->numSizes; i++) {
+    const BITMAP_SIZE_TABLE* b = &p->bsta[i].bst;
+    printf("%u %u %u %u %u %u %lu\n", (unsigned)b->ppemX, (unsigned)b->ppemY,
+           (unsigned)b->bitDepth, (unsigned)(FS_BYTE)b->flags,
+           (unsigned)b->startGlyphIndex, (unsigned)b->endGlyphIndex,
+           (unsigned long)b->numberOfIndexSubTables);
+  }
 }
 
 // The CFF table's top level: CID or not, font dicts, subroutine counts
@@ -306,6 +322,7 @@ int fontvec_info(int argc, char** argv) {
   bool cff = false;
   bool cvt = false;
   bool gs = false;
+  bool strikes = false;
   unsigned long ppem = 0;
   for (int i = 0; i < argc; i++) {
     if (strcmp(argv[i], "--cmap") == 0) {
@@ -318,6 +335,8 @@ int fontvec_info(int argc, char** argv) {
       cvt = true;
     } else if (strcmp(argv[i], "--gs") == 0) {
       gs = true;
+    } else if (strcmp(argv[i], "--strikes") == 0) {
+      strikes = true;
     } else if (strcmp(argv[i], "--ppem") == 0 && i + 1 < argc) {
       if (!parsePpem(argv[++i], &ppem)) return fontvec_usage("info");
     } else if (strcmp(argv[i], "--index") == 0 && i + 1 < argc) {
@@ -330,7 +349,8 @@ int fontvec_info(int argc, char** argv) {
       return fontvec_usage("info");
     }
   }
-  if (path == NULL || (int)cmap + (int)kern + (int)cff + (int)cvt + (int)gs > 1 ||
+  if (path == NULL || (int)cmap + (int)kern + (int)cff + (int)cvt + (int)gs +
+              (int)strikes > 1 ||
       (cvt || gs) != (ppem != 0))
     return fontvec_usage("info");
 
@@ -356,7 +376,7 @@ int fontvec_info(int argc, char** argv) {
     return status;
   }
   FS_BYTE type = sfntType(path);
-  if (type == FNT_TYPE_LINKED && !cff) {
+  if (type == FNT_TYPE_LINKED && !cff && !strikes) {
     int status = printLinkInfo(&state, path);
     FSS_exit(&state);
     return status;
@@ -370,6 +390,9 @@ int fontvec_info(int argc, char** argv) {
     status = 1;
   } else if (cff) {
     status = printCff(&state, path, ttf);
+    unload_ttf(&state, ttf);
+  } else if (strikes) {
+    printStrikes(ttf);
     unload_ttf(&state, ttf);
   } else {
     printInfo(ttf);
