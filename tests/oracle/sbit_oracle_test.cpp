@@ -19,6 +19,9 @@
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/fs_xmalloc.h"
+#include "Orvex_internal/fs_err.h"
+#include "support/ltt_builder.h"
+#include "support/sbit_builder.h"
 #include "support/strike_client.h"
 
 namespace {
@@ -204,6 +207,105 @@ TEST(EmbeddedStrikeOracle, EmojiNearSizeRescalesTheStrikeNumbers) {
   EXPECT_EQ(m->lo_x, 0);
   EXPECT_EQ(m->i_dx, 30);
   FSS_free_char(&c.st, m);
+}
+
+// libfreetype's glyph `g` of the selected size as a strike glyph.
+testsupport::SbitGlyph oracleGlyph(FT_Face face, unsigned g, int depth) {
+  const FT_Bitmap& bm = face->glyph->bitmap;
+  testsupport::SbitGlyph s{(uint16_t)g, (int)bm.width, (int)bm.rows, face->glyph->bitmap_left,
+                           face->glyph->bitmap_top, (int)(face->glyph->advance.x >> 6), {}};
+  for (unsigned y = 0; y < bm.rows; y++)
+    for (unsigned x = 0; x < bm.width; x++) {
+      const uint8_t* row = bm.buffer + (int)y * bm.pitch;
+      s.pix.push_back(bm.pixel_mode == FT_PIXEL_MODE_MONO ? (row[x >> 3] >> (7 - (x & 7))) & 1
+                                                          : row[x] >> (8 - depth));
+    }
+  return s;
+}
+
+// The font at `path` with one strike of `glyphs` in index format `ix` and
+// image format `im` in place of its own.
+std::vector<uint8_t> withStrike(const char* path, const std::vector<testsupport::SbitGlyph>& glyphs,
+                                int ppem, int depth, int ix, int im) {
+  sfnt::Font f = sfnt::read(testsupport::fileBytes(path));
+  sfnt::Bytes eblc, ebdt;
+  testsupport::buildStrike(glyphs, ppem, depth, ix, im, &eblc, &ebdt);
+  f.remove("EBLC").remove("EBDT").remove("EBSC");
+  f.set(depth == 32 ? "CBLC" : "EBLC", eblc).set(depth == 32 ? "CBDT" : "EBDT", ebdt);
+  return sfnt::build(f);
+}
+
+// The engine's map of `g` as a strike glyph.
+testsupport::SbitGlyph engineGlyph(const FS_GLYPHMAP* m, unsigned g) {
+  testsupport::SbitGlyph s{(uint16_t)g, m->width, m->height, m->lo_x, m->hi_y, m->i_dx, {}};
+  int d = m->bitsPerPixel;
+  if (d == 32) s.pix.assign(m->bits, m->bits + m->size - 40);
+  for (int y = 0; d < 32 && y < m->height; y++)
+    for (int x = 0; x < m->width; x++)
+      s.pix.push_back((m->bits[y * m->bpl + x * d / 8] >> (8 - d - x * d % 8)) & ((1 << d) - 1));
+  return s;
+}
+
+bool operator==(const testsupport::SbitGlyph& a, const testsupport::SbitGlyph& b) {
+  return a.same(b) && a.pix == b.pix;
+}
+
+TEST(EmbeddedStrikeOracle, BuiltStrikesOfEveryFormatReadAsTheOriginal) {
+  FT_Library lib;
+  FT_Face terminus, dejavu;
+  ASSERT_EQ(FT_Init_FreeType(&lib), 0);
+  const char* term = TERMINUS "terminus-normal.otb";
+  const char* sans = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
+  ASSERT_EQ(FT_New_Face(lib, term, 0, &terminus), 0);
+  ASSERT_EQ(FT_New_Face(lib, sans, 0, &dejavu), 0);
+  FT_Select_Size(terminus, 2);  // 16 ppem
+  FT_Set_Pixel_Sizes(dejavu, 0, 16);
+  struct Case { const char* path; int depth; FS_USHORT type; std::vector<int> ix, im; } cases[] = {
+      {term, 1, FS_MAP_BITMAP, {1, 2, 3, 4, 5}, {1, 2, 5, 6, 7, 8, 9}},
+      {sans, 2, FS_MAP_GRAYMAP2, {1, 5}, {1, 6}},
+      {sans, 4, FS_MAP_GRAYMAP4, {1, 5}, {2, 7}},
+      {sans, 8, FS_MAP_GRAYMAP8, {3, 4}, {1, 6}},
+      {kEmoji, 32, FS_MAP_GRAYMAP8 | FS_MAP_RASTER_ICON, {1, 2, 5}, {17, 18, 19}}};
+  for (const Case& k : cases) {
+    std::vector<testsupport::SbitGlyph> glyphs;
+    StrikeClient original;  // the emoji's own strike gives the PNG payloads
+    ASSERT_EQ(original.load(k.path), 0);
+    original.setPpem(k.depth == 32 ? 109 : 16);
+    original.glyphIndexMode();
+    for (unsigned g = 0; g < (k.depth == 1 ? 1326u : 600u); g += kStride) {
+      if (k.depth == 32) {
+        FS_GLYPHMAP* m = FSS_get_glyphmap(&original.st, g + 4, k.type);
+        if (m != nullptr) glyphs.push_back(engineGlyph(m, g + 4)), FSS_free_char(&original.st, m);
+        continue;
+      }
+      FT_Face face = k.depth == 1 ? terminus : dejavu;
+      ASSERT_EQ(FT_Load_Glyph(face, g, k.depth == 1 ? FT_LOAD_DEFAULT : FT_LOAD_RENDER), 0);
+      glyphs.push_back(oracleGlyph(face, g, k.depth));
+    }
+    for (int ix : k.ix)
+      for (int im : k.im) {
+        SCOPED_TRACE(testing::Message() << k.path << " index " << ix << " image " << im);
+        StrikeClient c;
+        ASSERT_EQ(c.load("", 0, withStrike(k.path, glyphs, k.depth == 32 ? 109 : 16, k.depth, ix, im)), 0);
+        c.setPpem(k.depth == 32 ? 109 : 16);
+        c.glyphIndexMode();
+        size_t differ = 0;
+        for (const testsupport::SbitGlyph& want : glyphs) {
+          FS_GLYPHMAP* m = FSS_get_glyphmap(&c.st, want.id, k.type);
+          if ((im == 5 || im == 19) && ix != 2 && ix != 5) {  // no metrics anywhere
+            EXPECT_TRUE(m == nullptr && c.st.error == ERR_SBIT_METRICS) << want.id;
+            break;
+          }
+          ASSERT_NE(m, nullptr) << want.id << " error " << c.st.error;
+          differ += !(m->embedded && engineGlyph(m, want.id) == want);
+          FSS_free_char(&c.st, m);
+        }
+        EXPECT_EQ(differ, 0u);
+      }
+  }
+  FT_Done_Face(terminus);
+  FT_Done_Face(dejavu);
+  FT_Done_FreeType(lib);
 }
 
 }  // namespace
