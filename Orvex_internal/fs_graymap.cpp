@@ -15,6 +15,7 @@
 #include "Orvex_internal/fs_outline.h"
 #include "Orvex_internal/fs_sbit.h"
 #include "Orvex_internal/fs_scale.h"
+#include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
 
 namespace {
@@ -823,6 +824,12 @@ FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
   if (sfnt == nullptr) {
     state->flags = flags;
     state->error = ERR_NO_CURRENT_SFNT;
+    return nullptr;
+  }
+  // A font of strikes only draws nothing outside them.
+  TTF* ttf = lfnt && lfnt->fnt_type <= FNT_TYPE_TTC ? (TTF*)lfnt->fnt : nullptr;
+  if (ttf != nullptr && ttf->glyf_size == 0 && ttf->cff == nullptr) {
+    state->flags = flags;
     return nullptr;
   }
   FS_OUTLINE* o = find_or_make_outline(state, state->cur_lfnt, sfnt, id, index);

@@ -706,9 +706,11 @@ FS_BITMAP* get_embedded_thing(FS_STATE* state, SFNT* sfnt, FS_USHORT gIndex,
     if (!(s[0] > 0 && s[2] == 0 && s[3] > 0)) return nullptr;
   } else {
     if (!sfnt->senv->vanilla) return nullptr;
+    FS_LONG lpm = state->lpm != 0 ? state->lpm : sfnt->senv->yppm;
     if (state->flags & FLAGS_ADD_WEIGHT) {
-      if (state->lpm >= 27) return nullptr;
-    } else if (sfnt->bold_pct != 0 || sfnt->senv->bold_width != 0) {
+      if (lpm >= 27) return nullptr;
+    } else if (sfnt->bold_pct != 0 || state->bold_pct != 0 ||
+               sfnt->senv->bold_width != 0) {
       return nullptr;
     }
   }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glyphmap.h"
