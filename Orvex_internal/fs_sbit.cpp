@@ -375,7 +375,8 @@ FS_BYTE pixel_at(const FS_BITMAP* b, FS_LONG x, FS_LONG y) {
   return (FS_BYTE)((byte >> shift) & ((1 << b->bitsPerPixel) - 1));
 }
 
-// Reads the rows of an image: byte-aligned rows, or one bit stream.
+// Reads the rows of an image: byte-aligned rows, or one bit stream of
+// ceil(width x depth x height / 8) bytes.
 void unpack_rows(FS_BITMAP* b, const FS_BYTE* data, bool bit_aligned) {
   FS_LONG depth = b->bitsPerPixel;
   FS_LONG rowbits = (FS_LONG)b->width * depth;
@@ -384,11 +385,16 @@ void unpack_rows(FS_BITMAP* b, const FS_BYTE* data, bool bit_aligned) {
   } else if ((rowbits & 7) == 0) {
     memcpy(b->bits, data, (size_t)(b->bpl * b->height));
   } else {
-    FS_ULONG src = 0;
+    // Each row starts `src` bits into the stream: its bytes are two stream
+    // bytes shifted together.
+    FS_ULONG need = ((FS_ULONG)rowbits * (FS_ULONG)b->height + 7) / 8;
     for (FS_LONG y = 0; y < b->height; y++) {
+      FS_ULONG src = (FS_ULONG)(y * rowbits);
+      FS_ULONG at = src >> 3, shift = src & 7;
       FS_BYTE* out = b->bits + y * b->bpl;
-      for (FS_LONG i = 0; i < rowbits; i++, src++) {
-        if (data[src >> 3] & (0x80 >> (src & 7))) out[i >> 3] |= (FS_BYTE)(0x80 >> (i & 7));
+      for (FS_LONG j = 0; j < b->bpl; j++, at++) {
+        FS_ULONG hi = at < need ? data[at] : 0, lo = at + 1 < need ? data[at + 1] : 0;
+        out[j] = (FS_BYTE)((hi << shift) | (lo >> (8 - shift)));
       }
     }
   }
@@ -485,11 +491,18 @@ FS_BITMAP* process_image(FS_STATE* state, const SBIT_REQUEST* r,
     state->error = ERR_SBIT_METRICS_2;
     return nullptr;
   }
-  FS_BYTE* data = (FS_BYTE*)ttf_read(state, r->ttf, r->p->ebdt_offset + loc->offset,
-                                     loc->length);
-  if (data == nullptr) {
-    if (state->error == 0) state->error = ERR_BAD_GLYF_FORMAT;
-    return nullptr;
+  // Small images, nearly all, are read onto the stack.
+  FS_BYTE local[512];
+  FS_BYTE* data = local;
+  if (loc->length <= sizeof local) {
+    ttf_read_buf(state, r->ttf, r->p->ebdt_offset + loc->offset, loc->length, local);
+    if (state->error != 0) return nullptr;
+  } else {
+    data = (FS_BYTE*)ttf_read(state, r->ttf, r->p->ebdt_offset + loc->offset, loc->length);
+    if (data == nullptr) {
+      if (state->error == 0) state->error = ERR_BAD_GLYF_FORMAT;
+      return nullptr;
+    }
   }
   FS_CURSOR c = cursor_at(data, loc->length);
   SBIT_METRICS m = loc->metrics;
@@ -536,7 +549,7 @@ FS_BITMAP* process_image(FS_STATE* state, const SBIT_REQUEST* r,
     state->error = ERR_BAD_GLYF_FORMAT;
   }
   FS_ULONG err = state->error;
-  FSS_free(state, data);
+  if (data != local) FSS_free(state, data);
   state->error = err;
   return b;
 }
