@@ -1,13 +1,12 @@
-// Test helper: writes one embedded strike (the bitmap location and data
-// tables) from glyph pictures, in any index format 1-5 and image format 1,
-// 2, 5-9, 17-19. Each run of consecutive glyph ids of equal metrics becomes
-// one index subtable; composites (8, 9) split each glyph into a top and a
-// bottom part stored under extra glyph ids (format 2, or 1 when deeper).
+// Test helper: writes one embedded strike (location and data tables) from
+// glyph pictures in index format 1-5 and image format 1, 2, 5-9, 17-19. Each
+// run of consecutive ids of equal metrics (and, for index formats 2 and 5,
+// image size) is one index subtable. Composites (8, 9) split each glyph into
+// a top and a bottom part, stored in format 2 or 7 under ids past the last.
 #ifndef TESTS_SUPPORT_SBIT_BUILDER_H
 #define TESTS_SUPPORT_SBIT_BUILDER_H
 
-#include <stdint.h>
-
+#include <algorithm>
 #include <vector>
 
 #include "support/sfnt_builder.h"
@@ -17,104 +16,87 @@ namespace testsupport {
 struct SbitGlyph {
   uint16_t id;
   int w, h, left, top, adv;
-  std::vector<uint8_t> pix;  // w * h levels, rows top first; PNG bytes at depth 32
+  std::vector<uint8_t> pix;  // w x h levels, top row first; a PNG at depth 32
   bool same(const SbitGlyph& o) const {
     return w == o.w && h == o.h && left == o.left && top == o.top && adv == o.adv;
   }
+  bool operator==(const SbitGlyph& o) const { return same(o) && pix == o.pix; }
 };
 
-// The image of `g` in format `im` (no metrics in 5 and 19).
 inline sfnt::Bytes sbitImage(const SbitGlyph& g, int depth, int im) {
   sfnt::Bytes b;
-  if (im == 1 || im == 2 || im == 8 || im == 17)
-    for (int v : {g.h, g.w, g.left, g.top, g.adv}) sfnt::u8(b, (uint32_t)v);
-  if (im == 6 || im == 7 || im == 9 || im == 18)
-    for (int v : {g.h, g.w, g.left, g.top, g.adv, 0, 0, 0}) sfnt::u8(b, (uint32_t)v);
+  bool small = im == 1 || im == 2 || im == 8 || im == 17, big = im == 6 || im == 7 || im == 9 || im == 18;
+  if (small || big)
+    for (int v : {g.h, g.w, g.left, g.top, g.adv, 0, 0, 0}) b.size() < (small ? 5u : 8u) ? sfnt::u8(b, v) : void();
   if (im == 8) sfnt::u8(b, 0);  // pad
-  if (im == 8 || im == 9 || im >= 17) {  // component records, or a PNG
-    if (im >= 17) sfnt::u32(b, (uint32_t)g.pix.size());
-    b.insert(b.end(), g.pix.begin(), g.pix.end());
-    return b;
-  }
+  if (im >= 17) sfnt::u32(b, (uint32_t)g.pix.size());
+  if (im == 8 || im == 9 || im >= 17) return b.insert(b.end(), g.pix.begin(), g.pix.end()), b;
   bool bitAligned = im == 2 || im == 5 || im == 7;
   size_t at = b.size(), bit = 0;
   for (int y = 0; y < g.h; y++, bit = bitAligned ? bit : (bit + 7) / 8 * 8)
     for (int x = 0; x < g.w; x++, bit += depth) {
-      while (b.size() <= at + (bit + depth - 1) / 8) b.push_back(0);
+      b.resize(std::max(b.size(), at + (bit + depth + 7) / 8));
       b[at + bit / 8] |= (uint8_t)(g.pix[y * g.w + x] << (8 - depth - bit % 8));
     }
-  while (b.size() < at + (bit + 7) / 8) b.push_back(0);
+  b.resize(at + (bit + 7) / 8);
   return b;
 }
 
-// EBLC (or CBLC) and EBDT (CBDT) of one strike holding `glyphs`, sorted by id.
+// The location table into *eblc and the data table into *ebdt.
 inline void buildStrike(std::vector<SbitGlyph> glyphs, int ppem, int depth, int ix, int im,
                         sfnt::Bytes* eblc, sfnt::Bytes* ebdt) {
-  uint32_t partsFrom = 0x10000;  // the parts lie under ids above the last glyph
+  uint32_t parts = 0x10000;  // the first part's id
   if (im == 8 || im == 9) {
-    size_t n = glyphs.size();
-    uint16_t next = (uint16_t)(glyphs[n - 1].id + 1);
-    partsFrom = next;
-    std::vector<SbitGlyph> parts;
-    for (size_t i = 0; i < n; i++) {
-      SbitGlyph& g = glyphs[i];
-      int half = g.h / 2;
-      SbitGlyph top{next++, g.w, half, 0, 0, 0, {g.pix.begin(), g.pix.begin() + g.w * half}};
-      SbitGlyph bottom{next++, g.w, g.h - half, 0, 0, 0, {g.pix.begin() + g.w * half, g.pix.end()}};
-      g.pix.clear();
-      sfnt::u16(g.pix, 2);
-      for (const SbitGlyph* p : {&top, &bottom}) {
-        sfnt::u16(g.pix, p->id), sfnt::u8(g.pix, 0), sfnt::u8(g.pix, p == &top ? 0 : half);
-        parts.push_back(*p);
-      }
+    std::vector<SbitGlyph> extra;
+    parts = glyphs.back().id + 1u;
+    for (SbitGlyph& g : glyphs) {
+      int half = g.h / 2, n = g.w * half;
+      extra.push_back({(uint16_t)(parts + extra.size()), g.w, half, 0, 0, 0, {g.pix.begin(), g.pix.begin() + n}});
+      extra.push_back({(uint16_t)(parts + extra.size()), g.w, g.h - half, 0, 0, 0, {g.pix.begin() + n, g.pix.end()}});
+      g.pix = {0, 2};
+      for (int k : {2, 1}) sfnt::u16(g.pix, extra[extra.size() - k].id), sfnt::u16(g.pix, k == 1 ? half : 0);
     }
-    glyphs.insert(glyphs.end(), parts.begin(), parts.end());
+    glyphs.insert(glyphs.end(), extra.begin(), extra.end());
   }
-  std::vector<std::pair<size_t, size_t>> runs;  // [first, last] places
-  for (size_t i = 0; i < glyphs.size(); i++)
-    if (!runs.empty() && glyphs[i].id == glyphs[i - 1].id + 1 && glyphs[i].same(glyphs[i - 1]) &&
-        (glyphs[i].id >= partsFrom) == (glyphs[i - 1].id >= partsFrom) &&
-        (glyphs[i].pix.size() == glyphs[i - 1].pix.size() || (ix != 2 && ix != 5)))
-      runs.back().second = i;
-    else
-      runs.push_back({i, i});
   sfnt::Bytes data, array, subs;
   sfnt::u32(data, depth == 32 ? 0x30000 : 0x20000);
-  for (auto r : runs) {
-    const SbitGlyph& g0 = glyphs[r.first];
-    int format = g0.id < partsFrom ? im : im == 8 ? 2 : 7;
-    sfnt::u16(array, g0.id), sfnt::u16(array, glyphs[r.second].id), sfnt::u32(array, 0);
-    sfnt::putU32(array, array.size() - 4, (uint32_t)(8 * runs.size() + subs.size()));
-    sfnt::u16(subs, (uint32_t)ix), sfnt::u16(subs, (uint32_t)format);
+  size_t runs = 0;
+  for (size_t first = 0, last; first < glyphs.size(); first = last + 1, runs++) {
+    const SbitGlyph& g0 = glyphs[first];
+    for (last = first; last + 1 < glyphs.size(); last++) {
+      const SbitGlyph &a = glyphs[last], &b = glyphs[last + 1];
+      if (b.id != a.id + 1 || !b.same(a) || (b.id >= parts) != (a.id >= parts) ||
+          ((ix == 2 || ix == 5) && b.pix.size() != a.pix.size()))
+        break;
+    }
+    sfnt::u16(array, g0.id), sfnt::u16(array, glyphs[last].id), sfnt::u32(array, (uint32_t)subs.size());
+    sfnt::u16(subs, ix), sfnt::u16(subs, g0.id < parts ? im : im == 8 ? 2 : 7);
     sfnt::u32(subs, (uint32_t)data.size());
-    std::vector<sfnt::Bytes> images;
-    for (size_t i = r.first; i <= r.second; i++) images.push_back(sbitImage(glyphs[i], depth, format));
-    if (ix == 2 || ix == 5) {
-      sfnt::u32(subs, (uint32_t)images[0].size());
-      for (int v : {g0.h, g0.w, g0.left, g0.top, g0.adv, 0, 0, 0}) sfnt::u8(subs, (uint32_t)v);
-      if (ix == 5) sfnt::u32(subs, (uint32_t)images.size());
-    } else if (ix == 4) {
-      sfnt::u32(subs, (uint32_t)images.size());
+    size_t start = data.size();
+    for (size_t i = first; i <= last; i++) {
+      sfnt::Bytes b = sbitImage(glyphs[i], depth, g0.id < parts ? im : im == 8 ? 2 : 7);
+      if (ix == 1 || ix == 3) ix == 1 ? sfnt::u32(subs, data.size() - start) : sfnt::u16(subs, data.size() - start);
+      if (ix == 2 || ix == 5) {
+        if (i == first) sfnt::u32(subs, (uint32_t)b.size());
+        if (i == first) for (int v : {g0.h, g0.w, g0.left, g0.top, g0.adv, 0, 0, 0}) sfnt::u8(subs, v);
+        if (i == first && ix == 5) sfnt::u32(subs, (uint32_t)(last - first + 1));
+        if (ix == 5) sfnt::u16(subs, glyphs[i].id);
+      }
+      if (ix == 4 && i == first) sfnt::u32(subs, (uint32_t)(last - first + 1));
+      if (ix == 4) sfnt::u16(subs, glyphs[i].id), sfnt::u16(subs, data.size() - start);
+      data.insert(data.end(), b.begin(), b.end());
     }
-    uint32_t off = 0;
-    for (size_t i = 0; i <= images.size(); i++) {
-      uint16_t id = i < images.size() ? glyphs[r.first + i].id : 0;
-      if (ix == 1) sfnt::u32(subs, off);
-      if (ix == 3) sfnt::u16(subs, off);
-      if (ix == 4) sfnt::u16(subs, id), sfnt::u16(subs, off);
-      if (ix == 5 && i < images.size()) sfnt::u16(subs, id);
-      if (i < images.size()) data.insert(data.end(), images[i].begin(), images[i].end());
-      if (i < images.size()) off += (uint32_t)images[i].size();
-    }
-    if (ix == 3 || ix == 5) while (subs.size() % 4) subs.push_back(0);
+    if (ix == 1 || ix == 3) ix == 1 ? sfnt::u32(subs, data.size() - start) : sfnt::u16(subs, data.size() - start);
+    if (ix == 4) sfnt::u16(subs, 0), sfnt::u16(subs, data.size() - start);
+    while (subs.size() % 4) subs.push_back(0);
   }
+  for (size_t r = 0; r < runs; r++) sfnt::putU32(array, 8 * r + 4, sfnt::getU32(array, 8 * r + 4) + 8 * runs);
   eblc->clear();
-  sfnt::u32(*eblc, depth == 32 ? 0x30000 : 0x20000), sfnt::u32(*eblc, 1);
-  sfnt::u32(*eblc, 56), sfnt::u32(*eblc, (uint32_t)(array.size() + subs.size()));
-  sfnt::u32(*eblc, (uint32_t)runs.size()), sfnt::u32(*eblc, 0);
-  for (int i = 0; i < 24; i++) sfnt::u8(*eblc, 0);
+  for (uint32_t v : {depth == 32 ? 0x30000u : 0x20000u, 1u, 56u, (uint32_t)(array.size() + subs.size()),
+                     (uint32_t)runs, 0u, 0u, 0u, 0u, 0u, 0u, 0u})
+    sfnt::u32(*eblc, v);
   sfnt::u16(*eblc, glyphs.front().id), sfnt::u16(*eblc, glyphs.back().id);
-  for (int v : {ppem, ppem, depth, 1}) sfnt::u8(*eblc, (uint32_t)v);
+  for (int v : {ppem, ppem, depth, 1}) sfnt::u8(*eblc, v);
   eblc->insert(eblc->end(), array.begin(), array.end());
   eblc->insert(eblc->end(), subs.begin(), subs.end());
   *ebdt = data;
