@@ -6,75 +6,67 @@
 
 #include <random>
 
+#include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_xmalloc.h"
 #include "support/ltt_builder.h"
 #include "support/sbit_builder.h"
-#include "Orvex_internal/fs_cache.h"
 #include "support/typeset_font.h"
 
 namespace {
 
-using testsupport::TypesetFont;
+using namespace testsupport;
 
-// DejaVu Sans with one 1-bit strike of glyphs 10 and 12 (3 x 2 at (1, 5),
-// advance 4) at `ppem`, strike flags `flags`, optionally marked a stroke
-// font; `edit` changes the location table.
-std::vector<uint8_t> strikeFont(int ppem, int flags, bool stroke, void (*edit)(sfnt::Bytes&) = nullptr) {
-  testsupport::SbitGlyph g{10, 3, 2, 1, 5, 4, {1, 1, 1, 1, 0, 1}}, h = g;
-  h.id = 12;
+// DejaVu Sans with a 1-bit strike (flags `flags`) at `ppem` of glyphs 10 and
+// 12, 3 x 2 at (1, 5), advance 4; glyphDataFormat 0x9654 marks it a stroke
+// font; byte `at` of the location table becomes `to` when `at` isn't 0.
+Bytes strikeFont(int ppem, int flags, bool stroke, size_t at = 0, uint8_t to = 0) {
   sfnt::Bytes eblc, ebdt;
-  testsupport::buildStrike({g, h}, ppem, 1, 1, 1, &eblc, &ebdt);
+  buildStrike({{10, 3, 2, 1, 5, 4, {1, 1, 1, 1, 0, 1}}, {12, 3, 2, 1, 5, 4, {1, 1, 1, 1, 0, 1}}}, ppem, 1,
+              1, 1, &eblc, &ebdt);
   eblc[55] = (uint8_t)flags;
-  if (edit) edit(eblc);
-  sfnt::Font f = sfnt::read(testsupport::fileBytes("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"));
+  if (at != 0) eblc[at] = to;
+  sfnt::Font f = sfnt::read(fileBytes("/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"));
   sfnt::Bytes head = *f.find("head");
-  if (stroke) sfnt::putU16(head, 52, 0x9654);  // glyphDataFormat
+  if (stroke) sfnt::putU16(head, 52, 0x9654);
   return sfnt::build(f.set("head", head).set("EBLC", eblc).set("EBDT", ebdt));
 }
 
 TEST(EmbeddedStrikes, WhenAStrikeServesTheGlyph) {
   auto slant = [](double deg) { return (FS_FIXED)lround(tan(deg * M_PI / 180) * 20 * 65536); };
   const struct { const char* why; int ppem, flags; bool stroke; FS_FIXED s01; FS_ULONG flag;
-                 FS_FIXED bold; FS_USHORT glyph; bool embedded; } rows[] = {
-      {"upright at the strike's size", 20, 1, false, 0, 0, 0, 10, true},
-      {"a shear: no strike", 20, 1, false, slant(12), 0, 0, 10, false},
-      {"in the strike's range but in no subtable", 20, 1, false, 0, 0, 0, 11, false},
-      {"added weight below lpm 27", 26, 1, false, 0, FLAGS_ADD_WEIGHT, 0, 10, true},
-      {"added weight at lpm 27", 27, 1, false, 0, FLAGS_ADD_WEIGHT, 0, 10, false},
-      {"boldness set", 20, 1, false, 0, 0, 0x2000, 10, false},
-      {"stroke font, 10.5 degrees: the italic strike", 20, 9, true, slant(10.5), 0, 0, 10, true},
-      {"stroke font, 13.5 degrees: the italic strike", 20, 9, true, slant(13.5), 0, 0, 10, true},
-      {"stroke font, 9.5 degrees: no bitmap", 20, 9, true, slant(9.5), 0, 0, 10, false},
-      {"stroke font, 14.5 degrees: no bitmap", 20, 9, true, slant(14.5), 0, 0, 10, false},
-      {"stroke font upright: not an italic strike", 20, 9, true, 0, 0, 0, 10, false},
+                 FS_FIXED bold; FS_USHORT glyph; bool serves; size_t at; FS_ULONG error; } rows[] = {
+      {"upright at the strike's size", 20, 1, false, 0, 0, 0, 10, true, 0, 0},
+      {"a shear: no strike", 20, 1, false, slant(12), 0, 0, 10, false, 0, 0},
+      {"in the strike's range but in no subtable", 20, 1, false, 0, 0, 0, 11, false, 0, 0},
+      {"added weight below lpm 27", 26, 1, false, 0, FLAGS_ADD_WEIGHT, 0, 10, true, 0, 0},
+      {"added weight at lpm 27", 27, 1, false, 0, FLAGS_ADD_WEIGHT, 0, 10, false, 0, 0},
+      {"boldness set", 20, 1, false, 0, 0, 0x2000, 10, false, 0, 0},
+      {"stroke font, 10.5 degrees: the italic strike", 20, 9, true, slant(10.5), 0, 0, 10, true, 0, 0},
+      {"stroke font, 13.5 degrees: the italic strike", 20, 9, true, slant(13.5), 0, 0, 10, true, 0, 0},
+      {"stroke font, 9.5 degrees: no bitmap", 20, 9, true, slant(9.5), 0, 0, 10, false, 0, 0},
+      {"stroke font, 14.5 degrees: no bitmap", 20, 9, true, slant(14.5), 0, 0, 10, false, 0, 0},
+      {"stroke font upright: not an italic strike", 20, 9, true, 0, 0, 0, 10, false, 0, 0},
+      {"index format 6 in the first subtable", 20, 1, false, 0, 0, 0, 10, false, 56 + 16 + 1, ERR_SBIT_FORMAT},
   };
   for (const auto& r : rows) {
-    SCOPED_TRACE(r.why);
     TypesetFont c;
-    ASSERT_EQ(c.open("", strikeFont(r.ppem, r.flags, r.stroke)), 0);
-    c.st.flags |= FLAGS_CMAP_OFF;
-    if (r.flag) FS_set_flags(&c.st, r.flag);
+    ASSERT_EQ(c.open("", strikeFont(r.ppem, r.flags, r.stroke, r.at, 6)), 0) << r.why;
+    c.st.flags |= FLAGS_CMAP_OFF | r.flag;
     FS_set_bold_pct(&c.st, r.bold);
-    ASSERT_EQ(c.setScale(r.ppem << 16, r.s01, 0, r.ppem << 16), 0);
+    ASSERT_EQ(c.setScale(r.ppem << 16, r.s01, 0, r.ppem << 16), 0) << r.why;
     FS_GLYPHMAP* m = FSS_get_glyphmap(&c.st, r.glyph, FS_MAP_BITMAP);
     EXPECT_EQ(m && m->embedded && m->lo_x == 1 && m->hi_y == 5 && m->width == 3 && m->height == 2 &&
-                  m->bits[0] == 0xE0 && m->bits[1] == 0xA0 && m->i_dx == 4, r.embedded);
+                  m->bits[0] == 0xE0 && m->bits[1] == 0xA0 && m->i_dx == 4, r.serves) << r.why;
+    EXPECT_EQ(c.st.error, r.error) << r.why;
     FSS_free_char(&c.st, m);
   }
-  TypesetFont c;  // index format 6 in the first subtable's header
-  ASSERT_EQ(c.open("", strikeFont(20, 1, false, [](sfnt::Bytes& e) { e[56 + 16 + 1] = 6; })), 0);
-  c.st.flags |= FLAGS_CMAP_OFF;
-  c.setPpem(20);
-  EXPECT_EQ(FSS_get_glyphmap(&c.st, 10, FS_MAP_BITMAP), nullptr);
-  EXPECT_EQ(c.st.error, (FS_ULONG)ERR_SBIT_FORMAT);
   TypesetFont none;
-  EXPECT_EQ(none.open("", strikeFont(20, 1, false, [](sfnt::Bytes& e) { e[7] = 0; })), ERR_EBLC)
-      << "numSizes 0 refuses the load";
+  EXPECT_EQ(none.open("", strikeFont(20, 1, false, 7, 0)), ERR_EBLC) << "numSizes 0 refuses the load";
 }
 
 // Random bytes of the bitmap tables changed, mostly the location table's
-// head: strike glyphs asked at three sizes give maps or refusal codes.
+// head: glyphs asked at three sizes give maps or refusal codes.
 TEST(EmbeddedStrikes, DamagedBitmapTablesGiveMapsOrCodes) {
   const struct { const char* path; FS_ULONG index; FS_USHORT type; unsigned glyphs; } fonts[] = {
       {"/usr/share/fonts/opentype/terminus/terminus-normal.otb", 0, FS_MAP_BITMAP, 1326},
@@ -82,7 +74,7 @@ TEST(EmbeddedStrikes, DamagedBitmapTablesGiveMapsOrCodes) {
       {"/usr/share/fonts/truetype/noto/NotoColorEmoji.ttf", 0, FS_MAP_GRAYMAP8 | FS_MAP_RASTER_ICON, 3930}};
   std::mt19937 rng(37);
   for (const auto& f : fonts) {
-    std::vector<uint8_t> font = testsupport::fileBytes(f.path), keep = font;
+    Bytes font = fileBytes(f.path), keep = font;
     size_t dir = f.index ? sfnt::getU32(font, 12 + 4 * f.index) : 0, e[2];
     for (int t = 0; t < 2; t++)  // the location and data tables, colour or not
       e[t] = sfnt::entryOf(font, t ? "EBDT" : "EBLC", dir) | sfnt::entryOf(font, t ? "CBDT" : "CBLC", dir);
@@ -102,8 +94,7 @@ TEST(EmbeddedStrikes, DamagedBitmapTablesGiveMapsOrCodes) {
       } else if (FSS_set_font(&c.st, name) == 0) {
         c.st.flags |= FLAGS_CMAP_OFF;
         for (int ppem : {12, 16, 109}) {
-          c.setPpem(ppem);
-          FS_ULONG start = 0;
+          FS_ULONG start = c.setPpem(ppem);
           for (int g = -1; g < 40; g++) {
             FS_GLYPHMAP* map = FSS_get_glyphmap(&c.st, g < 0 ? 1 : rng() % f.glyphs, f.type);
             FS_ULONG e = c.st.error;
