@@ -10,11 +10,11 @@
 #include FT_FREETYPE_H
 #include <gtest/gtest.h>
 
+#include "Orvex_internal/fs_cache.h"
+#include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
 #include "support/ltt_builder.h"
 #include "support/sbit_builder.h"
-#include "Orvex_internal/fs_cache.h"
-#include "Orvex_internal/fs_cmap.h"
 #include "support/typeset_font.h"
 
 namespace {
