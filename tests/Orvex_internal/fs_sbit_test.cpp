@@ -17,6 +17,12 @@ namespace {
 
 using namespace testsupport;
 
+#if defined(__SANITIZE_ADDRESS__)
+const int kMutations = 60;  // of each font
+#else
+const int kMutations = 334;
+#endif
+
 // DejaVu Sans with a 1-bit strike (flags `flags`) at `ppem` of glyphs 10 and
 // 12, 3 x 2 at (1, 5), advance 4; glyphDataFormat 0x9654 marks it a stroke
 // font; byte `at` of the location table becomes `to` when `at` isn't 0.
@@ -79,7 +85,7 @@ TEST(EmbeddedStrikes, DamagedBitmapTablesGiveMapsOrCodes) {
     for (int t = 0; t < 2; t++)  // the location and data tables, colour or not
       e[t] = sfnt::entryOf(font, t ? "EBDT" : "EBLC", dir) | sfnt::entryOf(font, t ? "CBDT" : "CBLC", dir);
     ASSERT_TRUE(e[0] && e[1]) << f.path;
-    for (int m = 0; m < 334; m++) {
+    for (int m = 0; m < kMutations; m++) {
       std::vector<size_t> changed;
       for (int k = 0; k < 6; k++) {
         size_t t = e[rng() % 4 == 0], len = sfnt::getU32(font, t + 12);
