@@ -146,6 +146,7 @@ const FS_ULONG kStrikeBold = 4;
 const FS_ULONG kStrikeItalic = 8;
 const FS_SHORT kColourDepth = 32;
 const int kMaxCompositeDepth = 8;  // composites nest no deeper
+const FS_ULONG kMaxCompositeParts = 1024;  // nor hold more parts in all
 
 // A glyph's metrics in the strike, big form (small metrics fill one
 // direction).
@@ -171,6 +172,7 @@ struct SBIT_REQUEST {
   FS_BOOLEAN png_ok;  // colour images may be served
   FS_BOOLEAN vertical;
   int level;          // composite nesting
+  FS_ULONG* parts;    // composite parts still allowed in this lookup
 };
 
 // Reads n bytes at `at` of the location table, or of the data table, into
@@ -453,6 +455,12 @@ FS_BITMAP* make_comp(FS_STATE* state, const SBIT_REQUEST* r,
   sub.level++;
   for (FS_ULONG i = 0; i < n; i++) {
     const FS_BYTE* e = comps + 4 * i;
+    if (*r->parts == 0) {  // a damaged composite naming parts without end
+      FSS_free(state, b);
+      state->error = ERR_SBIT_MERGE;
+      return nullptr;
+    }
+    --*r->parts;
     FS_BITMAP* c = find_in_strike(state, &sub, get_u16(e));
     if (c == nullptr) {
       if (state->error == 0) continue;  // a missing part draws nothing
@@ -662,7 +670,8 @@ FS_BITMAP* get_sbitmap(FS_STATE* state, TTF* ttf, FS_SHORT xppm, FS_SHORT yppm,
   if (p == nullptr || p->bsta == nullptr) return nullptr;
   FS_ULONG wish = 0;
   if (!strike_wishes(state, &wish)) return nullptr;
-  SBIT_REQUEST r = {ttf, p, nullptr, 0, (state->flags & FLAGS_VERTICAL_ON) != 0, 0};
+  FS_ULONG parts = kMaxCompositeParts;
+  SBIT_REQUEST r = {ttf, p, nullptr, 0, (state->flags & FLAGS_VERTICAL_ON) != 0, 0, &parts};
   const BITMAP_SIZE_TABLE_ARRAY* near = nullptr;
   FS_LONG best_dx = 0x7FFFFFFF, best_dy = 0x7FFFFFFF;
   bool last_colour = false;
