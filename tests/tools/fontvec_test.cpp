@@ -17,11 +17,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-#define TERMINUS "/usr/share/fonts/opentype/terminus/terminus-normal.otb"
-
 #define DEJAVU "/usr/share/fonts/truetype/dejavu/"
 #define SANS DEJAVU "DejaVuSans.ttf"
 #define MONO "/usr/share/fonts/truetype/liberation2/LiberationMono-Regular.ttf"
+#define TERMINUS "/usr/share/fonts/opentype/terminus/terminus-normal.otb"
 
 // Fonts built in a folder "@" stands for (no Script.scr: a bad --config too).
 // two.ttf: the minimal glyf font, its (3,1) format-0 map sends c to c & 1;
