@@ -124,11 +124,14 @@ void png_close_page(DisplayState* d) {
 
 // Lays a glyph map on the open page with the pen at (x, y): its ink's
 // corner goes to (x + lo_x, y - hi_y). 1-bit maps are bitmaps, all others
-// graymaps.
+// but colour icons graymaps.
 void png_draw_glyph(DisplayState* d, int x, int y, FS_GLYPHMAP* gmap,
                     const unsigned char* foreground) {
   if (!d->png_created) return;
   unsigned char* fg = const_cast<unsigned char*>(foreground);
+  // A colour glyph's payload is its PNG stream, not rows: no writer of
+  // those is built, so it leaves the page as it is.
+  if (gmap->bitsPerPixel == 32) return;
   if (gmap->bitsPerPixel == 1)
     dump_bitmap_to_memory(&d->pD, x, y, gmap->lo_x, gmap->hi_y, gmap, fg);
   else
