@@ -15,6 +15,7 @@
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_line.h"
 #include "Orvex_internal/fs_outline.h"
+#include "Orvex_internal/fs_sbit.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_tlist.h"
 #include "Orvex_internal/fs_ttf.h"
@@ -77,15 +78,6 @@ FS_BITMAP* bitmap_effects(FS_STATE* state, FS_BITMAP* b) {
                        (f & FLAGS_OUTLINED_UNFILLED) == 0);
   if (r == nullptr) FSS_free(state, b);
   return r;
-}
-
-// The seam of embedded bitmaps: the font's own 1-bit glyph at this size,
-// or null to render from the outline. The embedded bitmap reader fills it
-// in, with the same effects and pixel boldness; none are read yet.
-FS_BITMAP* embedded_bitmap_seam(FS_STATE* state, FS_USHORT index) {
-  (void)state;
-  (void)index;
-  return nullptr;
 }
 
 // Sets pixels c0 to c1 - 1 of a row, 0 <= c0 < c1.
@@ -415,7 +407,28 @@ FS_BITMAP* get_bitmap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
   SFNT* sfnt = state->cur_sfnt;
   LFNT* lfnt = state->cur_lfnt;
   TTF* ttf = lfnt ? (TTF*)lfnt->fnt : nullptr;
-  b = embedded_bitmap_seam(state, index);
+  b = nullptr;
+  if (lfnt != nullptr && lfnt->fnt_type <= FNT_TYPE_TTC && sfnt != nullptr) {
+    b = get_embedded_bitmap(state, sfnt, index, type);
+    if (b == nullptr && state->error != 0) {
+      state->flags = flags;
+      return nullptr;
+    }
+    if (b != nullptr && b->bitsPerPixel == 32) {
+      // A colour glyph keeps its PNG stream and goes to the icon cache.
+      save_raster_icon_to_cache(state, index, b);
+      state->flags = flags;
+      state->error = 0;
+      return b;
+    }
+    if (b != nullptr) {
+      b = bitmap_effects_seam(state, b);
+      if (b == nullptr) {
+        state->flags = flags;
+        return nullptr;
+      }
+    }
+  }
   if (b == nullptr) {
     if (sfnt == nullptr) {
       state->flags = flags;

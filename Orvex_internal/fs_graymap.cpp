@@ -14,7 +14,9 @@
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_outline.h"
+#include "Orvex_internal/fs_sbit.h"
 #include "Orvex_internal/fs_scale.h"
+#include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
 
 namespace {
@@ -572,16 +574,6 @@ FS_GRAYMAP* graymap_effects(FS_STATE* state, FS_GRAYMAP* g) {
   return g;
 }
 
-// The seam of embedded graymaps: the font's own gray glyph at this size,
-// or null to render from the outline. The embedded bitmap unit fills this
-// in (with pixel boldness and the same effects); none are read yet.
-FS_GRAYMAP* embedded_graymap(FS_STATE* state, FS_USHORT index, FS_USHORT type) {
-  (void)state;
-  (void)index;
-  (void)type;
-  return nullptr;
-}
-
 // The depth an empty glyph's record reports.
 FS_SHORT empty_depth(FS_USHORT type) {
   if (type & 8) return 8;
@@ -835,14 +827,31 @@ FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
                         FS_USHORT type, FS_SHORT phasex, FS_SHORT phasey) {
   FS_ULONG flags = state->flags;
   state->flags |= FLAGS_GRAYSCALE;
-  FS_GRAYMAP* g = find_graymap_in_cache(state, index, type, phasex, phasey);
+  FS_GRAYMAP* g = (type & FS_MAP_RASTER_ICON) ? find_raster_icon_in_cache(state, index)
+                                              : nullptr;
+  if (g == nullptr) g = find_graymap_in_cache(state, index, type, phasex, phasey);
   if (g != nullptr) {
     state->flags = flags;
     state->error = 0;
     return g;
   }
   SFNT* sfnt = state->cur_sfnt;
-  g = embedded_graymap(state, index, type);
+  LFNT* lfnt = state->cur_lfnt;
+  g = nullptr;
+  if (lfnt != nullptr && lfnt->fnt_type <= FNT_TYPE_TTC && sfnt != nullptr)
+    g = get_embedded_graymap(state, sfnt, index, type);
+  if (g == nullptr && state->error != 0) {
+    state->flags = flags;
+    return nullptr;
+  }
+  if (g != nullptr && g->bitsPerPixel == 32) {
+    // A colour glyph keeps its PNG stream and goes to the icon cache.
+    save_raster_icon_to_cache(state, index, g);
+    state->flags = flags;
+    state->error = 0;
+    return g;
+  }
+  if (g != nullptr) g = graymap_effects(state, g);
   if (g != nullptr) {
     save_graymap_to_cache(state, index, g, type, phasex, phasey);
     state->flags = flags;
@@ -852,6 +861,12 @@ FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
   if (sfnt == nullptr) {
     state->flags = flags;
     state->error = ERR_NO_CURRENT_SFNT;
+    return nullptr;
+  }
+  // A font of strikes only draws nothing outside them.
+  TTF* ttf = lfnt && lfnt->fnt_type <= FNT_TYPE_TTC ? (TTF*)lfnt->fnt : nullptr;
+  if (ttf != nullptr && ttf->glyf_size == 0 && ttf->cff == nullptr) {
+    state->flags = flags;
     return nullptr;
   }
   FS_OUTLINE* o = find_or_make_outline(state, state->cur_lfnt, sfnt, id, index);

@@ -20,6 +20,7 @@
 #include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/fs_outline.h"
+#include "Orvex_internal/fs_sbit.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
@@ -678,9 +679,10 @@ FS_LONG FSS_get_advance(FS_STATE* state, FS_ULONG id, FS_USHORT type,
       return 0;
     }
     FS_BITMAP* icon = find_raster_icon_in_cache(state, index);
-    // Embedded colour icons are fetched here once their reader is built.
+    if (icon == nullptr) icon = get_embedded_bitmap(state, sfnt, index, type);
     if (icon != nullptr) {
       take_advance(state, icon, i_dx, i_dy, dx, dy);
+      FSS_free_char(state, icon);
       cache_advance(state, index, type, *i_dx, *i_dy, *dx, *dy);
       state->error = 0;
       return 0;
@@ -730,8 +732,32 @@ FS_LONG FSS_get_advance(FS_STATE* state, FS_ULONG id, FS_USHORT type,
       found = true;
     }
   }
-  // Embedded graymaps and bitmaps would answer here once their readers
-  // are built.
+  // The font's own strike glyph answers next, cached as the getters would.
+  if (!found && (type & 14) && !(state->flags & 252)) {
+    FS_BITMAP* m = get_embedded_graymap(state, sfnt, index, type);
+    if (m != nullptr) {
+      take_advance(state, m, i_dx, i_dy, dx, dy);
+      FS_ULONG flags = state->flags;
+      state->flags |= FLAGS_GRAYSCALE;
+      save_graymap_to_cache(state, index, m, type, 0, 0);
+      state->flags = flags;
+      FSS_free_char(state, m);
+      found = true;
+    }
+  }
+  if (!found && (type & 15) == FS_MAP_BITMAP && type <= 511) {
+    FS_BITMAP* m = get_embedded_bitmap(state, sfnt, index, type);
+    if (m != nullptr) {
+      take_advance(state, m, i_dx, i_dy, dx, dy);
+      FS_ULONG flags = state->flags;
+      state->flags &= ~FLAGS_GRAYSCALE;
+      save_bitmap_to_cache(state, index, m);
+      state->flags = flags;
+      FSS_free_char(state, m);
+      found = true;
+    }
+  }
+  state->error = 0;
   if (!found) {
     if (!(state->flags & FLAGS_NO_HINTS) &&
         senv->hdmx_group_offset < 0xFFFFFFFFu) {

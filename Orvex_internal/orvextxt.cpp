@@ -24,6 +24,7 @@
 #include "Orvex_internal/fs_kern.h"
 #include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/fs_request.h"
+#include "Orvex_internal/fs_validate.h"
 #include "Orvex_internal/fs_xmalloc.h"
 
 int err_FD = 0;
@@ -121,20 +122,16 @@ void png_close_page(DisplayState* d) {
   d->png_created = 0;
 }
 
-// Seam of FS_validate_font, which the font validation unit will provide:
-// until it is built the call answers the engine's "not defined" error.
-FS_LONG engine_unsupported(FS_STATE* sp) {
-  sp->error = ERR_FORMAT_NOT_SUPPORTED;
-  return sp->error;
-}
-
 // Lays a glyph map on the open page with the pen at (x, y): its ink's
 // corner goes to (x + lo_x, y - hi_y). 1-bit maps are bitmaps, all others
-// graymaps.
+// but colour icons graymaps.
 void png_draw_glyph(DisplayState* d, int x, int y, FS_GLYPHMAP* gmap,
                     const unsigned char* foreground) {
   if (!d->png_created) return;
   unsigned char* fg = const_cast<unsigned char*>(foreground);
+  // A colour glyph's payload is its PNG stream, not rows: no writer of
+  // those is built, so it leaves the page as it is.
+  if (gmap->bitsPerPixel == 32) return;
   if (gmap->bitsPerPixel == 1)
     dump_bitmap_to_memory(&d->pD, x, y, gmap->lo_x, gmap->hi_y, gmap, fg);
   else
@@ -1062,9 +1059,11 @@ Outcome read_validate(Activation& a, const Command&) {
 Outcome do_validate(Activation& a, const Command&) {
   const char* path = a.d->arg;
   long memsize = 0;
+  FS_BYTE* memptr = nullptr;
   if (a.load_fonts_to_ram == 1 || strstr(path, ".a") != nullptr)
-    get_ram_address(&a.d->loaded, path, &memsize);
-  engine_unsupported(a.sp);  // seam: FS_validate_font
+    memptr = (FS_BYTE*)get_ram_address(&a.d->loaded, path, &memsize);
+  FS_validate_font(a.sp, path, memptr, a.d->index, (FS_ULONG)a.num[0],
+                   (FS_ULONG)a.num[1]);
   return GO_ON;
 }
 

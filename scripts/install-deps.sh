@@ -15,6 +15,9 @@ packages=(
   # OpenType fonts with CFF outlines (Noto CJK: a CID font in a collection).
   fonts-urw-base35 fonts-texgyre fonts-cantarell fonts-ebgaramond
   fonts-noto-cjk
+  # Embedded strikes: bitmap-only Terminus, a CJK collection with strikes
+  # beside its outlines, and colour PNG strikes.
+  fonts-terminus-otb fonts-wqy-zenhei fonts-noto-color-emoji
   libfreetype-dev
 )
 

@@ -134,6 +134,11 @@ TEST(ScriptRun, MessagesAndErrorCodeOfWholeScripts) {
       {"ppm 12\nshow_gray\n", "The function <FS_set_scale> returned 305\n",
        " no current font\n", 305,
        "without a font the scale fails after the warning"},
+      {"validate /usr/share/fonts/opentype/terminus/terminus-normal.otb 0 0\n",
+       "The function <FS_validate_font> returned 448\n", "", 448,
+       "validation reports the loader's refusal: Terminus's empty glyf sits on its name"},
+      {"validate /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf 0 0\n", "", "", 0,
+       "a valid font reports nothing"},
       {"path\nppm 24\nglyphset_string \"\"\n-show_fake\n", "", nullptr, 402,
        "an empty string set makes the measuring pass fail"},
   };

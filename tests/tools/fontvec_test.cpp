@@ -21,6 +21,7 @@ namespace {
 #define DEJAVU "/usr/share/fonts/truetype/dejavu/"
 #define SANS DEJAVU "DejaVuSans.ttf"
 #define MONO "/usr/share/fonts/truetype/liberation2/LiberationMono-Regular.ttf"
+#define TERMINUS "/usr/share/fonts/opentype/terminus/terminus-normal.otb"
 
 // Fonts built in a folder "@" stands for (no Script.scr: a bad --config too).
 // two.ttf: the minimal glyf font, its (3,1) format-0 map sends c to c & 1;
@@ -182,6 +183,13 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --char U+0041 --ppem 12 --png @/b.png --effect shadow", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --png @/b.png --pixel-bold", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --points --soften", 2},
+      // Strikes: Terminus draws only its own, and is invalid by its directory.
+      {"info " TERMINUS " --strikes", 0, "", "12 12 1 1 0 1325 2\n14 14 1 1 0 1325 2\n", {}, 9},
+      {"info " TERMINUS, 0, "", "", {"\noutlines: none\n"}},
+      {"glyph " TERMINUS " --char U+0041 --ppem 16 --png @/t.png --type bitmap", 0, "0 12 8 16 embedded\n"},
+      {"glyph " SANS " --char U+0041 --ppem 16 --type gray4", 2}, {"validate", 2},
+      {"validate " SANS " " TERMINUS, 1,
+       SANS ": valid\n" TERMINUS ": invalid (error 448: table directory inconsistent)\n"},
       // measure FOLDER: the library's line, and its refusals.
       {"measure @/absent", 1, "", "", {}, -1, "not a folder"},
       {"measure @", 1, "", "", {}, -1, "Error=8\n"},  // no pictures

@@ -1,15 +1,16 @@
 // fontvec glyph: one glyph's scaled points as the scaler leaves them,
 // hinted by the font's programs unless --no-hints, in 26.6 units with the
 // origin at the left phantom place (rounded to the grid when hinted, as the
-// outline's extraction rounds it), and the rounded advance (a CFF glyph's contours in the engine's order: reversed, each
-// closed on a point of its own, a cubic's two controls `off`); or with --png
-// its 8-bit graymap as a grey PNG; or with --bitmap its trimmed 1-bit map,
-// as a 1-bit grey PNG or as text rows of '#' and '.'; either map in a
-// style (an image effect, softening, boldness) set through the client's
-// setters. Starts a private engine client, adds and
-// sets the font, sets the scale and the character map, and asks the glyph
-// request calls for the advance and the points, or the graymap. With
-// --memory the font is added from the file's bytes in memory.
+// outline's extraction rounds it), and the rounded advance (a CFF glyph's
+// contours in the engine's order: reversed, each closed on a point of its
+// own, a cubic's two controls `off`); or with --png its map of the --type
+// asked (8-bit gray by default) as a PNG; or with --bitmap its trimmed
+// 1-bit map, as a 1-bit grey PNG or as text rows of '#' and '.'; either map
+// in a style (an image effect, softening, boldness) set through the
+// client's setters. Starts a private engine client, adds and sets the font,
+// sets the scale and the character map, and asks the glyph request calls
+// for the advance and the points, or the map. With --memory the font is
+// added from the file's bytes in memory.
 #include <math.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -68,7 +69,17 @@ FS_LONG setUp(FS_STATE* st, const char* path, FS_BYTE* image,
   return 0;
 }
 
-// Writes an 8-bit graymap as a grey PNG, ink dark on white. A map with no
+// The level of pixel (x, y) of a graymap of 2, 4 or 8 bits, spread over
+// 0 to 255.
+unsigned grayLevel(const FS_GRAYMAP* g, int x, int y) {
+  int d = g->bitsPerPixel;
+  if (d != 2 && d != 4) return g->bits[y * g->bpl + x];
+  int bit = x * d;
+  unsigned v = (g->bits[y * g->bpl + (bit >> 3)] >> (8 - d - (bit & 7))) & ((1u << d) - 1);
+  return v * 255 / ((1u << d) - 1);
+}
+
+// Writes a graymap as an 8-bit grey PNG, ink dark on white. A map with no
 // pixels becomes one white pixel, PNG having no empty image. False when the
 // file can't be written.
 bool writeGraymapPng(const char* out, const FS_GRAYMAP* g) {
@@ -91,7 +102,7 @@ bool writeGraymapPng(const char* out, const FS_GRAYMAP* g) {
   for (png_uint_32 y = 0; y < h; y++) {
     for (png_uint_32 x = 0; x < w; x++)
       row[x] = (png_byte)(g->width > 0 && g->height > 0
-                              ? 255 - g->bits[y * (png_uint_32)g->bpl + x]
+                              ? 255 - grayLevel(g, (int)x, (int)y)
                               : 255);
     png_write_row(png, row);
   }
@@ -165,17 +176,32 @@ int printPoints(FS_STATE* st, const char* path, FS_ULONG id) {
   return 0;
 }
 
-// The graymap of `id` written to `pngOut`, its box printed; 0 or 1.
+// Writes a colour glyph's own PNG stream as it is.
+bool writeIconPng(const char* out, const FS_GLYPHMAP* g) {
+  FILE* fp = fopen(out, "wb");
+  if (fp == NULL) return false;
+  size_t n = g->size > 40 ? (size_t)(g->size - 40) : 0;
+  bool ok = fwrite(g->bits, 1, n, fp) == n;
+  return fclose(fp) == 0 && ok;
+}
+
+// The map of `id` of glyphmap type `type` written to `pngOut` (a colour
+// glyph's own PNG, a 1-bit PNG for a bitmap, else grey), its box printed,
+// with " embedded" for a strike's map; 0 or 1.
 int writeGraymap(FS_STATE* st, const char* path, FS_ULONG id,
-                 const char* pngOut) {
-  FS_GLYPHMAP* g = FSS_get_glyphmap(st, id, FS_MAP_GRAYMAP8);
+                 const char* pngOut, FS_USHORT type) {
+  FS_GLYPHMAP* g = FSS_get_glyphmap(st, id, type);
   if (g == NULL) return engineError(path, st);
   int status = 0;
-  if (!writeGraymapPng(pngOut, g)) {
+  bool written = g->bitsPerPixel == 32   ? writeIconPng(pngOut, g)
+                 : g->bitsPerPixel == 1 ? writeBitmapPng(pngOut, g)
+                                        : writeGraymapPng(pngOut, g);
+  if (!written) {
     fontvec_error("%s: cannot write the PNG file", pngOut);
     status = 1;
   } else {
-    printf("%d %d %d %d\n", g->lo_x, g->hi_y, g->width, g->height);
+    printf("%d %d %d %d%s\n", g->lo_x, g->hi_y, g->width, g->height,
+           g->embedded ? " embedded" : "");
   }
   FSS_free_char(st, g);
   return status;
@@ -248,6 +274,8 @@ struct GlyphRequest {
   bool haveWidth = false, haveOpacity = false, haveBold = false;
   double opacity = 1.0, boldPct = 0.0;
   bool soften = false, pixelBold = false;
+  FS_USHORT type = FS_MAP_GRAYMAP8;  // of --png without --bitmap
+  bool haveType = false;
   bool styled() const {
     return effect != 0 || haveWidth || haveOpacity || soften || haveBold || pixelBold;
   }
@@ -269,6 +297,16 @@ int setStyle(FS_STATE* st, const GlyphRequest& r) {
   return 0;
 }
 
+// The --type words and the glyphmap types they ask for.
+const struct {
+  const char* word;
+  FS_USHORT type;
+} kPngTypes[] = {{"bitmap", FS_MAP_BITMAP},
+                 {"gray2", FS_MAP_GRAYMAP2},
+                 {"gray4", FS_MAP_GRAYMAP4},
+                 {"gray8", FS_MAP_GRAYMAP8},
+                 {"icon", FS_MAP_GRAYMAP8 | FS_MAP_RASTER_ICON}};
+
 // Reads the options; false on a usage error.
 bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
   for (int i = 0; i < argc; i++) {
@@ -289,6 +327,12 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
       if (!parseNumber(argv[++i], 10, 0xFFFFFFFFul, &r->index)) return false;
     } else if (strcmp(a, "--png") == 0 && i + 1 < argc) {
       r->pngOut = argv[++i];
+    } else if (strcmp(a, "--type") == 0 && i + 1 < argc) {
+      const char* w = argv[++i];
+      r->haveType = false;
+      for (const auto& t : kPngTypes)
+        if (strcmp(w, t.word) == 0) r->type = t.type, r->haveType = true;
+      if (!r->haveType) return false;
     } else if (strcmp(a, "--bitmap") == 0) {
       r->bitmap = true;
     } else if (strcmp(a, "--text") == 0) {
@@ -332,6 +376,7 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
   // need --bitmap.
   if (r->bitmap && (r->pngOut != NULL) == r->text) return false;
   if (!r->bitmap && (r->text || r->dropout)) return false;
+  if (r->haveType && (r->bitmap || r->pngOut == NULL)) return false;
   // A style needs a map; pixel boldness needs boldness.
   if (r->styled() && r->pngOut == NULL && !r->bitmap) return false;
   if (r->pixelBold && !r->haveBold) return false;
@@ -377,7 +422,7 @@ int fontvec_glyph(int argc, char** argv) {
     if (r.dropout) FS_set_flags(&st, FLAGS_RESERVED_BIT0);  // dropout control
     FS_ULONG id = r.haveChar ? (FS_ULONG)r.code : (FS_ULONG)r.glyph;
     status = r.bitmap ? writeBitmap(&st, r.path, id, r.pngOut)
-             : r.pngOut != NULL ? writeGraymap(&st, r.path, id, r.pngOut)
+             : r.pngOut != NULL ? writeGraymap(&st, r.path, id, r.pngOut, r.type)
                                 : printPoints(&st, r.path, id);
   }
   FSS_exit(&st);

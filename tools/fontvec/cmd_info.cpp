@@ -3,7 +3,8 @@
 // with --cmap, the character map the renderer would choose, one "U+XXXX
 // GLYPH" line per mapped code; with --kern, the font's kerning pairs, one
 // "LEFT RIGHT VALUE" line each; with --cff, the CFF table's dicts and
-// subroutines; with --ppem N and --cvt, the control values after the font
+// subroutines; with --strikes, one line per embedded bitmap strike; with
+// --ppem N and --cvt, the control values after the font
 // program and the control-value program ran at that size, one "INDEX
 // VALUE" line each (26.6 integers), or with --gs the default graphic state
 // they left, one "key: value" line each. With --memory the font is read
@@ -28,6 +29,7 @@
 #include "Orvex_internal/fs_ltt.h"
 #include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/fs_request.h"
+#include "Orvex_internal/fs_sbit.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "tools/fontvec/commands.h"
@@ -115,7 +117,9 @@ void printInfo(const TTF* ttf) {
          ttf->head->xMax, ttf->head->yMax);
   printf("ascender: %d\n", ttf->hhea->yAscender);
   printf("descender: %d\n", ttf->hhea->yDescender);
-  printf("outlines: %s\n", ttf->cff ? "CFF" : "glyf");
+  printf("outlines: %s\n", ttf->cff                                 ? "CFF"
+                          : ttf->glyf_size != 0 && ttf->loca != NULL ? "glyf"
+                                                                     : "none");
   const QSX_RA_TT_Decomp* d = (const QSX_RA_TT_Decomp*)ttf->decomp;
   if (d != NULL) {
     unsigned long raw = 0, unit = 0;
@@ -132,6 +136,19 @@ void printInfo(const TTF* ttf) {
     printf("glyph_format: %s 0x%04X\n",
            (format >> 8) == 5 || (format >> 8) == 7 ? "ddd" : "ccc",
            (unsigned)format);
+}
+
+// One "PPEMX PPEMY DEPTH FLAGS START END SUBTABLES" line per strike of the
+// font's bitmap location table; nothing for a font without strikes.
+void printStrikes(const TTF* ttf) {
+  const TTF_EBLC_PARTIAL* p = ttf->ttf_EBLC_partial;
+  for (FS_ULONG i = 0; p != NULL && i < p->numSizes; i++) {
+    const BITMAP_SIZE_TABLE* b = &p->bsta[i].bst;
+    printf("%u %u %u %u %u %u %lu\n", (unsigned)b->ppemX, (unsigned)b->ppemY,
+           (unsigned)b->bitDepth, (unsigned)(FS_BYTE)b->flags,
+           (unsigned)b->startGlyphIndex, (unsigned)b->endGlyphIndex,
+           (unsigned long)b->numberOfIndexSubTables);
+  }
 }
 
 // The CFF table's top level: CID or not, font dicts, subroutine counts
@@ -337,6 +354,7 @@ int fontvec_info(int argc, char** argv) {
   bool memory = false;
   bool cvt = false;
   bool gs = false;
+  bool strikes = false;
   unsigned long ppem = 0;
   for (int i = 0; i < argc; i++) {
     if (strcmp(argv[i], "--memory") == 0) {
@@ -351,6 +369,8 @@ int fontvec_info(int argc, char** argv) {
       cvt = true;
     } else if (strcmp(argv[i], "--gs") == 0) {
       gs = true;
+    } else if (strcmp(argv[i], "--strikes") == 0) {
+      strikes = true;
     } else if (strcmp(argv[i], "--ppem") == 0 && i + 1 < argc) {
       if (!parsePpem(argv[++i], &ppem)) return fontvec_usage("info");
     } else if (strcmp(argv[i], "--index") == 0 && i + 1 < argc) {
@@ -363,7 +383,8 @@ int fontvec_info(int argc, char** argv) {
       return fontvec_usage("info");
     }
   }
-  if (path == NULL || (int)cmap + (int)kern + (int)cff + (int)cvt + (int)gs > 1 ||
+  if (path == NULL || (int)cmap + (int)kern + (int)cff + (int)cvt + (int)gs +
+              (int)strikes > 1 ||
       (cvt || gs) != (ppem != 0))
     return fontvec_usage("info");
 
@@ -383,7 +404,8 @@ int fontvec_info(int argc, char** argv) {
     if (cvt || gs) return printPrograms(&state, path, index, ppem, cvt);
     if (kern) return printKerning(&state, path, index);
     FS_BYTE type = sfntType(path);
-    if (type == FNT_TYPE_LINKED && !cff) return printLinkInfo(&state, path);
+    if (type == FNT_TYPE_LINKED && !cff && !strikes)
+      return printLinkInfo(&state, path);
     TTF* ttf = load_ttf(&state, (FILECHAR*)path, gImage, index, 0,
                         (FS_ULONG)gImageSize, 0, type);
     if (ttf == NULL) {
@@ -396,6 +418,11 @@ int fontvec_info(int argc, char** argv) {
       int status = printCff(&state, path, ttf);
       unload_ttf(&state, ttf);
       return status;
+    }
+    if (strikes) {
+      printStrikes(ttf);
+      unload_ttf(&state, ttf);
+      return 0;
     }
     printInfo(ttf);
     unload_ttf(&state, ttf);

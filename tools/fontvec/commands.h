@@ -14,6 +14,7 @@ struct FontvecCommand {
 int fontvec_measure(int argc, char** argv);
 int fontvec_info(int argc, char** argv);
 int fontvec_glyph(int argc, char** argv);
+int fontvec_validate(int argc, char** argv);
 // fontvec FONT...: the feature vector of each font file (no command word).
 int fontvec_font(int argc, char** argv);
 extern const char* const kFontSynopsis;
