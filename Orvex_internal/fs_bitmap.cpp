@@ -422,7 +422,7 @@ FS_BITMAP* get_bitmap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
       return b;
     }
     if (b != nullptr) {
-      b = bitmap_effects_seam(state, b);
+      b = bitmap_effects(state, b);
       if (b == nullptr) {
         state->flags = flags;
         return nullptr;

@@ -6,7 +6,7 @@
 
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_validate.h"
-#include "support/linked_font.h"
+#include "support/ltt_builder.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
 #include "support/typeset_font.h"
@@ -67,7 +67,7 @@ TEST(FontValidation, PackagedFacesHandMadeFilesAndLinkedFonts) {
   for (const auto& r : rows) {
     std::string path = dir.file("font.ttf");
     unlink(path.c_str());
-    if (!r.bytes.empty()) writeFileBytes(path, r.bytes);
+    if (!r.bytes.empty()) writeBytes(path, sfnt::asString(r.bytes));
     EXPECT_EQ(FS_validate_font(&c.st, path.c_str(), nullptr, 0, 0, 0), r.error == 0) << r.why;
     EXPECT_EQ(c.st.error, r.error) << r.why;
   }
