@@ -101,6 +101,17 @@ TEST(Rtgah, HandBuiltGlyphs) {
   EXPECT_EQ(h.y[2] - h.y[9], 84);
   EXPECT_TRUE((h.y[2] & 63) == 0 || (h.y[9] & 63) == 0);
   EXPECT_EQ(h.x[0], 92);  // the stems: 101-202 becomes 92-192
+  // Two strokes claim point 0 (lower edge at 10): the lower in sorted order,
+  // 10-125 (centre 67 aligned to 71), places it at 14; the other, 10-180,
+  // is skipped whole.
+  Glyph two({{{10, 0}, {10, 600}, {125, 600}, {125, 400}, {180, 300}, {180, 0}}}, 300);
+  STROKE* st = two.r->strokes;
+  st[0] = {0, 1, 2, 3, nullptr, nullptr, 67, 67, 115, 0, 600};
+  st[1] = {0, 1, 4, 5, nullptr, nullptr, 95, 95, 170, 0, 600};
+  adjust_outline('x', 0, 2, st, &two.els[1], &two.gs);
+  EXPECT_EQ(two.x[0], 14);
+  EXPECT_EQ(two.x[2], 128);
+  EXPECT_EQ(two.f[4] & XMOVED, 0);
   // A one-point contour is passed over; the stem beside it still aligns.
   Glyph dot({{{500, 500}}, rect(83, 0, 179, 640)}, 600);
   dot.run();
@@ -205,7 +216,7 @@ TEST(Rtgah, RealFontsStemsOnTheGrid) {
       ASSERT_EQ(font.setPpem(ppem), 0);
       ASSERT_EQ(FSS_set_cmap(&font.st, 3, 1), 0);
       font.st.flags |= FLAGS_FORCE_AUTOHINT | FLAGS_GRAYSCALE;
-      int placed = 0, aligned = 0, even = 0;
+      int placed = 0, aligned = 0, even = 0, raw_aligned = 0;
       F26DOT6 worst = 0;
       for (const char* set : {"ABCDEFGHIJKLMNOPQRSTUVWXYZ", "abcdefghijklmnopqrstuvwxyz"})
         for (const char* c = set; *c; c++) {
@@ -245,13 +256,15 @@ TEST(Rtgah, RealFontsStemsOnTheGrid) {
               for (PLIST* q = t.e1; q; q = q->next) claimed[q->pt] = true;
               for (PLIST* q = t.e2; q; q = q->next) claimed[q->pt] = true;
               placed++;
+              const F26DOT6* sc = xy == 'x' ? sx.data() : sy.data();
+              raw_aligned += (sc[t.p0] & 63) == 0 || (sc[t.p2] & 63) == 0;
               aligned += (h[t.p0] & 63) == 0 || (h[t.p2] & 63) == 0;
               even += h[t.p2] - h[t.p0] == 2 * (t.width >> 1);
             }
           }
         }
-      printf("%s %d: %d strokes, %d on the grid, %d even, worst move %ld/64\n",
-             path + 25, ppem, placed, aligned, even, (long)worst);
+      printf("%s %d: %d strokes, %d on the grid (%d unhinted), %d even, worst move %ld/64\n",
+             path + 25, ppem, placed, aligned, raw_aligned, even, (long)worst);
       EXPECT_EQ(aligned, placed) << path << " " << ppem;
       // Re-found over the snapped places, a few thin serif strokes (width
       // 11 to 17 at 9 and 12 ppem) whose ends other strokes claimed pass
