@@ -217,12 +217,17 @@ TEST(Rtgah, RealFontsStemsOnTheGrid) {
       ASSERT_EQ(FSS_set_cmap(&font.st, 3, 1), 0);
       font.st.flags |= FLAGS_FORCE_AUTOHINT | FLAGS_GRAYSCALE;
       int placed = 0, aligned = 0, even = 0, raw_aligned = 0;
+      FS_ULONG heap = 0;
       F26DOT6 worst = 0;
       for (const char* set : {"ABCDEFGHIJKLMNOPQRSTUVWXYZ", "abcdefghijklmnopqrstuvwxyz"})
         for (const char* c = set; *c; c++) {
           FS_GLYPH_POINTS* pts = FSS_get_points(&font.st, (FS_ULONG)*c);
           ASSERT_NE(pts, nullptr) << *c << " suitable " << font.st.cur_sfnt->rtgah_suitable << " comps " << ((fsg_SplineKey*)font.st.cur_sfnt->senv->ttkey)->num_comps << " np " << ((fsg_SplineKey*)font.st.cur_sfnt->senv->ttkey)->num_points;
           FSS_free(&font.st, pts);
+          // The hinter's memory came with the key: the heap stands where
+          // the first glyph left it.
+          if (heap == 0) heap = font.st.server->allocated;
+          ASSERT_EQ(font.st.server->allocated, heap) << *c;
           ASSERT_TRUE(font.st.any_hints & 16) << *c;
           fsg_SplineKey* key = (fsg_SplineKey*)font.st.cur_sfnt->senv->ttkey;
           fnt_ElementType* el = fsg_glyph_element(key);
