@@ -24,6 +24,10 @@ const int kMutations = 300;
 const int kMutations = 1000;
 #endif
 
+const char* const kFonts[] = {"/usr/share/fonts/truetype/dejavu/DejaVuSansCondensed.ttf",
+                              "/usr/share/fonts/truetype/freefont/FreeSans.ttf",
+                              "/usr/share/fonts/truetype/freefont/FreeSerif.ttf"};
+
 typedef std::vector<std::vector<std::pair<int, int>>> Contours;
 
 // A glyph element over its own arrays, and the state rtgah reads.
@@ -52,21 +56,12 @@ struct Glyph {
     fnt_ElementType& el = els[1];
     el = {x.data(), y.data(), ox.data(), oy.data(), oox.data(), ooy.data(),
           on.data(), sp.data(), ep.data(), f.data(), (FS_SHORT)sp.size(), (FS_SHORT)np};
-    sfnt.ref_lines[7] = slot7;
-    sfnt.rtgah_suitable = 1;
-    r->stateflags = 0x400000;
-    r->rtgah_suitable = 1;
-    g.rtgah_data = r.get();
-    g.sfnt = &sfnt;
-    g.pixelsPerEm = 16;
-    gs.elements = els;
-    gs.CE0 = &els[1];
-    gs.globalGS = &g;
+    sfnt.ref_lines[7] = slot7, sfnt.rtgah_suitable = 1;
+    r->stateflags = 0x400000, r->rtgah_suitable = 1;
+    g.rtgah_data = r.get(), g.sfnt = &sfnt, g.pixelsPerEm = 16;
+    gs.elements = els, gs.CE0 = &els[1], gs.globalGS = &g;
   }
-  void run(int script = 0) {
-    r->script = (FS_SHORT)script;
-    rtgah(&gs);
-  }
+  void run(int script = 0) { r->script = (FS_SHORT)script, rtgah(&gs); }
 };
 
 std::vector<std::pair<int, int>> rect(int x0, int y0, int x1, int y1) {
@@ -159,11 +154,7 @@ TEST(Rtgah, FirstGlyphSetsSideBearingsOrUnsuitable) {
 }
 
 STROKE stroke(F26DOT6 center, F26DOT6 width) {
-  STROKE s = {};
-  s.raw_center = s.adj_center = center;
-  s.width = width;
-  s.max = 1000;
-  return s;
+  return STROKE{0, 0, 0, 0, nullptr, nullptr, center, center, width, 0, 1000};
 }
 
 TEST(Rtgah, StrokesTooClose) {
@@ -205,11 +196,8 @@ TEST(Rtgah, CollisionsKeepTwoBarsApart) {
 // placed (none of its ends claimed by a lower one) has an edge on the grid
 // and an even-halved width; no point moves more than 3/4 pixel.
 TEST(Rtgah, RealFontsStemsOnTheGrid) {
-  const char* fonts[] = {"/usr/share/fonts/truetype/dejavu/DejaVuSansCondensed.ttf",
-                         "/usr/share/fonts/truetype/freefont/FreeSans.ttf",
-                         "/usr/share/fonts/truetype/freefont/FreeSerif.ttf"};
   std::unique_ptr<RTGAH_DATA> r(new RTGAH_DATA());
-  for (const char* path : fonts)
+  for (const char* path : kFonts)
     for (int ppem : {9, 12, 16, 24, 36, 72}) {
       testsupport::TypesetFont font;
       ASSERT_EQ(font.open(path), 0) << "missing font " << path;
@@ -222,7 +210,7 @@ TEST(Rtgah, RealFontsStemsOnTheGrid) {
       for (const char* set : {"ABCDEFGHIJKLMNOPQRSTUVWXYZ", "abcdefghijklmnopqrstuvwxyz"})
         for (const char* c = set; *c; c++) {
           FS_GLYPH_POINTS* pts = FSS_get_points(&font.st, (FS_ULONG)*c);
-          ASSERT_NE(pts, nullptr) << *c << " suitable " << font.st.cur_sfnt->rtgah_suitable << " comps " << ((fsg_SplineKey*)font.st.cur_sfnt->senv->ttkey)->num_comps << " np " << ((fsg_SplineKey*)font.st.cur_sfnt->senv->ttkey)->num_points;
+          ASSERT_NE(pts, nullptr) << *c;
           FSS_free(&font.st, pts);
           // The hinter's memory came with the key: the heap stands where
           // the first glyph left it.
@@ -237,10 +225,8 @@ TEST(Rtgah, RealFontsStemsOnTheGrid) {
           std::vector<FS_BYTE> f(np, 0);
           fnt_ElementType s = *el;
           s.x = s.ox = sx.data(), s.y = s.oy = sy.data(), s.f = f.data();
-          for (int i = 0; i < np; i++) {
-            worst = std::max(worst, std::abs(el->x[i] - el->ox[i]));
-            worst = std::max(worst, std::abs(el->y[i] - el->oy[i]));
-          }
+          for (int i = 0; i < np; i++)
+            worst = std::max({worst, std::abs(el->x[i] - el->ox[i]), std::abs(el->y[i] - el->oy[i])});
           for (int xy : {'x', 'y'}) {
             const F26DOT6* h = xy == 'x' ? el->x : el->y;
             int cursor = 0;
@@ -289,16 +275,37 @@ TEST(Rtgah, MalformedOutlinesStayInBounds) {
   for (int i = 0; i < 100; i++) stems100.push_back(rect(i * 100, 0, i * 100 + 60, 900));
   std::vector<Contours> shapes = {pieces200, stems100, {{{5, 5}, {5, 5}, {5, 5}, {5, 5}}},
                                   {{{1, 1}}, {{2, 2}, {2, 90}}, rect(0, 0, 100, 100)}};
+  // Seeds: real letters of the three fonts, unhinted at 16 ppem.
+  std::vector<Contours> seeds;
+  for (const char* path : kFonts) {
+    testsupport::TypesetFont font;
+    ASSERT_EQ(font.open(path), 0) << "missing font " << path;
+    ASSERT_EQ(font.setPpem(16), 0);
+    ASSERT_EQ(FSS_set_cmap(&font.st, 3, 1), 0);
+    font.st.flags |= FLAGS_NO_HINTS;
+    for (const char* c = "aBgQ&m"; *c; c++) {
+      FS_GLYPH_POINTS* pts = FSS_get_points(&font.st, (FS_ULONG)*c);
+      ASSERT_NE(pts, nullptr);
+      Contours cs(pts->nc);
+      for (int k = 0; k < pts->nc; k++)
+        for (int i = pts->sp[k]; i <= pts->ep[k]; i++) cs[k].push_back({pts->x[i], pts->y[i]});
+      seeds.push_back(cs);
+      FSS_free(&font.st, pts);
+    }
+  }
   for (int k = 0; k < kMutations; k++) {
-    Contours cs = shapes[k % shapes.size()];
-    if (k >= 4) {
-      cs = {};
-      int n = 1 + (int)(rng() % 40);
-      std::vector<std::pair<int, int>> c;
-      for (int i = 0; i < n; i++)
-        c.push_back({(int)(rng() % 2000) - 1000, (int)(rng() % 3) ? (int)(rng() % 2000) - 1000 : 0});
-      cs.push_back(c);
-      if (rng() & 1) cs.push_back(rect(0, 0, (int)(rng() % 300), (int)(rng() % 300)));
+    Contours cs = shapes[(k / 2) % shapes.size()];
+    if (k % 2 == 0) {
+      // A real letter with some coordinates moved, its first two contours
+      // joined now and then.
+      cs = seeds[(k / 2) % seeds.size()];
+      for (int m = (int)(rng() % 6); m >= 0; m--) {
+        auto& c = cs[rng() % cs.size()];
+        auto& p = c[rng() % c.size()];
+        (rng() & 1 ? p.first : p.second) += (int)(rng() % 129) - 64;
+      }
+      if (rng() % 3 == 0 && cs.size() > 1)
+        cs[0].insert(cs[0].end(), cs[1].begin(), cs[1].end()), cs.erase(cs.begin() + 1);
     }
     Glyph gl(cs, 600, (k & 1) ? 0 : 64);
     gl.g.pixelsPerEm = (k & 2) ? 72 : 9;
