@@ -8,6 +8,8 @@
 
 #include <string.h>
 
+#include "Orvex_internal/fs_rtgah.h"
+
 namespace {
 
 typedef fnt_LocalGraphicStateType GS;
@@ -1591,7 +1593,7 @@ void set_UD_functions(FS_SHORT UD_function_type) {
 }
 
 // SEAM: the real-time autohinter (AA 11), not built.
-void fnt_rtgah_seam(fnt_LocalGraphicStateType*) {}
+void fnt_rtgah_seam(fnt_LocalGraphicStateType* gs) { rtgah(gs); }
 // SEAM: the alignment-zone hinters (AA 5 to 9), not specified further.
 void fnt_alignment_zone_seam(fnt_LocalGraphicStateType*, FS_LONG) {}
 // SEAM: the script autohinters (AA 1, 3, 4 and the rest), not specified

@@ -216,9 +216,9 @@ const FS_LONG FNT_MAX_INSTRUCTIONS = 1000000;
 const FS_LONG FNT_STACK_SLACK = 32;
 
 // Seams of the engine's own hinting behind the autohinter door (0x7F): the
-// real-time autohinter, the alignment-zone hinters, the script autohinters
-// and the delta hint streams. Each moves the current glyph element's points
-// in place; none is built, so each does nothing.
+// real-time autohinter (built: rtgah), the alignment-zone hinters, the
+// script autohinters and the delta hint streams. Each moves the current
+// glyph element's points in place; those not built do nothing.
 void fnt_rtgah_seam(fnt_LocalGraphicStateType* gs);
 void fnt_alignment_zone_seam(fnt_LocalGraphicStateType* gs, FS_LONG which);
 void fnt_script_autohint_seam(fnt_LocalGraphicStateType* gs, FS_LONG which,

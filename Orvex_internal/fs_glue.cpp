@@ -365,15 +365,31 @@ FS_LONG do_hints(FS_STATE* state, fsg_SplineKey* key, FS_LONG base,
   return err;
 }
 
+// The autohinter's program: push 11, AA.
+const FS_BYTE kAutohintProgram[3] = {0xB0, 0x0B, 0x7F};
+
+// Whether the client forces the autohinter on this hinted glyph: gray
+// output, a font not drawn by strokes and not found unsuitable.
+bool forced_autohint(FS_STATE* state, fsg_SplineKey* key) {
+  FS_ULONG f = state->flags;
+  return (f & FLAGS_FORCE_AUTOHINT) && (f & FLAGS_GRAYSCALE) &&
+         !(key->sfnt->lfnt->fontflags & FONTFLAG_STROKE) &&
+         key->sfnt->rtgah_suitable != 0;
+}
+
 // Loads glyph `index` at the end of the glyph element: its points, then its
 // 8 phantom places (not counted in np). `level` is the nesting depth.
+// `forced` tells the components of a forced top glyph to load without
+// their programs.
 FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
-                 int level, FS_BOOLEAN useHints) {
+                 int level, FS_BOOLEAN useHints, FS_BOOLEAN forced = 0) {
   TTF* ttf = key_ttf(key);
   fnt_ElementType* el = fsg_glyph_element(key);
   if (index >= key->maxp->numGlyphs) return fail(state, ERR_BAD_GLYF_INDEX);
-  // A stroke font's `nstk` list and the autohinters join here with hinting.
-  (void)useHints;
+  // Forced autohinting: the top glyph runs the autohinter's program in
+  // place of its own, its components none.
+  bool autohint = useHints && level == 0 && forced_autohint(state, key);
+  if (level == 0) forced = autohint;
 
   FS_ULONG offset = 0, length = 0;
   FS_LONG err = get_glyph_parms(state, key, index, &offset, &length);
@@ -423,8 +439,13 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
       el->np = (FS_SHORT)(base + n);
       key->num_points = (FS_USHORT)el->np;
       key->num_contours = (FS_USHORT)el->nc;
-      if (useHints)
+      if (useHints && forced) {
+        if (level == 0) state->any_hints |= 16;
+        err = do_hints(state, key, base, cbase, kAutohintProgram,
+                       level == 0 ? 3 : 0, 0);
+      } else if (useHints) {
         err = do_hints(state, key, base, cbase, data + insPos, insLength, 0);
+      }
     }
     FSS_free(state, data);
     return err;
@@ -459,7 +480,7 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
     }
     if (comp.index == key->glyphIndex) continue;  // the top glyph in itself
     FS_LONG compStart = el->np;
-    err = get_comp(state, key, comp.index, level + 1, useHints);
+    err = get_comp(state, key, comp.index, level + 1, useHints, forced);
     if (err) break;
     FS_LONG compEnd = el->np;
     if (comp.flags & USE_MY_METRICS) {
@@ -507,7 +528,10 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
   // WE_HAVE_INSTRUCTIONS: the composite's own program follows the last
   // component, a 2-byte length and the bytes, and runs over the joined
   // points.
-  if (useHints && (lastFlags & WE_HAVE_INSTRUCTIONS)) {
+  if (useHints && forced && level == 0) {
+    state->any_hints |= 16;
+    err = do_hints(state, key, base, cbase, kAutohintProgram, 3, 1);
+  } else if (useHints && !forced && (lastFlags & WE_HAVE_INSTRUCTIONS)) {
     FS_CURSOR ic = cursor_at(data, length, pos);
     FS_USHORT insLength = cursor_u16(&ic);
     if (ic.overrun || (FS_ULONG)insLength > length - ic.pos) {
@@ -775,6 +799,17 @@ void set_up_global_gs(FS_STATE* state, fsg_SplineKey* key, TTF* ttf) {
   g->identityTransformation = key->identityTransformation;
   g->stateflags = state->flags;
   g->fontflags = key->sfnt->lfnt->fontflags;
+  // The autohinter's copies: script 0 and no character until scripts are
+  // told apart.
+  RTGAH_DATA* r = &key->rtgah;
+  rtgah_data_init(r);
+  g->rtgah_data = r;
+  r->stateflags = state->flags;
+  r->fontflags = key->sfnt->lfnt->fontflags;
+  r->fnt_type = key->sfnt->lfnt->fnt_type;
+  r->rtgah_suitable = key->sfnt->rtgah_suitable;
+  r->script = 0;
+  r->unicode = 0xFFFF;
   FS_FIXED(*m)[3] = key->currentTMatrix;
   g->non90DegreeTransformation =
       (FS_BYTE)(((m[0][1] != 0 || m[1][0] != 0) ? 1 : 0) |
@@ -893,6 +928,8 @@ FS_LONG run_glyph_program(FS_STATE* state, fsg_SplineKey* key,
                           FS_BOOLEAN composite) {
   FS_LONG err = fsg_RunGlyphProgram(state, key, pgm, length, composite);
   update_scanControl(key, (FS_ULONG)key->globalGS.localParBlock.scanControl);
+  // A font the autohinter found unsuitable stays so.
+  if (key->rtgah.rtgah_suitable == 0) key->sfnt->rtgah_suitable = 0;
   return err;
 }
 

@@ -587,21 +587,6 @@ bool measure(FS_STATE* state, FS_ULONG code, F26DOT6* lo, F26DOT6* hi) {
   return true;
 }
 
-// The lowest bottom and highest top over the letters of `codes`; untouched
-// when the font has none of them. True when one was measured.
-bool measure_extremes(FS_STATE* state, const FS_ULONG* codes, int n,
-                      F26DOT6* lowest, F26DOT6* highest) {
-  bool any = false;
-  for (int i = 0; i < n; i++) {
-    F26DOT6 lo, hi;
-    if (!measure(state, codes[i], &lo, &hi)) continue;
-    if (!any || lo < *lowest) *lowest = lo;
-    if (!any || hi > *highest) *highest = hi;
-    any = true;
-  }
-  return any;
-}
-
 // One alphabet's letters in the roles of the first six slots: the flat
 // capitals (slots 0 and 4), the round capital (1 and 5), the letters that
 // reach lowest (2) and the round small letter (3).
@@ -619,16 +604,34 @@ const Alphabet kLatin = {{'B', 'E', 'H', 'T', 'Z'}, 5, 'O',
 const Alphabet kCyrillic = {{1045}, 1, 1054, {1083}, 1, 1086};
 const Alphabet kGreek = {{917}, 1, 927, {960}, 1, 959};
 
+// The lowest top and highest bottom over the letters of `codes`; untouched
+// when the font has none of them. True when one was measured.
+bool measure_inner(FS_STATE* state, const FS_ULONG* codes, int n,
+                   F26DOT6* lowestTop, F26DOT6* highestBottom) {
+  bool any = false;
+  for (int i = 0; i < n; i++) {
+    F26DOT6 lo, hi;
+    if (!measure(state, codes[i], &lo, &hi)) continue;
+    if (!any || hi < *lowestTop) *lowestTop = hi;
+    if (!any || lo > *highestBottom) *highestBottom = lo;
+    any = true;
+  }
+  return any;
+}
+
+// Slot 0 the flat capitals' lowest top, 4 their highest bottom; 1 and 5
+// the round capital's top and bottom; 2 the lowest top of the small
+// letters; 3 the round small letter's top.
 void measure_alphabet(FS_STATE* state, const Alphabet& a, F26DOT6* r) {
   F26DOT6 lo, hi;
-  measure_extremes(state, a.flat, a.num_flat, &r[0], &r[4]);
+  measure_inner(state, a.flat, a.num_flat, &r[0], &r[4]);
   if (measure(state, a.round_capital, &lo, &hi)) {
-    r[1] = lo;
-    r[5] = hi;
+    r[1] = hi;
+    r[5] = lo;
   }
   F26DOT6 ignored = 0;
-  measure_extremes(state, a.low, a.num_low, &r[2], &ignored);
-  if (measure(state, a.round_small, &lo, &hi)) r[3] = lo;
+  measure_inner(state, a.low, a.num_low, &r[2], &ignored);
+  if (measure(state, a.round_small, &lo, &hi)) r[3] = hi;
 }
 
 // A script measured by its letters, each giving a bottom and a top slot

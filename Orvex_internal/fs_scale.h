@@ -7,6 +7,7 @@
 
 #include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_fnt.h"
+#include "Orvex_internal/fs_rtgah.h"
 #include "Orvex_internal/fs_state.h"
 
 struct TTF;
@@ -95,6 +96,7 @@ struct fsg_SplineKey {
   FS_FIXED user_scale[4];  // s00, s01, s10, s11
   CFF_DATA cffdata;        // the charstring interpreter's, for CFF fonts
   fnt_GlobalGraphicStateType globalGS;  // the instruction interpreter's
+  RTGAH_DATA rtgah;  // the autohinter's, behind globalGS.rtgah_data
 };
 
 // Splits a scale into pixels per em along x and y (16.16, magnitudes) and

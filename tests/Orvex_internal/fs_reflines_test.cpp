@@ -11,11 +11,12 @@
 namespace {
 
 // Glyph extents times ppem * 64 / 2048, a negative half rounded up. DejaVu
-// Sans: BEHTZ 0..1493, "O" and "o" from -29 to 1520, "y" down to -426.
+// Sans: BEHTZ 0..1493, "O" from -29 to 1520, "wxyz" and "o" up to 1120
+// and 1147 (slot 0 the flat capitals' lowest top, 4 their highest bottom).
 TEST(RefLines, PinnedForARealFont) {
   const char* sans = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
   const struct { const char* path; int ppem; F26DOT6 slot[6]; } rows[] = {
-      {sans, 24, {0, -22, -319, -22, 1120, 1140}},  // -21.75; -319.5 (half up); 1119.75; 1140
+      {sans, 24, {1120, 1140, 840, 860, 0, -22}},  // 1119.75; 1140; 840; 860.25; -21.75
   };
   const FS_ULONG flags = FLAGS_GRAYSCALE | FLAGS_CMAP_OFF | FLAGS_VERTICAL_ON;
   for (const auto& r : rows) {
@@ -30,9 +31,10 @@ TEST(RefLines, PinnedForARealFont) {
     for (int i = 0; i < 6; i++) EXPECT_EQ(sfnt->ref_lines[i], r.slot[i]) << i;
     EXPECT_EQ(sfnt->ref_lines[7], 64);  // no unit measured: one pixel
     EXPECT_EQ(sfnt->ref_lines[52], 1);
-    // "O" dips below the flat capitals (slot 1 < slot 0): measuring stops there.
-    EXPECT_EQ(sfnt->rtgah_suitable, 0);
-    for (int i = 8; i < 52; i++) EXPECT_EQ(sfnt->ref_lines[i], 0) << i;
+    // A Latin order: O above the flat capitals above o above wxyz.
+    EXPECT_EQ(sfnt->rtgah_suitable, 1);
+    // Of the other scripts only Arabic: slot 51, the top of U+062A.
+    for (int i = 8; i < 52; i++) EXPECT_EQ(sfnt->ref_lines[i], i == 51 ? 601 : 0) << i;
     EXPECT_EQ(f.st.flags, flags);
     EXPECT_EQ(f.st.platform, 0xFFFF);
     EXPECT_EQ(f.st.encoding, 0xFFFF);

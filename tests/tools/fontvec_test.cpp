@@ -168,6 +168,13 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       // --bitmap: 'l' at 16 ppem unhinted is x 97..189, y 0..778 in 26.6: centres x 2.5, y 0.5..11.5.
       {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout --no-hints", 0,
        "2 11 1 12\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n"},
+      // The autohinter on that 'l': one stem, 143 wide 92, 146 aligned
+      // (97 -> 128 is 31 away, 189 -> 192 3): its edges 100 and 192.
+      {"glyph " SANS " --char U+006C --ppem 16 --strokes", 0, "x 143 92 0 778 146\n"},
+      {"glyph " SANS " --char U+006C --ppem 16 --points --force-autohint", 0,
+       "100 778 on\n192 778 on\n192 0 on\n100 0 on\nadvance: 256\n"},
+      {"glyph " SANS " --char U+006C --ppem 16 --strokes --points", 2},
+      {"glyph " SANS " --char U+006C --ppem 16 --points --force-autohint --no-hints", 2},
       {"glyph " SANS " --char U+0020 --ppem 12 --bitmap --png @/space1.png", 0, "0 0 0 0\n"},
       {"glyph " SANS " --char U+0041 --ppem 12 --bitmap", 2}, {"glyph " SANS " --char U+0041 --ppem 12 --text", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --bitmap --text --png @/a.png", 2},

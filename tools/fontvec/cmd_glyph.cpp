@@ -26,6 +26,7 @@
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_request.h"
+#include "Orvex_internal/fs_rtgah.h"
 #include "Orvex_internal/fs_xmalloc.h"
 #include "tools/fontvec/commands.h"
 
@@ -176,6 +177,48 @@ int printPoints(FS_STATE* st, const char* path, FS_ULONG id) {
   return 0;
 }
 
+// The autohinter's stroke finders over the glyph's scaled points, as it
+// sees them (rounded extremes flattened first): one line per stroke, the x
+// pass then the y pass, `AXIS RAW WIDTH MIN MAX ALIGNED` in 26.6 from the
+// left phantom place; 0 or 1.
+int printStrokes(FS_STATE* st, const char* path, FS_ULONG id,
+                 unsigned long ppem) {
+  FS_GLYPH_POINTS* pts = FSS_get_points(st, id);
+  if (pts == NULL) return engineError(path, st);
+  FS_LONG np = pts->np;
+  F26DOT6* xy = (F26DOT6*)calloc((size_t)np * 4 + 1, sizeof(F26DOT6));
+  FS_BYTE* f = (FS_BYTE*)calloc((size_t)np + 1, 1);
+  RTGAH_DATA* r = (RTGAH_DATA*)calloc(1, sizeof(RTGAH_DATA));
+  fnt_ElementType el = {};
+  el.x = xy, el.y = xy + np, el.ox = xy + 2 * np, el.oy = xy + 3 * np;
+  memcpy(el.x, pts->x, (size_t)np * sizeof(F26DOT6));
+  memcpy(el.y, pts->y, (size_t)np * sizeof(F26DOT6));
+  memcpy(el.ox, pts->x, (size_t)np * sizeof(F26DOT6));
+  memcpy(el.oy, pts->y, (size_t)np * sizeof(F26DOT6));
+  el.onCurve = pts->onCurve, el.sp = pts->sp, el.ep = pts->ep, el.f = f;
+  el.nc = pts->nc, el.np = (FS_SHORT)np;
+  non_corner_extrema(&el);
+  F26DOT6 max_sw = (F26DOT6)((ppem * 1408 + 50) / 100);
+  const int kAxes[2] = {'x', 'y'};
+  for (int xyc : kAxes) {
+    int cursor = 0;
+    int n = find_pieces(xyc, r->pieces, &el, r->plist, &cursor, RTGAH_MAX_PLIST);
+    n = find_strokes(xyc, n, r->pieces, r->strokes, &el, max_sw, r->plist, &cursor,
+                     RTGAH_MAX_PLIST);
+    for (int i = 0; i < n; i++) {
+      const STROKE& s = r->strokes[i];
+      printf("%c %ld %ld %ld %ld %ld\n", xyc, (long)s.raw_center, (long)s.width,
+             (long)s.min, (long)s.max, (long)simple_alignment(s.raw_center, s.width));
+    }
+  }
+  free(r);
+  free(f);
+  free(xy);
+  FSS_free(st, pts);
+  st->error = 0;
+  return 0;
+}
+
 // Writes a colour glyph's own PNG stream as it is.
 bool writeIconPng(const char* out, const FS_GLYPHMAP* g) {
   FILE* fp = fopen(out, "wb");
@@ -265,7 +308,7 @@ struct GlyphRequest {
   unsigned long glyph = 0, ppem = 0, index = 0, code = 0;
   bool haveGlyph = false, haveChar = false, points = false;
   bool bitmap = false, text = false, dropout = false, memory = false;
-  bool hints = true;
+  bool hints = true, forceAutohint = false, strokes = false;
   const char* pngOut = NULL;
   // The style: an effect flag (0 none), outline width and opacity as
   // given, softening, boldness in percent of the em and its pixel form.
@@ -362,6 +405,10 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
       r->memory = true;
     } else if (strcmp(a, "--points") == 0) {
       r->points = true;
+    } else if (strcmp(a, "--force-autohint") == 0) {
+      r->forceAutohint = true;
+    } else if (strcmp(a, "--strokes") == 0) {
+      r->strokes = true;
     } else if (strcmp(a, "--no-hints") == 0) {
       r->hints = false;
     } else if (strcmp(a, "--hints") == 0) {
@@ -380,6 +427,10 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
   // A style needs a map; pixel boldness needs boldness.
   if (r->styled() && r->pngOut == NULL && !r->bitmap) return false;
   if (r->pixelBold && !r->haveBold) return false;
+  // --strokes stands alone; --force-autohint wants hints and no bitmap.
+  if (r->strokes && (r->points || r->pngOut != NULL || r->bitmap || r->forceAutohint))
+    return false;
+  if (r->forceAutohint && (!r->hints || r->bitmap)) return false;
   return r->path != NULL && r->ppem != 0 && r->haveGlyph != r->haveChar &&
          !(r->points && (r->pngOut != NULL || r->bitmap));
 }
@@ -420,8 +471,13 @@ int fontvec_glyph(int argc, char** argv) {
     if (r.haveGlyph) FS_set_flags(&st, FLAGS_CMAP_OFF);
     FS_set_flags(&st, r.hints ? ~FLAGS_NO_HINTS : FLAGS_NO_HINTS);
     if (r.dropout) FS_set_flags(&st, FLAGS_RESERVED_BIT0);  // dropout control
+    // Forced autohinting is for gray output: the points ask for it too.
+    if (r.forceAutohint) FS_set_flags(&st, FLAGS_FORCE_AUTOHINT);
+    if (r.forceAutohint && r.points) FS_set_flags(&st, FLAGS_GRAYSCALE);
+    if (r.strokes) FS_set_flags(&st, FLAGS_NO_HINTS);
     FS_ULONG id = r.haveChar ? (FS_ULONG)r.code : (FS_ULONG)r.glyph;
-    status = r.bitmap ? writeBitmap(&st, r.path, id, r.pngOut)
+    status = r.strokes ? printStrokes(&st, r.path, id, r.ppem)
+             : r.bitmap ? writeBitmap(&st, r.path, id, r.pngOut)
              : r.pngOut != NULL ? writeGraymap(&st, r.path, id, r.pngOut, r.type)
                                 : printPoints(&st, r.path, id);
   }

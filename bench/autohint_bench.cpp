@@ -1,0 +1,110 @@
+// Forced autohinted outline fetch of every glyph of DejaVu Sans Condensed
+// at 12, 24 and 72 pixels per em, the font in memory: the engine's
+// fsg_GridFit under FLAGS_FORCE_AUTOHINT on gray output next to
+// libfreetype's FT_LOAD_FORCE_AUTOHINT | FT_LOAD_NO_BITMAP load (the
+// yardstick only), and the engine's unhinted fetch, in the same run. The
+// counters give microseconds a glyph of each and the engine's forced time
+// as a multiple of libfreetype's.
+#include <benchmark/benchmark.h>
+#include <ft2build.h>
+#include FT_FREETYPE_H
+
+#include <stdio.h>
+#include <string.h>
+
+#include <chrono>
+#include <vector>
+
+#include "Orvex_internal/fs_api.h"
+#include "Orvex_internal/fs_font.h"
+#include "Orvex_internal/fs_glue.h"
+#include "Orvex_internal/fs_glyphmap.h"
+#include "Orvex_internal/fs_request.h"
+#include "Orvex_internal/fs_scale.h"
+#include "Orvex_internal/fs_ttf.h"
+#include "Orvex_internal/fs_xmalloc.h"
+
+namespace {
+
+const char* const kFont = "/usr/share/fonts/truetype/dejavu/DejaVuSansCondensed.ttf";
+
+// An engine client with the font, read into memory as libfreetype maps
+// its file, scaled to `ppem`, its key ready.
+struct Engine {
+  FS_STATE st;
+  fsg_SplineKey* key = nullptr;
+  std::vector<FS_BYTE> bytes;
+  Engine(const char* path, int ppem) {
+    FILECHAR name[64];
+    FILE* f = fopen(path, "rb");
+    for (int c; f != nullptr && (c = fgetc(f)) != EOF;) bytes.push_back((FS_BYTE)c);
+    if (f != nullptr) fclose(f);
+    if (bytes.empty() || FSS_init(&st, 256u << 20) != 0) return;
+    if (FSS_load_font_with_offset(&st, nullptr, bytes.data(), 0, 0, (FS_ULONG)bytes.size(),
+                                  sizeof name, name) != 0 ||
+        FSS_set_font(&st, name) != 0 ||
+        FSS_set_scale(&st, ppem << 16, 0, 0, ppem << 16) != 0 || check_sfnt(&st) != 0)
+      return;
+    key = (fsg_SplineKey*)st.cur_sfnt->senv->ttkey;
+  }
+  ~Engine() {
+    if (st.server != nullptr) FSS_exit(&st);
+  }
+};
+
+double seconds(std::chrono::steady_clock::time_point a,
+               std::chrono::steady_clock::time_point b) {
+  return std::chrono::duration<double>(b - a).count();
+}
+
+}  // namespace
+
+static void BM_ForcedAutohintVsFreetype(benchmark::State& state) {
+  int ppem = (int)state.range(0);
+  Engine e(kFont, ppem);
+  FT_Library lib = nullptr;
+  FT_Face face = nullptr;
+  if (e.key == nullptr || FT_Init_FreeType(&lib) != 0 || FT_New_Face(lib, kFont, 0, &face) != 0 ||
+      FT_Set_Pixel_Sizes(face, 0, (FT_UInt)ppem) != 0) {
+    state.SkipWithError("the font could not be scaled");
+    return;
+  }
+  e.st.flags |= FLAGS_FORCE_AUTOHINT | FLAGS_GRAYSCALE;
+  unsigned n = e.key->maxp->numGlyphs;
+  double engine = 0, freetype = 0, plain = 0;
+  long sum = 0, forced = 0;
+  for (auto _ : state) {
+    auto t0 = std::chrono::steady_clock::now();
+    for (unsigned g = 0; g < n; g++) {
+      e.key->glyphIndex = (FS_USHORT)g;
+      sum += fsg_GridFit(&e.st, e.key, 1) + fsg_glyph_element(e.key)->x[0];
+      forced += (e.st.any_hints & 16) != 0;
+    }
+    auto t1 = std::chrono::steady_clock::now();
+    for (unsigned g = 0; g < n; g++) {
+      FT_Load_Glyph(face, g, FT_LOAD_FORCE_AUTOHINT | FT_LOAD_NO_BITMAP);
+      sum += face->glyph->outline.n_points ? face->glyph->outline.points[0].x : 0;
+    }
+    auto t2 = std::chrono::steady_clock::now();
+    for (unsigned g = 0; g < n; g++) {
+      e.key->glyphIndex = (FS_USHORT)g;
+      sum += fsg_GridFit(&e.st, e.key, 0) + fsg_glyph_element(e.key)->x[0];
+    }
+    auto t3 = std::chrono::steady_clock::now();
+    engine += seconds(t0, t1);
+    freetype += seconds(t1, t2);
+    plain += seconds(t2, t3);
+    benchmark::DoNotOptimize(sum);
+  }
+  double glyphs = (double)state.iterations() * n;
+  state.SetLabel(strrchr(kFont, '/') + 1);
+  state.counters["glyphs"] = n;
+  state.counters["forced_share"] = forced / glyphs;
+  state.counters["engine_us_per_glyph"] = 1e6 * engine / glyphs;
+  state.counters["unhinted_us_per_glyph"] = 1e6 * plain / glyphs;
+  state.counters["freetype_us_per_glyph"] = 1e6 * freetype / glyphs;
+  state.counters["engine_to_freetype"] = engine / freetype;
+  FT_Done_Face(face);
+  FT_Done_FreeType(lib);
+}
+BENCHMARK(BM_ForcedAutohintVsFreetype)->Arg(12)->Arg(24)->Arg(72)->Unit(benchmark::kMillisecond);
