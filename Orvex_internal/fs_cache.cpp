@@ -64,16 +64,21 @@ Key current_key(FS_STATE* state, FS_USHORT type) {
     FS_LONG s = (FS_LONG)(((FS_INT64)state->stroke_pct * lpm + 32768) >> 16);
     k.stroke_width = (FS_SHORT)(s > 1 ? s : 1);
   }
-  // Distance-field contrast values: the client's, plus its adjustments
-  // under the default contrast flag. The per-font render attributes join
-  // here with the distance-field glue.
-  k.inside = state->insideCutoff;
-  k.outside = state->outsideCutoff;
-  if (state->flags & FLAGS_DEFAULT_CSM_ON) {
-    k.inside += state->insideCutoffAdj;
-    k.outside += state->outsideCutoffAdj;
+  // Distance-field contrast values in force: under the default contrast
+  // flag the client's plus its adjustments, otherwise those the glue chose
+  // for the current component.
+  TYPESET* ts = &state->cur_typeset;
+  if (!(state->flags & FLAGS_DEFAULT_CSM_ON) && ts->tfntarray != nullptr &&
+      state->cur_font < ts->capacity) {
+    const ADFRenderAttrs& a = ts->tfntarray[state->cur_font].adfRenderAttrs;
+    k.inside = a.insideCutoff;
+    k.outside = a.outsideCutoff;
+    k.gamma = a.gamma;
+  } else {
+    k.inside = state->insideCutoff + state->insideCutoffAdj;
+    k.outside = state->outsideCutoff + state->outsideCutoffAdj;
+    k.gamma = state->gamma;
   }
-  k.gamma = state->gamma;
   return k;
 }
 

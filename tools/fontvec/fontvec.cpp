@@ -13,7 +13,7 @@ static const FontvecCommand commands[] = {
      "print the feature vector of a folder of glyph pictures; --names gives\n"
      "      one \"index name value\" line per value", fontvec_measure},
     {"info", "FONT [--index N] [--memory] [--cmap | --kern | --cff | --ppem N (--cvt | --gs)]", "what the font loader reads from a font file (a linked font: its head and components)", fontvec_info},
-    {"glyph", "FONT (--glyph N | --char U+XXXX) --ppem N (--points | --png OUT.png | --bitmap (--png OUT.png | --text) [--dropout]) [--effect emboss|engrave|outline1|outline2|outline|outline-unfilled|soft-outline] [--outline-width N] [--opacity X] [--soften] [--bold PCT [--pixel-bold]] [--hints | --no-hints] [--index N] [--memory]", "a glyph's scaled points in 26.6 and its rounded advance, its graymap as a PNG, or its 1-bit map as a PNG or text, plain or in a style", fontvec_glyph},
+    {"glyph", "FONT (--glyph N | --char U+XXXX) --ppem N (--points | --png OUT.png | --bitmap (--png OUT.png | --text) [--dropout] | --adf [--csm IN,OUT,GAMMA] --png OUT.png | --distance-field --png OUT.png) [--effect emboss|engrave|outline1|outline2|outline|outline-unfilled|soft-outline] [--outline-width N] [--opacity X] [--soften] [--bold PCT [--pixel-bold]] [--hints | --no-hints] [--index N] [--memory]", "a glyph's scaled points in 26.6 and its rounded advance, its graymap, distance-field map or distance map as a PNG, or its 1-bit map as a PNG or text, plain or in a style", fontvec_glyph},
 };
 
 void fontvec_error(const char* format, ...) {
