@@ -2,6 +2,12 @@
 // and the measurement fixtures; its subcommands, output formats and exit codes.
 #include <gtest/gtest.h>
 
+#include <png.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -184,6 +190,22 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --char U+0041 --ppem 12 --png @/b.png --effect shadow", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --png @/b.png --pixel-bold", 2},
       {"glyph " SANS " --char U+0041 --ppem 12 --points --soften", 2},
+      // glyph --adf and --distance-field: the box, then the contrast in
+      // force (the client's defaults or --csm) or the field's cut-off
+      // (0.16 * 24 + 1).
+      {"glyph " SANS " --char U+0041 --ppem 24 --no-hints --adf --png @/adf.png", 0,
+       "-1 17 18 19\ncsm: 0.39999 -0.56000 1.00000\n"},
+      {"glyph " SANS " --char U+0041 --ppem 24 --adf --csm 0.5,-0.5,1 --png @/adf2.png", 0, "",
+       "", {"\ncsm: 0.50000 -0.50000 1.00000\n"}, 2},
+      {"glyph " SANS " --char U+0041 --ppem 24 --no-hints --distance-field --png @/df.png", 0,
+       "-5 20 25 25\ncutoff: 4.84009\n"},
+      {"glyph " SANS " --char U+0020 --ppem 24 --adf --png @/adfspace.png", 0, "", "0 0 0 0\n"},
+      {"glyph " SANS " --glyph 60000 --ppem 24 --adf --png @/x.png", 1},
+      {"glyph " SANS " --char U+0041 --ppem 24 --csm 0.5,-0.5,1 --png @/x.png", 2},
+      {"glyph " SANS " --char U+0041 --ppem 24 --adf --csm 0.5,-0.5 --png @/x.png", 2},
+      {"glyph " SANS " --char U+0041 --ppem 24 --adf --csm 0.5,,1 --png @/x.png", 2},
+      {"glyph " SANS " --char U+0041 --ppem 24 --adf --points", 2},
+      {"glyph " SANS " --char U+0041 --ppem 24 --adf --distance-field --png @/x.png", 2},
       // measure FOLDER: the library's line, and its refusals.
       {"measure @/absent", 1, "", "", {}, -1, "not a folder"},
       {"measure @", 1, "", "", {}, -1, "Error=8\n"},  // no pictures
@@ -214,6 +236,29 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
 // A linked font whose first component, also its metric one, is DejaVu Sans
 // for U+0000 to U+03FF: every glyph the renderer draws comes from it, so the
 // vector is DejaVu Sans's own.
+// The distance-field PNGs read back: the printed size, ink dark on white;
+// the distance map's far outside white, its inside past the middle grey.
+TEST(Fontvec, DistanceFieldPngsReadBack) {
+  testsupport::TempDir dir;
+  for (const char* kind : {"--adf", "--distance-field"}) {
+    std::string png = dir.file("g.png");
+    ToolRun r = runFontvec(std::string("glyph " SANS " --char U+0041 --ppem 24 --no-hints ") + kind + " --png " + png);
+    ASSERT_EQ(r.status, 0) << kind;
+    int lo, hi, w, h;
+    ASSERT_EQ(sscanf(r.out.c_str(), "%d %d %d %d", &lo, &hi, &w, &h), 4);
+    png_image image;
+    memset(&image, 0, sizeof image);
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_file(&image, png.c_str())) << kind;
+    image.format = PNG_FORMAT_GRAY;
+    std::vector<png_byte> px(PNG_IMAGE_SIZE(image));
+    ASSERT_TRUE(png_image_finish_read(&image, nullptr, px.data(), 0, nullptr));
+    EXPECT_EQ(std::vector<int>({(int)image.width, (int)image.height}), std::vector<int>({w, h})) << kind;
+    EXPECT_EQ(*std::max_element(px.begin(), px.end()), 255) << kind;
+    EXPECT_LT(*std::min_element(px.begin(), px.end()), kind[2] == 'a' ? 1 : 127) << kind;
+  }
+}
+
 TEST(Fontvec, ALinkedFontGivesTheVectorOfTheComponentThatDrawsIt) {
   testsupport::TempDir dir;
   testsupport::LttSpec link = testsupport::linkedSet({1, 0});
