@@ -148,7 +148,12 @@ void get_outline_advance(FS_STATE* state, FS_USHORT index, FS_ULONG id,
   *dy = o->dy;
   SENV* senv = state->cur_sfnt->senv;
   adjust_advance(state, senv, o->num == 0, dx, dy);
-  // A distance-field type would add the renderer's width adjustments here.
+  if (type > 511) {  // distance-field pen snapping moves the advance too
+    FS_FIXED ax = 0, ay = 0;
+    get_ADF_adjustments(state, o, id, &ax, &ay);
+    *dx += ax;
+    *dy += ay;
+  }
   *i_dx = o->i_dx ? (FS_SHORT)((*dx + 32768) >> 16) : 0;
   *i_dy = o->i_dy ? (FS_SHORT)((*dy + 32768) >> 16) : 0;
   FSS_free_char(state, o);
