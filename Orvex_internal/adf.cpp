@@ -512,6 +512,10 @@ FS_GRAYMAP* convert_to_graymap(FS_STATE* state, ADFImage* di,
   FS_LONG comps = di->type == ADF_IMAGE_TYPE_RGBA ? 4 : 1;
   FS_LONG w = di->w, h = di->h;
   FS_LONG bpl = (w * comps * bits + 7) / 8;
+  if (bpl > 0x7FFF || w > 0x7FFF || h > 0x7FFF) {  // beyond the map record
+    state->error = ERR_MALLOC_FAIL;
+    return nullptr;
+  }
   FS_GRAYMAP* g = new_graymap(state, w, h, bpl, 0, 0);
   if (g == nullptr) return nullptr;
   g->bitsPerPixel = (FS_SHORT)(bits * comps);
@@ -604,7 +608,10 @@ FS_GRAYMAP* make_ADF_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
     FSS_free(state, g);
     return nullptr;
   }
-  if (cut_early) return g;
+  if (cut_early) {
+    g->type = t;
+    return g;
+  }
   if (t == 0xFE00) t = FS_MAP_EDGE_GRAYMAP4;
   FS_GRAYMAP* r = trim_convert(state, g, t);
   if (r != nullptr) r->type = t;
