@@ -1,8 +1,6 @@
-// Unhinted distance-field maps through the glyph calls against libfreetype's
-// unhinted gray maps (test-only oracle), aligned by their boxes: at the
-// default contrast mask v >= 148 differs from FT >= 128 only at FT's partial
-// pixels (all DejaVu Sans glyphs, 24 and 48 ppem); at (0.5, -0.5, 1) the
-// ink is within 3% of FT's on Latin letters and digits.
+// Unhinted distance-field maps against libfreetype's unhinted gray maps (the
+// test-only oracle), aligned by box: masks v >= 148 and FT >= 128 differ only
+// at FT's partial pixels; at contrast (0.5, -0.5, 1) ink is within 3% of FT's.
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include <gtest/gtest.h>
@@ -10,10 +8,8 @@
 #include <map>
 
 #include "Orvex_internal/adf.h"
-#include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cache.h"
-#include "Orvex_internal/fs_font.h"
-#include "Orvex_internal/fs_request.h"
+#include "support/typeset_font.h"
 
 namespace {
 
@@ -25,20 +21,15 @@ const unsigned kStride = 1;
 const char kFont[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 typedef std::map<std::pair<int, int>, int> Pixels;  // by pixel row and column
 
-struct Pair {
-  FS_STATE st;
-  FT_Library lib = nullptr;
+struct Pair : testsupport::TypesetFont {
+  FT_Library lib = nullptr;  // and its face of the font
   FT_Face face = nullptr;
   explicit Pair(int ppem) {
-    FILECHAR name[256];
-    EXPECT_EQ(FSS_init(&st, 64u << 20), 0);
-    EXPECT_EQ(FSS_load_font(&st, kFont, nullptr, 0, sizeof name, name) | FSS_set_font(&st, name) |
-                  FSS_set_scale(&st, ppem << 16, 0, 0, ppem << 16), 0) << kFont;
+    EXPECT_EQ(open(kFont) | setPpem(ppem), 0) << kFont;
     FS_set_flags(&st, FLAGS_CMAP_OFF), FS_set_flags(&st, FLAGS_NO_HINTS);
     EXPECT_EQ(FT_Init_FreeType(&lib) | FT_New_Face(lib, kFont, 0, &face) | FT_Set_Pixel_Sizes(face, 0, ppem), 0);
   }
-  ~Pair() { FSS_exit(&st), FT_Done_Face(face), FT_Done_FreeType(lib); }
-  // Rows of w bytes `pitch` apart, the top one at pixel row `top`.
+  ~Pair() { FT_Done_Face(face), FT_Done_FreeType(lib); }
   static Pixels pixels(const unsigned char* bits, int pitch, int w, int h, int left, int top) {
     Pixels p;
     for (int r = 0; r < h; r++)

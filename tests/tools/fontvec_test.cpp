@@ -239,7 +239,7 @@ TEST(Fontvec, DistanceFieldPngsReadBack) {
   testsupport::TempDir dir;
   for (const char* kind : {"--adf", "--distance-field"}) {
     std::string png = dir.file("g.png");
-    ToolRun r = runFontvec(std::string("glyph " SANS " --char U+0041 --ppem 24 --no-hints ") + kind + " --png " + png);
+    ToolRun r = runFontvec("glyph " SANS " --char U+0041 --ppem 24 --no-hints " + (kind + (" --png " + png)));
     int w = 0, h = 0;
     ASSERT_EQ(sscanf(r.out.c_str(), "%*d %*d %d %d", &w, &h) + r.status, 2) << kind;
     png_image image{};
