@@ -120,8 +120,8 @@ TEST(AdfCsm, TableSelectsAdfAndRecordChangesMapAndCacheKeepsThemApart) {
 
 TEST(AdfEdgeHints, NoCenterSearchAndBothVersions) {
   for (int n : {10, 100}) {
-    std::vector<uint16_t> ids;  // and `list`, the same in file order
-    sfnt::Bytes list;
+    std::vector<uint16_t> ids;
+    sfnt::Bytes list;  // the same in file order
     for (int i = 0; i < n; i++) ids.push_back((uint16_t)(3 * i + i % 3)), sfnt::u16(list, ids.back());
     for (FS_ULONG id = 0; id < 3u * n + 5; id++)
       ASSERT_EQ(searchNoCenterList(list.data(), n, id), std::binary_search(ids.begin(), ids.end(), id)) << n << " " << id;

@@ -23,7 +23,7 @@ const char kFont[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 typedef std::map<std::pair<int, int>, int> Pixels;  // by pixel row and column
 
 struct Pair : testsupport::TypesetFont {
-  FT_Library lib = nullptr;  // and its face of the font
+  FT_Library lib = nullptr;
   FT_Face face = nullptr;
   explicit Pair(int ppem) {
     EXPECT_EQ(open(kFont) | setPpem(ppem), 0) << kFont;

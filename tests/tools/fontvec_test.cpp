@@ -246,10 +246,9 @@ TEST(Fontvec, DistanceFieldPngsReadBack) {
     image.version = PNG_IMAGE_VERSION;
     ASSERT_TRUE(png_image_begin_read_from_file(&image, png.c_str())) << kind;
     std::vector<png_byte> px((size_t)(w * h));
-    image.format = PNG_FORMAT_GRAY;
-    ASSERT_TRUE((int)image.width == w && (int)image.height == h && png_image_finish_read(&image, nullptr, px.data(), 0, nullptr));
-    EXPECT_EQ(*std::max_element(px.begin(), px.end()), 255) << kind;
-    EXPECT_LT(*std::min_element(px.begin(), px.end()), kind[2] == 'a' ? 1 : 127) << kind;
+    ASSERT_TRUE((image.format = PNG_FORMAT_GRAY, (int)image.width == w) && (int)image.height == h && png_image_finish_read(&image, nullptr, px.data(), 0, nullptr));
+    auto range = std::minmax_element(px.begin(), px.end());  // white around, ink (a field past 128) within
+    EXPECT_TRUE(*range.second == 255 && *range.first < (kind[2] == 'a' ? 1 : 127)) << kind;
   }
 }
 
