@@ -21,21 +21,8 @@ enum {
 // gridFitType 3 snaps the pen to whole pixels.
 const ADF_U32 ADF_GRID_FIT_PEN = 3;
 
-// The caller's request.
-struct ADFRenderAttrs {
-  ADF_F32 penX, penY;
-  ADF_F32 pointSize;
-  ADF_U32 dpi;
-  ADF_F32 scaleX, scaleY;
-  ADF_F32 rotationPtX, rotationPtY;
-  ADF_F32 rotationAngle;  // radians; 0 is no rotation
-  ADF_U32 displayMode;
-  ADF_U32 gridFitType;
-  ADF_F32 outsideCutoff, insideCutoff;
-  ADF_F32 gamma;
-  ADF_U32 useColorReduction;
-  ADF_F32 colorReductionAmt;
-};
+// The caller's request, ADFRenderAttrs, lives with the font records
+// (fs_state.h): each client font keeps one.
 
 // What set-up hands to the render: xform maps ADF units to image samples
 // (x' = xform[0][0] x + xform[0][1] y + xform[0][2], third row 0, 0, 1.0).

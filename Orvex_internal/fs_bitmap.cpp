@@ -187,7 +187,7 @@ FS_BITMAP* make_bitmap(FS_STATE* state, FS_OUTLINE* outl) {
   // they get here; this converter takes filled outlines.
   LFNT* lfnt = state->cur_lfnt;
   if (lfnt != nullptr && (lfnt->fontflags & FONTFLAG_STROKE) &&
-      (outl->type[0] & OUTLINE_STROKE) && current_lpm(state) < 64)
+      !(outl->type[0] & FS_OUTLINE_FILLED) && current_lpm(state) < 64)
     state->flags |= FLAGS_THIN_STROKE;
 
   FS_SERVER* server = state->server;

@@ -5,6 +5,7 @@
 
 #include <stdio.h>
 
+#include "Orvex_internal/adf.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_scale.h"
@@ -64,16 +65,21 @@ Key current_key(FS_STATE* state, FS_USHORT type) {
     FS_LONG s = (FS_LONG)(((FS_INT64)state->stroke_pct * lpm + 32768) >> 16);
     k.stroke_width = (FS_SHORT)(s > 1 ? s : 1);
   }
-  // Distance-field contrast values: the client's, plus its adjustments
-  // under the default contrast flag. The per-font render attributes join
-  // here with the distance-field glue.
-  k.inside = state->insideCutoff;
-  k.outside = state->outsideCutoff;
-  if (state->flags & FLAGS_DEFAULT_CSM_ON) {
-    k.inside += state->insideCutoffAdj;
-    k.outside += state->outsideCutoffAdj;
+  // Distance-field contrast values in force: under the default contrast
+  // flag the client's plus its adjustments, otherwise those the glue chose
+  // for the current component.
+  TYPESET* ts = &state->cur_typeset;
+  if (!(state->flags & FLAGS_DEFAULT_CSM_ON) && ts->tfntarray != nullptr &&
+      state->cur_font < ts->capacity) {
+    const ADFRenderAttrs& a = ts->tfntarray[state->cur_font].adfRenderAttrs;
+    k.inside = a.insideCutoff;
+    k.outside = a.outsideCutoff;
+    k.gamma = a.gamma;
+  } else {
+    k.inside = state->insideCutoff + state->insideCutoffAdj;
+    k.outside = state->outsideCutoff + state->outsideCutoffAdj;
+    k.gamma = state->gamma;
   }
-  k.gamma = state->gamma;
   return k;
 }
 
@@ -297,7 +303,8 @@ struct NeutralStyle {
   FS_STATE* state;
   FS_ULONG flags;
   ADF_F32 inside, outside;
-  NeutralStyle(FS_STATE* st, FS_USHORT type, bool box) : state(st) {
+  NeutralStyle(FS_STATE* st, FS_USHORT type, bool box, FS_USHORT index = 0)
+      : state(st) {
     flags = st->flags;
     inside = st->insideCutoff;
     outside = st->outsideCutoff;
@@ -314,8 +321,18 @@ struct NeutralStyle {
       st->gamma = 65536;
       st->flags |= FLAGS_DEFAULT_CSM_ON | FLAGS_GRAYSCALE;
     }
-    // Other distance-field boxes take the font's own contrast values from
-    // the distance-field glue, which fills them in here.
+    // Other distance-field boxes take the contrast the glyph will have:
+    // the font's values for it, with the client's adjustments.
+    TYPESET* ts = &st->cur_typeset;
+    if (box && type > 511 && ts->tfntarray != nullptr &&
+        st->cur_font < ts->capacity) {
+      ADFRenderAttrs* a = &ts->tfntarray[st->cur_font].adfRenderAttrs;
+      FS_ULONG error = st->error;
+      adfGetCSMValues(st, (TTF*)st->cur_lfnt->fnt, index, a);
+      st->error = error;
+      a->insideCutoff += st->insideCutoffAdj;
+      a->outsideCutoff += st->outsideCutoffAdj;
+    }
   }
   ~NeutralStyle() {
     state->flags = flags;
@@ -349,7 +366,7 @@ FS_LONG save_advance_to_cache(FS_STATE* state, FS_USHORT index, FS_USHORT type,
 FS_BITMAP* find_bbox_in_cache(FS_STATE* state, FS_USHORT index, FS_USHORT type) {
   FS_USHORT code = bbox_cache_code(type);
   if (code == 0 || !font_loaded(state)) return nullptr;
-  NeutralStyle keep(state, type, true);
+  NeutralStyle keep(state, type, true, index);
   return (FS_BITMAP*)find_in_cache(state, code, index, 0);
 }
 
@@ -357,7 +374,7 @@ FS_LONG save_bbox_to_cache(FS_STATE* state, FS_USHORT index, FS_USHORT type,
                            FS_BITMAP* p) {
   FS_USHORT code = bbox_cache_code(type);
   if (code == 0 || !font_loaded(state)) return 0;
-  NeutralStyle keep(state, type, true);
+  NeutralStyle keep(state, type, true, index);
   return save_to_cache(state, code, index, 0, p);
 }
 

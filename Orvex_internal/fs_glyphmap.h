@@ -49,12 +49,12 @@ struct FS_OUTLINE {
 static_assert(sizeof(FS_OUTLINE) == 80, "an outline header takes 80 bytes");
 
 // Element codes of an outline, the low 7 bits of a `type` byte; bit 7 of the
-// first byte marks a stroke outline.
+// first byte marks a filled outline (a stroke font's skeleton has it clear).
 const FS_BYTE FS_MOVETO = 0;
 const FS_BYTE FS_LINETO = 1;
 const FS_BYTE FS_QUADTO = 2;
 const FS_BYTE FS_CUBETO = 3;
-const FS_BYTE OUTLINE_STROKE = 0x80;
+const FS_BYTE FS_OUTLINE_FILLED = 0x80;
 
 // A glyph's scaled points as the scaler leaves them, for inspection tools:
 // `nc` contours, contour c running from point sp[c] to ep[c]; `np` points

@@ -897,6 +897,10 @@ FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
   return g;
 }
 
+FS_GRAYMAP* apply_graymap_effects(FS_STATE* state, FS_GRAYMAP* g) {
+  return graymap_effects(state, g);
+}
+
 void dump_graymap(FS_GRAYMAP* g) {
   if (g == nullptr) {
     printf("graymap: null\n");

@@ -70,6 +70,10 @@ FS_GRAYMAP* make_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_USHORT gmaptype);
 // bits comes back as it is.
 FS_GRAYMAP* trim_convert(FS_STATE* state, FS_GRAYMAP* gmap, FS_USHORT type);
 
+// The client's image effects on a finished 8- or 2-bit map, as the gray
+// path applies them; null with the heap's error (the map is freed then).
+FS_GRAYMAP* apply_graymap_effects(FS_STATE* state, FS_GRAYMAP* g);
+
 // A copy of a graymap in a fresh heap block, not cached. Null with 201.
 FS_GRAYMAP* copy_graymap(FS_STATE* state, FS_GRAYMAP* gmap);
 

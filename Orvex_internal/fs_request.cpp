@@ -2,8 +2,9 @@
 // of a client. Every glyph call runs one skeleton (map the code, ready the
 // scaled font, measure the reference lines once, resolve the type) and then
 // hands over to one rasteriser's getter, which answers through the cache.
-// Rasterisers not built yet (distance field, ADF) answer 519 at one seam.
 #include "Orvex_internal/fs_request.h"
+
+#include "Orvex_internal/adf.h"
 
 #include <string.h>
 
@@ -66,8 +67,7 @@ void ensure_ref_lines(FS_STATE* state, bool need_outlines) {
   state->error = error;
 }
 
-// The getter of one rasteriser. The distance-field and ADF rasterisers are
-// not part of this build: their requests end here with 519.
+// The getter of one rasteriser; a type of no class ends here with 519.
 FS_GLYPHMAP* get_by_rasterizer(FS_STATE* state, FS_ULONG id, FS_USHORT index,
                                FS_USHORT type, FS_USHORT rasterizer,
                                FS_SHORT phasex, FS_SHORT phasey) {
@@ -77,9 +77,9 @@ FS_GLYPHMAP* get_by_rasterizer(FS_STATE* state, FS_ULONG id, FS_USHORT index,
     case RASTER_BITMAP:
       return get_bitmap(state, id, index, type);
     case RASTER_ADF:
+      return get_ADF_graymap(state, id, index, type, phasex, phasey);
     case RASTER_DISTANCE_FIELD:
-      state->error = ERR_BAD_TYPE;
-      return nullptr;
+      return get_distance_field(state, id, index, phasex, phasey);
     default:
       if (state->error == 0) state->error = ERR_BAD_TYPE;
       return nullptr;
@@ -149,7 +149,12 @@ void get_outline_advance(FS_STATE* state, FS_USHORT index, FS_ULONG id,
   *dy = o->dy;
   SENV* senv = state->cur_sfnt->senv;
   adjust_advance(state, senv, o->num == 0, dx, dy);
-  // A distance-field type would add the renderer's width adjustments here.
+  if (type > 511) {  // distance-field pen snapping moves the advance too
+    FS_FIXED ax = 0, ay = 0;
+    get_ADF_adjustments(state, o, id, &ax, &ay);
+    *dx += ax;
+    *dy += ay;
+  }
   *i_dx = o->i_dx ? (FS_SHORT)((*dx + 32768) >> 16) : 0;
   *i_dy = o->i_dy ? (FS_SHORT)((*dy + 32768) >> 16) : 0;
   FSS_free_char(state, o);
@@ -304,8 +309,13 @@ FS_LONG FSS_set_scale(FS_STATE* state, FS_FIXED s00, FS_FIXED s01,
       tfnt->sfnt->ref_count--;
     tfnt->sfnt = sfnt;
     sfnt->ref_count++;
-    // The distance-field renderer's contrast settings and typographic
-    // scaling join the component here once that renderer is built.
+    // The contrast adjustments follow the size; the component's
+    // distance-field size comes from its scaled font.
+    FS_set_csm_adjustments(state, state->sharpnessOffset, state->sharpnessSlope,
+                           state->thicknessOffset, state->thicknessSlope);
+    adfSetDefaultRenderAttrs(&tfnt->adfRenderAttrs);
+    adfComputeTypographicScaling(state, sfnt, &tfnt->adfRenderAttrs);
+    if (state->error != 0) return (FS_LONG)state->error;
     state->cur_font = i;
     state->cur_lfnt = lfnt;
     state->cur_sfnt = sfnt;
@@ -408,37 +418,6 @@ FS_LONG FS_set_outline_opacity(FS_STATE* state, FS_FIXED opacity) {
   if (opacity < 0 || opacity > 10 * 65536)
     return fail(state, ERR_OUTLINE_OPACITY_RANGE);
   state->outline_opacity = opacity;
-  state->error = 0;
-  return 0;
-}
-
-FS_LONG FS_set_csm(FS_STATE* state, ADF_F32 insideCutoff,
-                   ADF_F32 outsideCutoff, ADF_F32 gamma) {
-  state->insideCutoff = insideCutoff;
-  state->outsideCutoff = outsideCutoff;
-  state->gamma = gamma;
-  state->error = 0;
-  return 0;
-}
-
-FS_LONG FS_set_csm_adjustments(FS_STATE* state, ADF_F32 sharpnessOffset,
-                               ADF_F32 sharpnessSlope, ADF_F32 thicknessOffset,
-                               ADF_F32 thicknessSlope) {
-  state->sharpnessOffset = sharpnessOffset;
-  state->sharpnessSlope = sharpnessSlope;
-  state->thicknessOffset = thicknessOffset;
-  state->thicknessSlope = thicknessSlope;
-  state->error = 0;
-  return 0;
-}
-
-FS_LONG FS_get_csm(FS_STATE* state, ADF_F32* insideCutoff,
-                   ADF_F32* outsideCutoff, ADF_F32* gamma) {
-  if (insideCutoff == nullptr || outsideCutoff == nullptr || gamma == nullptr)
-    return fail(state, ERR_BAD_ARGUMENT);
-  *insideCutoff = state->insideCutoff;
-  *outsideCutoff = state->outsideCutoff;
-  *gamma = state->gamma;
   state->error = 0;
   return 0;
 }

@@ -65,15 +65,8 @@ FS_LONG FS_set_stroke_pct(FS_STATE* state, FS_FIXED pct);
 FS_LONG FS_set_outline_width(FS_STATE* state, FS_USHORT width);
 // Outline effect opacity in 16.16: 0 to 10.0, else 615.
 FS_LONG FS_set_outline_opacity(FS_STATE* state, FS_FIXED opacity);
-// The distance-field contrast inputs, kept on the client for the
-// distance-field renderer. Return 0.
-FS_LONG FS_set_csm(FS_STATE* state, ADF_F32 insideCutoff,
-                   ADF_F32 outsideCutoff, ADF_F32 gamma);
-FS_LONG FS_set_csm_adjustments(FS_STATE* state, ADF_F32 sharpnessOffset,
-                               ADF_F32 sharpnessSlope, ADF_F32 thicknessOffset,
-                               ADF_F32 thicknessSlope);
-FS_LONG FS_get_csm(FS_STATE* state, ADF_F32* insideCutoff,
-                   ADF_F32* outsideCutoff, ADF_F32* gamma);
+// The distance-field contrast setters (FS_set_csm, FS_get_csm and the
+// adjustments) are the distance-field glue's (adf.h).
 
 /* ---- Glyphs ---- */
 

@@ -102,12 +102,29 @@ struct FNTSET {
   FNTSET* next;
 };
 
-// A client's scale and map state for one component. The distance-field
-// render attributes join this record with the distance-field glue.
+// A distance-field render request: pen, size, transform, display mode and
+// contrast (cut-offs and gamma, 16.16).
+struct ADFRenderAttrs {
+  ADF_F32 penX, penY;
+  ADF_F32 pointSize;
+  ADF_U32 dpi;
+  ADF_F32 scaleX, scaleY;
+  ADF_F32 rotationPtX, rotationPtY;
+  ADF_F32 rotationAngle;  // radians; 0 is no rotation
+  ADF_U32 displayMode;
+  ADF_U32 gridFitType;
+  ADF_F32 outsideCutoff, insideCutoff;
+  ADF_F32 gamma;
+  ADF_U32 useColorReduction;
+  ADF_F32 colorReductionAmt;
+};
+
+// A client's scale and map state for one component.
 struct TFNT {
   CFNT* cfnt;
   SFNT* sfnt;  // null until a scale is set
   FS_ULONG cmap_offset;
+  ADFRenderAttrs adfRenderAttrs;  // size and contrast of distance-field glyphs
 };
 
 // The current font set in its per-client form.

@@ -554,6 +554,7 @@ bool load_optional_tables(FS_STATE* state, TTF* ttf) {
   FS_ULONG len = 0;
   if (!read_optional_table(state, ttf, TAG_ADFH, &ttf->adfh, &len))
     return false;
+  ttf->adfh_size = ttf->adfh ? len : 0;
   if (!read_optional_table(state, ttf, TAG_gasp, &ttf->gasp, &len))
     return false;
   FS_BYTE* nstk = nullptr;

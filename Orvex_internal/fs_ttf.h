@@ -295,6 +295,7 @@ struct TTF {
   fnt_funcDef* functionDefs;
   fnt_instrDef* instructionDefs;
   FS_BYTE* adfh;  // file order; null when absent
+  FS_ULONG adfh_size;  // bytes of adfh
   FS_BYTE* gasp;  // file order; null when absent
   CFF_TAB* cff;   // null for a `glyf` font
   FS_ULONG cff_offset;

@@ -13,6 +13,7 @@
 #include <ctime>
 #include <memory>
 
+#include "Orvex_internal/adf.h"
 #include "Orvex_internal/display_png.h"
 #include "Orvex_internal/display_postscript.h"
 #include "Orvex_internal/fs_api.h"
@@ -504,7 +505,7 @@ Outcome glyph_request(Activation& a, Show* s, int i, FS_ULONG code,
     }
     if (gmap != nullptr && (d->get_csm || d->get_csm_adjustments)) {
       ADF_F32 c1, c2, c3;
-      FS_get_csm(sp, &c1, &c2, &c3);  // read, printed nowhere
+      FS_get_csm(sp, d->glyphsIndex[i], &c1, &c2, &c3);  // read, printed nowhere
     }
   }
   if (gmap != nullptr && timer->isOn) {

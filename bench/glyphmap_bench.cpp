@@ -1,6 +1,7 @@
-// The glyph request pipeline end to end: FSS_get_glyphmap (8-bit gray,
-// unhinted) for every glyph of DejaVu Sans at 24 pixels per em, with the
-// glyph cache emptied before each pass (cold) and kept full (warm), next to
+// The glyph request pipeline end to end: FSS_get_glyphmap (8-bit gray, the
+// 8-bit distance-field map 0x800 and the distance map 0x80, unhinted) for
+// every glyph of DejaVu Sans at 24 pixels per em, with the glyph cache
+// emptied before each pass (cold) and kept full (warm), next to
 // libfreetype's load-and-render of the same glyphs, unhinted, in the same
 // run (the yardstick only). Counters give glyphs per second and the ratios.
 #include <benchmark/benchmark.h>
@@ -8,6 +9,7 @@
 #include FT_FREETYPE_H
 
 #include <chrono>
+#include <string>
 
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cache.h"
@@ -51,9 +53,9 @@ struct Client {
     if (st.server != nullptr) FSS_exit(&st);
   }
   // Every glyph once; false on a failed request.
-  bool pass(long* sum) {
+  bool pass(long* sum, FS_USHORT type) {
     for (unsigned g = 0; g < glyphs; g++) {
-      FS_GLYPHMAP* m = FSS_get_glyphmap(&st, g, FS_MAP_GRAYMAP8);
+      FS_GLYPHMAP* m = FSS_get_glyphmap(&st, g, type);
       if (m == nullptr) return false;
       *sum += m->width;
       FSS_free_char(&st, m);
@@ -89,31 +91,39 @@ static void BM_GlyphmapColdWarmVsFreetype(benchmark::State& state) {
     return;
   }
   FT_Set_Pixel_Sizes(face, kPpem, kPpem);
-  double cold = 0, warm = 0, freetype = 0;
+  const FS_USHORT types[] = {FS_MAP_GRAYMAP8, FS_MAP_EDGE_GRAYMAP8, FS_MAP_DISTANCEFIELD};
+  const char* names[] = {"gray", "adf", "field"};
+  double cold[3] = {}, warm[3] = {}, freetype = 0;
   long sum = 0;
   bool ok = true;
   for (auto _ : state) {
-    delete_fs_cache(&c.st, c.st.cur_sfnt);  // every map given back: empties it
-    auto t0 = std::chrono::steady_clock::now();
-    ok = ok && c.pass(&sum);
-    auto t1 = std::chrono::steady_clock::now();
-    ok = ok && c.pass(&sum);
+    for (int k = 0; k < 3; k++) {
+      delete_fs_cache(&c.st, c.st.cur_sfnt);  // every map given back: empties it
+      auto t0 = std::chrono::steady_clock::now();
+      ok = ok && c.pass(&sum, types[k]);
+      auto t1 = std::chrono::steady_clock::now();
+      ok = ok && c.pass(&sum, types[k]);
+      auto t2 = std::chrono::steady_clock::now();
+      cold[k] += seconds(t0, t1);
+      warm[k] += seconds(t1, t2);
+    }
     auto t2 = std::chrono::steady_clock::now();
     ok = ok && freetypePass(face, c.glyphs, &sum);
     auto t3 = std::chrono::steady_clock::now();
-    cold += seconds(t0, t1);
-    warm += seconds(t1, t2);
     freetype += seconds(t2, t3);
     benchmark::DoNotOptimize(sum);
   }
   if (!ok) state.SkipWithError("a glyph request failed");
   double n = (double)state.iterations() * (double)c.glyphs;
   state.counters["glyphs"] = (double)c.glyphs;
-  state.counters["cold_glyphs_per_s"] = n / cold;
-  state.counters["warm_glyphs_per_s"] = n / warm;
   state.counters["freetype_glyphs_per_s"] = n / freetype;
-  state.counters["cold_to_freetype"] = freetype / cold;
-  state.counters["warm_to_freetype"] = freetype / warm;
+  for (int k = 0; k < 3; k++) {
+    std::string t = names[k];
+    state.counters[t + "_cold_glyphs_per_s"] = n / cold[k];
+    state.counters[t + "_warm_glyphs_per_s"] = n / warm[k];
+    state.counters[t + "_cold_to_freetype"] = freetype / cold[k];
+    state.counters[t + "_warm_to_gray_warm"] = warm[0] / warm[k];
+  }
   FT_Done_Face(face);
   FT_Done_FreeType(lib);
 }

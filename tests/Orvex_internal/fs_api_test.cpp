@@ -20,18 +20,20 @@ typedef std::vector<long> V;
 TEST(EngineStart, RootClientStartsWithItsDefaultsAndOnlyTheScratchCharged) {
   FS_STATE st;
   ASSERT_EQ(0, FSS_init(&st, 100000));
-  // Heap used (the 3000-byte scratch and its header), budget, version, no
+  // Heap used (the 3000-byte scratch, the 8-byte renderer instance, their
+  // headers), budget, version, no
   // error; stroke 0.05, no cmap (0xFFFF), contrast 0.4 and -0.56 in 16.16.
-  EXPECT_EQ((V{3008, 100000, 327983, 0, 3277, 0xFFFF, 26214, -36700}),
+  EXPECT_EQ((V{3024, 100000, 327983, 0, 3277, 0xFFFF, 26214, -36700}),
             (V{FS_get_heap_used(&st), st.server->heap_size, FS_get_version(&st), FS_error(&st),
                st.stroke_pct, st.platform, st.insideCutoff, st.outsideCutoff}));
   EXPECT_EQ(0, FSS_exit(&st));
   EXPECT_EQ(nullptr, st.server);
   EXPECT_EQ(ERR_BAD_ARGUMENT, FSS_exit(&st));  // a second end finds no server
-  // 3007 has no room for the scratch's 8-byte header; 3008 is exactly
-  // enough, for nothing else.
+  // 3007 has no room for the scratch's 8-byte header; 3008 holds the
+  // scratch but not the renderer instance; 3024 is exactly enough.
   EXPECT_EQ(ERR_MALLOC_FAIL, FSS_init(&st, 3007));
-  ASSERT_EQ(0, FSS_init(&st, 3008));
+  EXPECT_EQ(ERR_MALLOC_FAIL, FSS_init(&st, 3008));
+  ASSERT_EQ(0, FSS_init(&st, 3024));
   EXPECT_EQ(nullptr, FSS_malloc(&st, 1));
   EXPECT_EQ(0, FSS_exit(&st));
 }
@@ -39,11 +41,11 @@ TEST(EngineStart, RootClientStartsWithItsDefaultsAndOnlyTheScratchCharged) {
 TEST(EngineClients, AChildLivesOnTheSharedBudgetAndGivesEverythingBack) {
   Engine root(10000);
   // {budget, heap used} before, with and after a child; its 192-byte record
-  // is charged to the server.
+  // and 8-byte renderer instance, with headers, are charged to the server.
   auto state = [&] { return V{root.server()->heap_size, root.used()}; };
   FS_STATE* child = FSS_new_client(&root.st, 5000);
   ASSERT_NE(nullptr, child);
-  EXPECT_EQ((V{15000, kInitCharge + 200}), state());
+  EXPECT_EQ((V{15000, kInitCharge + 216}), state());
   FSS_free(child, FSS_malloc(child, 100));
   EXPECT_EQ(0u, FSS_end_client(child));
   EXPECT_EQ((V{10000, kInitCharge}), state());
@@ -59,7 +61,7 @@ TEST(EngineClients, AChildLivesOnTheSharedBudgetAndGivesEverythingBack) {
 }
 
 TEST(EngineClients, ABudgetThatCannotBeTakenBackKeepsTheChildUntilItCan) {
-  // 3100 - 3008 = 92 left: no room for a 200-byte client record (201); with
+  // 3100 - 3024 = 76 left: no room for a 200-byte client record (201); with
   // 200 of its own heap it fits. Ending takes the budget back first, and
   // 3100 can't hold the 3208 still allocated then: 206.
   Engine e(3100);
@@ -97,7 +99,7 @@ TEST(EngineStop, ServerAndChildEndsFreeEverythingTheyHold) {
   FS_ULONG before = root.used();
   hold(child, set, sfnt, 2);
   EXPECT_EQ(0u, FSS_end_client(child));
-  EXPECT_EQ((V{0, 0, before - 200}), (V{set->ref_count, sfnt->ref_count, root.used()}));
+  EXPECT_EQ((V{0, 0, before - 216}), (V{set->ref_count, sfnt->ref_count, root.used()}));
 
   // The server's end, under the leak checker, proves nothing it holds
   // outlives it, here an orphan scaled font and held cache entries.

@@ -289,6 +289,8 @@ TEST(ScriptPages, GlyphsAndStringsSitOnTheirMargins) {
       // 'p' descends 426 units, 15 rows at 72 ppem: 25 - 15 = 10 rows stay.
       {"48 69 70", "moveto 0 0\nshow_gray_8bit\n", -1, 5, -1, 10,
        "\"Hip\": the bottom stays 25 below the baseline unless ink reaches it"},
+      {"41", "show_gray_adf_8bit\n", 2, 2, 1, 1,
+       "a distance-field glyph: its box, two pixels wider and taller, on the gray page"},
   };
   for (const auto& row : rows) {
     ScriptHost r;

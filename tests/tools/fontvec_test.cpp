@@ -2,6 +2,11 @@
 // and the measurement fixtures; its subcommands, output formats and exit codes.
 #include <gtest/gtest.h>
 
+#include <png.h>
+#include <stdio.h>
+
+#include <algorithm>
+
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -197,6 +202,20 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --char U+0041 --ppem 16 --type gray4", 2}, {"validate", 2},
       {"validate " SANS " " TERMINUS, 1,
        SANS ": valid\n" TERMINUS ": invalid (error 448: table directory inconsistent)\n"},
+      // glyph --adf and --distance-field: the box, then the contrast in
+      // force (the client's defaults or --csm) or the field's cut-off
+      // (0.16 * 24 + 1).
+      {"glyph " SANS " --char U+0041 --ppem 24 --no-hints --adf --png @/adf.png", 0,
+       "-1 17 18 19\ncsm: 0.39999 -0.56000 1.00000\n"},
+      {"glyph " SANS " --char U+0041 --ppem 24 --adf --csm 0.5,-0.5,1 --png @/adf2.png", 0, "",
+       "", {"\ncsm: 0.50000 -0.50000 1.00000\n"}, 2},
+      {"glyph " SANS " --char U+0041 --ppem 24 --no-hints --distance-field --png @/df.png", 0,
+       "-5 20 25 25\ncutoff: 4.84009\n"},
+      {"glyph " SANS " --char U+0020 --ppem 24 --adf --png @/adfspace.png", 0, "", "0 0 0 0\n"},
+      {"glyph " SANS " --glyph 60000 --ppem 24 --adf --png @/x.png", 1},
+      {"glyph " SANS " --char U+0041 --ppem 24 --csm 0.5,-0.5,1 --png @/x.png", 2},
+      {"glyph " SANS " --char U+0041 --ppem 24 --adf --csm 0.5,-0.5 --png @/x.png", 2},
+      {"glyph " SANS " --char U+0041 --ppem 24 --adf --points", 2},
       // measure FOLDER: the library's line, and its refusals.
       {"measure @/absent", 1, "", "", {}, -1, "not a folder"},
       {"measure @", 1, "", "", {}, -1, "Error=8\n"},  // no pictures
@@ -227,6 +246,25 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
 // A linked font whose first component, also its metric one, is DejaVu Sans
 // for U+0000 to U+03FF: every glyph the renderer draws comes from it, so the
 // vector is DejaVu Sans's own.
+// The distance-field PNGs read back: the printed size, ink dark on white;
+// the distance map's far outside white, its inside past the middle grey.
+TEST(Fontvec, DistanceFieldPngsReadBack) {
+  testsupport::TempDir dir;
+  for (const char* kind : {"--adf", "--distance-field"}) {
+    std::string png = dir.file("g.png");
+    ToolRun r = runFontvec("glyph " SANS " --char U+0041 --ppem 24 --no-hints " + (kind + (" --png " + png)));
+    int w = 0, h = 0;
+    ASSERT_EQ(sscanf(r.out.c_str(), "%*d %*d %d %d", &w, &h) + r.status, 2) << kind;
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_TRUE(png_image_begin_read_from_file(&image, png.c_str())) << kind;
+    std::vector<png_byte> px((size_t)(w * h));
+    ASSERT_TRUE((image.format = PNG_FORMAT_GRAY, (int)image.width == w) && (int)image.height == h && png_image_finish_read(&image, nullptr, px.data(), 0, nullptr));
+    auto range = std::minmax_element(px.begin(), px.end());  // white around, ink (a field past 128) within
+    EXPECT_TRUE(*range.second == 255 && *range.first < (kind[2] == 'a' ? 1 : 127)) << kind;
+  }
+}
+
 TEST(Fontvec, ALinkedFontGivesTheVectorOfTheComponentThatDrawsIt) {
   testsupport::TempDir dir;
   testsupport::LttSpec link = testsupport::linkedSet({1, 0});

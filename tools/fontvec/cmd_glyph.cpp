@@ -5,7 +5,9 @@
 // contours in the engine's order: reversed, each closed on a point of its
 // own, a cubic's two controls `off`); or with --png its map of the --type
 // asked (8-bit gray by default) as a PNG; or with --bitmap its trimmed
-// 1-bit map, as a 1-bit grey PNG or as text rows of '#' and '.'; either map
+// 1-bit map, as a 1-bit grey PNG or as text rows of '#' and '.'; or with
+// --adf its 8-bit distance-field map (at the font's or --csm's contrast),
+// or with --distance-field its distance map, as --png writes them; either map
 // in a style (an image effect, softening, boldness) set through the
 // client's setters. Starts a private engine client, adds and sets the font,
 // sets the scale and the character map, and asks the glyph request calls
@@ -19,6 +21,7 @@
 #include <png.h>
 
 // The engine's client calls only.
+#include "Orvex_internal/adf.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cmap.h"
@@ -272,6 +275,62 @@ int writeBitmap(FS_STATE* st, const char* path, FS_ULONG id,
   return status;
 }
 
+// The distance-field map of `id` (type 0x800) or its distance map (type
+// 0x80) written to `pngOut`; the box printed, then the contrast values in
+// force for the glyph, or the distance map's cut-off. 0 or 1.
+int writeAdf(FS_STATE* st, const char* path, FS_ULONG id, bool field,
+             const char* pngOut) {
+  FS_GLYPHMAP* g = FSS_get_glyphmap(st, id, field ? FS_MAP_DISTANCEFIELD
+                                                  : FS_MAP_EDGE_GRAYMAP8);
+  if (g == NULL) return engineError(path, st);
+  int status = 0;
+  if (!writeGraymapPng(pngOut, g)) {
+    fontvec_error("%s: cannot write the PNG file", pngOut);
+    status = 1;
+  } else {
+    printf("%d %d %d %d\n", g->lo_x, g->hi_y, g->width, g->height);
+    if (field) {
+      printf("cutoff: %.5f\n", ((double)st->lpm * 10486 + 65536) / 65536.0);
+    } else {
+      FS_ULONG index = (st->flags & FLAGS_CMAP_OFF) ? id : map_char(st, id, 0);
+      ADF_F32 in = 0, out = 0, gamma = 0;
+      FS_get_csm(st, index, &in, &out, &gamma);
+      if (st->flags & FLAGS_DEFAULT_CSM_ON) {
+        in += st->insideCutoffAdj;
+        out += st->outsideCutoffAdj;
+      }
+      printf("csm: %.5f %.5f %.5f\n", in / 65536.0, out / 65536.0,
+             gamma / 65536.0);
+    }
+  }
+  st->error = 0;
+  FSS_free_char(st, g);
+  return status;
+}
+
+// Three decimal numbers separated by commas.
+bool parseCsm(const char* text, double v[3]) {
+  char buf[128];
+  if (strlen(text) >= sizeof buf) return false;
+  strcpy(buf, text);
+  char* parts[3];
+  char* p = buf;
+  for (int k = 0; k < 3; k++) {
+    parts[k] = p;
+    char* comma = strchr(p, ',');
+    if ((comma == NULL) != (k == 2)) return false;
+    if (comma != NULL) *comma = '\0', p = comma + 1;
+  }
+  for (int k = 0; k < 3; k++) {
+    char* end = NULL;
+    v[k] = strtod(parts[k], &end);
+    if (parts[k][0] == '\0' || *end != '\0' || !isfinite(v[k]) ||
+        fabs(v[k]) > 32767.0)
+      return false;
+  }
+  return true;
+}
+
 // The --effect words and their flags.
 const struct {
   const char* word;
@@ -309,6 +368,8 @@ struct GlyphRequest {
   bool haveGlyph = false, haveChar = false, points = false;
   bool bitmap = false, text = false, dropout = false, memory = false;
   bool hints = true, forceAutohint = false, strokes = false;
+  bool adf = false, field = false, haveCsm = false;
+  double csm[3] = {0, 0, 0};
   const char* pngOut = NULL;
   // The style: an effect flag (0 none), outline width and opacity as
   // given, softening, boldness in percent of the em and its pixel form.
@@ -401,6 +462,13 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
       r->soften = true;
     } else if (strcmp(a, "--pixel-bold") == 0) {
       r->pixelBold = true;
+    } else if (strcmp(a, "--adf") == 0) {
+      r->adf = true;
+    } else if (strcmp(a, "--distance-field") == 0) {
+      r->field = true;
+    } else if (strcmp(a, "--csm") == 0 && i + 1 < argc) {
+      if (!parseCsm(argv[++i], r->csm)) return false;
+      r->haveCsm = true;
     } else if (strcmp(a, "--memory") == 0) {
       r->memory = true;
     } else if (strcmp(a, "--points") == 0) {
@@ -431,6 +499,12 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
   if (r->strokes && (r->points || r->pngOut != NULL || r->bitmap || r->forceAutohint))
     return false;
   if (r->forceAutohint && (!r->hints || r->bitmap)) return false;
+  // A distance-field map is one of the two kinds, written to --png; the
+  // contrast goes only with --adf.
+  if (r->haveCsm && !r->adf) return false;
+  if ((r->adf || r->field) &&
+      (r->adf == r->field || r->pngOut == NULL || r->points || r->bitmap))
+    return false;
   return r->path != NULL && r->ppem != 0 && r->haveGlyph != r->haveChar &&
          !(r->points && (r->pngOut != NULL || r->bitmap));
 }
@@ -475,8 +549,13 @@ int fontvec_glyph(int argc, char** argv) {
     if (r.forceAutohint) FS_set_flags(&st, FLAGS_FORCE_AUTOHINT);
     if (r.forceAutohint && r.points) FS_set_flags(&st, FLAGS_GRAYSCALE);
     if (r.strokes) FS_set_flags(&st, FLAGS_NO_HINTS);
+    if (r.haveCsm) {
+      FS_set_csm(&st, toFixed(r.csm[0]), toFixed(r.csm[1]), toFixed(r.csm[2]));
+      FS_set_flags(&st, FLAGS_DEFAULT_CSM_ON);
+    }
     FS_ULONG id = r.haveChar ? (FS_ULONG)r.code : (FS_ULONG)r.glyph;
     status = r.strokes ? printStrokes(&st, r.path, id, r.ppem)
+             : (r.adf || r.field) ? writeAdf(&st, r.path, id, r.field, r.pngOut)
              : r.bitmap ? writeBitmap(&st, r.path, id, r.pngOut)
              : r.pngOut != NULL ? writeGraymap(&st, r.path, id, r.pngOut, r.type)
                                 : printPoints(&st, r.path, id);
