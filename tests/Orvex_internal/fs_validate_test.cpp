@@ -1,8 +1,9 @@
 // Font validation: a verdict per file and face with the loader's refusal as
 // the cause, linked fonts by their components, and nothing left added.
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
+
+#include <filesystem>
 
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_validate.h"
@@ -15,34 +16,20 @@ namespace {
 
 using namespace testsupport;
 
-void fontsUnder(const std::string& folder, std::vector<std::string>* out) {
-  DIR* d = opendir(folder.c_str());
-  while (dirent* e = d ? readdir(d) : nullptr) {
-    std::string path = folder + "/" + e->d_name, end = path.substr(path.size() - 4);
-    if (e->d_type == DT_DIR && e->d_name[0] != '.') fontsUnder(path, out);
-    if (end == ".ttf" || end == ".otf" || end == ".ttc" || end == ".otb") out->push_back(path);
-  }
-  if (d) closedir(d);
-}
-
 TEST(FontValidation, PackagedFacesHandMadeFilesAndLinkedFonts) {
-  std::vector<std::string> files;
-  fontsUnder("/usr/share/fonts", &files);
   TypesetFont c;
   FS_ULONG start = FS_get_heap_used(&c.st), faces = 0, terminus = 0;
-  for (const std::string& f : files) {
-    Bytes head(12, 0);  // every face of a collection
-    FILE* fp = fopen(f.c_str(), "rb");
-    ASSERT_TRUE(fp && fread(head.data(), 1, 12, fp) == 12) << f;
-    fclose(fp);
+  for (const auto& e : std::filesystem::recursive_directory_iterator("/usr/share/fonts")) {
+    std::string f = e.path(), end = f.substr(f.size() - 4);
+    if (end != ".ttf" && end != ".otf" && end != ".ttc" && end != ".otb") continue;
+    Bytes head = fileBytes(f);  // every face of a collection
     for (FS_ULONG i = 0, n = sfnt::getU32(head, 0) == sfnt::tagOf("ttcf") ? sfnt::getU32(head, 8) : 1; i < n; i++) {
       bool isTerminus = f.find("/terminus/") != std::string::npos;  // its empty glyf lies on name
       terminus += isTerminus, faces++;
-      EXPECT_EQ(FS_validate_font(&c.st, f.c_str(), nullptr, i, 0, 0), !isTerminus) << f << " " << i;
-      EXPECT_EQ(c.st.error, isTerminus ? (FS_ULONG)ERR_TABLE_DIR : 0u) << f << " " << i;
+      EXPECT_TRUE(FS_validate_font(&c.st, f.c_str(), nullptr, i, 0, 0) == !isTerminus &&
+                  c.st.error == (isTerminus ? (FS_ULONG)ERR_TABLE_DIR : 0u)) << f << " " << i << " " << c.st.error;
     }
   }
-  RecordProperty("faces", (int)faces);
   EXPECT_TRUE(terminus == 4 && faces > 300);
   TempDir dir;
   Bytes font = fileBytes(linkedPath(1)), overlap = font, none = font, many = font;
@@ -68,11 +55,10 @@ TEST(FontValidation, PackagedFacesHandMadeFilesAndLinkedFonts) {
     std::string path = dir.file("font.ttf");
     unlink(path.c_str());
     if (!r.bytes.empty()) writeBytes(path, sfnt::asString(r.bytes));
-    EXPECT_EQ(FS_validate_font(&c.st, path.c_str(), nullptr, 0, 0, 0), r.error == 0) << r.why;
-    EXPECT_EQ(c.st.error, r.error) << r.why;
+    EXPECT_TRUE(FS_validate_font(&c.st, path.c_str(), nullptr, 0, 0, 0) == (r.error == 0) && c.st.error == r.error)
+        << r.why << " " << c.st.error;
   }
-  EXPECT_FALSE(FS_validate_font(&c.st, nullptr, nullptr, 0, 0, 0));
-  EXPECT_EQ(c.st.error, (FS_ULONG)ERR_VALIDATE_ARGS) << "no source";
+  EXPECT_TRUE(!FS_validate_font(&c.st, nullptr, nullptr, 0, 0, 0) && c.st.error == ERR_VALIDATE_ARGS) << "no source";
   EXPECT_EQ(FS_get_heap_used(&c.st), start) << "validation leaves nothing behind";
 }
 

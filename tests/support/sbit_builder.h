@@ -1,8 +1,6 @@
-// Test helper: writes one embedded strike (location and data tables) from
-// glyph pictures in index format 1-5 and image format 1, 2, 5-9, 17-19. Each
-// run of consecutive ids of equal metrics (and, for index formats 2 and 5,
-// image size) is one index subtable. Composites (8, 9) split each glyph into
-// a top and a bottom part, stored in format 2 or 7 under ids past the last.
+// Test helper: one embedded strike from glyph pictures in index format 1-5 and image format 1, 2, 5-9,
+// 17-19, a subtable per run of ids of equal metrics (and size, for index 2 and 5). Composites (8, 9)
+// split each glyph into a top and a bottom part, stored in format 2 or 7 under ids past the last.
 #ifndef TESTS_SUPPORT_SBIT_BUILDER_H
 #define TESTS_SUPPORT_SBIT_BUILDER_H
 
@@ -17,9 +15,7 @@ struct SbitGlyph {
   uint16_t id;
   int w, h, left, top, adv;
   std::vector<uint8_t> pix;  // w x h levels, top row first; a PNG at depth 32
-  bool same(const SbitGlyph& o) const {
-    return w == o.w && h == o.h && left == o.left && top == o.top && adv == o.adv;
-  }
+  bool same(const SbitGlyph& o) const { return w == o.w && h == o.h && left == o.left && top == o.top && adv == o.adv; }
   bool operator==(const SbitGlyph& o) const { return same(o) && pix == o.pix; }
 };
 
@@ -76,13 +72,12 @@ inline void buildStrike(std::vector<SbitGlyph> glyphs, int ppem, int depth, int 
     for (size_t i = first; i <= last; i++) {
       sfnt::Bytes b = sbitImage(glyphs[i], depth, g0.id < parts ? im : im == 8 ? 2 : 7);
       if (ix == 1 || ix == 3) ix == 1 ? sfnt::u32(subs, data.size() - start) : sfnt::u16(subs, data.size() - start);
-      if (ix == 2 || ix == 5) {
-        if (i == first) sfnt::u32(subs, (uint32_t)b.size());
-        if (i == first) for (int v : {g0.h, g0.w, g0.left, g0.top, g0.adv, 0, 0, 0}) sfnt::u8(subs, v);
-        if (i == first && ix == 5) sfnt::u32(subs, (uint32_t)(last - first + 1));
-        if (ix == 5) sfnt::u16(subs, glyphs[i].id);
+      if ((ix == 2 || ix == 5) && i == first) {
+        sfnt::u32(subs, (uint32_t)b.size());
+        for (int v : {g0.h, g0.w, g0.left, g0.top, g0.adv, 0, 0, 0}) sfnt::u8(subs, v);
       }
-      if (ix == 4 && i == first) sfnt::u32(subs, (uint32_t)(last - first + 1));
+      if ((ix == 4 || ix == 5) && i == first) sfnt::u32(subs, (uint32_t)(last - first + 1));
+      if (ix == 5) sfnt::u16(subs, glyphs[i].id);
       if (ix == 4) sfnt::u16(subs, glyphs[i].id), sfnt::u16(subs, data.size() - start);
       data.insert(data.end(), b.begin(), b.end());
     }
