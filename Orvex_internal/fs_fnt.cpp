@@ -9,6 +9,7 @@
 #include <string.h>
 
 #include "Orvex_internal/fs_rtgah.h"
+#include "Orvex_internal/fs_scale.h"
 
 namespace {
 
@@ -226,28 +227,14 @@ FS_LONG fnt_ProjectedPPEM(GS* gs) {
   return varmul_64(g->pixelsPerEm, fnt_GetCVTScale(gs), 16);
 }
 
-// Font units through one of the scale records (function 0, 1 or 2).
-F26DOT6 apply_scale(const scale_rec* rec, FS_LONG v) {
-  switch (rec->fn) {
-    case 0:
-      return (F26DOT6)(((FS_INT64)v * rec->N + rec->D / 2) >> rec->shift);
-    case 1: {
-      FS_INT64 m = (FS_INT64)(v < 0 ? -(FS_INT64)v : v) * rec->N;
-      FS_INT64 q = rec->D ? (m + rec->D / 2) / rec->D : 0;
-      return (F26DOT6)(v < 0 ? -q : q);
-    }
-    default:
-      return varmul_64(v, rec->scl, 16);
-  }
-}
 F26DOT6 scale_cvt_value(fnt_GlobalGraphicStateType* g, FS_LONG v) {
-  return apply_scale(&g->scaleCVT, v);
+  return scale_value(&g->scaleCVT, v);
 }
 
 // A distance in font units scaled symmetrically: its magnitude through the
 // record, the sign given back, so that halves go away from zero.
 inline F26DOT6 scale_distance(const scale_rec* rec, FS_LONG v) {
-  return v < 0 ? wrap_neg(apply_scale(rec, wrap_neg(v))) : apply_scale(rec, v);
+  return v < 0 ? wrap_neg(scale_value(rec, wrap_neg(v))) : scale_value(rec, v);
 }
 
 inline bool same_scale(const scale_rec& a, const scale_rec& b) {
