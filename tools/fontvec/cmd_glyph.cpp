@@ -83,71 +83,63 @@ unsigned grayLevel(const FS_GRAYMAP* g, int x, int y) {
   return v * 255 / ((1u << d) - 1);
 }
 
-// Writes a graymap as an 8-bit grey PNG, ink dark on white. A map with no
-// pixels becomes one white pixel, PNG having no empty image. False when the
-// file can't be written.
-bool writeGraymapPng(const char* out, const FS_GRAYMAP* g) {
+// Writes a grey PNG of w by h pixels at `depth` bits, each row's bytes
+// filled in by `fill` (row index, row buffer). False when the file can't
+// be written.
+template <class Fill>
+bool writeGreyPng(const char* out, png_uint_32 w, png_uint_32 h, int depth,
+                  Fill fill) {
   FILE* fp = fopen(out, "wb");
   if (fp == NULL) return false;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, NULL, NULL, NULL);
   png_infop info = png ? png_create_info_struct(png) : NULL;
+  png_bytep volatile row = NULL;
   if (info == NULL || setjmp(png_jmpbuf(png))) {
+    free(row);
     png_destroy_write_struct(&png, &info);
     fclose(fp);
     return false;
   }
-  png_uint_32 w = g->width > 0 ? (png_uint_32)g->width : 1;
-  png_uint_32 h = g->height > 0 ? (png_uint_32)g->height : 1;
   png_init_io(png, fp);
-  png_set_IHDR(png, info, w, h, 8, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
+  png_set_IHDR(png, info, w, h, depth, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   png_write_info(png, info);
-  png_bytep row = (png_bytep)malloc(w);
+  row = (png_bytep)malloc(((size_t)w * depth + 7) / 8);
   for (png_uint_32 y = 0; y < h; y++) {
-    for (png_uint_32 x = 0; x < w; x++)
-      row[x] = (png_byte)(g->width > 0 && g->height > 0
-                              ? 255 - grayLevel(g, (int)x, (int)y)
-                              : 255);
+    fill(y, (png_bytep)row);
     png_write_row(png, row);
   }
   free(row);
+  row = NULL;
   png_write_end(png, info);
   png_destroy_write_struct(&png, &info);
   return fclose(fp) == 0;
 }
 
+// Writes a graymap as an 8-bit grey PNG, ink dark on white. A map with no
+// pixels becomes one white pixel, PNG having no empty image.
+bool writeGraymapPng(const char* out, const FS_GRAYMAP* g) {
+  bool blank = g->width <= 0 || g->height <= 0;
+  png_uint_32 w = blank ? 1 : (png_uint_32)g->width;
+  png_uint_32 h = blank ? 1 : (png_uint_32)g->height;
+  return writeGreyPng(out, w, h, 8, [&](png_uint_32 y, png_bytep row) {
+    for (png_uint_32 x = 0; x < w; x++)
+      row[x] = (png_byte)(blank ? 255 : 255 - grayLevel(g, (int)x, (int)y));
+  });
+}
+
 // Writes a 1-bit map as a 1-bit grey PNG, ink black on white. A map with
-// no pixels becomes one white pixel. False when the file can't be written.
+// no pixels becomes one white pixel.
 bool writeBitmapPng(const char* out, const FS_BITMAP* b) {
-  FILE* fp = fopen(out, "wb");
-  if (fp == NULL) return false;
-  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, NULL, NULL, NULL);
-  png_infop info = png ? png_create_info_struct(png) : NULL;
-  if (info == NULL || setjmp(png_jmpbuf(png))) {
-    png_destroy_write_struct(&png, &info);
-    fclose(fp);
-    return false;
-  }
   bool blank = b->width <= 0 || b->height <= 0;
   png_uint_32 w = blank ? 1 : (png_uint_32)b->width;
   png_uint_32 h = blank ? 1 : (png_uint_32)b->height;
-  png_init_io(png, fp);
-  png_set_IHDR(png, info, w, h, 1, PNG_COLOR_TYPE_GRAY, PNG_INTERLACE_NONE,
-               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  png_write_info(png, info);
-  png_uint_32 bytes = (w + 7) / 8;
-  png_bytep row = (png_bytep)malloc(bytes);
-  for (png_uint_32 y = 0; y < h; y++) {
+  return writeGreyPng(out, w, h, 1, [&](png_uint_32 y, png_bytep row) {
     // Grey 1 is white: the engine's ink bits are inverted, the padding
     // stays white.
-    for (png_uint_32 j = 0; j < bytes; j++)
+    for (png_uint_32 j = 0; j < (w + 7) / 8; j++)
       row[j] = (png_byte)(blank ? 0xFF : ~b->bits[y * (png_uint_32)b->bpl + j]);
-    png_write_row(png, row);
-  }
-  free(row);
-  png_write_end(png, info);
-  png_destroy_write_struct(&png, &info);
-  return fclose(fp) == 0;
+  });
 }
 
 int engineError(const char* path, FS_STATE* st) {
