@@ -12,6 +12,7 @@
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_effects.h"
 #include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_line.h"
 #include "Orvex_internal/fs_outline.h"
@@ -452,16 +453,7 @@ FS_BITMAP* get_bitmap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
     }
   }
   FS_ULONG err = state->error;
-  if (sfnt != nullptr && sfnt->vertical_shift != 0) {
-    if (sfnt->senv && sfnt->senv->vanilla) {
-      b->hi_y = (FS_SHORT)(b->hi_y + sfnt->vertical_shift);
-    } else {
-      FIXED_VECTOR n = {b->dx, b->dy};
-      fixed_norm(&n);
-      b->lo_x = (FS_SHORT)(b->lo_x + varmul_64(-n.y, sfnt->vertical_shift, 16));
-      b->hi_y = (FS_SHORT)(b->hi_y + varmul_64(n.x, sfnt->vertical_shift, 16));
-    }
-  }
+  shift_map_vertically(sfnt, b);
   b->bitsPerPixel = 1;
   b->type = 1;
   // A partial map of an open contour is the caller's alone, so a repeat

@@ -7,6 +7,8 @@
 
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_fixed.h"
+#include "Orvex_internal/fs_scale.h"
 
 namespace {
 
@@ -122,4 +124,16 @@ FS_LONG check_types(FS_STATE* state) {
   }
   if (state != nullptr) state->error = (FS_ULONG)err;
   return err;
+}
+
+void shift_map_vertically(const SFNT* sfnt, FS_GLYPHMAP* map) {
+  if (sfnt == nullptr || sfnt->vertical_shift == 0) return;
+  if (sfnt->senv && sfnt->senv->vanilla) {
+    map->hi_y = (FS_SHORT)(map->hi_y + sfnt->vertical_shift);
+    return;
+  }
+  FIXED_VECTOR n = {map->dx, map->dy};
+  fixed_norm(&n);
+  map->lo_x = (FS_SHORT)(map->lo_x + varmul_64(-n.y, sfnt->vertical_shift, 16));
+  map->hi_y = (FS_SHORT)(map->hi_y + varmul_64(n.x, sfnt->vertical_shift, 16));
 }

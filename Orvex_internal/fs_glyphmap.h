@@ -137,4 +137,10 @@ FS_LONG FS_set_flags(FS_STATE* state, FS_ULONG effect);
 // The client's flag word.
 FS_ULONG FS_get_flags(FS_STATE* state);
 
+// Moves a fresh glyph map by its font's vertical shift, when it has one:
+// straight up under a plain scale, else along the perpendicular of the
+// map's advance direction. Every map getter (1-bit, gray, distance-field)
+// places its maps so.
+void shift_map_vertically(const SFNT* sfnt, FS_GLYPHMAP* map);
+
 #endif

@@ -12,6 +12,7 @@
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_effects.h"
 #include "Orvex_internal/fs_err.h"
+#include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_outline.h"
 #include "Orvex_internal/fs_sbit.h"
@@ -881,16 +882,7 @@ FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
     state->flags = flags;
     return nullptr;
   }
-  if (sfnt->vertical_shift != 0) {
-    if (sfnt->senv && sfnt->senv->vanilla) {
-      g->hi_y = (FS_SHORT)(g->hi_y + sfnt->vertical_shift);
-    } else {
-      FIXED_VECTOR p = {g->dx, g->dy};
-      fixed_norm(&p);
-      g->lo_x = (FS_SHORT)(g->lo_x + varmul_64(-p.y, sfnt->vertical_shift, 16));
-      g->hi_y = (FS_SHORT)(g->hi_y + varmul_64(p.x, sfnt->vertical_shift, 16));
-    }
-  }
+  shift_map_vertically(sfnt, g);
   save_graymap_to_cache(state, index, g, type, phasex, phasey);
   state->flags = flags;
   state->error = 0;
