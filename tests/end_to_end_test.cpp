@@ -49,8 +49,8 @@ std::string fontFolder(const testsupport::TempDir& dir, const std::string& name,
   return folder;
 }
 
-std::string semaphoreName(const char* tag) {
-  return std::string("/fontvec-e2e-") + tag + "-" + std::to_string(getpid());
+std::string semaphoreName(const char* tag, pid_t owner = getpid()) {
+  return std::string("/fontvec-e2e-") + tag + "-" + std::to_string(owner);
 }
 
 // The door's answer for a folder, as text, and its code in *code.
@@ -204,7 +204,9 @@ TEST(FrontDoorDeath, AFolderWithoutImagesEndsTheProcess) {
   ASSERT_TRUE(fs::is_regular_file(kDejaVu)) << kDejaVu;
   fs::copy_file(kDejaVu, folder + "/font.ttf");
   auto run = [&]() {
-    link_library(semaphoreName("death").c_str(), configDir().c_str());
+    // Named after the test process (the death test's parent), which removes
+    // the semaphore the ended child could not.
+    link_library(semaphoreName("death", getppid()).c_str(), configDir().c_str());
     char result[FEATURE_VECTOR_TEXT_SIZE];
     create_feature_vector(folder.c_str(), result);
     unlink_library();
@@ -214,6 +216,7 @@ TEST(FrontDoorDeath, AFolderWithoutImagesEndsTheProcess) {
   // exit(-1), status 255 (a leak checker at exit may report its own status).
   EXPECT_EXIT(run(), [](int status) { return WIFEXITED(status) && WEXITSTATUS(status) != 0; },
               "Cannot open output png file");
+  sem_unlink(semaphoreName("death").c_str());
 }
 
 TEST(FrontDoorLock, ASemaphoreLeftByAKilledHolderDoesNotBlock) {

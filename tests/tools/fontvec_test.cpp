@@ -381,6 +381,27 @@ TEST(Fontvec, JobsGiveTheOutputOfOneAtATime) {
         << "--jobs " << jobs;
 }
 
+// Working folders are gone after a run, whether the font was worked, refused,
+// or its child was ended by the renderer (a script fault), which then costs
+// that font only.
+TEST(Fontvec, WorkingFoldersAreRemovedWhateverEndsTheChild) {
+  testsupport::TempDir dir;
+  std::string scratch = dir.mkdir("scratch"), ends = dir.mkdir("ends");
+  std::string bad = dir.file("not-a-font.ttf");
+  testsupport::writeBytes(bad, "plain text, no font");
+  testsupport::writeBytes(ends + "/Script.scr", "client \"Z\"\n");
+  setenv("TMPDIR", scratch.c_str(), 1);
+  ToolRun worked = runFontvec("--jobs 2 " SANS " " + bad + " " MONO);
+  std::string err = dir.file("err.txt");
+  ToolRun ended = runFontvec("--jobs 2 --config " + ends + " " SANS " " MONO, err);
+  unsetenv("TMPDIR");
+  EXPECT_EQ(worked.status, 1);
+  EXPECT_EQ(count(worked.out, '\n'), 2) << worked.out;
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(count(testsupport::readBytes(err), '\n'), 5) << testsupport::readBytes(err);
+  EXPECT_TRUE(fs::is_empty(scratch));
+}
+
 }  // namespace
 
 namespace {

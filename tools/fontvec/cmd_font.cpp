@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -139,73 +140,6 @@ std::string semaphoreName(pid_t parent, size_t index) {
          std::to_string(index);
 }
 
-// Renders and measures one font folder in a child process, so that a fault
-// the renderer ends its process with costs only this font. The child links
-// the library under its own semaphore name, so that children working at the
-// same time do not wait for each other's rendering. The renderer's messages
-// on standard output go to standard error. Returns "" with `job` filled,
-// or an error text.
-std::string startChild(const Options& options, const std::string& folder,
-                       size_t index, const std::vector<Running>& running,
-                       Running* job) {
-  int pipefd[2];
-  if (pipe(pipefd) != 0) return std::string("Error=pipe: ") + strerror(errno);
-  fflush(stdout);
-  fflush(stderr);
-  pid_t pid = fork();
-  if (pid < 0) {
-    close(pipefd[0]);
-    close(pipefd[1]);
-    return std::string("Error=fork: ") + strerror(errno);
-  }
-  if (pid == 0) {
-    close(pipefd[0]);
-    for (const Running& other : running) close(other.fd);
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-    char result[FEATURE_VECTOR_TEXT_SIZE];
-    memset(result, 0, sizeof result);
-    std::string semaphore = semaphoreName(getppid(), index);
-    int linked = link_library(semaphore.c_str(), options.config.c_str());
-    if (linked != 0) {
-      snprintf(result, sizeof result, "Error=link_library returned %d", linked);
-    } else {
-      create_feature_vector(folder.c_str(), result);
-      unlink_library();
-    }
-    fflush(stdout);
-    size_t length = strnlen(result, sizeof result);
-    size_t done = 0;
-    while (done < length) {
-      ssize_t n = write(pipefd[1], result + done, length - done);
-      if (n <= 0) break;
-      done += (size_t)n;
-    }
-    close(pipefd[1]);
-    _exit(0);
-  }
-  close(pipefd[1]);
-  job->pid = pid;
-  job->fd = pipefd[0];
-  job->index = index;
-  job->folder = folder;
-  return "";
-}
-
-// The result of a child that has ended with `status`. Its whole result is
-// already in the pipe: a result is far smaller than a pipe holds, so the
-// child never waits for the parent to read.
-std::string childResult(int fd, int status) {
-  std::string text = readAll(fd);
-  close(fd);
-  if (WIFSIGNALED(status))
-    return "Error=renderer stopped by signal " + std::to_string(WTERMSIG(status));
-  if (WIFEXITED(status) && WEXITSTATUS(status) != 0)
-    return "Error=renderer ended the process with status " +
-           std::to_string(WEXITSTATUS(status));
-  if (text.empty()) return "Error=no result";
-  return text;
-}
-
 // Copies the pictures of a working folder to `target`.
 bool keepPictures(const std::string& images, const std::string& target) {
   std::error_code ec;
@@ -231,44 +165,139 @@ std::string scratchBase() {
   return "/tmp";
 }
 
-// One font's working folder: a fresh folder holding the font as font.ttf and
-// an empty Images/. Returns "" with `folder` set, or an error text (with any
-// folder made already removed).
-std::string makeFolder(const std::string& font, std::string* folder) {
-  struct stat st;
-  if (stat(font.c_str(), &st) != 0) return std::string("Error=") + strerror(errno);
-  if (!S_ISREG(st.st_mode)) return "Error=not a file";
-
+// Names one font's working folder: a fresh empty folder made by mkdtemp.
+// Returns "" with `folder` set, or an error text.
+std::string makeFolder(std::string* folder) {
   std::string pattern = scratchBase() + "/fontvec-XXXXXX";
   std::vector<char> name(pattern.begin(), pattern.end());
   name.push_back('\0');
   if (mkdtemp(name.data()) == nullptr)
     return std::string("Error=working folder: ") + strerror(errno);
   *folder = name.data();
-  std::error_code ec;
-  fs::copy_file(font, *folder + "/font.ttf", ec);
-  std::string text;
-  if (ec)
-    text = "Error=copy: " + ec.message();
-  else if (mkdir((*folder + "/Images").c_str(), 0755) != 0)
-    text = std::string("Error=Images: ") + strerror(errno);
-  if (!text.empty()) fs::remove_all(*folder, ec);
-  return text;
+  return "";
 }
 
-// A font's pictures kept where --keep-images asks, then its working folder
-// removed.
-void finishFolder(const Options& options, const std::string& font,
-                  const std::string& folder) {
-  if (!options.keep_images.empty()) {
-    std::string target = options.keep_images;
-    if (options.fonts.size() > 1) target += "/" + fs::path(font).stem().string();
-    if (!keepPictures(folder + "/Images", target))
-      fontvec_error("%s: could not keep the pictures in %s", font.c_str(),
-                    target.c_str());
-  }
+// Fills a working folder: the font as font.ttf and an empty Images/.
+// Returns "" or an error text.
+std::string fillFolder(const std::string& font, const std::string& folder) {
+  struct stat st;
+  if (stat(font.c_str(), &st) != 0) return std::string("Error=") + strerror(errno);
+  if (!S_ISREG(st.st_mode)) return "Error=not a file";
   std::error_code ec;
-  fs::remove_all(folder, ec);
+  fs::copy_file(font, folder + "/font.ttf", ec);
+  if (ec) return "Error=copy: " + ec.message();
+  if (mkdir((folder + "/Images").c_str(), 0755) != 0)
+    return std::string("Error=Images: ") + strerror(errno);
+  return "";
+}
+
+// A font's pictures kept where --keep-images asks.
+void keepFolder(const Options& options, const std::string& font,
+                const std::string& folder) {
+  if (options.keep_images.empty()) return;
+  std::string target = options.keep_images;
+  if (options.fonts.size() > 1) target += "/" + fs::path(font).stem().string();
+  if (!keepPictures(folder + "/Images", target))
+    fontvec_error("%s: could not keep the pictures in %s", font.c_str(),
+                  target.c_str());
+}
+
+// The order fonts are started in: the input order, except that within each
+// block of 64 the larger files (which take longer) go first, so that the
+// last fonts of a run do not leave cores idle behind one long font. Blocks
+// keep the output streaming, since results print in input order.
+std::vector<size_t> startOrder(const std::vector<std::string>& fonts) {
+  const size_t block = 64;
+  std::vector<size_t> order(fonts.size());
+  std::vector<off_t> size(fonts.size(), 0);
+  for (size_t k = 0; k < fonts.size(); k++) {
+    order[k] = k;
+    struct stat st;
+    if (stat(fonts[k].c_str(), &st) == 0) size[k] = st.st_size;
+  }
+  for (size_t b = 0; b < order.size(); b += block) {
+    auto end = order.begin() + (long)std::min(order.size(), b + block);
+    std::stable_sort(order.begin() + (long)b, end,
+                     [&](size_t x, size_t y) { return size[x] > size[y]; });
+  }
+  return order;
+}
+
+// Renders and measures one font in a child process, so that a fault the
+// renderer ends its process with costs only this font. The parent only names
+// the working folder (`job->folder`, made empty by mkdtemp); the child fills
+// it, works it and removes it, so that this per-font file work runs on every
+// core instead of queueing in the parent. The child links the library under
+// its own semaphore name, so that children working at the same time do not
+// wait for each other's rendering. The renderer's messages on standard output
+// go to standard error. Returns "" with `job` filled, or an error text.
+std::string startChild(const Options& options, size_t index,
+                       const std::vector<Running>& running, Running* job) {
+  int pipefd[2];
+  if (pipe(pipefd) != 0) return std::string("Error=pipe: ") + strerror(errno);
+  fflush(stdout);
+  fflush(stderr);
+  pid_t pid = fork();
+  if (pid < 0) {
+    close(pipefd[0]);
+    close(pipefd[1]);
+    return std::string("Error=fork: ") + strerror(errno);
+  }
+  if (pid == 0) {
+    close(pipefd[0]);
+    for (const Running& other : running) close(other.fd);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    const std::string& font = options.fonts[index];
+    char result[FEATURE_VECTOR_TEXT_SIZE];
+    memset(result, 0, sizeof result);
+    std::string text = fillFolder(font, job->folder);
+    if (!text.empty()) {
+      snprintf(result, sizeof result, "%s", text.c_str());
+    } else {
+      std::string semaphore = semaphoreName(getppid(), index);
+      int linked = link_library(semaphore.c_str(), options.config.c_str());
+      if (linked != 0) {
+        snprintf(result, sizeof result, "Error=link_library returned %d",
+                 linked);
+      } else {
+        create_feature_vector(job->folder.c_str(), result);
+        unlink_library();
+      }
+      keepFolder(options, font, job->folder);
+    }
+    std::error_code ec;
+    fs::remove_all(job->folder, ec);
+    fflush(stdout);
+    size_t length = strnlen(result, sizeof result);
+    size_t done = 0;
+    while (done < length) {
+      ssize_t n = write(pipefd[1], result + done, length - done);
+      if (n <= 0) break;
+      done += (size_t)n;
+    }
+    close(pipefd[1]);
+    _exit(0);
+  }
+  close(pipefd[1]);
+  job->pid = pid;
+  job->fd = pipefd[0];
+  job->index = index;
+  return "";
+}
+
+// The result of a child that has ended with `status`. Its whole result is
+// already in the pipe: a result is far smaller than a pipe holds, so the
+// child never waits for the parent to read.
+std::string childResult(int fd, int status) {
+  std::string text = readAll(fd);
+  close(fd);
+  if (WIFSIGNALED(status))
+    return "Error=renderer stopped by signal " + std::to_string(WTERMSIG(status));
+  if (WIFEXITED(status) && WEXITSTATUS(status) != 0)
+    return "Error=renderer ended the process with status " +
+           std::to_string(WEXITSTATUS(status));
+  if (text.empty()) return "Error=no result";
+  return text;
 }
 
 // Works all fonts, at most options.jobs at once, each in its own child with
@@ -277,23 +306,28 @@ void finishFolder(const Options& options, const std::string& font,
 // finish.
 template <typename Done>
 void runFonts(const Options& options, Done done) {
-  const size_t count = options.fonts.size();
+  const std::vector<size_t> order = startOrder(options.fonts);
   std::vector<Running> running;
   size_t next = 0;
-  while (next < count || !running.empty()) {
-    while ((long)running.size() < options.jobs && next < count) {
-      size_t k = next++;
-      std::string folder;
-      std::string text = makeFolder(options.fonts[k], &folder);
+  // A child that ended without removing its folder (the renderer ended it).
+  auto lost = [&](const Running& job, const std::string& text) {
+    std::error_code ec;
+    fs::remove_all(job.folder, ec);
+    done(job.index, text);
+  };
+  while (next < order.size() || !running.empty()) {
+    while ((long)running.size() < options.jobs && next < order.size()) {
+      size_t k = order[next++];
+      Running job;
+      std::string text = makeFolder(&job.folder);
       if (text.empty()) {
-        Running job;
-        text = startChild(options, folder, k, running, &job);
+        text = startChild(options, k, running, &job);
         if (text.empty()) {
           running.push_back(job);
           continue;
         }
         std::error_code ec;
-        fs::remove_all(folder, ec);
+        fs::remove_all(job.folder, ec);
       }
       done(k, text);
     }
@@ -305,8 +339,7 @@ void runFonts(const Options& options, Done done) {
       // No child left to wait for: every running font is lost.
       for (const Running& job : running) {
         close(job.fd);
-        finishFolder(options, options.fonts[job.index], job.folder);
-        done(job.index, std::string("Error=wait: ") + strerror(errno));
+        lost(job, std::string("Error=wait: ") + strerror(errno));
       }
       running.clear();
       continue;
@@ -316,10 +349,13 @@ void runFonts(const Options& options, Done done) {
       Running job = running[i];
       running.erase(running.begin() + (long)i);
       std::string text = childResult(job.fd, status);
-      // A child the renderer ended did not remove its semaphore.
-      sem_unlink(semaphoreName(getpid(), job.index).c_str());
-      finishFolder(options, options.fonts[job.index], job.folder);
-      done(job.index, text);
+      if (WIFEXITED(status) && WEXITSTATUS(status) == 0) {
+        done(job.index, text);
+      } else {
+        // A child the renderer ended did not remove its semaphore or folder.
+        sem_unlink(semaphoreName(getpid(), job.index).c_str());
+        lost(job, text);
+      }
       break;
     }
   }
