@@ -1,0 +1,98 @@
+// fontvec similar on the vectors of packaged fonts: the nearest fonts make
+// sense, ranks don't follow the rows' order, a copy is a duplicate, and
+// a malformed table names its line.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+using testsupport::runFontvec;
+namespace {
+
+#define DEJAVU "/usr/share/fonts/truetype/dejavu/"
+
+// The first file `similar --to` names (rank 1).
+std::string nearest(const std::string& out) {
+  size_t a = out.find(' '), b = out.find(' ', a + 1), e = out.find('\n');
+  return a == std::string::npos || b > e ? "" : out.substr(b + 1, e - b - 1);
+}
+
+TEST(FontvecSimilar, NearestFontsDuplicatesAndRowOrder) {
+  testsupport::TempDir dir;
+  // The folders stand for their fonts; a copy of DejaVu Serif under another name.
+  std::string copies = dir.mkdir("copies");
+  testsupport::writeBytes(copies + "/Copy.ttf", testsupport::readBytes(DEJAVU "DejaVuSerif.ttf"));
+  std::string csv = dir.file("v.csv"), err = dir.file("err.txt");
+  std::string fonts = copies + " /usr/share/fonts/truetype/liberation2 /usr/share/fonts/truetype/freefont";
+  for (const char* f : {"Sans", "Sans-Bold", "SansMono", "SansMono-Bold", "Serif", "Serif-Bold"})
+    fonts += std::string(" " DEJAVU "DejaVu") + f + ".ttf";
+  std::string table = runFontvec("--format csv " + fonts, err).out;
+  ASSERT_EQ(std::count(table.begin(), table.end(), '\n'), 32) << testsupport::readBytes(err);
+  testsupport::writeBytes(csv, table);
+  // The same rows bottom up.
+  std::string header = table.substr(0, table.find('\n') + 1), reversed = header, rest = table.substr(header.size());
+  for (size_t end = rest.size(); end > 0;) {
+    size_t start = rest.rfind('\n', end - 2) + 1;  // npos + 1 is 0
+    reversed += rest.substr(start, end - start);
+    end = start;
+  }
+  testsupport::writeBytes(dir.file("r.csv"), reversed);
+
+  const struct {
+    std::string query;
+    std::vector<std::string> allowed;
+    const char* why;
+  } rows[] = {
+      {"DejaVuSans-Bold.ttf", {"LiberationSans-Bold.ttf", "FreeSansBold.ttf"}, "a bold sans"},
+      {"LiberationMono-Regular.ttf", {"LiberationMono-Bold.ttf", "DejaVuSansMono.ttf", "FreeMono.ttf"}, "a mono"},
+      {DEJAVU "DejaVuSans-Oblique.ttf", {"LiberationSans-Italic.ttf", "FreeSansOblique.ttf"}, "worked first: a sloped sans"},
+  };
+  for (const auto& row : rows) {
+    testsupport::ToolRun r = runFontvec("similar --k 29 --to " + row.query + " " + csv, err);
+    EXPECT_EQ(r.status, 0) << row.why;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 29) << row.why;
+    EXPECT_NE(std::find(row.allowed.begin(), row.allowed.end(), nearest(r.out)), row.allowed.end())
+        << row.why << "\n" << r.out;
+    EXPECT_EQ(runFontvec("similar --k 29 --to " + row.query + " " + dir.file("r.csv")).out, r.out) << row.why;
+  }
+  EXPECT_EQ(runFontvec("similar --duplicates " + csv).out, "Copy.ttf DejaVuSerif.ttf\n");
+}
+
+TEST(FontvecSimilar, BadTablesNameTheLineAndBadQueriesTheirError) {
+  testsupport::TempDir dir;
+  const struct {
+    std::string table, args;
+    int status;
+    std::string err;
+  } rows[] = {
+      {"file,a,b\nx.ttf,1\n", "--duplicates", 2, "t.csv:2: 2 fields where the header has 3"},
+      {"file,a,b\nx.ttf,1,2\ny.ttf,1,2,3\n", "--duplicates", 2, "t.csv:3: 4 fields"},
+      {"file,a,b\nx.ttf,1,zz\n", "--duplicates", 2, "t.csv:2: b: \"zz\" is not a number"},
+      {"file,a,b\n", "--duplicates", 2, "t.csv:2: no rows after the header"},
+      {"", "--duplicates", 2, "t.csv:1: no header"},
+      {"name,a\nx,1\n", "--duplicates", 2, "t.csv:1: the header"},
+      {"file,a\n\"x,1\n", "--duplicates", 2, "t.csv:2: a quote is not closed"},
+      {"file,a,b\nx.ttf,1,2\n", "--to /no/such.ttf", 1, "/no/such.ttf: Error="},
+      {"file,a,b\nx.ttf,1,2\n", "--to " + dir.file("t.csv"), 1, "t.csv: Error=-1"},  // not a font
+      // Constant and infinite columns are left out and named; on b alone
+      // (5, 2, 9: mean 16/3, sd sqrt(74)/3) y is 3 / (sqrt(74)/3) = 1.0462 away.
+      {"file,a,b,c\nx.ttf,1,5,inf\ny.ttf,1,2,0\nz.ttf,1,9,0\n", "--k 1 --to x.ttf", 0,
+       "column a left out: constant\nfontvec: column c left out: not finite"},
+      {"file,a\nx.ttf,1\n", "--to x.ttf --duplicates", 2, ""},
+      {"file,a\nx.ttf,1\n", "--to x.ttf --k 0", 2, ""},
+  };
+  std::string csv = dir.file("t.csv"), err = dir.file("err.txt");
+  for (const auto& row : rows) {
+    testsupport::writeBytes(csv, row.table);
+    testsupport::ToolRun r = runFontvec("similar " + row.args + " " + csv, err);
+    EXPECT_EQ(r.status, row.status) << row.table;
+    EXPECT_NE(testsupport::readBytes(err).find(row.err), std::string::npos)
+        << row.table << testsupport::readBytes(err);
+    if (row.status == 0) { EXPECT_EQ(r.out, "1 1.0462 y.ttf\n"); }
+  }
+}
+
+}  // namespace
