@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Installs the build into a staging folder, builds a program outside the
+# project against it both ways (the CMake package, then pkg-config) and runs
+# each, and the installed Python module, on DejaVu Sans: each must give the
+# tool's own vector, and the program must need the library by its SONAME.
+# Usage: packaging_test.sh BUILD_DIR
+set -euo pipefail
+build=$(cd "$1" && pwd)
+here=$(cd "$(dirname "$0")" && pwd)
+font=/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+stage=$work/stage
+
+DESTDIR=$stage cmake --install "$build" > /dev/null
+pcdir=$(dirname "$(find "$stage" -name fontvec.pc)")
+pkgdir=$(dirname "$(find "$stage" -name fontvecConfig.cmake)")
+libdir=$(dirname "$(find "$stage" -name 'libfeature_vector.so.1')")
+config=$(dirname "$(find "$stage" -name Script.scr)")
+module=$(dirname "$(find "$stage" -name fontvec.py)")
+expected=$("$build/fontvec" "$font" 2> /dev/null)
+
+fail() { echo "FAILED: $*" >&2; exit 1; }
+check() {  # WHAT PROGRAM
+  readelf -d "$2" | grep -q 'NEEDED.*\[libfeature_vector\.so\.1\]' ||
+    fail "$1: does not need libfeature_vector.so.1"
+  got=$(LD_LIBRARY_PATH=$libdir "$2" "$font" "$config" 2> /dev/null) ||
+    fail "$1: the program failed"
+  [ "$got" = "$expected" ] || fail "$1: not the tool's vector"
+  echo "ok: $1"
+}
+
+cmake -S "$here/consumer" -B "$work/cmake" -Dfontvec_DIR="$pkgdir" > "$work/log" ||
+  { cat "$work/log"; fail "find_package(fontvec)"; }
+cmake --build "$work/cmake" > "$work/log" || { cat "$work/log"; fail "CMake build"; }
+check "find_package(fontvec)" "$work/cmake/consumer"
+
+flags=$(PKG_CONFIG_PATH=$pcdir PKG_CONFIG_SYSROOT_DIR=$stage pkg-config --cflags --libs fontvec)
+cc "$here/consumer/consumer.c" $flags -o "$work/pc-consumer"
+check "pkg-config fontvec ($flags)" "$work/pc-consumer"
+
+# The module finds the staged library and configuration by its own place.
+got=$(LD_LIBRARY_PATH=$libdir PYTHONPATH=$module python3 -c '
+import sys, fontvec
+print(",".join("%0.8f" % v for v in fontvec.vector(sys.argv[1])))' "$font" 2> /dev/null) ||
+  fail "the installed Python module failed"
+[ "$got" = "$expected" ] || fail "the installed Python module: not the tool's vector"
+echo "ok: the installed Python module"
