@@ -18,6 +18,10 @@ static const FontvecCommand commands[] = {
     {"similar", "(--to FONT|NAME [--k N] | --duplicates) VECTORS.csv",
      "the N (default 10) fonts of a `fontvec --format csv` table nearest to\n"
      "      a font, \"rank distance file\" each; or the groups of identical vectors", fontvec_similar},
+    {"sheet", "--out SHEET.png (FONT... | --from VECTORS.csv --to FONT [--k N] [DIR...])",
+     "a PNG with a row per font: its file name, then the sample line in the font;\n"
+     "      with --to the query then its nearest fonts (found under the DIRs), each\n"
+     "      with its distance", fontvec_sheet},
 };
 
 void fontvec_error(const char* format, ...) {

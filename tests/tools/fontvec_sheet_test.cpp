@@ -1,0 +1,77 @@
+// fontvec sheet read back: a row per font, each font's own sample line, a
+// missing font's row drawn with its error while the others are drawn, and
+// the nearest fonts of a vectors CSV after their query.
+#include <gtest/gtest.h>
+
+#include <png.h>
+
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+using testsupport::runFontvec;
+namespace {
+
+#define DEJAVU "/usr/share/fonts/truetype/dejavu/"
+#define ITALIC "/usr/share/fonts/truetype/liberation2/LiberationSerif-Italic.ttf"
+
+// A sheet's row is 82 pixels (label 22, sample line 48, gap 12) below a
+// 12-pixel margin; bands[r] is the sample line of row r.
+std::vector<std::vector<png_byte>> sampleBands(const std::string& png, int* rows) {
+  png_image image{};
+  image.version = PNG_IMAGE_VERSION;
+  std::vector<std::vector<png_byte>> bands;
+  if (!png_image_begin_read_from_file(&image, png.c_str())) return bands;
+  image.format = PNG_FORMAT_GRAY;
+  std::vector<png_byte> px((size_t)image.width * image.height);
+  if (!png_image_finish_read(&image, nullptr, px.data(), 0, nullptr)) return bands;
+  *rows = ((int)image.height - 12) / 82;
+  EXPECT_EQ(((int)image.height - 12) % 82, 0);
+  for (int r = 0; r < *rows; r++) {
+    std::vector<png_byte> band;  // the first 600 columns: every sheet here is wider
+    for (int y = 12 + 82 * r + 22; y < 12 + 82 * r + 70; y++) {
+      auto from = px.begin() + (long)y * (long)image.width;
+      band.insert(band.end(), from, from + 600);
+    }
+    bands.push_back(band);
+  }
+  return bands;
+}
+
+TEST(FontvecSheet, RowsShowEachFontsOwnSampleLine) {
+  testsupport::TempDir dir;
+  std::string png = dir.file("s.png"), err = dir.file("err.txt");
+  int rows = 0;
+  // Alone, each font's band; then together with a missing font between.
+  ASSERT_EQ(runFontvec("sheet --out " + png + " " DEJAVU "DejaVuSans.ttf", err).status, 0);
+  std::vector<png_byte> sans = sampleBands(png, &rows).at(0);
+  ASSERT_EQ(runFontvec("sheet --out " + png + " " ITALIC, err).status, 0);
+  std::vector<png_byte> italic = sampleBands(png, &rows).at(0);
+  EXPECT_NE(sans, italic);  // two fonts, two rows
+  EXPECT_EQ(runFontvec("sheet --out " + png + " " DEJAVU "DejaVuSans.ttf /no/such.ttf " ITALIC, err).status, 1);
+  EXPECT_NE(testsupport::readBytes(err).find("/no/such.ttf: error 102"), std::string::npos);
+  auto bands = sampleBands(png, &rows);
+  ASSERT_EQ(rows, 3);
+  EXPECT_EQ(bands[2], italic);
+  EXPECT_EQ(bands[0], sans);
+  EXPECT_NE(bands[1], sans);  // the error text drawn in its place
+
+  // The query first, then its nearest (DejaVu Sans Bold's is its mono).
+  std::string csv = dir.file("v.csv");
+  testsupport::writeBytes(csv, runFontvec("--format csv " DEJAVU "DejaVuSans.ttf " DEJAVU "DejaVuSans-Bold.ttf " DEJAVU "DejaVuSerif.ttf " DEJAVU "DejaVuSansMono-Bold.ttf").out);
+  ASSERT_EQ(runFontvec("sheet --out " + png + " --from " + csv + " --to DejaVuSans-Bold.ttf --k 2 " DEJAVU, err).status, 0);
+  bands = sampleBands(png, &rows);
+  ASSERT_EQ(rows, 3);
+  std::string nearest = runFontvec("similar --k 1 --to DejaVuSans-Bold.ttf " + csv).out;
+  nearest = nearest.substr(nearest.rfind(' ') + 1, nearest.size() - nearest.rfind(' ') - 2);
+  for (const auto& row : {std::make_pair(0, std::string("DejaVuSans-Bold.ttf")), std::make_pair(1, nearest)}) {
+    ASSERT_EQ(runFontvec("sheet --out " + dir.file("one.png") + " " DEJAVU + row.second).status, 0);
+    int one = 0;
+    EXPECT_EQ(bands[(size_t)row.first], sampleBands(dir.file("one.png"), &one).at(0)) << row.second;
+  }
+  for (const char* bad : {"sheet " DEJAVU "DejaVuSans.ttf", "sheet --out x.png", "sheet --out x.png --to a.ttf a.csv"})
+    EXPECT_EQ(runFontvec(bad).status, 2) << bad;
+}
+
+}  // namespace
