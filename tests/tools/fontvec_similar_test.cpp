@@ -22,15 +22,21 @@ std::string nearest(const std::string& out) {
 
 TEST(FontvecSimilar, NearestFontsDuplicatesAndRowOrder) {
   testsupport::TempDir dir;
-  // The folders stand for their fonts; a copy of DejaVu Serif under another name.
+  // The folders stand for their font files, sorted: copies of DejaVu Serif
+  // and Sans under other names; notes.txt is no font.
   std::string copies = dir.mkdir("copies");
   testsupport::writeBytes(copies + "/Copy.ttf", testsupport::readBytes(DEJAVU "DejaVuSerif.ttf"));
+  testsupport::writeBytes(dir.mkdir("copies/sub") + "/Another.OTF", testsupport::readBytes(DEJAVU "DejaVuSans.ttf"));
+  testsupport::writeBytes(copies + "/notes.txt", "not a font");
   std::string csv = dir.file("v.csv"), err = dir.file("err.txt");
   std::string fonts = copies + " /usr/share/fonts/truetype/liberation2 /usr/share/fonts/truetype/freefont";
   for (const char* f : {"Sans", "Sans-Bold", "SansMono", "SansMono-Bold", "Serif", "Serif-Bold"})
     fonts += std::string(" " DEJAVU "DejaVu") + f + ".ttf";
   std::string table = runFontvec("--format csv " + fonts, err).out;
-  ASSERT_EQ(std::count(table.begin(), table.end(), '\n'), 32) << testsupport::readBytes(err);
+  ASSERT_EQ(std::count(table.begin(), table.end(), '\n'), 33) << testsupport::readBytes(err);
+  EXPECT_EQ(table.find("\nCopy.ttf,"), table.find('\n'));
+  EXPECT_NE(table.find("\nAnother.OTF,"), std::string::npos);
+  EXPECT_LT(table.find("\nAnother.OTF,"), table.find("\nLiberationMono-Bold.ttf,"));
   testsupport::writeBytes(csv, table);
   // The same rows bottom up.
   std::string header = table.substr(0, table.find('\n') + 1), reversed = header, rest = table.substr(header.size());
@@ -58,7 +64,7 @@ TEST(FontvecSimilar, NearestFontsDuplicatesAndRowOrder) {
         << row.why << "\n" << r.out;
     EXPECT_EQ(runFontvec("similar --k 29 --to " + row.query + " " + dir.file("r.csv")).out, r.out) << row.why;
   }
-  EXPECT_EQ(runFontvec("similar --duplicates " + csv).out, "Copy.ttf DejaVuSerif.ttf\n");
+  EXPECT_EQ(runFontvec("similar --duplicates " + csv).out, "Another.OTF DejaVuSans.ttf\nCopy.ttf DejaVuSerif.ttf\n");
 }
 
 TEST(FontvecSimilar, BadTablesNameTheLineAndBadQueriesTheirError) {
