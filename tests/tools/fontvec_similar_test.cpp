@@ -3,6 +3,9 @@
 // a malformed table names its line.
 #include <gtest/gtest.h>
 
+#include <stdio.h>
+#include <stdlib.h>
+
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -14,55 +17,39 @@ namespace {
 
 #define DEJAVU "/usr/share/fonts/truetype/dejavu/"
 
-// The first file `similar --to` names (rank 1).
-std::string nearest(const std::string& out) {
-  size_t a = out.find(' '), b = out.find(' ', a + 1), e = out.find('\n');
-  return a == std::string::npos || b > e ? "" : out.substr(b + 1, e - b - 1);
-}
-
 TEST(FontvecSimilar, NearestFontsDuplicatesAndRowOrder) {
   testsupport::TempDir dir;
   // The folders stand for their font files, sorted: copies of DejaVu Serif
   // and Sans under other names; notes.txt is no font.
-  std::string copies = dir.mkdir("copies");
+  std::string copies = dir.mkdir("copies"), csv = dir.file("v.csv"), err = dir.file("err.txt");
   testsupport::writeBytes(copies + "/Copy.ttf", testsupport::readBytes(DEJAVU "DejaVuSerif.ttf"));
   testsupport::writeBytes(dir.mkdir("copies/sub") + "/Another.OTF", testsupport::readBytes(DEJAVU "DejaVuSans.ttf"));
   testsupport::writeBytes(copies + "/notes.txt", "not a font");
-  std::string csv = dir.file("v.csv"), err = dir.file("err.txt");
   std::string fonts = copies + " /usr/share/fonts/truetype/liberation2 /usr/share/fonts/truetype/freefont";
   for (const char* f : {"Sans", "Sans-Bold", "SansMono", "SansMono-Bold", "Serif", "Serif-Bold"})
     fonts += std::string(" " DEJAVU "DejaVu") + f + ".ttf";
   std::string table = runFontvec("--format csv " + fonts, err).out;
   ASSERT_EQ(std::count(table.begin(), table.end(), '\n'), 33) << testsupport::readBytes(err);
   EXPECT_EQ(table.find("\nCopy.ttf,"), table.find('\n'));
-  EXPECT_NE(table.find("\nAnother.OTF,"), std::string::npos);
   EXPECT_LT(table.find("\nAnother.OTF,"), table.find("\nLiberationMono-Bold.ttf,"));
   testsupport::writeBytes(csv, table);
-  // The same rows bottom up.
-  std::string header = table.substr(0, table.find('\n') + 1), reversed = header, rest = table.substr(header.size());
-  for (size_t end = rest.size(); end > 0;) {
-    size_t start = rest.rfind('\n', end - 2) + 1;  // npos + 1 is 0
-    reversed += rest.substr(start, end - start);
-    end = start;
-  }
-  testsupport::writeBytes(dir.file("r.csv"), reversed);
-
+  // The same rows in reverse order.
+  ASSERT_EQ(system(("(head -1 " + csv + "; tail -n +2 " + csv + " | sort -r) > " + csv + ".r").c_str()), 0);
   const struct {
     std::string query;
-    std::vector<std::string> allowed;
-    const char* why;
+    std::vector<std::string> allowed;  // rank 1 is one of these
   } rows[] = {
-      {"DejaVuSans-Bold.ttf", {"LiberationSans-Bold.ttf", "FreeSansBold.ttf"}, "a bold sans"},
-      {"LiberationMono-Regular.ttf", {"LiberationMono-Bold.ttf", "DejaVuSansMono.ttf", "FreeMono.ttf"}, "a mono"},
-      {DEJAVU "DejaVuSans-Oblique.ttf", {"LiberationSans-Italic.ttf", "FreeSansOblique.ttf"}, "worked first: a sloped sans"},
+      {"DejaVuSans-Bold.ttf", {"LiberationSans-Bold.ttf", "FreeSansBold.ttf"}},  // a bold sans
+      {"LiberationMono-Regular.ttf", {"LiberationMono-Bold.ttf", "DejaVuSansMono.ttf", "FreeMono.ttf"}},
+      {DEJAVU "DejaVuSans-Oblique.ttf", {"LiberationSans-Italic.ttf", "FreeSansOblique.ttf"}},  // worked first
   };
   for (const auto& row : rows) {
     testsupport::ToolRun r = runFontvec("similar --k 29 --to " + row.query + " " + csv, err);
-    EXPECT_EQ(r.status, 0) << row.why;
-    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 29) << row.why;
-    EXPECT_NE(std::find(row.allowed.begin(), row.allowed.end(), nearest(r.out)), row.allowed.end())
-        << row.why << "\n" << r.out;
-    EXPECT_EQ(runFontvec("similar --k 29 --to " + row.query + " " + dir.file("r.csv")).out, r.out) << row.why;
+    char first[256] = "";
+    EXPECT_EQ(sscanf(r.out.c_str(), "1 %*f %255s", first) + r.status, 1) << row.query;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 29) << row.query;
+    EXPECT_NE(std::find(row.allowed.begin(), row.allowed.end(), first), row.allowed.end()) << r.out;
+    EXPECT_EQ(runFontvec("similar --k 29 --to " + row.query + " " + csv + ".r").out, r.out) << row.query;
   }
   EXPECT_EQ(runFontvec("similar --duplicates " + csv).out, "Another.OTF DejaVuSans.ttf\nCopy.ttf DejaVuSerif.ttf\n");
 }
@@ -75,7 +62,6 @@ TEST(FontvecSimilar, BadTablesNameTheLineAndBadQueriesTheirError) {
     std::string err;
   } rows[] = {
       {"file,a,b\nx.ttf,1\n", "--duplicates", 2, "t.csv:2: 2 fields where the header has 3"},
-      {"file,a,b\nx.ttf,1,2\ny.ttf,1,2,3\n", "--duplicates", 2, "t.csv:3: 4 fields"},
       {"file,a,b\nx.ttf,1,zz\n", "--duplicates", 2, "t.csv:2: b: \"zz\" is not a number"},
       {"file,a,b\n", "--duplicates", 2, "t.csv:2: no rows after the header"},
       {"", "--duplicates", 2, "t.csv:1: no header"},
@@ -88,7 +74,6 @@ TEST(FontvecSimilar, BadTablesNameTheLineAndBadQueriesTheirError) {
       {"file,a,b,c\nx.ttf,1,5,inf\ny.ttf,1,2,0\nz.ttf,1,9,0\n", "--k 1 --to x.ttf", 0,
        "column a left out: constant\nfontvec: column c left out: not finite"},
       {"file,a\nx.ttf,1\n", "--to x.ttf --duplicates", 2, ""},
-      {"file,a\nx.ttf,1\n", "--to x.ttf --k 0", 2, ""},
   };
   std::string csv = dir.file("t.csv"), err = dir.file("err.txt");
   for (const auto& row : rows) {
