@@ -1,9 +1,6 @@
 #!/usr/bin/env bash
-# Installs the build into a staging folder, builds a program outside the
-# project against it both ways (the CMake package, then pkg-config) and runs
-# each, and the installed Python module, on DejaVu Sans: each must give the
-# tool's own vector, and the program must need the library by its SONAME.
-# Usage: packaging_test.sh BUILD_DIR
+# packaging_test.sh BUILD_DIR: installs the build into a staging folder, builds an outside program against it
+# by the CMake package and by pkg-config; each, and the installed Python module, must give the tool's vector.
 set -euo pipefail
 build=$(cd "$1" && pwd)
 here=$(cd "$(dirname "$0")" && pwd)

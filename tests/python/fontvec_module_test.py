@@ -1,5 +1,4 @@
-"""The Python module against the tool: the same names, vectors and errors.
-ctest sets PYTHONPATH, FONTVEC_LIBRARY, FONTVEC_CONFIG, FONTVEC_EXE, FIXTURES_DIR."""
+"""The Python module against the tool: the same names, vectors and errors (env from ctest)."""
 import os, shutil, subprocess, sys, tempfile
 import fontvec
 
@@ -7,14 +6,12 @@ EXE, MONO = os.environ["FONTVEC_EXE"], os.environ["FIXTURES_DIR"] + "/Liberation
 SANS = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf"
 
 
-def tool(*args):
-    return subprocess.run([EXE, *args], capture_output=True, text=True).stdout
+def tool(*args): return subprocess.run([EXE, *args], capture_output=True, text=True).stdout
 
 
 empty = tempfile.mkdtemp()
 not_font = os.path.join(empty, "not-a-font.ttf")
-with open(not_font, "w") as f:
-    f.write("plain text, no font")
+open(not_font, "w").write("plain text, no font")
 names = [line.split(" ")[1] for line in tool("measure", "--names", MONO).splitlines()]
 rows = [  # call, argument, expected vector or error text, why
     (fontvec.vector, SANS, [float(v) for v in tool(SANS).split(",")], "a font: the tool's vector"),

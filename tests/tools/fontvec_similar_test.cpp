@@ -19,8 +19,7 @@ namespace {
 
 TEST(FontvecSimilar, NearestFontsDuplicatesAndRowOrder) {
   testsupport::TempDir dir;
-  // The folders stand for their font files, sorted: copies of DejaVu Serif
-  // and Sans under other names; notes.txt is no font.
+  // Folders stand for their sorted font files: DejaVu Serif and Sans copied, notes.txt no font.
   std::string copies = dir.mkdir("copies"), csv = dir.file("v.csv"), err = dir.file("err.txt");
   testsupport::writeBytes(copies + "/Copy.ttf", testsupport::readBytes(DEJAVU "DejaVuSerif.ttf"));
   testsupport::writeBytes(dir.mkdir("copies/sub") + "/Another.OTF", testsupport::readBytes(DEJAVU "DejaVuSans.ttf"));
