@@ -26,7 +26,7 @@ namespace {
 const char kSample[] = "The quick brown fox jumps over the lazy dog.";
 const char kLabelFont[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 const unsigned long kLabelPpem = 15, kSamplePpem = 32;
-const int kMargin = 12;
+const int kMargin = 12, kMaxWidth = 8192;
 const FS_ULONG kSheetHeap = 16u << 20;
 
 // One glyph's ink placed on a line: its left column from the line's start,
@@ -80,7 +80,8 @@ Line drawLine(const std::string& path, unsigned long ppem, const std::string& te
   } else if (!mapped) {
     line.error = "no character map";
   }
-  FS_FIXED pen = 0;
+  // The pen in 16.16 pixels, wide enough that no font's advances overflow it.
+  int64_t pen = 0;
   for (FS_ULONG code : codePoints(text)) {
     if (!line.error.empty()) break;
     FS_GLYPHMAP* g = FSS_get_glyphmap(&st, code, FS_MAP_GRAYMAP8);
@@ -89,7 +90,7 @@ Line drawLine(const std::string& path, unsigned long ppem, const std::string& te
                    FS_error_message(st.error);
       break;
     }
-    Ink ink{(int)(pen >> 16) + g->lo_x, g->hi_y, std::max<int>(g->width, 0),
+    Ink ink{(int)std::min<int64_t>(pen >> 16, kMaxWidth) + g->lo_x, g->hi_y, std::max<int>(g->width, 0),
             std::max<int>(g->height, 0), {}};
     for (int y = 0; y < ink.height; y++)
       for (int x = 0; x < ink.width; x++) ink.level.push_back((uint8_t)grayLevel(g, x, y));
@@ -97,7 +98,8 @@ Line drawLine(const std::string& path, unsigned long ppem, const std::string& te
     pen += g->dx;
     FSS_free_char(&st, g);
   }
-  line.width = (int)(pen >> 16);
+  // A line is at most kMaxWidth pixels on the sheet; ink beyond is cut off.
+  line.width = (int)std::min<int64_t>(std::max<int64_t>(pen >> 16, 0), kMaxWidth);
   FSS_exit(&st);
   return line;
 }
