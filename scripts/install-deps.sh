@@ -6,6 +6,8 @@ set -euo pipefail
 packages=(
   cmake g++ make pkg-config
   libpng-dev zlib1g-dev
+  # The Python module's test (standard library only).
+  python3
   libgtest-dev libbenchmark-dev
   # Tests only: real fonts to load, and libfreetype as an independent oracle
   # to compare the engine against (the library itself never links it).

@@ -2,6 +2,7 @@
 // private working folder as font.ttf beside an Images/ folder, rendered by the
 // default script and measured through the library's C calls; the vector is
 // printed as the library's line, by name, or as CSV or JSON.
+#include <ctype.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <semaphore.h>
@@ -361,6 +362,42 @@ void runFonts(const Options& options, Done done) {
   }
 }
 
+// Whether `path` names a font file by its extension: .ttf, .otf, .ttc or
+// .otc, in either case.
+bool isFontName(const fs::path& path) {
+  std::string ext = path.extension().string();
+  for (char& c : ext) c = (char)tolower((unsigned char)c);
+  return ext == ".ttf" || ext == ".otf" || ext == ".ttc" || ext == ".otc";
+}
+
+// Each folder among the inputs stands for every font file under it, in
+// sorted order; other inputs stay as they are, in their place. A folder
+// that can't be walked is kept whole, so that its error is reported as a
+// font's.
+std::vector<std::string> expandFolders(const std::vector<std::string>& inputs) {
+  std::vector<std::string> fonts;
+  for (const std::string& input : inputs) {
+    std::error_code ec;
+    if (!fs::is_directory(input, ec)) {
+      fonts.push_back(input);
+      continue;
+    }
+    std::vector<std::string> found;
+    fs::recursive_directory_iterator it(
+        input, fs::directory_options::skip_permission_denied, ec), end;
+    for (; !ec && it != end; it.increment(ec))
+      if (it->is_regular_file(ec) && isFontName(it->path()))
+        found.push_back(it->path().string());
+    if (ec) {
+      fonts.push_back(input);
+      continue;
+    }
+    std::sort(found.begin(), found.end());
+    fonts.insert(fonts.end(), found.begin(), found.end());
+  }
+  return fonts;
+}
+
 bool parse(int argc, char** argv, Options* options) {
   for (int i = 0; i < argc; i++) {
     const char* a = argv[i];
@@ -410,6 +447,13 @@ int fontvec_font(int argc, char** argv) {
   if (!parse(argc, argv, &options)) {
     fprintf(stderr, "usage: fontvec %s\n", kFontSynopsis);
     return 2;
+  }
+  std::vector<std::string> inputs = options.fonts;
+  options.fonts = expandFolders(inputs);
+  if (options.fonts.empty()) {
+    fontvec_error("no font files (.ttf, .otf, .ttc, .otc) under %s",
+                  inputs[0].c_str());
+    return 1;
   }
   if (options.config.empty()) {
     options.config = findConfig();
@@ -513,4 +557,22 @@ int fontvec_font(int argc, char** argv) {
   if (failed > 0 && count > 1)
     fontvec_error("%zu of %zu fonts failed", failed, count);
   return failed > 0 ? 1 : 0;
+}
+
+int fontvec_vectors(const std::vector<std::string>& fonts,
+                    std::vector<std::string>* texts) {
+  Options options;
+  options.fonts = fonts;
+  options.config = findConfig();
+  if (options.config.empty()) {
+    fontvec_error("no default configuration (config/Script.scr) found");
+    return 1;
+  }
+  long online = sysconf(_SC_NPROCESSORS_ONLN);
+  options.jobs = online > 0 ? online : 1;
+  texts->assign(fonts.size(), "");
+  runFonts(options, [&](size_t k, const std::string& text) {
+    (*texts)[k] = text;
+  });
+  return 0;
 }

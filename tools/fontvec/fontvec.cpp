@@ -15,6 +15,13 @@ static const FontvecCommand commands[] = {
     {"info", "FONT [--index N] [--memory] [--cmap | --kern | --cff | --strikes | --ppem N (--cvt | --gs)]", "what the font loader reads from a font file (a linked font: its head and components)", fontvec_info},
     {"glyph", "FONT (--glyph N | --char U+XXXX) --ppem N (--points | --png OUT.png [--type bitmap|gray2|gray4|gray8|icon] | --bitmap (--png OUT.png | --text) [--dropout] | --adf [--csm IN,OUT,GAMMA] --png OUT.png | --distance-field --png OUT.png) [--effect emboss|engrave|outline1|outline2|outline|outline-unfilled|soft-outline] [--outline-width N] [--opacity X] [--soften] [--bold PCT [--pixel-bold]] [--hints | --no-hints | --force-autohint] [--strokes] [--index N] [--memory]", "a glyph's scaled points in 26.6 and its rounded advance, its graymap, distance-field map or distance map as a PNG, or its 1-bit map as a PNG or text, plain or in a style", fontvec_glyph},
     {"validate", "FILE... [--index N]", "whether each font file is a usable font: \"FILE: valid\" or \"FILE: invalid (error N: message)\"", fontvec_validate},
+    {"similar", "(--to FONT|NAME [--k N] | --duplicates) VECTORS.csv",
+     "the N (default 10) fonts of a `fontvec --format csv` table nearest to\n"
+     "      a font, \"rank distance file\" each; or the groups of identical vectors", fontvec_similar},
+    {"sheet", "--out SHEET.png (FONT... | --from VECTORS.csv --to FONT [--k N] [DIR...])",
+     "a PNG with a row per font: its file name, then the sample line in the font;\n"
+     "      with --to the query then its nearest fonts (found under the DIRs), each\n"
+     "      with its distance", fontvec_sheet},
 };
 
 void fontvec_error(const char* format, ...) {
