@@ -125,10 +125,17 @@ const CodeWord k_operand_6[] = {{"00", 1}, {"11", 0}, {"011", 2}, {"101", 7},
 
 // A prefix code as a tree walked one bit at a time: next[node][bit] is 0
 // for no code word (a code with a hole), above 0 the next node, below 0
-// the leaf of value -next - 1. Node 0 is the root.
+// the leaf of value -next - 1. Node 0 is the root. The walk's first 8 bits
+// are looked up at once in `first`: a leaf with its word's length, or the
+// node 8 bits down (length 0) from which the walk goes on bit by bit.
 const int kMaxNodes = 64;
+struct FirstByte {
+  FS_SHORT next;
+  FS_BYTE length;
+};
 struct PrefixTree {
   FS_SHORT next[kMaxNodes][2];
+  FirstByte first[256];
 };
 
 template <size_t N>
@@ -147,13 +154,38 @@ PrefixTree build_tree(const CodeWord (&rows)[N]) {
       }
     }
   }
+  for (int byte = 0; byte < 256; byte++) {
+    FS_SHORT node = 0;
+    FS_BYTE depth = 0;
+    while (depth < 8 && (depth == 0 || node > 0))
+      node = t.next[node][(byte >> (7 - depth++)) & 1];
+    t.first[byte] = {node, (FS_BYTE)(node < 0 ? depth : 0)};
+  }
   return t;
 }
 
+// Moves the stream on by n bits (up to 16) that are known to be there.
+inline void skip_bits(GS* gs, FS_LONG n) {
+  gs->phase += n;
+  if (gs->phase >= 16) gs->stackPointer--, gs->phase -= 16;
+}
+
 // The value of the next code word on the stream, or -1 when it is cut (or
-// meets a hole, which none of the engine's codes has).
-FS_LONG walk(const PrefixTree& t, GS* gs) {
+// meets a hole, which none of the engine's codes has). With 8 bits or more
+// left in the stream their lookup stands for the first 8 steps of the walk.
+inline FS_LONG walk(const PrefixTree& t, GS* gs) {
   FS_SHORT node = 0;
+  FS_LONG* floor = gs->streamFloor ? gs->streamFloor : gs->globalGS->stackBase;
+  FS_LONG* sp = gs->stackPointer;
+  if ((sp - floor) * 16 - gs->phase >= 8) {
+    FS_ULONG window = ((FS_ULONG)sp[-1] & 0xFFFF) << 16;
+    if (gs->phase > 8) window |= (FS_ULONG)sp[-2] & 0xFFFF;
+    const FirstByte& e = t.first[(window >> (24 - gs->phase)) & 0xFF];
+    if (e.next == 0) return -1;
+    skip_bits(gs, e.length ? e.length : 8);
+    if (e.next < 0) return -e.next - 1;
+    node = e.next;
+  }
   for (;;) {
     FS_LONG bit = get_bitfield(1, &gs->phase, gs);
     if (bit < 0) return -1;
@@ -166,11 +198,12 @@ FS_LONG walk(const PrefixTree& t, GS* gs) {
 
 }  // namespace
 
-#define FS_PREFIX_READER(name)                             \
-  FS_LONG get_huffman_##name(GS* gs) {                     \
-    static const PrefixTree tree = build_tree(k_##name);   \
-    return walk(tree, gs);                                 \
-  }
+// Each code's tree, built when the library loads, and its reader.
+#define FS_PREFIX_READER(name)                                              \
+  namespace {                                                               \
+  const PrefixTree tree_##name = build_tree(k_##name);                      \
+  }                                                                         \
+  FS_LONG get_huffman_##name(GS* gs) { return walk(tree_##name, gs); }
 FS_PREFIX_READER(opcode_251)
 FS_PREFIX_READER(operand_251_0)
 FS_PREFIX_READER(operand_251_1)
@@ -343,18 +376,16 @@ void delta_act(GS* gs, DeltaPart* d, FS_LONG op, FS_LONG n) {
   shift_flush(&s);
 }
 
-typedef FS_LONG (*PrefixReader)(GS* gs);
-const PrefixReader kOperand252[10] = {
-    get_huffman_operand_252_0, get_huffman_operand_252_1, get_huffman_operand_252_2,
-    get_huffman_operand_252_3, get_huffman_operand_252_4, get_huffman_operand_252_5,
-    get_huffman_operand_252_6, nullptr, get_huffman_operand_252_8,
-    get_huffman_operand_252_9};
+const PrefixTree* const kOperand252[10] = {
+    &tree_operand_252_0, &tree_operand_252_1, &tree_operand_252_2, &tree_operand_252_3,
+    &tree_operand_252_4, &tree_operand_252_5, &tree_operand_252_6, nullptr,
+    &tree_operand_252_8, &tree_operand_252_9};
 
 // A delta part along the freedom vector: g (4), a flag for a 16-bit base
 // delta, the base delta in steps, a flag of no meaning here, then opcodes
 // to one above 9. False when the stream is cut. In 250 a g of 8 says the
 // part is absent (4 bits read).
-bool delta_part(GS* gs, bool absentAt8) {
+bool do_deltas_250_deltapart(GS* gs, bool absentAt8) {
   FS_LONG g = get_bitfield(4, &gs->phase, gs);
   if (g < 0) return false;
   if (absentAt8 && g == 8) return true;
@@ -366,10 +397,10 @@ bool delta_part(GS* gs, bool absentAt8) {
   if (cut || get_bitfield(1, &gs->phase, gs) < 0) return false;
   DeltaPart d = {fnt_ProjectedPPEM(gs), 5, 0, wrap_mul(base, step)};
   for (;;) {
-    FS_LONG op = get_huffman_opcode_252(gs);
+    FS_LONG op = walk(tree_opcode_252, gs);
     if (op < 0) return false;
     if (op > 9) return true;
-    FS_LONG n = op == 7 ? 0 : kOperand252[op](gs);
+    FS_LONG n = op == 7 ? 0 : walk(*kOperand252[op], gs);
     if (n < 0) return false;
     if (op == 0) {
       d.delta = add_steps(d.delta, n, step);
@@ -418,7 +449,7 @@ void maz_record(GS* gs, MazPart* m) {
 // The header (base delta 8 signed, g 4, base ppem 6, base point 8) and the
 // opcodes to an end. `optional`: a base delta of 0 says the part is absent
 // (8 bits read). False when the stream is cut or ends in CLEAR.
-bool maz_part(GS* gs, bool optional) {
+bool do_deltas_250_mazpart(GS* gs, bool optional) {
   bool cut;
   MazPart m = {};
   m.baseDelta = get_signed(gs, 8, &cut);
@@ -502,11 +533,11 @@ bool maz_part(GS* gs, bool optional) {
 
 void do_deltas_250(GS* gs) {
   gs->phase = 0;
-  if (maz_part(gs, true)) {
+  if (do_deltas_250_mazpart(gs, true)) {
     run_instruction(gs, OP_SVTCA_X);
-    if (delta_part(gs, true)) {
+    if (do_deltas_250_deltapart(gs, true)) {
       run_instruction(gs, OP_SVTCA_Y);
-      delta_part(gs, true);
+      do_deltas_250_deltapart(gs, true);
     }
   }
   run_instruction(gs, OP_CLEAR);
@@ -515,13 +546,13 @@ void do_deltas_250(GS* gs) {
 
 void do_deltas_251(GS* gs) {
   gs->phase = 0;
-  maz_part(gs, false);
+  do_deltas_250_mazpart(gs, false);
   gs->phase = 0;
 }
 
 void do_deltas_252(GS* gs) {
   gs->phase = 0;
-  if (delta_part(gs, false)) drop_half_word(gs);
+  if (do_deltas_250_deltapart(gs, false)) drop_half_word(gs);
   gs->phase = 0;
 }
 

@@ -1,7 +1,6 @@
-// Test helper: writes the compressed delta streams of AA 250 to 253 from
-// lists of wanted corrections, with the engine's prefix codes typed as
-// "word = value" rows, and makes a glyph program of a stream (its words
-// pushed last first, then the command and AA).
+// Test helper: writes the delta parts of compressed delta streams (AA 252,
+// and 250's) from wanted corrections, with all of the engine's prefix codes
+// typed as "word = value" rows, and makes a glyph program of a stream.
 #ifndef TESTS_SUPPORT_DELTA_STREAM_H
 #define TESTS_SUPPORT_DELTA_STREAM_H
 
@@ -9,7 +8,6 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -59,7 +57,6 @@ struct Writer {
   std::vector<bool> bits;
   void put(long v, int n) { while (n--) bits.push_back((v >> n) & 1); }
   void code(int c, int v) { for (char ch : words(c).at(v)) bits.push_back(ch == '1'); }
-  void align() { while (bits.size() % 16) bits.push_back(false); }
   // An opcode and its operand as often as it takes to add n, from operand
   // values 1 to 16, 32, 48 ... 256.
   void sum(int opCode, int op, int arg, long n) {
@@ -115,45 +112,6 @@ inline void deltaPart(Writer& w, int g, long base, std::vector<Act>& acts) {
     if (a.op != 7) w.code(N252_0 + a.op - (a.op > 7), a.n);
   }
   w.code(OP252, 15);
-}
-
-// An alignment-zone item of an axis (0 x, 1 y) at a set of sizes: a delta
-// record of a point m steps above the base (kind 0), a collapsing point
-// (1), or a method (2, `point` the operand whose low bits are the method).
-struct Maz {
-  int axis, kind, point, m;
-  std::set<int> sizes;
-};
-
-// An alignment-zone part (251, 250's) with its header; sorts `items` into
-// the order they are written; ends with opcode `end`, 11 or 12.
-inline void mazPart(Writer& w, int base, int g, int basePpem, int basePoint, std::vector<Maz>& items, int end) {
-  std::stable_sort(items.begin(), items.end(), [](const Maz& a, const Maz& b) {
-    auto key = [](const Maz& i) { return std::make_tuple(i.axis, i.kind != 2, i.kind == 2 ? 0 : i.point, i.kind == 0, i.m); };
-    return key(a) < key(b);
-  });
-  w.put(base, 8), w.put(g, 4), w.put(basePpem, 6), w.put(basePoint, 8);
-  int axis = 0, point = basePoint, m = 0, ppem = basePpem, first = 1;
-  for (const Maz& it : items) {
-    if (it.axis != axis) w.code(OP251, 10), axis = 1, point = basePoint, m = 0, ppem = basePpem, first = 1;
-    if (it.kind == 2) w.code(OP251, 7), w.code(N251_7, it.point), ppem = basePpem;
-    if (it.kind != 2 && first) w.code(OP251, 6), point = basePoint, m = 0, ppem = basePpem, first = 0;
-    if (it.kind != 2 && it.point > point) w.sum(OP251, 0, N251_0, it.point - point), point = it.point, m = 0, ppem = basePpem;
-    if (it.kind == 0 && it.m > m) w.sum(OP251, 1, N251_1, it.m - m), m = it.m, ppem = basePpem;
-    if (*it.sizes.begin() < ppem) w.code(OP251, 7), w.code(N251_7, 0), ppem = basePpem;  // back to the base ppem
-    int most = it.kind == 0 ? 17 : 16;
-    for (auto s = it.sizes.begin(); s != it.sizes.end(); s = it.sizes.upper_bound(ppem - 1)) {
-      int lo = *s, len = 1, gap = lo - ppem;
-      while (len < most && it.sizes.count(lo + len)) len++;
-      for (; gap > 16; gap -= std::min(gap, 32)) w.code(OP251, 3), w.code(N251_3, std::min(gap, 32) - 16);
-      if (gap > 0) w.code(OP251, 2), w.code(N251_2, gap);
-      if (it.kind == 0 && len == 1) { w.code(OP251, 4), ppem = lo + 2; continue; }
-      w.code(OP251, it.kind == 0 ? 5 : it.kind == 1 ? 9 : 8);
-      w.code(it.kind == 0 ? N251_5 : it.kind == 1 ? N251_9 : N251_8, len);
-      ppem = lo + len + (len < most);
-    }
-  }
-  w.code(OP251, end);
 }
 
 }  // namespace deltastream
