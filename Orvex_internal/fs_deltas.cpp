@@ -456,9 +456,9 @@ bool do_deltas_250_mazpart(GS* gs, bool optional) {
   if (cut) return false;
   if (optional && m.baseDelta == 0) return true;
   FS_LONG g = get_bitfield(4, &gs->phase, gs);
-  m.basePpem = g < 0 ? -1 : get_bitfield(6, &gs->phase, gs);
-  m.basePoint = m.basePpem < 0 ? -1 : get_bitfield(8, &gs->phase, gs);
-  if (m.basePoint < 0) return false;
+  if (g < 0) return false;
+  if ((m.basePpem = get_bitfield(6, &gs->phase, gs)) < 0) return false;
+  if ((m.basePoint = get_bitfield(8, &gs->phase, gs)) < 0) return false;
   m.step = step_of(g);
   m.baseDelta = wrap_mul(m.baseDelta, m.step);
   maz_axis(gs, &m, true);
@@ -478,10 +478,12 @@ bool do_deltas_250_mazpart(GS* gs, bool optional) {
         m.ppem = m.basePpem;
         break;
       case 2:
+        if ((n = get_huffman_operand_251_2(gs)) < 0) return false;
+        m.ppem += n;
+        break;
       case 3:
-        if ((n = op == 2 ? get_huffman_operand_251_2(gs) : get_huffman_operand_251_3(gs)) < 0)
-          return false;
-        m.ppem += op == 2 ? n : n + 16;
+        if ((n = get_huffman_operand_251_3(gs)) < 0) return false;
+        m.ppem += n + 16;
         break;
       case 4:
         if (maz_in(&m, 1)) maz_record(gs, &m);
@@ -500,14 +502,14 @@ bool do_deltas_250_mazpart(GS* gs, bool optional) {
         m.method = n & 3, m.ppem = m.basePpem;
         break;
       case 8:  // 1 to 16 sizes; one more is skipped after a range short of 16
-      case 9:
-        if ((n = op == 8 ? get_huffman_operand_251_8(gs) : get_huffman_operand_251_9(gs)) < 0)
-          return false;
-        if (maz_in(&m, n) && op == 8 && m.method != 0)
-          *(m.x ? &z->MAZmethodVert : &z->MAZmethodHorz) = m.method;
-        if (maz_in(&m, n) && op == 9)
-          m.x ? append(&z->nVcollapse, z->Vcollapse, m.point)
-              : append(&z->nHcollapse, z->Hcollapse, m.point);
+        if ((n = get_huffman_operand_251_8(gs)) < 0) return false;
+        if (maz_in(&m, n) && m.method != 0) *(m.x ? &z->MAZmethodVert : &z->MAZmethodHorz) = m.method;
+        m.ppem += n + (n < 16);
+        break;
+      case 9:  // as 8
+        if ((n = get_huffman_operand_251_9(gs)) < 0) return false;
+        if (maz_in(&m, n) && m.x) append(&z->nVcollapse, z->Vcollapse, m.point);
+        if (maz_in(&m, n) && !m.x) append(&z->nHcollapse, z->Hcollapse, m.point);
         m.ppem += n + (n < 16);
         break;
       case 10:
