@@ -561,10 +561,12 @@ void do_deltas_252(GS* gs) {
 // Four whole words: base delta and step (signed 26.6), then the start ppem
 // (low 8 bits) with the stream's word count (bits 9 to 12), then a skip: at
 // the ppem of its high 6 bits or above, the number of words in its low 10
-// bits is dropped and decoding starts at that ppem. Opcodes 0 (ppem += run,
-// delta back to base) and 1 (delta += run steps) take a run of
-// get_huffman_operand_4; 2 to 7 take get_huffman_operand_6 and act as a
-// delta part's. Decoding ends when the counted words are used.
+// bits (0: no skip) is dropped, the count less them remains, and decoding
+// starts at that ppem. Opcodes 0 (ppem += run, delta back to base) and 1
+// (delta += run steps) take a run of get_huffman_operand_4; 2 to 7 take
+// get_huffman_operand_6 and act as a delta part's. Decoding ends when the
+// counted words are used: a code word running past them ends it, and what
+// lies beneath the stream stays on the stack.
 void do_deltas_253(GS* gs) {
   gs->phase = 0;
   FS_LONG* base = gs->globalGS->stackBase;
