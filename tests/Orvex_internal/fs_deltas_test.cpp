@@ -55,6 +55,7 @@ TEST(DeltaStreams, StreamsWorkedByHand) {
       {"-pow2 plus one step is +pow2", 252, 5, {0x07F9, 0x8974}, 64, 0, {}},
       // Maz: base 1, g 0, ppem 5, point 3, op 4 (10) four times, op 11 (00001) at phase 7, ones; then +64 along x.
       {"a maz part ending at phase 7 drops the rest of its word", 250, 5, {0x0101, 0x40EA, 0x83FF, 0x0009, 0x2EC0}, 64, 0, {1, 64, 3}},
+      {"g = 8 leaves x out", 250, 5, {0x0080, 0x0092, 0xE800}, 0, 64, {}},  // no maz part; x 1000 (none); y g 0, base 1, op 8, n 1, end
       {"251 at 5", 251, 5, s251, 0, 0, {1, 192, 4, 2, 1, 1}},
       {"253 below its skip size", 253, 5, s253, 64, 0, {}},
       {"253 at its skip size drops a word", 253, 10, s253, 128, 0, {}},
@@ -74,14 +75,13 @@ TEST(DeltaStreams, StreamsWorkedByHand) {
 TEST(DeltaStreams, WrittenDeltaPartsComeBackAtEverySize) {
   std::mt19937 rng(28);
   auto any = [&rng](int lo, int hi) { return lo + (int)(rng() % (unsigned)(hi - lo + 1)); };
-  struct List { sfnt::Bytes pgm; std::vector<Act> acts; long base, unit; int axis; } lists[400];
+  struct List { sfnt::Bytes pgm; std::vector<Act> acts; long base, unit; int g, axis; } lists[400];
   for (List& l : lists) {
     Writer w;
-    int g = any(0, 15);
-    l.axis = any(0, 1), l.base = any(0, 1) ? any(-20, 20) : any(-2000, 2000), l.unit = 1L << (g <= 9 ? g + 6 : g - 10);
+    l.g = any(0, 15), l.axis = any(0, 1), l.base = any(0, 1) ? any(-20, 20) : any(-2000, 2000);
     for (int k = any(1, 12), op; k > 0; k--)
       op = any(3, 9), l.acts.push_back({op, any(5, 40), any(1, 16), op == 4 || op == 5 ? any(0, 2) : any(0, 11), any(0, 30)});
-    deltaPart(w, g, l.base, l.acts);
+    deltaPart(w, l.g, l.base, l.acts), l.unit = 1L << (l.g <= 9 ? l.g + 6 : l.g - 10);
     l.pgm = program(w.stream(), 252), l.pgm.insert(l.pgm.begin(), (uint8_t)(1 - l.axis));  // SVTCA
   }
   Glyph glyph;
