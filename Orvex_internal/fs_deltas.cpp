@@ -336,7 +336,7 @@ struct DeltaPart {
 // The points of SHPIX's zone in the contours [first, first + n).
 void shift_contours(Shift* s, FS_LONG first, FS_LONG n) {
   fnt_ElementType* el = s->gs->CE2;
-  for (FS_LONG c = first < 0 ? 0 : first; c < el->nc && c - first < n; c++)
+  for (FS_LONG c = first < 0 ? 0 : first; c < el->nc && (FS_INT64)c - first < n; c++)
     for (FS_LONG p = el->sp[c]; p <= el->ep[c] && p < el->np; p++)
       if (p >= 0) shift_add(s, p);
 }
