@@ -8,6 +8,7 @@
 
 #include <string.h>
 
+#include "Orvex_internal/fs_deltas.h"
 #include "Orvex_internal/fs_rtgah.h"
 #include "Orvex_internal/fs_scale.h"
 
@@ -219,13 +220,15 @@ F26DOT6 fnt_GetSingleWidthSlow(GS* gs) {
                    16);
 }
 
-// The pixels per em along the projection: ppem times the CVT's scale when
-// the transformation is not the identity.
-FS_LONG fnt_ProjectedPPEM(GS* gs) {
+}  // namespace
+
+FS_LONG fnt_ProjectedPPEM(fnt_LocalGraphicStateType* gs) {
   fnt_GlobalGraphicStateType* g = gs->globalGS;
   if (g->identityTransformation) return g->pixelsPerEm;
   return varmul_64(g->pixelsPerEm, fnt_GetCVTScale(gs), 16);
 }
+
+namespace {
 
 F26DOT6 scale_cvt_value(fnt_GlobalGraphicStateType* g, FS_LONG v) {
   return scale_value(&g->scaleCVT, v);
@@ -1442,8 +1445,10 @@ void fnt_AA(GS* gs) {
     }
     case 9:
       return fnt_alignment_zone_seam(gs, which);
-    case 250: case 251: case 252: case 253:
-      return fnt_delta_stream_seam(gs, which);
+    case 250: return do_deltas_250(gs);
+    case 251: return do_deltas_251(gs);
+    case 252: return do_deltas_252(gs);
+    case 253: return do_deltas_253(gs);
     default: {
       if ((g->fontflags & (FONT_STIK_64 | FONT_STROKE)) != (FONT_STIK_64 | FONT_STROKE) ||
           (gs->CE0->f[0] & 0x80))
@@ -1586,8 +1591,6 @@ void fnt_alignment_zone_seam(fnt_LocalGraphicStateType*, FS_LONG) {}
 // SEAM: the script autohinters (AA 1, 3, 4 and the rest), not specified
 // further.
 void fnt_script_autohint_seam(fnt_LocalGraphicStateType*, FS_LONG, FS_BOOLEAN) {}
-// SEAM: the compressed delta hint streams (AA 250 to 253).
-void fnt_delta_stream_seam(fnt_LocalGraphicStateType*, FS_LONG) {}
 
 void fnt_Panic(fnt_LocalGraphicStateType* gs, FS_LONG val) {
   longjmp(gs->env, (int)val);

@@ -204,6 +204,11 @@ struct fnt_LocalGraphicStateType {
   const FS_BYTE* pgmEnd;  // the end of the fetch loop under way
   FS_LONG callDepth;
   FS_LONG instructionCount;
+  // A delta stream under way (fs_deltas): the bits used of the top stack
+  // word, and the stack place below the stream's last word when the stream
+  // counts its words (null: the stack's base).
+  FS_LONG phase;
+  FS_LONG* streamFloor;
 };
 
 // The one panic code.
@@ -216,14 +221,18 @@ const FS_LONG FNT_MAX_INSTRUCTIONS = 1000000;
 const FS_LONG FNT_STACK_SLACK = 32;
 
 // Seams of the engine's own hinting behind the autohinter door (0x7F): the
-// real-time autohinter (built: rtgah), the alignment-zone hinters, the
-// script autohinters and the delta hint streams. Each moves the current
-// glyph element's points in place; those not built do nothing.
+// real-time autohinter (built: rtgah), the alignment-zone hinters and the
+// script autohinters. Each moves the current glyph element's points in
+// place; those not built do nothing. (The delta hint streams, AA 250 to
+// 253, are fs_deltas.)
 void fnt_rtgah_seam(fnt_LocalGraphicStateType* gs);
 void fnt_alignment_zone_seam(fnt_LocalGraphicStateType* gs, FS_LONG which);
 void fnt_script_autohint_seam(fnt_LocalGraphicStateType* gs, FS_LONG which,
                               FS_BOOLEAN flag);
-void fnt_delta_stream_seam(fnt_LocalGraphicStateType* gs, FS_LONG which);
+
+// The pixels per em along the projection: ppem times the CVT's scale when
+// the transformation is not the identity. Sizes of deltas compare with it.
+FS_LONG fnt_ProjectedPPEM(fnt_LocalGraphicStateType* gs);
 
 // Interpolates the untouched points of the glyph element between the
 // touched ones of each contour: along y with `opCode` 0x30 (or 0), along x
