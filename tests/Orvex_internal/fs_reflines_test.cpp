@@ -10,13 +10,21 @@
 
 namespace {
 
-// Glyph extents times ppem * 64 / 2048, a negative half rounded up. DejaVu
-// Sans: BEHTZ 0..1493, "O" from -29 to 1520, "wxyz" and "o" up to 1120
-// and 1147 (slot 0 the flat capitals' lowest top, 4 their highest bottom).
-TEST(RefLines, PinnedForARealFont) {
+// Glyph extents times ppem * 64 / unitsPerEm, a negative half rounded up.
+// DejaVu Sans (2048 units): BEHTZ 0..1493, "O" -29..1520, "wxyz" and "o"
+// up to 1120 and 1147. Liberation Serif: BEHTZ 0..1341, "O" -20..1356,
+// "wxyz" to 940, "o" to 964. Slots 6, 7 are the side-bearing steps the
+// autohinter takes from "l" (-1: not pinned); U+062A's bottom is its dots'.
+TEST(RefLines, PinnedForRealFonts) {
   const char* sans = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
-  const struct { const char* path; int ppem; F26DOT6 slot[6]; } rows[] = {
-      {sans, 24, {1120, 1140, 840, 860, 0, -22}},  // 1119.75; 1140; 840; 860.25; -21.75
+  const char* serif = "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf";
+  const struct { const char* path; int ppem; F26DOT6 slot[8]; F26DOT6 arabic; } rows[] = {
+      {sans, 12, {560, 570, 420, 430, 0, -11, 64, 64}, -7},
+      {sans, 24, {1120, 1140, 840, 860, 0, -22, 128, 192}, -15},
+      {sans, 72, {3359, 3420, 2520, 2581, 0, -65, -1, -1}, -45},
+      {serif, 12, {503, 509, 353, 362, 0, -7, -1, -1}, 0},
+      {serif, 24, {1006, 1017, 705, 724, 0, -15, -1, -1}, 0},
+      {serif, 72, {3017, 3051, 2115, 2171, 0, -45, -1, -1}, 0},
   };
   const FS_ULONG flags = FLAGS_GRAYSCALE | FLAGS_CMAP_OFF | FLAGS_VERTICAL_ON;
   for (const auto& r : rows) {
@@ -28,13 +36,17 @@ TEST(RefLines, PinnedForARealFont) {
     SFNT* sfnt = f.st.cur_sfnt;
     sfnt->rtgah_suitable = 1;
     get_ref_lines(&f.st);
-    for (int i = 0; i < 6; i++) EXPECT_EQ(sfnt->ref_lines[i], r.slot[i]) << i;
-    EXPECT_EQ(sfnt->ref_lines[7], 64);  // no unit measured: one pixel
+    for (int i = 0; i < 8; i++) {
+      if (r.slot[i] >= 0 || i < 6) {
+        EXPECT_EQ(sfnt->ref_lines[i], r.slot[i]) << i;
+      }
+    }
+    EXPECT_GE(sfnt->ref_lines[7], 64);
     EXPECT_EQ(sfnt->ref_lines[52], 1);
-    // A Latin order: O above the flat capitals above o above wxyz.
+    // A Latin order, and the autohinter took hold of "l".
     EXPECT_EQ(sfnt->rtgah_suitable, 1);
-    // Of the other scripts only Arabic: slot 51, the top of U+062A.
-    for (int i = 8; i < 52; i++) EXPECT_EQ(sfnt->ref_lines[i], i == 51 ? 601 : 0) << i;
+    // Of the other scripts only Arabic: slot 51, the bottom of U+062A.
+    for (int i = 8; i < 52; i++) EXPECT_EQ(sfnt->ref_lines[i], i == 51 ? r.arabic : 0) << i;
     EXPECT_EQ(f.st.flags, flags);
     EXPECT_EQ(f.st.platform, 0xFFFF);
     EXPECT_EQ(f.st.encoding, 0xFFFF);
@@ -65,11 +77,11 @@ sfnt::Bytes digitFont(bool withOs2, int panoseFamily) {
 }
 
 TEST(RefLines, DigitsStandInForAMissingAlphabetOnlyInALatinTextFont) {
-  // A unit is 6.4 in 26.6 at 100 pixels: "1" tops at 700 (4480), "7" bottoms
-  // at -20 (-128), "0" spans -10..710 (-64, 4544); slots 2, 3 copy 0, 1.
+  // A unit is 6.4 in 26.6 at 100 pixels: "7" tops at 700 (4480), "1"
+  // bottoms at 0, "0" spans -10..710 (-64, 4544); slots 2, 3 copy 0, 1.
   const struct { bool os2; int panose; bool measured; } rows[] = {
       {true, 2, true}, {false, 2, false}, {true, 5, false}};
-  const F26DOT6 digits[8] = {-128, -64, -128, -64, 4480, 4544, 0, 64};
+  const F26DOT6 digits[8] = {4480, 4544, 4480, 4544, 0, -64, 0, 64};
   for (const auto& r : rows) {
     SCOPED_TRACE(r.os2 ? r.panose : 0);
     testsupport::TypesetFont f;
