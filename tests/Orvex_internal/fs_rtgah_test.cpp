@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <random>
 #include <vector>
@@ -192,77 +193,110 @@ TEST(Rtgah, CollisionsKeepTwoBarsApart) {
   EXPECT_LE(abs(b.adj_center - 326), 96);
 }
 
-// Forced autohinting through the glyph fetch: every stroke the hinter
-// placed (none of its ends claimed by a lower one) has an edge on the grid
-// and an even-halved width; no point moves more than 3/4 pixel.
-TEST(Rtgah, RealFontsStemsOnTheGrid) {
+// The Latin path through the glyph fetch (forced on the instructed fonts,
+// the automatic route's own program on CFF), A-Z a-z but i and j, per font
+// over 9-14, 16, 18, 20, 24, 36, 72 ppem: (a) tops near a reference line
+// and bottoms near slot 4 end on a whole pixel (99%); (b) no point moves
+// more than 1.5 px; (c) x stems of the plain outline whose edges stay
+// flat have an edge on the grid (98%); (d) at 20 ppem and above, stems of one scaled width keep one
+// hinted width within 2/64 (sans) or 1/4 px (serif: level merging moves
+// edges up to 1/8 px).
+TEST(Rtgah, LatinPropertiesOnRealFonts) {
+  const struct { const char* path; F26DOT6 spread; } fonts[] = {
+      {"/usr/share/fonts/truetype/dejavu/DejaVuSansCondensed.ttf", 2},
+      {"/usr/share/fonts/truetype/freefont/FreeSans.ttf", 2},
+      {"/usr/share/fonts/truetype/freefont/FreeSerif.ttf", 16},
+      {"/usr/share/fonts/opentype/cantarell/Cantarell-Regular.otf", 2},
+      {"/usr/share/fonts/opentype/urw-base35/NimbusSans-Regular.otf", 2},
+      {"/usr/share/fonts/opentype/urw-base35/NimbusRoman-Regular.otf", 16},
+      {"/usr/share/fonts/opentype/ebgaramond/EBGaramond12-Regular.otf", 16},
+  };
+#if defined(__SANITIZE_ADDRESS__)
+  const int ppems[] = {9, 12, 20, 72};
+#else
+  const int ppems[] = {9, 10, 11, 12, 13, 14, 16, 18, 20, 24, 36, 72};
+#endif
   std::unique_ptr<RTGAH_DATA> r(new RTGAH_DATA());
-  for (const char* path : kFonts)
-    for (int ppem : {9, 12, 16, 24, 36, 72}) {
-      testsupport::TypesetFont font;
-      ASSERT_EQ(font.open(path), 0) << "missing font " << path;
-      ASSERT_EQ(font.setPpem(ppem), 0);
-      ASSERT_EQ(FSS_set_cmap(&font.st, 3, 1), 0);
-      font.st.flags |= FLAGS_FORCE_AUTOHINT | FLAGS_GRAYSCALE;
-      int placed = 0, aligned = 0, even = 0, raw_aligned = 0;
-      FS_ULONG heap = 0;
-      F26DOT6 worst = 0;
-      for (const char* set : {"ABCDEFGHIJKLMNOPQRSTUVWXYZ", "abcdefghijklmnopqrstuvwxyz"})
-        for (const char* c = set; *c; c++) {
-          FS_GLYPH_POINTS* pts = FSS_get_points(&font.st, (FS_ULONG)*c);
-          ASSERT_NE(pts, nullptr) << *c;
-          FSS_free(&font.st, pts);
-          // The hinter's memory came with the key: the heap stands where
-          // the first glyph left it.
-          if (heap == 0) heap = font.st.server->allocated;
-          ASSERT_EQ(font.st.server->allocated, heap) << *c;
-          ASSERT_TRUE(font.st.any_hints & 16) << *c;
-          fsg_SplineKey* key = (fsg_SplineKey*)font.st.cur_sfnt->senv->ttkey;
-          fnt_ElementType* el = fsg_glyph_element(key);
-          // The finders over a copy of the scaled places the hinter left.
-          int np = el->np;
-          std::vector<F26DOT6> sx(el->ox, el->ox + np), sy(el->oy, el->oy + np);
-          std::vector<FS_BYTE> f(np, 0);
-          fnt_ElementType s = *el;
-          s.x = s.ox = sx.data(), s.y = s.oy = sy.data(), s.f = f.data();
-          for (int i = 0; i < np; i++)
-            worst = std::max({worst, std::abs(el->x[i] - el->ox[i]), std::abs(el->y[i] - el->oy[i])});
-          for (int xy : {'x', 'y'}) {
-            const F26DOT6* h = xy == 'x' ? el->x : el->y;
-            int cursor = 0;
-            int n = find_pieces(xy, r->pieces, &s, r->plist, &cursor, RTGAH_MAX_PLIST);
-            n = find_strokes(xy, n, r->pieces, r->strokes, &s, (ppem * 1408 + 50) / 100,
-                             r->plist, &cursor, RTGAH_MAX_PLIST);
-            std::vector<bool> claimed(np, false);
-            for (int i = 0; i < n; i++) {
-              const STROKE& t = r->strokes[i];
-              if (claimed[t.p0] || claimed[t.p1] || claimed[t.p2] || claimed[t.p3]) continue;
-              // Found again over the snapped places but not placed: its
-              // ends were not all touched, or its edges are not flat.
-              FS_BYTE m = xy == 'x' ? XMOVED : YMOVED;
-              if (!(el->f[t.p0] & el->f[t.p1] & el->f[t.p2] & el->f[t.p3] & m) ||
-                  h[t.p0] != h[t.p1] || h[t.p2] != h[t.p3])
-                continue;
-              for (int p : {t.p0, t.p1, t.p2, t.p3}) claimed[p] = true;
-              for (PLIST* q = t.e1; q; q = q->next) claimed[q->pt] = true;
-              for (PLIST* q = t.e2; q; q = q->next) claimed[q->pt] = true;
-              placed++;
-              const F26DOT6* sc = xy == 'x' ? sx.data() : sy.data();
-              raw_aligned += (sc[t.p0] & 63) == 0 || (sc[t.p2] & 63) == 0;
-              aligned += (h[t.p0] & 63) == 0 || (h[t.p2] & 63) == 0;
-              even += h[t.p2] - h[t.p0] == 2 * (t.width >> 1);
-            }
-          }
+  for (const auto& font : fonts) {
+    int lines = 0, whole = 0, placed = 0, aligned = 0;
+    F26DOT6 worst = 0, spread = 0, small = 0;
+    for (int ppem : ppems) {
+      testsupport::TypesetFont plain, hinted;
+      ASSERT_EQ(plain.open(font.path), 0) << "missing font " << font.path;
+      ASSERT_EQ(hinted.open(font.path), 0);
+      ASSERT_EQ(plain.setPpem(ppem), 0);
+      ASSERT_EQ(hinted.setPpem(ppem), 0);
+      ASSERT_EQ(FSS_set_cmap(&plain.st, 3, 1), 0);
+      ASSERT_EQ(FSS_set_cmap(&hinted.st, 3, 1), 0);
+      plain.st.flags |= FLAGS_NO_HINTS;
+      hinted.st.flags |= FLAGS_FORCE_AUTOHINT | FLAGS_GRAYSCALE;
+      std::map<F26DOT6, std::pair<F26DOT6, F26DOT6>> widths;  // raw: hinted min, max
+      for (const char* c = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghklmnopqrstuvwxyz"; *c; c++) {
+        FS_GLYPH_POINTS* u = FSS_get_points(&plain.st, (FS_ULONG)*c);
+        FS_GLYPH_POINTS* h = FSS_get_points(&hinted.st, (FS_ULONG)*c);
+        ASSERT_TRUE(u && h && u->np == h->np) << *c;
+        SFNT* sfnt = hinted.st.cur_sfnt;
+        ASSERT_EQ(sfnt->rtgah_suitable, 1) << ppem;
+        ASSERT_TRUE(hinted.st.any_hints & 16) << *c;
+        const F26DOT6* ref = sfnt->ref_lines;
+        int top = 0, bottom = 0;
+        for (int i = 0; i < u->np; i++) {
+          if (u->y[i] > u->y[top]) top = i;
+          if (u->y[i] < u->y[bottom]) bottom = i;
+          worst = std::max({worst, std::abs(h->x[i] - u->x[i]), std::abs(h->y[i] - u->y[i])});
         }
-      printf("%s %d: %d strokes, %d on the grid (%d unhinted), %d even, worst move %ld/64\n",
-             path + 25, ppem, placed, aligned, raw_aligned, even, (long)worst);
-      EXPECT_EQ(aligned, placed) << path << " " << ppem;
-      // Re-found over the snapped places, a few thin serif strokes (width
-      // 11 to 17 at 9 and 12 ppem) whose ends other strokes claimed pass
-      // the filter above; the edges they show are not theirs.
-      EXPECT_GE(even, placed - placed / 32) << path << " " << ppem;
-      EXPECT_LE(worst, 48) << path << " " << ppem;
+        F26DOT6 hiTop = h->y[top], hiBottom = h->y[bottom];
+        for (int i = 0; i < h->np; i++) hiTop = std::max(hiTop, h->y[i]), hiBottom = std::min(hiBottom, h->y[i]);
+        bool nearTop = false;
+        for (int k = 0; k < 4; k++) nearTop |= std::abs(u->y[top] - ref[k]) <= 31;
+        if (nearTop) lines++, whole += (hiTop & 63) == 0;
+        if (std::abs(u->y[bottom] - ref[4]) <= 31) lines++, whole += (hiBottom & 63) == 0;
+        // The x stems over the plain outline, flattened as the hinter sees it.
+        int np = u->np;
+        std::vector<F26DOT6> sx(u->x, u->x + np), sy(u->y, u->y + np);
+        std::vector<FS_BYTE> f(np, 0);
+        fnt_ElementType s = {};
+        s.x = s.ox = sx.data(), s.y = s.oy = sy.data(), s.f = f.data();
+        s.onCurve = u->onCurve, s.sp = u->sp, s.ep = u->ep, s.nc = u->nc, s.np = (FS_SHORT)np;
+        non_corner_extrema(&s);
+        int cursor = 0;
+        int n = find_pieces('x', r->pieces, &s, r->plist, &cursor, RTGAH_MAX_PLIST);
+        n = find_strokes('x', n, r->pieces, r->strokes, &s, (ppem * 1408 + 50) / 100, r->plist,
+                         &cursor, RTGAH_MAX_PLIST);
+        std::vector<bool> claimed(np, false);
+        for (int i = 0; i < n; i++) {
+          const STROKE& t = r->strokes[i];
+          // Placed: both edges flat after hinting, no end claimed by a
+          // lower stroke.
+          if (h->x[t.p0] != h->x[t.p1] || h->x[t.p2] != h->x[t.p3] || claimed[t.p0] ||
+              claimed[t.p1] || claimed[t.p2] || claimed[t.p3])
+            continue;
+          for (int p : {t.p0, t.p1, t.p2, t.p3}) claimed[p] = true;
+          placed++;
+          aligned += (h->x[t.p0] & 63) == 0 || (h->x[t.p2] & 63) == 0;
+          F26DOT6 w = h->x[t.p2] - h->x[t.p0];
+          auto it = widths.find(t.width);
+          if (it == widths.end()) widths[t.width] = {w, w};
+          else it->second = {std::min(it->second.first, w), std::max(it->second.second, w)};
+        }
+        FSS_free(&plain.st, u);
+        FSS_free(&hinted.st, h);
+      }
+      for (const auto& w : widths) {
+        F26DOT6& m = ppem >= 20 ? spread : small;
+        m = std::max(m, w.second.second - w.second.first);
+      }
     }
+    printf("%s: %d of %d lines whole, %d of %d x stems on the grid, worst move %ld/64, "
+           "equal stems apart %ld/64 at 20 ppem and up, %ld/64 below\n",
+           font.path, whole, lines, aligned, placed, (long)worst, (long)spread, (long)small);
+    EXPECT_GE(whole * 100, lines * 99) << font.path;
+    EXPECT_LE(worst, 96) << font.path;
+    // Below 20 ppem the x-height boost and the side-bearing stretch move
+    // a few serif feet that the plain outline shows as stems.
+    EXPECT_GE(aligned * 100, placed * 98) << font.path;
+    EXPECT_LE(spread, font.spread) << font.path;
+  }
 }
 
 // Mutated real outlines (coordinates, contour ends, on-curve flags) and
