@@ -7,6 +7,7 @@
 
 #include "Orvex_internal/fs_bytes.h"
 #include "Orvex_internal/fs_cmap.h"
+#include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_state.h"
 #include "Orvex_internal/fs_ttf.h"
 
@@ -587,9 +588,12 @@ FS_USHORT script_of_ranges(FS_ULONG range1, FS_ULONG range2, FS_ULONG range3) {
 
 FS_USHORT which_script(FS_STATE* state, LFNT* lfnt, FS_ULONG index,
                        FS_ULONG* unicode) {
-  (void)state;
   *unicode = 0xFFFF;
-  TTF* ttf = lfnt ? (TTF*)lfnt->fnt : nullptr;
+  if (lfnt == nullptr) return 0xFFFF;
+  FS_ULONG error = state->error;
+  if (lfnt->fnt == nullptr) load_fnt(state, lfnt);  // unloaded by the ladder
+  state->error = error;
+  TTF* ttf = (TTF*)lfnt->fnt;
   if (ttf == nullptr || ttf->cmap == nullptr) return 0xFFFF;
   const FS_BYTE* cmap = (const FS_BYTE*)ttf->cmap;
   FS_ULONG offset = offset_to_cmap(cmap, ttf->cmap_length, 3, 1);
