@@ -144,8 +144,8 @@ TEST(RefLines, ScriptsByCodeAndByRanges) {
   };
   for (const auto& r : ranges) EXPECT_EQ(script_of_ranges(r.r1, r.r2, r.r3), r.script) << r.why;
   // Glyphs no Unicode maps: a built font takes its ranges (none without
-  // OS/2), the first unmapped glyph of a Thai font (its ranges name Thai
-  // and Latin) Thai.
+  // OS/2), the first unmapped glyph of a Thai font Thai (of the scripts
+  // that count, its ranges name Thai alone).
   const struct { sfnt::Bytes font; FS_USHORT script; } built[] = {
       {digitFont(true, 2, (1u << 24) | (1u << 13)), 0}, {digitFont(false, 2), 0},
       {digitFont(true, 2, 1u << 24), 17}};

@@ -193,6 +193,91 @@ TEST(Rtgah, CollisionsKeepTwoBarsApart) {
   EXPECT_LE(abs(b.adj_center - 326), 96);
 }
 
+// The reference-line steps on hand-built glyphs and strokes.
+TEST(Rtgah, ReferenceLineSteps) {
+  F26DOT6 ref[56] = {703, 720, 500, 510, 0, -10};
+  // A flat top with no stroke there: a zero-width stroke for its first
+  // point, the other top point on its edge, placed on round(703) = 704;
+  // one for the bottom at 0 (the base shares its level, none for it).
+  Glyph flat({{{0, 0}, {100, 700}, {300, 700}, {400, 0}}}, 500);
+  STROKE* st = flat.r->strokes;
+  int cursor = 0;
+  int n = latin_ref_lines(0, st, ref, &flat.els[1], flat.r->plist, &cursor, RTGAH_MAX_PLIST);
+  ASSERT_EQ(n, 2);
+  EXPECT_EQ(st[0].width, 0);
+  EXPECT_EQ(st[0].adj_center, 704);
+  ASSERT_NE(st[0].e1, nullptr);
+  EXPECT_EQ(st[0].e1->pt, 2);
+  EXPECT_EQ(st[1].adj_center, 0);
+  // No small letters measured: slot 2 is 0 and matches nothing; the
+  // stroke 0..20 goes to the base line (adj 10), not below it (-10).
+  const F26DOT6 noSmall[56] = {703, 720, 0, 510, 0, -10};
+  st[0] = stroke(10, 20);
+  latin_ref_lines(1, st, noSmall, &flat.els[1], flat.r->plist, &cursor, RTGAH_MAX_PLIST);
+  EXPECT_EQ(st[0].adj_center, 10);
+  // A mark 100 tall 60 above its base (top 640): 64 above the base's
+  // placed top, 128 tall: 704..832.
+  Glyph acc({rect(0, 0, 300, 640), rect(100, 700, 160, 800)}, 400);
+  const F26DOT6 lines[56] = {700, 720, 640, 650, 0, -10};
+  cursor = 0;
+  latin_accents(lines, 0, acc.r->strokes, &acc.els[1], acc.r->plist, &cursor, RTGAH_MAX_PLIST);
+  EXPECT_EQ(*std::min_element(acc.y.begin() + 4, acc.y.begin() + 8), 704);
+  EXPECT_EQ(*std::max_element(acc.y.begin() + 4, acc.y.begin() + 8), 832);
+  // Indic lines: a top near the upper line 730 keeps the rounded gap
+  // above the lower one, round(610) + round(120) - 10 = 758 (not
+  // round(730) - 10 = 694); a bottom near -50 goes round(50) below 0.
+  const F26DOT6 indic[4] = {730, 610, 0, -50};
+  STROKE ind[2] = {stroke(720, 20), stroke(-40, 20)};
+  Indic_ref_lines_4(indic, 2, ind);
+  EXPECT_EQ(ind[0].adj_center, 758);
+  EXPECT_EQ(ind[1].adj_center, -54);
+  // Hangul and CJK stretch the glyph: 0..600 becomes 0..round(616) = 640.
+  Glyph sq({rect(0, 0, 600, 600)}, 700);
+  const F26DOT6 four[4] = {610, 500, 100, 0};
+  snap_top_bottom_4(four, 0, sq.r->strokes, &sq.els[1], 1024);
+  EXPECT_EQ(sq.y[1], 640);
+  EXPECT_EQ(sq.oy[1], 640);
+  EXPECT_EQ(sq.y[0], 0);
+}
+
+TEST(Rtgah, ScriptsPlaceTopsOnTheirLines) {
+  // At 24 ppem a block 20..680 is too tall for a stroke: Latin puts its top
+  // on the capitals' line (round(700) = 704), its bottom on the base line;
+  // Kannada has no lines and leaves both. A bar 20..300 is a stroke:
+  // Kannada aligns it alone (a tie: the upper edge, 40..320); Arabic puts
+  // its bottom, near slot 51 (10), on round(10) = 0.
+  const struct { int script; F26DOT6 y0, y1, bottom, top; } rows[] = {
+      {1, 20, 680, 0, 704}, {12, 20, 680, 20, 680}, {12, 20, 300, 40, 320}, {5, 20, 300, 0, 280}};
+  for (const auto& r : rows) {
+    Glyph gl({rect(0, r.y0, 300, r.y1)}, 400);
+    gl.g.pixelsPerEm = 24;
+    F26DOT6* ref = gl.sfnt.ref_lines;
+    ref[0] = 700, ref[1] = 720, ref[2] = 500, ref[3] = 510, ref[5] = -10, ref[51] = 10;
+    gl.run(r.script);
+    EXPECT_EQ(gl.y[1], r.top) << r.script;
+    EXPECT_EQ(gl.y[0], r.bottom) << r.script;
+  }
+}
+
+TEST(Rtgah, DotsStayApartAndKeepTheirTriangle) {
+  // Two base dots 40 wide (80..120, 144..184) and an apex over them: the
+  // base dots' hinted edges (116, 140) would light one pixel, so the
+  // second moves a pixel right; the apex stays over the middle.
+  Glyph gl({rect(80, 80, 120, 120), rect(144, 80, 184, 120), rect(112, 200, 152, 240)}, 300);
+  multi_dot(&gl.els[1]);
+  F26DOT6 c0 = (gl.x[0] + gl.x[2]) / 2, c1 = (gl.x[4] + gl.x[6]) / 2, c2 = (gl.x[8] + gl.x[10]) / 2;
+  EXPECT_EQ(c0, 96);
+  EXPECT_EQ(c1, 224);
+  EXPECT_EQ(c2, (c0 + c1) / 2);
+  EXPECT_EQ((gl.y[8] + gl.y[9]) / 2, 224);
+  EXPECT_TRUE(visually_separate(gl.x[2], gl.x[4]));
+  // Separation by pixels: same pixel, adjacent pixels, apart.
+  const struct { F26DOT6 a, b; bool apart; } rows[] = {
+      {70, 120, true}, {80, 120, false}, {90, 170, true}, {100, 170, false}, {90, 130, false},
+      {10, 300, true}, {90, 90, false}};
+  for (const auto& r : rows) EXPECT_EQ(visually_separate(r.a, r.b) != 0, r.apart) << r.a << " " << r.b;
+}
+
 // The Latin path through the glyph fetch (forced on the instructed fonts,
 // the automatic route's own program on CFF), A-Z a-z but i and j, per font
 // over 9-14, 16, 18, 20, 24, 36, 72 ppem: (a) tops near a reference line
