@@ -15,14 +15,18 @@
 #include "Orvex_internal/fs_glue.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_rtgah.h"
+#include "support/sfnt_builder.h"
+#include "support/test_support.h"
 #include "support/typeset_font.h"
 
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__)
 const int kMutations = 300;
+const int kFontMutations = 150;
 #else
 const int kMutations = 1000;
+const int kFontMutations = 500;
 #endif
 
 const char* const kFonts[] = {"/usr/share/fonts/truetype/dejavu/DejaVuSansCondensed.ttf",
@@ -278,6 +282,44 @@ TEST(Rtgah, DotsStayApartAndKeepTheirTriangle) {
   for (const auto& r : rows) EXPECT_EQ(visually_separate(r.a, r.b) != 0, r.apart) << r.a << " " << r.b;
 }
 
+// The automatic route on gray output: glyphs with their own program keep
+// it (the same points as with autohinting off); a glyph without one, and
+// every CFF glyph, is autohinted.
+TEST(Rtgah, OnlyGlyphsWithoutAProgramAreAutohinted) {
+  const char* letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+  const struct { const char* path; const char* chars; bool autohinted; } rows[] = {
+      {"/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf", letters, false},
+      {"/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf", letters, false},
+      {"/usr/share/fonts/truetype/liberation2/LiberationMono-Regular.ttf", "l", true},
+      {"/usr/share/fonts/opentype/cantarell/Cantarell-Regular.otf", "Hx", true},
+  };
+  for (const auto& r : rows)
+    for (int ppem : {12, 24}) {
+      testsupport::TypesetFont on, off;
+      ASSERT_EQ(on.open(r.path), 0) << "missing font " << r.path;
+      ASSERT_EQ(off.open(r.path), 0);
+      for (auto* f : {&on, &off}) {
+        ASSERT_EQ(f->setPpem(ppem), 0);
+        ASSERT_EQ(FSS_set_cmap(&f->st, 3, 1), 0);
+        f->st.flags |= FLAGS_GRAYSCALE;
+      }
+      off.st.flags |= FLAGS_NO_AUTOHINT;
+      for (const char* c = r.chars; *c; c++) {
+        FS_GLYPH_POINTS* a = FSS_get_points(&on.st, (FS_ULONG)*c);
+        ASSERT_NE(a, nullptr);
+        EXPECT_EQ((on.st.any_hints & 16) != 0, r.autohinted) << r.path << " " << *c;
+        FS_GLYPH_POINTS* b = FSS_get_points(&off.st, (FS_ULONG)*c);
+        ASSERT_NE(b, nullptr);
+        EXPECT_EQ(off.st.any_hints & 16, 0);
+        bool same = a->np == b->np && std::equal(a->x, a->x + a->np, b->x) &&
+                    std::equal(a->y, a->y + a->np, b->y);
+        EXPECT_EQ(same, !r.autohinted) << r.path << " " << *c << " " << ppem;
+        FSS_free(&on.st, a);
+        FSS_free(&off.st, b);
+      }
+    }
+}
+
 // The Latin path through the glyph fetch (forced on the instructed fonts,
 // the automatic route's own program on CFF), A-Z a-z but i and j, per font
 // over 9-14, 16, 18, 20, 24, 36, 72 ppem: (a) tops near a reference line
@@ -433,6 +475,53 @@ TEST(Rtgah, MalformedOutlinesStayInBounds) {
     gl.run(k % 11 == 0 ? 7 : 0);
     for (size_t i = 0; i < gl.x.size(); i++) ASSERT_LT(std::abs(gl.x[i]), 1 << 20) << k;
   }
+}
+
+// Fonts with mutated OS/2 ranges and panose, cmap and outline bytes,
+// drawn as the shipped script has them (gray, hinted, autohinting on):
+// reference lines, script choice and the autohinter meet the bad data with
+// an error or an unhinted glyph, and read nothing outside the font (the
+// sanitizer build checks).
+TEST(Rtgah, MutatedFontsThroughTheAutohinter) {
+  std::mt19937 rng(30);
+  std::vector<sfnt::Bytes> bases;
+  for (const char* path : {"/usr/share/fonts/truetype/freefont/FreeSans.ttf",
+                           "/usr/share/fonts/opentype/cantarell/Cantarell-Regular.otf"}) {
+    std::string b = testsupport::readBytes(path);
+    ASSERT_FALSE(b.empty()) << "missing font " << path;
+    bases.push_back(sfnt::asBytes(b));
+  }
+  int drawn = 0;
+  for (int k = 0; k < kFontMutations; k++) {
+    sfnt::Bytes font = bases[k % 2];
+    auto table = [&](const char* tag, size_t* len) -> size_t {
+      size_t e = sfnt::entryOf(font, tag);
+      *len = e ? sfnt::getU32(font, e + 12) : 0;
+      return e ? sfnt::getU32(font, e + 8) : 0;
+    };
+    size_t len, os2 = table("OS/2", &len);
+    ASSERT_GE(len, 54u);
+    for (size_t i = 42; i < 54; i++)
+      if (rng() % 3 == 0) font[os2 + i] = (uint8_t)rng();
+    font[os2 + 32] = (uint8_t)(rng() % 7);  // panose family
+    for (const char* tag : {"cmap", k % 2 ? "CFF " : "glyf"}) {
+      size_t at = table(tag, &len);
+      for (int m = (int)(rng() % 8); m >= 0 && len > 0; m--) font[at + rng() % len] = (uint8_t)rng();
+    }
+    testsupport::TypesetFont f;
+    if (f.open("", font) != 0 || f.setPpem(k % 4 ? 12 : 40) != 0 ||
+        FSS_set_cmap(&f.st, 3, 1) != 0)
+      continue;
+    f.st.flags |= FLAGS_GRAYSCALE;
+    for (const char* c = "lHxoOi"; *c; c++) {
+      FS_GLYPH_POINTS* p = FSS_get_points(&f.st, (FS_ULONG)*c);
+      if (p == nullptr) continue;
+      drawn++;
+      for (int i = 0; i < p->np; i++) ASSERT_LT(std::abs(p->x[i]) + std::abs(p->y[i]), 1 << 24) << k;
+      FSS_free(&f.st, p);
+    }
+  }
+  EXPECT_GT(drawn, kFontMutations);
 }
 
 }  // namespace
