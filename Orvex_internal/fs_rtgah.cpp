@@ -983,8 +983,9 @@ int latin_accents(const F26DOT6* ref, int n, STROKE* strokes, fnt_ElementType* e
     s.raw_center = s.adj_center = (F26DOT6)(((FS_INT64)el->y[s.p0] + el->y[s.p2]) / 2);
     s.width = el->y[s.p2] - el->y[s.p0];
   }
-  // The y pass goes on from the marks' new places.
-  for (int i = 0; i < el->np; i++) el->oy[i] = el->y[i];
+  // The scaled arrays take over the hinted places: the y pass goes on from
+  // the marks' new ones.
+  for (int i = 0; i < el->np; i++) el->ox[i] = el->x[i], el->oy[i] = el->y[i];
   return n;
 }
 
