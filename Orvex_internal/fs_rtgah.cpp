@@ -823,7 +823,7 @@ void refresh_strokes(STROKE* strokes, int n, const F26DOT6* h, bool width) {
 }  // namespace
 
 void round_ref_lines(const F26DOT6* ref, F26DOT6* rrl) {
-  for (int i = 0; i < 56; i++) rrl[i] = round26(ref[i]);
+  for (int i = 0; i < 56; i++) rrl[i] = ref[i] == kNoLine ? kNoLine : round26(ref[i]);
   if (!(ref[1] - ref[0] >= 44 && ref[4] - ref[5] >= 44)) {
     rrl[1] = rrl[0];
     rrl[2] = rrl[3];

@@ -136,7 +136,8 @@ FS_BOOLEAN can_thin_strokes(STROKE* a, STROKE* b);
 
 /* ---- Reference lines by script ---- */
 
-// Each of the 56 slots rounded to the pixel; unless the round capital's
+// Each of the 56 slots rounded to the pixel (a CJK slot no letter measured,
+// 0x7FFFFFFF, stays); unless the round capital's
 // top and bottom overshoot the flat ones by 44/64 or more, the overshoots
 // (and the flat x-height) follow the flat lines: rrl[1] = rrl[0],
 // rrl[2] = rrl[3], rrl[5] = rrl[4].
