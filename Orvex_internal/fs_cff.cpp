@@ -1436,9 +1436,10 @@ FS_LONG cff_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints) {
                     ((state->flags & (FLAGS_FORCE_AUTOHINT | FLAGS_REF_LINE_PASS)) ||
                      !(state->flags & FLAGS_NO_AUTOHINT)) &&
                     key->sfnt->rtgah_suitable && el->np > 0;
+    // CFF stem hints are not read: the real-time autohinter hints the glyph.
     if (autohint) {
-      // The real-time autohinter takes the glyph here (its script's
-      // program over the element); until it exists the glyph is unchanged.
+      err = fsg_autohint_element(state, key);
+      if (err) return err;
     }
     SENV* senv = key->sfnt->senv;
     if (senv != nullptr && senv->vanilla) x[1] = (x[1] + 32) & ~63;

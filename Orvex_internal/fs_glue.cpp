@@ -327,6 +327,9 @@ FS_LONG read_comp_parms_ccc(CharData* cd, fsg_SplineKey* key,
 FS_LONG run_glyph_program(FS_STATE* state, fsg_SplineKey* key,
                           const FS_BYTE* pgm, FS_ULONG length, FS_BOOLEAN composite);
 
+// The autohinter's program: push 11, AA.
+const FS_BYTE kAutohintProgram[3] = {0xB0, 0x0B, 0x7F};
+
 // Hints the glyph loaded last: points [base, np) of the glyph element, its
 // contours from `cbase`, and the 8 phantom places behind. The interpreter
 // sees them as a glyph of its own, numbered from 0. Before the program the
@@ -352,6 +355,7 @@ FS_LONG do_hints(FS_STATE* state, fsg_SplineKey* key, FS_LONG base,
   if (senv != nullptr && senv->vanilla) x[np + 1] = (x[np + 1] + 32) & -64;
   state->any_hints |= 1;
   if (length == 0) return 0;
+  if (pgm != kAutohintProgram) key->programs_run++;
   fnt_ElementType saved = *el;
   el->x += base, el->y += base, el->ox += base, el->oy += base;
   el->oox += base, el->ooy += base, el->onCurve += base, el->f += base;
@@ -365,16 +369,35 @@ FS_LONG do_hints(FS_STATE* state, fsg_SplineKey* key, FS_LONG base,
   return err;
 }
 
-// The autohinter's program: push 11, AA.
-const FS_BYTE kAutohintProgram[3] = {0xB0, 0x0B, 0x7F};
-
-// Whether the client forces the autohinter on this hinted glyph: gray
-// output, a font not drawn by strokes and not found unsuitable.
-bool forced_autohint(FS_STATE* state, fsg_SplineKey* key) {
-  FS_ULONG f = state->flags;
-  return (f & FLAGS_FORCE_AUTOHINT) && (f & FLAGS_GRAYSCALE) &&
+// Whether the autohinter may take a hinted glyph at all: gray output, a
+// font not drawn by strokes and not found unsuitable.
+bool autohint_allowed(FS_STATE* state, fsg_SplineKey* key) {
+  return (state->flags & FLAGS_GRAYSCALE) &&
          !(key->sfnt->lfnt->fontflags & FONTFLAG_STROKE) &&
          key->sfnt->rtgah_suitable != 0;
+}
+
+// Whether the client forces the autohinter on this hinted glyph.
+bool forced_autohint(FS_STATE* state, fsg_SplineKey* key) {
+  return (state->flags & FLAGS_FORCE_AUTOHINT) && autohint_allowed(state, key);
+}
+
+// Whether the autohinter takes a top glyph that carries no program of its
+// own (nor, for a composite, in any component): automatic autohinting not
+// switched off, and no alignment-zone hinter chosen.
+bool automatic_autohint(FS_STATE* state, fsg_SplineKey* key) {
+  return !(state->flags & FLAGS_NO_AUTOHINT) &&
+         key->globalGS.maz_data.gridFitType == 0 && autohint_allowed(state, key);
+}
+
+// The autohinter over the glyph loaded last, told its script first.
+FS_LONG run_autohinter(FS_STATE* state, fsg_SplineKey* key, FS_LONG base,
+                       FS_LONG cbase, FS_BOOLEAN composite) {
+  FS_ULONG unicode;
+  key->rtgah.script = (FS_SHORT)which_script(state, key->sfnt->lfnt, key->glyphIndex, &unicode);
+  key->rtgah.unicode = (FS_USHORT)unicode;
+  state->any_hints |= 16;
+  return do_hints(state, key, base, cbase, kAutohintProgram, 3, composite);
 }
 
 // Loads glyph `index` at the end of the glyph element: its points, then its
@@ -440,9 +463,11 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
       key->num_points = (FS_USHORT)el->np;
       key->num_contours = (FS_USHORT)el->nc;
       if (useHints && forced) {
-        if (level == 0) state->any_hints |= 16;
-        err = do_hints(state, key, base, cbase, kAutohintProgram,
-                       level == 0 ? 3 : 0, 0);
+        err = level == 0 ? run_autohinter(state, key, base, cbase, 0)
+                         : do_hints(state, key, base, cbase, kAutohintProgram, 0, 0);
+      } else if (useHints && level == 0 && insLength == 0 &&
+                 automatic_autohint(state, key)) {
+        err = run_autohinter(state, key, base, cbase, 0);
       } else if (useHints) {
         err = do_hints(state, key, base, cbase, data + insPos, insLength, 0);
       }
@@ -529,8 +554,10 @@ FS_LONG get_comp(FS_STATE* state, fsg_SplineKey* key, FS_ULONG index,
   // component, a 2-byte length and the bytes, and runs over the joined
   // points.
   if (useHints && forced && level == 0) {
-    state->any_hints |= 16;
-    err = do_hints(state, key, base, cbase, kAutohintProgram, 3, 1);
+    err = run_autohinter(state, key, base, cbase, 1);
+  } else if (useHints && level == 0 && !(lastFlags & WE_HAVE_INSTRUCTIONS) &&
+             key->programs_run == 0 && automatic_autohint(state, key)) {
+    err = run_autohinter(state, key, base, cbase, 1);
   } else if (useHints && !forced && (lastFlags & WE_HAVE_INSTRUCTIONS)) {
     FS_CURSOR ic = cursor_at(data, length, pos);
     FS_USHORT insLength = cursor_u16(&ic);
@@ -799,8 +826,8 @@ void set_up_global_gs(FS_STATE* state, fsg_SplineKey* key, TTF* ttf) {
   g->identityTransformation = key->identityTransformation;
   g->stateflags = state->flags;
   g->fontflags = key->sfnt->lfnt->fontflags;
-  // The autohinter's copies: script 0 and no character until scripts are
-  // told apart.
+  // The autohinter's copies; its script and character are the glyph's,
+  // set by the fetch.
   RTGAH_DATA* r = &key->rtgah;
   rtgah_data_init(r);
   g->rtgah_data = r;
@@ -808,8 +835,6 @@ void set_up_global_gs(FS_STATE* state, fsg_SplineKey* key, TTF* ttf) {
   r->fontflags = key->sfnt->lfnt->fontflags;
   r->fnt_type = key->sfnt->lfnt->fnt_type;
   r->rtgah_suitable = key->sfnt->rtgah_suitable;
-  r->script = 0;
-  r->unicode = 0xFFFF;
   FS_FIXED(*m)[3] = key->currentTMatrix;
   g->non90DegreeTransformation =
       (FS_BYTE)(((m[0][1] != 0 || m[1][0] != 0) ? 1 : 0) |
@@ -943,6 +968,17 @@ void fsg_reset_fit(FS_STATE* state, fsg_SplineKey* key) {
   key->scanControl = 0;  // what this glyph's program asks, merged afresh
   key->num_comps = key->num_contours = key->num_points = 0;
   key->useMyMetrics = 0;
+  key->programs_run = 0;
+  key->rtgah.script = 0;
+  key->rtgah.unicode = 0xFFFF;
+}
+
+FS_LONG fsg_autohint_element(FS_STATE* state, fsg_SplineKey* key) {
+  fnt_ElementType* el = fsg_glyph_element(key);
+  FS_SHORT np = el->np;
+  FS_LONG err = run_autohinter(state, key, 0, 0, 0);
+  el->np = np;
+  return err;
 }
 
 FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints) {

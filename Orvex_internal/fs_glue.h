@@ -97,6 +97,12 @@ FS_LONG fsg_RunGlyphProgram(FS_STATE* state, fsg_SplineKey* key,
                             const FS_BYTE* pgm, FS_ULONG length,
                             FS_BOOLEAN unitScale = 0);
 
+// Runs the real-time autohinter over the whole glyph element (a CFF
+// glyph's): its script and Unicode value from which_script, any_hints 16,
+// the left phantom x rounded (the right one too under a vanilla scale).
+// Returns 0 or 416.
+FS_LONG fsg_autohint_element(FS_STATE* state, fsg_SplineKey* key);
+
 // Clears what one glyph fit leaves on the state and the key (error, hint
 // reports, nesting level, counts, metrics choice), before a fit of either
 // outline format.

@@ -587,10 +587,48 @@ bool measure(FS_STATE* state, FS_ULONG code, F26DOT6* lo, F26DOT6* hi) {
   return true;
 }
 
-// One alphabet's letters in the roles of the first six slots: the flat
-// capitals (slots 0 and 4), the round capital (1 and 5), the letters that
-// reach lowest (2) and the round small letter (3).
+// The hinted trial's flags: gray fitting, hints on, the autohinter forced
+// over the glyph as the reference-line pass asks.
+const FS_ULONG kTrialOn = FLAGS_GRAYSCALE | FLAGS_FORCE_AUTOHINT | FLAGS_REF_LINE_PASS;
+
+// The autohinter's record in the key of the current scaled font, or null.
+RTGAH_DATA* current_rtgah(FS_STATE* state) {
+  SENV* senv = state->cur_sfnt ? state->cur_sfnt->senv : nullptr;
+  fsg_SplineKey* key = senv ? (fsg_SplineKey*)senv->ttkey : nullptr;
+  return key ? &key->rtgah : nullptr;
+}
+
+// Character `code` through the autohinter (the trial flags set). 1 when the
+// autohinter took hold of it, with its hinted top and bottom (the stroke
+// extremes it aligned; 0x7FFFFFFF each when it found no stroke across y) in
+// *hi and *lo; 0 when it did not take hold; -1 for a letter the font lacks.
+int hinted_trial(FS_STATE* state, FS_ULONG code, F26DOT6* lo, F26DOT6* hi) {
+  FS_USHORT glyph = map_char(state, code, 0);
+  if (state->error != SUCCESS || glyph == 0 || check_sfnt(state) != 0) {
+    state->error = SUCCESS;
+    return -1;
+  }
+  RTGAH_DATA* r = current_rtgah(state);
+  if (r != nullptr) r->hi = r->lo = 0x7FFFFFFF;
+  FS_OUTLINE* o = internal_get_outline(state, code);
+  if (o == nullptr) {
+    state->error = SUCCESS;
+    return -1;
+  }
+  bool hold = (o->outl_flag & 16) && state->cur_sfnt->rtgah_suitable != 0;
+  FSS_free_char(state, o);
+  r = current_rtgah(state);
+  *hi = r ? r->hi : 0x7FFFFFFF;
+  *lo = r ? r->lo : 0x7FFFFFFF;
+  return hold ? 1 : 0;
+}
+
+// One alphabet's letters: its hinted test letter, and the letters in the
+// roles of the first six slots: the flat capitals (slots 0 and 4), the round
+// capital (1 and 5), the small letters that stand lowest (2) and the round
+// small letter (3).
 struct Alphabet {
+  FS_ULONG test;
   FS_ULONG flat[5];
   int num_flat;
   FS_ULONG round_capital;
@@ -599,10 +637,10 @@ struct Alphabet {
   FS_ULONG round_small;
 };
 
-const Alphabet kLatin = {{'B', 'E', 'H', 'T', 'Z'}, 5, 'O',
+const Alphabet kLatin = {'l', {'B', 'E', 'H', 'T', 'Z'}, 5, 'O',
                          {'w', 'x', 'y', 'z'}, 4, 'o'};
-const Alphabet kCyrillic = {{1045}, 1, 1054, {1083}, 1, 1086};
-const Alphabet kGreek = {{917}, 1, 927, {960}, 1, 959};
+const Alphabet kCyrillic = {1048, {1045}, 1, 1054, {1083}, 1, 1086};
+const Alphabet kGreek = {921, {917}, 1, 927, {960}, 1, 959};
 
 // The lowest top and highest bottom over the letters of `codes`; untouched
 // when the font has none of them. True when one was measured.
@@ -634,36 +672,66 @@ void measure_alphabet(FS_STATE* state, const Alphabet& a, F26DOT6* r) {
   if (measure(state, a.round_small, &lo, &hi)) r[3] = hi;
 }
 
-// A script measured by its letters, each giving a bottom and a top slot
+// A script measured by its letters, each giving a top and a bottom slot
 // (-1: not kept), when a bit of one of the three ranges is on.
 struct ScriptLetter {
   int range;  // 1, 2 or 3: ulUnicodeRange1..3
   FS_ULONG mask;
   FS_ULONG code;
-  int bottom, top;
+  int top, bottom;
 };
 
-// In the order the scripts are measured. Tamil, Sinhala, Thai and Khmer
-// (slots 28 to 31 and 36 to 46) are not among them: which of their
-// letters' bottoms and tops fill which slot is the autohinter's to say,
-// and it is not built; their slots stay 0.
+// In the order the scripts are measured.
 const ScriptLetter kScriptLetters[] = {
-    {2, 1u << 24, 54512, 12, 13},  // Hangul
-    {2, 1u << 24, 44032, 14, 15},
-    {1, 0x8000, 2366, 16, 17},     // Devanagari
-    {1, 0x10000, 2453, 18, 19},    // Bengali
-    {1, 0x20000, 2616, 20, 21},    // Gurmukhi
-    {1, 0x40000, 2719, 47, 49},    // Gujarati
-    {1, 0x40000, 2750, 48, 50},
-    {1, 1u << 21, 3077, 22, 23},   // Telugu
-    {1, 1u << 23, 3360, 24, 25},   // Malayalam
-    {1, 1u << 23, 3354, 26, 27},
-    {1, 0x80000, 2848, 32, 33},    // Oriya
-    {1, 0x80000, 2878, 34, 35},
+    {2, 1u << 24, 0xD4F0, 12, 13},  // Hangul
+    {2, 1u << 24, 0xAC00, 14, 15},
+    {1, 0x8000, 0x093E, 16, 17},    // Devanagari
+    {1, 0x10000, 0x0995, 18, 19},   // Bengali
+    {1, 0x20000, 0x0A38, 20, 21},   // Gurmukhi
+    {1, 0x40000, 0x0A9F, 47, 49},   // Gujarati
+    {1, 0x40000, 0x0ABE, 48, -1},
+    {1, 1u << 20, 0x0BB1, 28, -1},  // Tamil
+    {1, 1u << 20, 0x0BAA, 29, 31},
+    {1, 1u << 20, 0x0B95, -1, 30},
+    {1, 1u << 21, 0x0C05, 22, 23},  // Telugu
+    {1, 1u << 23, 0x0D20, 24, 26},  // Malayalam
+    {1, 1u << 23, 0x0D1A, 25, 27},
+    {1, 0x80000, 0x0B20, 32, 34},   // Oriya
+    {1, 0x80000, 0x0B3E, 33, -1},
+    {3, 0x200, 0x0DA7, -1, 38},     // Sinhala
+    {1, 1u << 24, 0x0E01, 40, -1},  // Thai
+    {1, 1u << 24, 0x0E40, 41, -1},
+    {1, 1u << 24, 0x0E07, -1, 42},
+    {1, 1u << 24, 0x0E1A, -1, 43},
+    {3, 0x10000, 0x1791, 44, 45},   // Khmer
+    {3, 0x10000, 0x1783, -1, 46},
 };
 
 bool is_indic_slot(int slot) {
   return (slot >= 16 && slot <= 39) || (slot >= 47 && slot <= 50);
+}
+
+// The CJK lines from the autohinter's hinted extremes: slots 8 and 9 the
+// mean top and bottom of two ideographs, 10 and 11 those of a third; a
+// pair none of whose letters gave a value is 0x7FFFFFFF. False when the
+// trial letter shows the autohinter takes no hold of the font.
+bool measure_cjk(FS_STATE* state, F26DOT6* r) {
+  F26DOT6 lo, hi;
+  if (hinted_trial(state, 0x4E28, &lo, &hi) == 0) return false;
+  const FS_ULONG pairs[2][2] = {{0x9748, 0x9706}, {0x6797, 0}};
+  for (int k = 0; k < 2; k++) {
+    FS_INT64 top = 0, bottom = 0;
+    int count = 0;
+    for (FS_ULONG code : pairs[k]) {
+      if (code == 0 || hinted_trial(state, code, &lo, &hi) != 1 || hi == 0x7FFFFFFF) continue;
+      top += hi;
+      bottom += lo;
+      count++;
+    }
+    r[8 + 2 * k] = count ? (F26DOT6)(top / count) : 0x7FFFFFFF;
+    r[9 + 2 * k] = count ? (F26DOT6)(bottom / count) : 0x7FFFFFFF;
+  }
+  return true;
 }
 
 }  // namespace
@@ -696,14 +764,24 @@ void get_ref_lines(FS_STATE* state) {
   }
   state->flags &= ~(FLAGS_CMAP_OFF | kVerticalFlags | FLAGS_UNSUPPORTED);
 
-  // One alphabet, plain: no hints, no autohinting, no gray fitting. (Its
-  // hinted trial on "l", 1048 or 921 asks the autohinter whether it took
-  // hold of the glyph; the autohinter is not built, so the trial is not
-  // made.)
+  // One alphabet: its test letter through the autohinter (which sets the
+  // side-bearing steps, slots 6 and 7, as the first glyph at this size),
+  // then its letters plain.
   const Alphabet* alphabet = (range1 & 1)       ? &kLatin
                              : (range1 & 0x200) ? &kCyrillic
                              : (range1 & 0x80)  ? &kGreek
                                                 : nullptr;
+  if (alphabet != nullptr) {
+    state->flags = (state->flags | kTrialOn) & ~FLAGS_NO_HINTS;
+    F26DOT6 lo, hi;
+    int held = hinted_trial(state, alphabet->test, &lo, &hi);
+    state->flags &= ~FLAGS_REF_LINE_PASS;
+    if (held == 0) {
+      sfnt->rtgah_suitable = 0;
+      restore(state, lfnt, saved);
+      return;
+    }
+  }
   state->flags &= ~(FLAGS_GRAYSCALE | FLAGS_FORCE_AUTOHINT);
   state->flags |= FLAGS_NO_HINTS;
   if (alphabet != nullptr) measure_alphabet(state, *alphabet, r);
@@ -717,23 +795,37 @@ void get_ref_lines(FS_STATE* state) {
     return;
   }
 
-  // Nothing measured: the digits stand in.
+  // Nothing measured: the digits stand in, "7" for the flat top, "1" for
+  // the flat bottom, "0" for the round ones; the small letters copy the
+  // capitals.
   bool digitsOnly = false;
   if (r[0] == 0 && r[1] == 0) {
     F26DOT6 lo, hi;
-    if (measure(state, '1', &lo, &hi)) r[4] = hi;
-    if (measure(state, '7', &lo, &hi)) r[0] = lo;
+    if (measure(state, '1', &lo, &hi)) r[4] = lo;
+    if (measure(state, '7', &lo, &hi)) r[0] = hi;
     if (measure(state, '0', &lo, &hi)) {
-      r[1] = lo;
-      r[5] = hi;
+      r[1] = hi;
+      r[5] = lo;
     }
     r[2] = r[0];
     r[3] = r[1];
     digitsOnly = true;
   }
 
-  // Other scripts, plain. (CJK, slots 8 to 11, takes its measures from the
-  // autohinter's key and waits for it.)
+  // CJK through the autohinter's hinted extremes.
+  if (range2 & (1u << 27)) {
+    state->flags = (state->flags | kTrialOn) & ~FLAGS_NO_HINTS;
+    bool held = measure_cjk(state, r);
+    state->flags = (state->flags | FLAGS_NO_HINTS) &
+                   ~(FLAGS_FORCE_AUTOHINT | FLAGS_REF_LINE_PASS);
+    if (!held) {
+      sfnt->rtgah_suitable = 0;
+      restore(state, lfnt, saved);
+      return;
+    }
+  }
+
+  // Other scripts, plain.
   state->flags &= ~(FLAGS_GRAYSCALE | FLAGS_FORCE_AUTOHINT | FLAGS_REF_LINE_PASS);
   state->flags |= FLAGS_NO_HINTS;
   bool indic = false;
@@ -742,9 +834,10 @@ void get_ref_lines(FS_STATE* state) {
     if ((range & s.mask) == 0) continue;
     F26DOT6 lo, hi;
     if (!measure(state, s.code, &lo, &hi)) continue;
-    r[s.bottom] = lo;
-    r[s.top] = hi;
-    if ((lo != 0 && is_indic_slot(s.bottom)) || (hi != 0 && is_indic_slot(s.top)))
+    if (s.top >= 0) r[s.top] = hi;
+    if (s.bottom >= 0) r[s.bottom] = lo;
+    if ((s.top >= 0 && hi != 0 && is_indic_slot(s.top)) ||
+        (s.bottom >= 0 && lo != 0 && is_indic_slot(s.bottom)))
       indic = true;
   }
   if (r[47] < r[48]) {
@@ -754,7 +847,7 @@ void get_ref_lines(FS_STATE* state) {
   }
   bool arabic = (range3 & 8) || (range1 & 0x2000) || (range2 & 0x80000000u);
   F26DOT6 lo, hi;
-  if (arabic && measure(state, 1578, &lo, &hi)) r[51] = hi;
+  if (arabic && measure(state, 0x062A, &lo, &hi)) r[51] = lo;
 
   restore(state, lfnt, saved);
   if (digitsOnly && !indic) sfnt->rtgah_suitable = 0;

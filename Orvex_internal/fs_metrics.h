@@ -182,16 +182,22 @@ FS_USHORT FSS_get_ppem_size(FS_STATE* state, FS_USHORT pixel_height,
 /* ---- Reference lines ---- */
 
 // Measures the reference lines of the current scaled font once (while
-// `ref_lines[52]` is 0, which it then becomes 1): the bottoms and tops of
-// letters of the scripts the font's `OS/2` ranges name, as 26.6 pixels of
-// their plain outlines, through the Unicode cmap. A font without `OS/2`, a
-// non-text font, a font whose alphabet's bottoms and tops are not in the
-// order the check asks for, and one measured only by its digits lose
-// `rtgah_suitable`. The client's cmap and flags and the font's `fontflags`
-// are as before on every way out. Letters the font lacks leave 0. The
-// measures that ask the autohinter (its hinted trial, the CJK slots 8 to
-// 11) and the Tamil, Sinhala, Thai and Khmer slots are not taken in this
-// build and stay 0.
+// `ref_lines[52]` is 0, which it then becomes 1), through the Unicode cmap,
+// for the scripts the font's `OS/2` ranges name. The alphabet's test letter
+// ("l", U+0418 or U+0399) goes through the autohinter first, which sets
+// the side-bearing steps, slots 6 and 7 (7 is at least 64); then, from
+// plain outlines in 26.6 pixels: slot 0 the lowest top of the flat
+// capitals, 1 the round capital's top, 2 the lowest top of "wxyz", 3 the
+// round small letter's top, 4 the flat capitals' highest bottom, 5 the
+// round capital's bottom. Lacking those, the digits stand in (0 the top of
+// "7", 4 the bottom of "1", 1 and 5 the top and bottom of "0"). CJK takes
+// slots 8 to 11 from the autohinter's hinted extremes; the other scripts
+// their letters' plain tops and bottoms. A font without `OS/2`, a non-text
+// font, one the autohinter takes no hold of, one whose alphabet fails the
+// order 1 >= 0 >= 3 >= 2 >= 4 >= 5, and one measured only by its digits
+// lose `rtgah_suitable`. The client's cmap and flags and the font's
+// `fontflags` are as before on every way out. Letters the font lacks leave
+// 0.
 void get_ref_lines(FS_STATE* state);
 
 #endif

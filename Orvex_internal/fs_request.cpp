@@ -556,6 +556,10 @@ FS_GLYPH_POINTS* FSS_get_points(FS_STATE* state, FS_ULONG id) {
   state->error = 0;
   FS_USHORT index;
   if (!map_and_check(state, id, &index)) return nullptr;
+  // The autohinter reads the reference lines; measuring them may leave
+  // another component current, so the glyph is mapped again.
+  ensure_ref_lines(state, true);
+  if (!map_and_check(state, id, &index)) return nullptr;
   SENV* senv = state->cur_sfnt->senv;
   if (senv == nullptr || senv->ttkey == nullptr) {
     fail(state, ERR_NO_SENV);

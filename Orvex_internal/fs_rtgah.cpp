@@ -5,7 +5,11 @@
 
 #include <string.h>
 
+#include "Orvex_internal/fs_bytes.h"
+#include "Orvex_internal/fs_cmap.h"
+#include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_state.h"
+#include "Orvex_internal/fs_ttf.h"
 
 namespace {
 
@@ -508,7 +512,7 @@ bool can_move_2(Collide* k, int s, int o, int dir) {
 
 // dir -1: a and what is tied to it move down; +1: b and its ties move up.
 bool can_move(Collide* k, int a, int b, int dir) {
-  F26DOT6 saved[RTGAH_MAX_STROKES + 2];
+  F26DOT6 saved[RTGAH_STROKE_ROOM];
   for (int i = 0; i < k->n; i++) saved[i] = k->strokes[i].adj_center;
   int mover = dir < 0 ? a : b, other = dir < 0 ? b : a;
   STROKE ref = k->strokes[mover];
@@ -523,6 +527,94 @@ bool can_move(Collide* k, int a, int b, int dir) {
 }
 
 }  // namespace
+
+/* ---- Scripts ---- */
+
+namespace {
+
+struct CodeBlock {
+  FS_ULONG first, last;
+  FS_USHORT script;
+};
+
+// Latin first: the first block holding a code decides.
+const CodeBlock kBlocks[] = {
+    {0x20, 0x7F, 1},      {0x80, 0x17F, 1},     {0x180, 0x24F, 1},    {0x250, 0x2AF, 1},
+    {0x1D00, 0x1D7F, 1},  {0x1E00, 0x1EFF, 1},  {0x2C60, 0x2C7F, 1},  {0xA720, 0xA7FF, 1},
+    {0xFB00, 0xFB06, 1},  {0x370, 0x3FF, 2},    {0x1F00, 0x1FFF, 2},  {0x2C80, 0x2CFF, 2},
+    {0x400, 0x4FF, 3},    {0x500, 0x52F, 3},    {0x2DE0, 0x2DFF, 3},  {0xA640, 0xA69F, 3},
+    {0x590, 0x5FF, 4},    {0xFB1D, 0xFB4F, 4},  {0x600, 0x6FF, 5},    {0x750, 0x77F, 5},
+    {0xFB50, 0xFDFF, 5},  {0xFE70, 0xFEFF, 5},  {0xAC00, 0xD7AF, 6},  {0x2E80, 0x2FD5, 7},
+    {0x31C0, 0x31EF, 7},  {0x3400, 0x4DBF, 7},  {0x4E00, 0x9FFF, 7},  {0xF900, 0xF9FF, 7},
+    {0x900, 0x97F, 8},    {0x980, 0x9FF, 9},    {0xA00, 0xA7F, 10},   {0xC00, 0xC7F, 11},
+    {0xC80, 0xCFF, 12},   {0xD00, 0xD7F, 13},   {0xB80, 0xBFF, 14},   {0xB00, 0xB7F, 15},
+    {0xD80, 0xDFF, 16},   {0xE00, 0xE7F, 17},   {0x1780, 0x17FF, 18}, {0xA80, 0xAFF, 19},
+};
+
+// The OS/2 range bits that name a script: range (1 to 3) and mask.
+struct RangeTest {
+  int range;
+  FS_ULONG mask;
+  FS_USHORT script;
+};
+
+const RangeTest kRangeTests[] = {
+    {1, 1u << 11, 4},    {1, 1u << 13, 5},    {2, 1u << 31, 5},   {3, 1u << 3, 5},
+    {2, 0x1100000, 6},   {2, 0x28C10000, 7},  {1, 1u << 15, 8},   {1, 1u << 16, 9},
+    {1, 1u << 17, 10},   {1, 1u << 21, 11},   {1, 1u << 22, 12},  {1, 1u << 23, 13},
+    {1, 1u << 20, 14},   {1, 1u << 19, 15},   {3, 1u << 9, 16},   {1, 1u << 24, 17},
+    {3, 1u << 16, 18},   {1, 1u << 18, 19},
+};
+
+}  // namespace
+
+FS_USHORT script_of_code(FS_ULONG code) {
+  for (const CodeBlock& b : kBlocks)
+    if (code >= b.first && code <= b.last) return b.script;
+  return 0;
+}
+
+FS_USHORT script_of_ranges(FS_ULONG range1, FS_ULONG range2, FS_ULONG range3) {
+  const FS_ULONG ranges[3] = {range1, range2, range3};
+  FS_USHORT script = 0;
+  int count = 0;
+  for (const RangeTest& t : kRangeTests) {
+    if (!(ranges[t.range - 1] & t.mask)) continue;
+    if (script != t.script) count++;  // a script counts once
+    script = t.script;
+  }
+  return count == 1 ? script : 0;
+}
+
+FS_USHORT which_script(FS_STATE* state, LFNT* lfnt, FS_ULONG index,
+                       FS_ULONG* unicode) {
+  *unicode = 0xFFFF;
+  if (lfnt == nullptr) return 0xFFFF;
+  FS_ULONG error = state->error;
+  if (lfnt->fnt == nullptr) load_fnt(state, lfnt);  // unloaded by the ladder
+  state->error = error;
+  TTF* ttf = (TTF*)lfnt->fnt;
+  if (ttf == nullptr || ttf->cmap == nullptr) return 0xFFFF;
+  const FS_BYTE* cmap = (const FS_BYTE*)ttf->cmap;
+  FS_ULONG offset = offset_to_cmap(cmap, ttf->cmap_length, 3, 1);
+  if (offset == 0) offset = offset_to_cmap(cmap, ttf->cmap_length, 3, 10);
+  if (offset == 0) return 0xFFFF;
+  const FS_BYTE* sub = cmap + offset;
+  FS_ULONG avail = ttf->cmap_length - offset;
+  FS_ULONG code = 0xFFFF;
+  switch (get_u16(sub)) {
+    case 4: code = inverse_map_char_4(sub, avail, index); break;
+    case 12: code = inverse_map_char_12(sub, avail, index); break;
+    default: break;
+  }
+  *unicode = code;
+  if (code != 0xFFFF && !(code >= 0xE000 && code <= 0xF8FF))
+    return script_of_code(code);
+  const TTF_OS2* os2 = ttf->os2;
+  if (os2 == nullptr) return 0;
+  return script_of_ranges(os2->ulUnicodeRange1, os2->ulUnicodeRange2,
+                          os2->ulUnicodeRange3);
+}
 
 void rtgah_data_init(RTGAH_DATA* r) {
   r->RTGAHPieces = r->pieces;
@@ -668,12 +760,514 @@ void no_collisions(int xy, int n, STROKE* strokes, fnt_ElementType* el) {
     }
 }
 
-// Seams for the script step: the Latin side bearings and the dot of i and
-// j (x), the reference-line step (y), and the dots of scripts 4 and 5.
-// Script 0 uses none; each does nothing until its script is built.
-void rtgah_latin_x_seam(GS*, RTGAH_DATA*, STROKE*, int) {}
-void rtgah_script_step_seam(GS*, RTGAH_DATA*, STROKE*, int) {}
-void rtgah_multi_dot_seam(GS*, RTGAH_DATA*) {}
+/* ---- Reference lines by script ---- */
+
+namespace {
+
+inline bool near31(F26DOT6 a, F26DOT6 b) { return abs26(a - b) <= 31; }
+inline F26DOT6 stroke_top(const STROKE& s) { return s.raw_center + s.width / 2; }
+inline F26DOT6 stroke_bottom(const STROKE& s) { return s.raw_center - s.width / 2; }
+const F26DOT6 kNoLine = 0x7FFFFFFF;  // a CJK slot no letter measured
+
+// The contour holding point i, or -1.
+int contour_of(fnt_ElementType* el, int i) {
+  for (int c = 0; c < el->nc; c++) {
+    int sp, ep;
+    if (contour(el, c, &sp, &ep) && i >= sp && i <= ep) return c;
+  }
+  return -1;
+}
+
+// Appends a zero-width stroke at point pt (its y scaled), its edge list all
+// other points of exactly that y, across from lo to hi; false when full.
+bool add_flat_stroke(STROKE* strokes, int* n, fnt_ElementType* el, int pt, F26DOT6 lo,
+                     F26DOT6 hi, PLIST* pool, int* cursor, int plistMax) {
+  if (*n >= RTGAH_STROKE_ROOM - 2) return false;
+  STROKE& s = strokes[(*n)++];
+  s.p0 = s.p1 = s.p2 = s.p3 = (FS_USHORT)pt;
+  s.raw_center = s.adj_center = el->oy[pt];
+  s.width = 0;
+  s.min = lo, s.max = hi;
+  s.e1 = s.e2 = nullptr;
+  for (int i = 0; i < el->np; i++) {
+    if (i == pt || el->oy[i] != el->oy[pt]) continue;
+    PLIST* q = new_plist((FS_USHORT)i, s.e1, pool, cursor, plistMax);
+    if (q == nullptr) break;
+    s.e1 = q;
+  }
+  return true;
+}
+
+bool covers(const STROKE& s, F26DOT6 v) {
+  return v >= s.raw_center - s.width / 2 - 1 && v <= s.raw_center + s.width / 2 + 1;
+}
+
+// Moves every point of `list` (a dot's contour) by dx, dy, touched in both.
+void move_contour(fnt_ElementType* el, int sp, int ep, F26DOT6 dx, F26DOT6 dy) {
+  for (int i = sp; i <= ep; i++) {
+    el->x[i] += dx;
+    el->y[i] += dy;
+    el->f[i] |= XMOVED | YMOVED;
+  }
+}
+
+// Stroke centres from their points' hinted places along `h`.
+void refresh_strokes(STROKE* strokes, int n, const F26DOT6* h, bool width) {
+  for (int i = 0; i < n; i++) {
+    STROKE& s = strokes[i];
+    s.raw_center = s.adj_center = (F26DOT6)(((FS_INT64)h[s.p0] + h[s.p2]) / 2);
+    if (width) s.width = h[s.p2] - h[s.p0];
+  }
+}
+
+}  // namespace
+
+void round_ref_lines(const F26DOT6* ref, F26DOT6* rrl) {
+  for (int i = 0; i < 56; i++) rrl[i] = ref[i] == kNoLine ? kNoLine : round26(ref[i]);
+  if (!(ref[1] - ref[0] >= 44 && ref[4] - ref[5] >= 44)) {
+    rrl[1] = rrl[0];
+    rrl[2] = rrl[3];
+    rrl[5] = rrl[4];
+  }
+}
+
+int local_extrema(int i, fnt_ElementType* el) {
+  int c = contour_of(el, i), sp, ep;
+  if (c < 0 || !contour(el, c, &sp, &ep) || sp == ep) return 0;
+  int len = ep - sp + 1;
+  F26DOT6 v = el->oy[i];
+  int below = 0, above = 0;
+  for (int dir = -1; dir <= 1; dir += 2) {
+    int k = i;
+    for (int step = 1; step < len; step++) {
+      k = sp + ((k - sp + dir + len) % len);
+      if (el->oy[k] == v) continue;
+      (el->oy[k] < v ? below : above)++;
+      break;
+    }
+  }
+  if (below == 2) return 1;
+  if (above == 2) return -1;
+  return 0;
+}
+
+int latin_ref_lines(int n, STROKE* strokes, const F26DOT6* ref, fnt_ElementType* el,
+                    PLIST* pool, int* cursor, int plistMax) {
+  if (el->np <= 0) return n;
+  F26DOT6 rrl[56];
+  round_ref_lines(ref, rrl);
+  F26DOT6 xlo = el->ox[0], xhi = el->ox[0];
+  int top = 0, bottom = 0, xh = -1, base = -1;
+  for (int i = 0; i < el->np; i++) {
+    xlo = min26(xlo, el->ox[i]);
+    xhi = max26(xhi, el->ox[i]);
+    if (el->oy[i] > el->oy[top]) top = i;
+    if (el->oy[i] < el->oy[bottom]) bottom = i;
+    if (abs26(el->oy[i] - ref[2]) <= 3 && local_extrema(i, el) == 1) xh = i;
+    if (abs26(el->oy[i] - ref[4]) <= 3 && local_extrema(i, el) == -1) base = i;
+  }
+  // The top is sought from the last stroke down, the others from the first
+  // up; the base only when it is not the bottom's level.
+  const int pts[4] = {top, bottom, xh, base};
+  for (int k = 0; k < 4; k++) {
+    int pt = pts[k];
+    if (pt < 0 || (k == 3 && el->oy[pt] == el->oy[bottom])) continue;
+    bool found = false;
+    for (int i = 0; i < n && !found; i++) found = covers(strokes[k == 0 ? n - 1 - i : i], el->oy[pt]);
+    if (!found) add_flat_stroke(strokes, &n, el, pt, xlo, xhi, pool, cursor, plistMax);
+  }
+  for (int i = 0; i < n; i++) {
+    STROKE& s = strokes[i];
+    F26DOT6 hi = stroke_top(s), lo = stroke_bottom(s), w2 = s.width / 2;
+    if (near31(hi, ref[0])) s.adj_center = rrl[0] - w2;
+    else if (near31(hi, ref[1])) s.adj_center = rrl[1] - w2;
+    // With no small letters measured the x-height line is 0 and matches
+    // nothing.
+    else if (ref[2] != 0 && abs26(hi - ref[2]) <= 47) s.adj_center = rrl[2] - w2;
+    else if (abs26(hi - ref[3]) <= 47) s.adj_center = rrl[3] - w2;
+    else if (abs26(lo - ref[4]) <= 47) s.adj_center = rrl[4] + w2;
+    else if (abs26(lo - ref[3]) <= 47) s.adj_center = rrl[3] + w2;
+  }
+  return n;
+}
+
+int latin_accents(const F26DOT6* ref, int n, STROKE* strokes, fnt_ElementType* el,
+                  PLIST* pool, int* cursor, int plistMax) {
+  int nc = el->nc < RTGAH_MAX_CONTOURS ? el->nc : RTGAH_MAX_CONTOURS;
+  if (nc <= 0) return n;
+  // Per contour: its ends, extreme points (x min, x max, y min, y max) in
+  // the scaled arrays, orientation.
+  int sp[RTGAH_MAX_CONTOURS], ep[RTGAH_MAX_CONTOURS], ext[RTGAH_MAX_CONTOURS][4];
+  bool cw[RTGAH_MAX_CONTOURS], ok[RTGAH_MAX_CONTOURS];
+  int left = -1, base = -1;
+  for (int c = 0; c < nc; c++) {
+    ok[c] = contour(el, c, &sp[c], &ep[c]);
+    if (!ok[c]) continue;
+    int* e = ext[c];
+    e[0] = e[1] = e[2] = e[3] = sp[c];
+    for (int i = sp[c] + 1; i <= ep[c]; i++) {
+      if (el->ox[i] < el->ox[e[0]]) e[0] = i;
+      if (el->ox[i] > el->ox[e[1]]) e[1] = i;
+      if (el->oy[i] < el->oy[e[2]]) e[2] = i;
+      if (el->oy[i] > el->oy[e[3]]) e[3] = i;
+    }
+    cw[c] = is_contour_clockwise(c, el) != 0;
+    if (left < 0 || el->ox[e[0]] < el->ox[ext[left][0]]) left = c;
+    if (base < 0 || el->oy[e[3]] - el->oy[e[2]] > el->oy[ext[base][3]] - el->oy[ext[base][2]])
+      base = c;
+  }
+  if (base < 0) return n;
+  F26DOT6 old_top = el->oy[ext[base][3]];
+  if (ref[2] - 32 > old_top || el->oy[ext[base][2]] > ref[4] + 32) return n;
+  bool accent[RTGAH_MAX_CONTOURS];
+  int num_accents = 0;
+  F26DOT6 old_ymin = 0, old_ymax = 0;
+  for (int c = 0; c < nc; c++) {
+    accent[c] = false;
+    if (!ok[c] || sp[c] == ep[c] || cw[c] != cw[left]) continue;
+    const int* e = ext[c];
+    if (el->oy[e[2]] < old_top) continue;
+    bool inside = false;
+    for (int d = 0; d < nc && !inside; d++) {
+      if (d == c || !ok[d]) continue;
+      const int* o = ext[d];
+      inside = el->ox[e[0]] >= el->ox[o[0]] && el->ox[e[1]] <= el->ox[o[1]] &&
+               el->oy[e[2]] >= el->oy[o[2]] && el->oy[e[3]] <= el->oy[o[3]];
+    }
+    if (inside) continue;
+    accent[c] = true;
+    old_ymin = num_accents ? min26(old_ymin, el->oy[e[2]]) : el->oy[e[2]];
+    old_ymax = num_accents ? max26(old_ymax, el->oy[e[3]]) : el->oy[e[3]];
+    num_accents++;
+  }
+  if (num_accents == 0) return n;
+  F26DOT6 new_top = 0;
+  bool found = false;
+  for (int i = 0; i < n && !found; i++)
+    if (abs26(stroke_top(strokes[i]) - old_top) <= 15) {
+      found = true;
+      new_top = strokes[i].adj_center + strokes[i].width / 2;
+    }
+  if (!found) {
+    int t = ext[base][3];
+    F26DOT6 lo = el->ox[ext[base][0]], hi = el->ox[ext[base][1]];
+    new_top = round26(old_top);
+    if (add_flat_stroke(strokes, &n, el, t, lo, hi, pool, cursor, plistMax))
+      strokes[n - 1].adj_center = new_top;
+  }
+  F26DOT6 dy = round26(old_ymin - old_top);
+  if (dy == 0) dy = 64;
+  F26DOT6 new_ymin = new_top + dy;
+  F26DOT6 h = old_ymax - old_ymin;
+  if (h == 0) return n;
+  F26DOT6 new_h = h >= 65 && h <= 128 ? 128 : h;
+  FS_FIXED scale = vardiv_64(new_h, h, 16);
+  for (int c = 0; c < nc; c++) {
+    if (!accent[c]) continue;
+    for (int i = sp[c]; i <= ep[c]; i++) {
+      el->y[i] = new_ymin + varmul_64(el->oy[i] - old_ymin, scale, 16);
+      el->f[i] |= YMOVED;
+    }
+    // A narrow mark whose sides no stem placed sits in a pixel's middle.
+    const int* e = ext[c];
+    if (el->nc > 2 && !((el->f[e[0]] | el->f[e[1]]) & XMOVED) &&
+        el->x[e[1]] - el->x[e[0]] < 128) {
+      F26DOT6 m = (F26DOT6)(((FS_INT64)el->x[e[0]] + el->x[e[1]]) / 2);
+      F26DOT6 dx = (m & -64) + 32 - m;
+      for (int i = sp[c]; i <= ep[c]; i++) el->x[i] += dx;
+    }
+  }
+  for (int i = 0; i < n; i++) {
+    STROKE& s = strokes[i];
+    if (s.raw_center <= old_top) continue;
+    s.raw_center = s.adj_center = (F26DOT6)(((FS_INT64)el->y[s.p0] + el->y[s.p2]) / 2);
+    s.width = el->y[s.p2] - el->y[s.p0];
+  }
+  // The scaled arrays take over the hinted places: the y pass goes on from
+  // the marks' new ones.
+  for (int i = 0; i < el->np; i++) el->ox[i] = el->x[i], el->oy[i] = el->y[i];
+  return n;
+}
+
+void latin_side_bearings(int n, STROKE* strokes, const F26DOT6* ref, fnt_ElementType* el) {
+  if (n <= 0 || el->np <= 0 || ref[6] + ref[7] > 128) return;
+  int np = el->np;
+  F26DOT6 L = el->x[0], M = el->x[0];
+  for (int i = 1; i < np; i++) L = min26(L, el->x[i]), M = max26(M, el->x[i]);
+  const STROKE& first = strokes[0];
+  bool single = near31(first.adj_center, strokes[n - 1].adj_center);
+  const STROKE& last = single ? first : strokes[n - 1];
+  F26DOT6 left = first.adj_center - first.width / 2, right = last.adj_center + last.width / 2;
+  F26DOT6 R = el->x[np + 1], lsb6 = ref[6], rsb7 = ref[7];
+  if (single) {
+    F26DOT6 shift = 0;
+    if (left - L <= M - right && left - L < 64 && abs26(lsb6 - left) <= 64)
+      shift = lsb6 - left;
+    else if (M - right <= left - L && M - right < 64 && abs26(rsb7 + right - R) <= 64)
+      shift = R - rsb7 - right;
+    if (shift == 0) return;
+    for (int i = 0; i < np; i++) el->x[i] += shift, el->ox[i] += shift;
+    for (int i = 0; i < n; i++) strokes[i].raw_center += shift, strokes[i].adj_center += shift;
+    return;
+  }
+  F26DOT6 new_left = (left - L < 64 && abs26(lsb6 - left) <= 72) ? lsb6 : left;
+  F26DOT6 new_right = (M - right < 64 && abs26(rsb7 + right - R) <= 72) ? R - rsb7 : right;
+  if (new_left == left && new_right == right) return;
+  FS_FIXED k = right == left ? 0x10000 : vardiv_64(new_right - new_left, right - left, 16);
+  for (int i = 0; i < np; i++) {
+    F26DOT6 v = el->x[i];
+    if (v < left) v += new_left - left;
+    else if (v > right) v += new_right - right;
+    else v = new_left + varmul_64(v - left, k, 16);
+    el->x[i] = el->ox[i] = v;
+  }
+  refresh_strokes(strokes, n, el->x, false);
+}
+
+void snap_top_bottom(F26DOT6 top, int n, STROKE* strokes) {
+  for (int i = 0; i < n; i++)
+    if (abs26(stroke_top(strokes[i]) - top) <= 63)
+      strokes[i].adj_center = round26(top) - strokes[i].width / 2;
+}
+
+void Telugu_ref_lines(const F26DOT6* rl, int n, STROKE* strokes) {
+  for (int i = 0; i < n; i++) {
+    STROKE& s = strokes[i];
+    F26DOT6 w2 = s.width / 2, t = stroke_top(s), b = stroke_bottom(s);
+    if (near31(t, rl[0])) s.adj_center = round26(rl[0]) - w2;
+    if (near31(b, rl[1])) s.adj_center = round26(rl[1]) + w2;
+  }
+}
+
+void Arabic_ref_lines(const F26DOT6* rl, int n, STROKE* strokes) {
+  for (int i = 0; i < n; i++)
+    if (near31(stroke_bottom(strokes[i]), rl[0]))
+      strokes[i].adj_center = round26(rl[0]) + strokes[i].width / 2;
+}
+
+void Indic_ref_lines_4(const F26DOT6* rl, int n, STROKE* strokes) {
+  for (int i = 0; i < n; i++) {
+    STROKE& s = strokes[i];
+    F26DOT6 w2 = s.width / 2, t = stroke_top(s), b = stroke_bottom(s);
+    // The upper line keeps its rounded distance from the lower one.
+    if (near31(t, rl[1])) s.adj_center = round26(rl[1]) - w2;
+    else if (near31(t, rl[0])) s.adj_center = round26(rl[1]) + round26(rl[0] - rl[1]) - w2;
+    if (near31(b, rl[2])) s.adj_center = round26(rl[2]) + w2;
+    else if (near31(b, rl[3])) s.adj_center = rl[2] - round26(rl[2] - rl[3]) + w2;
+  }
+}
+
+void snap_top_bottom_4(const F26DOT6* rl, int n, STROKE* strokes, fnt_ElementType* el,
+                       F26DOT6 ppm) {
+  if (el->np <= 0) return;
+  for (int i = 0; i < 4; i++)
+    if (rl[i] == kNoLine) return;
+  F26DOT6 gap_top = round26(rl[0] - rl[1]), gap_bottom = round26(rl[2] - rl[3]);
+  if (ppm >= 897 && gap_top <= 0) gap_top = 64;
+  if (ppm >= 897 && gap_bottom <= 0) gap_bottom = 64;
+  F26DOT6 new_top = round26(rl[0] + 6 - rl[3]) + round26(rl[3]);  // rounds up a tie
+  F26DOT6 new_inner_bottom = gap_bottom + round26(rl[3]);
+  F26DOT6 new_inner_top = new_top - gap_top;
+  F26DOT6 lo = el->oy[0], hi = el->oy[0];
+  for (int i = 1; i < el->np; i++) lo = min26(lo, el->oy[i]), hi = max26(hi, el->oy[i]);
+  if (lo == hi) return;
+  F26DOT6 top_target = hi, bottom_target = lo;
+  bool top_set = false, bottom_set = false;
+  if (n > 0) {
+    const STROKE& l = strokes[n - 1];
+    const STROKE& f = strokes[0];
+    F26DOT6 t = stroke_top(l), b = stroke_bottom(f);
+    if (pstroke_length(l.p0, l.p1, l.p2, l.p3, el->ox) > ppm / 6 && abs26(t - hi) <= 47 &&
+        near31(t, rl[1]))
+      hi = t, top_target = new_inner_top, top_set = true;
+    if (pstroke_length(f.p0, f.p1, f.p2, f.p3, el->ox) > ppm / 6 && abs26(b - lo) <= 15 &&
+        near31(b, rl[2]))
+      lo = b, bottom_target = new_inner_bottom, bottom_set = true;
+  }
+  if (!top_set && near31(hi, rl[0])) top_target = new_top, top_set = true;
+  if (!bottom_set && near31(lo, rl[3])) bottom_target = round26(rl[3]), bottom_set = true;
+  if (top_set || bottom_set) {
+    FS_FIXED scale = vardiv_64(top_target - bottom_target, hi - lo, 16);
+    for (int i = 0; i < el->np; i++)
+      el->y[i] = bottom_target + varmul_64(el->oy[i] - lo, scale, 16);
+    refresh_strokes(strokes, n, el->y, true);
+  }
+  if ((top_set && top_target == new_top) || (bottom_set && bottom_target == round26(rl[3]))) {
+    for (int i = 0; i < n && near31(stroke_bottom(strokes[i]), rl[1]); i++)
+      strokes[i].adj_center = new_inner_top + strokes[i].width / 2;
+    for (int i = n - 1; i >= 0 && near31(stroke_top(strokes[i]), rl[1]); i--)
+      strokes[i].adj_center = new_inner_top - strokes[i].width / 2;
+  }
+  for (int i = 0; i < el->np; i++) el->oy[i] = el->y[i];
+}
+
+FS_BOOLEAN visually_separate(F26DOT6 a, F26DOT6 b) {
+  if (a >= b) return 0;
+  F26DOT6 fa = a & 63, to_top = ((b & -64) + 64) - b;
+  if ((a >> 6) == (b >> 6)) return !(fa > 15 || to_top > 15);
+  if ((b >> 6) == (a >> 6) + 1) return !(fa > 31 || to_top > 31);
+  return 1;
+}
+
+namespace {
+
+// A dot of multi_dot: its contour, scaled box and centre, target centre.
+struct BOOJUM {
+  int sp, ep;
+  F26DOT6 xmin, xmax, ymin, ymax;
+  F26DOT6 oxc, oyc, xc, yc;
+};
+
+void move_dot(fnt_ElementType* el, BOOJUM& d, F26DOT6 dx, F26DOT6 dy) {
+  move_contour(el, d.sp, d.ep, dx, dy);
+  d.xc += dx;
+  d.yc += dy;
+}
+
+// Shell sort of the dots by a key, increments 112, 48, 21, 7, 3, 1.
+template <class Key>
+void sort_dots(BOOJUM* d, int n, Key key) {
+  static const int kSteps[6] = {112, 48, 21, 7, 3, 1};
+  for (int h : kSteps)
+    for (int i = h; i < n; i++) {
+      BOOJUM t = d[i];
+      int j = i;
+      for (; j >= h && key(d[j - h]) > key(t); j -= h) d[j] = d[j - h];
+      d[j] = t;
+    }
+}
+
+}  // namespace
+
+void multi_dot(fnt_ElementType* el) {
+  BOOJUM dots[4];
+  int n = 0;
+  for (int c = 0; c < el->nc; c++) {
+    int sp, ep;
+    if (!contour(el, c, &sp, &ep) || sp == ep) continue;
+    BOOJUM d = {sp, ep, el->ox[sp], el->ox[sp], el->oy[sp], el->oy[sp], 0, 0, 0, 0};
+    bool touched = false;
+    for (int i = sp; i <= ep; i++) {
+      touched |= (el->f[i] & (XMOVED | YMOVED)) != 0;
+      d.xmin = min26(d.xmin, el->ox[i]), d.xmax = max26(d.xmax, el->ox[i]);
+      d.ymin = min26(d.ymin, el->oy[i]), d.ymax = max26(d.ymax, el->oy[i]);
+    }
+    if (touched || d.xmax - d.xmin >= 192 || d.ymax - d.ymin >= 192) continue;
+    if (n == 4) return;  // four or more: nothing at all
+    d.xc = d.oxc = (F26DOT6)(((FS_INT64)d.xmin + d.xmax) / 2);
+    d.yc = d.oyc = (F26DOT6)(((FS_INT64)d.ymin + d.ymax) / 2);
+    dots[n++] = d;
+  }
+  if (n == 0 || n == 4) return;
+  for (int i = 0; i < n; i++)
+    for (int j = i + 1; j < n; j++) {
+      if (near31(dots[i].oxc, dots[j].oxc)) dots[j].xc = dots[i].xc;
+      if (near31(dots[i].oyc, dots[j].oyc)) dots[j].yc = dots[i].yc;
+    }
+  for (int i = 0; i < n; i++) {
+    BOOJUM& d = dots[i];
+    d.xc = (d.xc & -64) + 32;
+    d.yc = (d.yc & -64) + 32;
+    for (int k = d.sp; k <= d.ep; k++) {
+      el->x[k] = el->ox[k] + d.xc - d.oxc;
+      el->y[k] = el->oy[k] + d.yc - d.oyc;
+      el->f[k] |= XMOVED | YMOVED;
+    }
+  }
+  if (n > 1) {
+    // Hinted edges of a dot: its scaled box moved by the dot's move.
+    sort_dots(dots, n, [](const BOOJUM& d) { return d.xmax; });
+    for (int i = 0; i < n; i++)
+      for (int j = i + 1; j < n; j++) {
+        BOOJUM &a = dots[i], &b = dots[j];
+        if (a.xmax >= b.xmin) continue;
+        if (!visually_separate(a.xmax + a.xc - a.oxc, b.xmin + b.xc - b.oxc))
+          move_dot(el, b, 64, 0);
+      }
+    sort_dots(dots, n, [](const BOOJUM& d) { return d.ymax; });
+    for (int i = 0; i < n; i++)
+      for (int j = i + 1; j < n; j++) {
+        BOOJUM &a = dots[i], &b = dots[j];
+        if (a.ymax >= b.ymin) continue;
+        if (!visually_separate(a.ymax + a.yc - a.oyc, b.ymin + b.yc - b.oyc))
+          move_dot(el, b, 0, 64);
+      }
+  }
+  if (n == 3) {
+    int apex = -1;
+    F26DOT6 move = 0;
+    for (int i = 0; i < 3; i++) {
+      const BOOJUM &a = dots[(i + 1) % 3], &b = dots[(i + 2) % 3];
+      F26DOT6 omean = (F26DOT6)(((FS_INT64)a.oxc + b.oxc) / 2);
+      F26DOT6 mean = (F26DOT6)(((FS_INT64)a.xc + b.xc) / 2);
+      if (!near31(dots[i].oxc, omean)) continue;
+      if (dots[i].xc - mean >= 33) apex = i, move = -64;
+      else if (mean - dots[i].xc > 32) apex = i, move = 64;
+    }
+    if (apex >= 0) move_dot(el, dots[apex], move, 0);
+  }
+}
+
+namespace {
+
+// Step 8's Latin part: the side bearings, then the dot of i or j stands
+// over its stem.
+void latin_x_step(RTGAH_DATA* r, const F26DOT6* ref, STROKE* strokes, int n,
+                  fnt_ElementType* el) {
+  latin_side_bearings(n, strokes, ref, el);
+  if ((r->unicode != 105 && r->unicode != 106) || n < 2) return;
+  int dot = 0;
+  for (int i = 1; i < n; i++)
+    if (strokes[i].max > strokes[dot].max) dot = i;
+  int stem = -1;
+  for (int i = 0; i < n; i++) {
+    if (i == dot) continue;
+    F26DOT6 d = strokes[i].raw_center - strokes[dot].raw_center;
+    if (d < -15 || d > 15) continue;
+    if (stem < 0 || abs26(d) < abs26(strokes[stem].raw_center - strokes[dot].raw_center))
+      stem = i;
+  }
+  if (stem < 0) return;
+  F26DOT6 c = simple_alignment(strokes[stem].raw_center, strokes[stem].width);
+  strokes[stem].adj_center = strokes[dot].adj_center = c;
+}
+
+// Step 10: each script's reference lines; returns the stroke count.
+int script_step(int script, bool latin, const F26DOT6* ref, STROKE* strokes, int n,
+                fnt_ElementType* el, PLIST* pool, int* cursor, F26DOT6 ppm) {
+  // Slots per script: the line routine's arguments, in its order.
+  struct Row { int script; int kind; int slots[4]; };
+  enum { kArabic, kSnap4, kSnap, kTelugu, kIndic4 };
+  static const Row kRows[] = {
+      {5, kArabic, {51}},          {6, kSnap4, {14, 12, 13, 15}},
+      {7, kSnap4, {10, 8, 9, 11}}, {8, kSnap, {16}},
+      {9, kSnap, {18}},            {10, kSnap, {20}},
+      {11, kTelugu, {22, 23}},     {13, kIndic4, {24, 25, 27, 26}},
+      {14, kIndic4, {28, 29, 31, 30}}, {15, kIndic4, {32, 33, 35, 34}},
+      {16, kIndic4, {36, 37, 39, 38}}, {17, kIndic4, {36, 37, 39, 38}},
+      {18, kIndic4, {44, 44, 46, 45}}, {19, kIndic4, {47, 48, 50, 49}},
+  };
+  if (script >= 1 && script <= 3) {
+    if (!latin) return n;
+    n = latin_ref_lines(n, strokes, ref, el, pool, cursor, RTGAH_MAX_PLIST);
+    return latin_accents(ref, n, strokes, el, pool, cursor, RTGAH_MAX_PLIST);
+  }
+  for (const Row& row : kRows) {
+    if (row.script != script) continue;
+    F26DOT6 rl[4];
+    for (int i = 0; i < 4; i++) rl[i] = ref[row.slots[i]];
+    switch (row.kind) {
+      case kArabic: Arabic_ref_lines(rl, n, strokes); break;
+      case kSnap4: snap_top_bottom_4(rl, n, strokes, el, ppm); break;
+      case kSnap: snap_top_bottom(rl[0], n, strokes); break;
+      case kTelugu: Telugu_ref_lines(rl, n, strokes); break;
+      default: Indic_ref_lines_4(rl, n, strokes); break;
+    }
+  }
+  return n;
+}
+
+}  // namespace
 
 void rtgah(GS* gs) {
   fnt_ElementType* el = gs->CE0;
@@ -689,7 +1283,7 @@ void rtgah(GS* gs) {
   int script = r->script;
   bool is_italic = (r->fontflags & 512) != 0;
   bool collisions = script == 6 || script == 7;
-  bool multi_dot = script == 4 || script == 5;
+  bool do_multi_dot = script == 4 || script == 5;
   bool latin = (script >= 1 && script <= 3) && ref[0] != 0;
   bool cjk = script == 7;
   FS_LONG ppem = g->pixelsPerEm;
@@ -740,7 +1334,7 @@ void rtgah(GS* gs) {
   }
   FS_BYTE op = gs->opCode;
   if (!(r->stateflags & 0x2000000)) {
-    if (latin) rtgah_latin_x_seam(gs, r, strokes, n);
+    if (latin) latin_x_step(r, ref, strokes, n, el);
     if (collisions) no_collisions('x', n, strokes, el);
     adjust_outline('x', script, n, strokes, el, gs);
     if (!cjk) {
@@ -760,7 +1354,7 @@ void rtgah(GS* gs) {
     r->hi = simple_alignment(strokes[n - 1].raw_center, strokes[n - 1].width) +
             strokes[n - 1].width / 2;
   }
-  rtgah_script_step_seam(gs, r, strokes, n);
+  n = script_step(script, latin, ref, strokes, n, el, r->plist, &cursor, (F26DOT6)ppem << 6);
   if (collisions) no_collisions('y', n, strokes, el);
   adjust_outline('y', script, n, strokes, el, gs);
   if (!cjk) {
@@ -769,6 +1363,6 @@ void rtgah(GS* gs) {
     if (r->fnt_type == 7 || (r->fontflags & 32)) adjust_outline_cff(el);
   }
   gs->opCode = op;
-  if (multi_dot) rtgah_multi_dot_seam(gs, r);
+  if (do_multi_dot) multi_dot(el);
   memcpy(ref, saved, sizeof saved);
 }

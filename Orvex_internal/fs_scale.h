@@ -90,6 +90,7 @@ struct fsg_SplineKey {
   FIXED_VECTOR tInfo;
   FS_BOOLEAN executePrePgm, executeFontPgm, read_programs;
   FS_BOOLEAN useMyMetrics;
+  FS_USHORT programs_run;  // glyph programs of this fetch that had bytes
   fsg_Metrics metrics;  // of the top glyph
   FS_ULONG loca_length, hmtx_length, vmtx_length;
   FS_ULONG workspace_need, private_size;

@@ -174,11 +174,19 @@ TEST(Fontvec, SubcommandsPrintTheirLinesAndExitCodes) {
       {"glyph " SANS " --char U+006C --ppem 16 --bitmap --text --dropout --no-hints", 0,
        "2 11 1 12\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n#\n"},
       // The autohinter on that 'l': one stem, 143 wide 92, 146 aligned
-      // (97 -> 128 is 31 away, 189 -> 192 3): its edges 100 and 192.
+      // (97 -> 128 is 31 away, 189 -> 192 3). Forced, the Latin path
+      // boosts it first (x-height +1/8 px, 1.5%): the stem 98..192, its top
+      // on the flat capitals' line (778 -> 768), the advance 4.51 px -> 5.
       {"glyph " SANS " --char U+006C --ppem 16 --strokes", 0, "x 143 92 0 778 146\n"},
       {"glyph " SANS " --char U+006C --ppem 16 --points --force-autohint", 0,
-       "100 778 on\n192 778 on\n192 0 on\n100 0 on\nadvance: 256\n"},
+       "98 768 on\n192 768 on\n192 0 on\n98 0 on\nadvance: 320\n"},
       {"glyph " SANS " --char U+006C --ppem 16 --strokes --points", 2},
+      // The reference lines at 24 ppem (the same pinned in the engine's
+      // tests); --reflines takes no glyph, --no-autohint no forcing.
+      {"glyph " SANS " --ppem 24 --reflines", 0,
+       "0 1120\n1 1140\n2 840\n3 860\n4 0\n5 -22\n6 128\n7 192\n51 -15\nsuitable: 1\n"},
+      {"glyph " SANS " --char U+006C --ppem 24 --reflines", 2},
+      {"glyph " SANS " --char U+006C --ppem 16 --points --force-autohint --no-autohint", 2},
       {"glyph " SANS " --char U+006C --ppem 16 --points --force-autohint --no-hints", 2},
       {"glyph " SANS " --char U+0020 --ppem 12 --bitmap --png @/space1.png", 0, "0 0 0 0\n"},
       {"glyph " SANS " --char U+0041 --ppem 12 --bitmap", 2}, {"glyph " SANS " --char U+0041 --ppem 12 --text", 2},

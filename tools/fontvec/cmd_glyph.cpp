@@ -28,8 +28,10 @@
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glyphmap.h"
+#include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/fs_rtgah.h"
+#include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_xmalloc.h"
 #include "tools/fontvec/commands.h"
 #include "tools/fontvec/glyph_draw.h"
@@ -142,6 +144,22 @@ int printStrokes(FS_STATE* st, const char* path, FS_ULONG id,
   free(f);
   free(xy);
   FSS_free(st, pts);
+  st->error = 0;
+  return 0;
+}
+
+// The scaled font's reference lines as the autohinter reads them: `SLOT
+// VALUE` (26.6) for slots 0 to 7 and each later non-zero one up to 51,
+// then `suitable: N`; 0 or 1.
+int printRefLines(FS_STATE* st, const char* path) {
+  map_char(st, 'H', 0);
+  st->error = 0;
+  if (check_sfnt(st) != 0 || st->cur_sfnt == NULL) return engineError(path, st);
+  get_ref_lines(st);
+  const F26DOT6* ref = st->cur_sfnt->ref_lines;
+  for (int i = 0; i < 52; i++)
+    if (i < 8 || ref[i] != 0) printf("%d %ld\n", i, (long)ref[i]);
+  printf("suitable: %u\n", (unsigned)st->cur_sfnt->rtgah_suitable);
   st->error = 0;
   return 0;
 }
@@ -292,6 +310,7 @@ struct GlyphRequest {
   bool haveGlyph = false, haveChar = false, points = false;
   bool bitmap = false, text = false, dropout = false, memory = false;
   bool hints = true, forceAutohint = false, strokes = false;
+  bool noAutohint = false, reflines = false;
   bool adf = false, field = false, haveCsm = false;
   double csm[3] = {0, 0, 0};
   const char* pngOut = NULL;
@@ -399,6 +418,10 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
       r->points = true;
     } else if (strcmp(a, "--force-autohint") == 0) {
       r->forceAutohint = true;
+    } else if (strcmp(a, "--no-autohint") == 0) {
+      r->noAutohint = true;
+    } else if (strcmp(a, "--reflines") == 0) {
+      r->reflines = true;
     } else if (strcmp(a, "--strokes") == 0) {
       r->strokes = true;
     } else if (strcmp(a, "--no-hints") == 0) {
@@ -422,7 +445,12 @@ bool parseGlyphRequest(int argc, char** argv, GlyphRequest* r) {
   // --strokes stands alone; --force-autohint wants hints and no bitmap.
   if (r->strokes && (r->points || r->pngOut != NULL || r->bitmap || r->forceAutohint))
     return false;
-  if (r->forceAutohint && (!r->hints || r->bitmap)) return false;
+  if (r->forceAutohint && (!r->hints || r->bitmap || r->noAutohint)) return false;
+  // --reflines takes the font and the size alone.
+  if (r->reflines)
+    return r->path != NULL && r->ppem != 0 && !r->haveGlyph && !r->haveChar &&
+           !r->points && r->pngOut == NULL && !r->bitmap && !r->strokes &&
+           !r->forceAutohint && !r->adf && !r->field && !r->styled();
   // A distance-field map is one of the two kinds, written to --png; the
   // contrast goes only with --adf.
   if (r->haveCsm && !r->adf) return false;
@@ -471,14 +499,18 @@ int fontvec_glyph(int argc, char** argv) {
     if (r.dropout) FS_set_flags(&st, FLAGS_RESERVED_BIT0);  // dropout control
     // Forced autohinting is for gray output: the points ask for it too.
     if (r.forceAutohint) FS_set_flags(&st, FLAGS_FORCE_AUTOHINT);
-    if (r.forceAutohint && r.points) FS_set_flags(&st, FLAGS_GRAYSCALE);
+    // Glyphs without a program are autohinted as the shipped script has
+    // them, unless --no-autohint; the points are those of a gray picture.
+    FS_set_flags(&st, r.noAutohint ? FLAGS_NO_AUTOHINT : ~FLAGS_NO_AUTOHINT);
+    if (r.points && r.hints) FS_set_flags(&st, FLAGS_GRAYSCALE);
     if (r.strokes) FS_set_flags(&st, FLAGS_NO_HINTS);
     if (r.haveCsm) {
       FS_set_csm(&st, toFixed(r.csm[0]), toFixed(r.csm[1]), toFixed(r.csm[2]));
       FS_set_flags(&st, FLAGS_DEFAULT_CSM_ON);
     }
     FS_ULONG id = r.haveChar ? (FS_ULONG)r.code : (FS_ULONG)r.glyph;
-    status = r.strokes ? printStrokes(&st, r.path, id, r.ppem)
+    status = r.reflines ? printRefLines(&st, r.path)
+             : r.strokes ? printStrokes(&st, r.path, id, r.ppem)
              : (r.adf || r.field) ? writeAdf(&st, r.path, id, r.field, r.pngOut)
              : r.bitmap ? writeBitmap(&st, r.path, id, r.pngOut)
              : r.pngOut != NULL ? writeGraymap(&st, r.path, id, r.pngOut, r.type)
