@@ -12,6 +12,8 @@
 #include "Orvex_internal/adf.h"
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cmap.h"
+#include "Orvex_internal/fs_glue.h"
+#include "Orvex_internal/fs_outline.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
@@ -118,6 +120,16 @@ TEST(AdfCsm, TableSelectsAdfAndRecordChangesMapAndCacheKeepsThemApart) {
   }
 }
 
+// The grid fit type and alignment values the scaled font's key holds after
+// the outline of `glyph` is fetched, with the fetch's error.
+std::vector<FS_LONG> fetchedHints(FS_STATE* st, FS_ULONG glyph) {
+  FS_OUTLINE* o = make_outline_ttf(st, st->cur_sfnt, glyph);
+  const fnt_MAZData& m = ((fsg_SplineKey*)st->cur_sfnt->senv->ttkey)->globalGS.maz_data;
+  std::vector<FS_LONG> v = {m.gridFitType, m.alignment[0], m.alignment[1], m.alignment[2], m.alignment[3]};
+  if (o == nullptr || st->error != 0) v.push_back((FS_LONG)st->error);
+  return FSS_free(st, o), v;
+}
+
 TEST(AdfEdgeHints, NoCenterSearchAndBothVersions) {
   for (int n : {10, 100}) {
     std::vector<uint16_t> ids;
@@ -141,7 +153,11 @@ TEST(AdfEdgeHints, NoCenterSearchAndBothVersions) {
     adfGetEdgeHintData(&f.st, (TTF*)f.st.cur_lfnt->fnt, r.glyph, &v[0], &v[1], &v[2], &v[3], &v[4]);
     EXPECT_EQ(v, r.out) << r.why;
     EXPECT_EQ(f.st.error, r.version == 0x00040000 ? 441u : 0u) << r.why;
+    EXPECT_EQ(fetchedHints(&f.st, r.glyph), r.out) << "kept by the glyph fetch: " << r.why;
   }
+  AdfFont none({});  // no table: all 0; the client's MAZ flag forces type 3
+  EXPECT_EQ(fetchedHints(&none.st, 40), std::vector<FS_LONG>(5));
+  EXPECT_EQ(fetchedHints((FS_set_flags(&none.st, FLAGS_MAZ_ON), &none.st), 40), std::vector<FS_LONG>({3, 0, 0, 0, 0}));
 }
 
 // A map's pixels by position; `comp` picks a component of a four-component map.

@@ -306,6 +306,15 @@ TEST(ScriptPages, GlyphsAndStringsSitOnTheirMargins) {
   }
 }
 
+TEST(ScriptPages, TMPDF) {
+  for (const char* draw : {"show_distancefield\n", "show_gray_adf_8bit\n", "show_fake\nshow_distancefield\n"}) {
+  ScriptHost r;
+  r.script(std::string("path\nppm 72\nglyphset \"41\"\n") + draw, DISPLAY_PNG);
+  Measured m = measure(r.image("font.png"));
+  printf("%s %d %d %d %d %d %d %d\n", draw, m.ink, m.w, m.h, m.minX, m.minY, m.right(), m.below());
+  }
+}
+
 TEST(ScriptPages, ShowDrawsOneBitGlyphsAtTheirPens) {
   // "Hi" at 24 ppem from the pen (10, 40): the page's ink is each type 1 map at pen + (lo_x, -hi_y).
   ScriptHost s;
