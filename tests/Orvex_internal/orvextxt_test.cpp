@@ -282,20 +282,23 @@ TEST(ScriptPages, GlyphsAndStringsSitOnTheirMargins) {
     int minX, minY, right, below;  // -1: not pinned by the row
     const char* why;
   } rows[] = {
-      {"41", "show_gray_8bit\n", 2, 2, 3, 3,
+      {"41", "show_fake\nshow_gray_8bit\n", 2, 2, 3, 3,
        "a single glyph: its ink box at (2, 2) plus five in each direction"},
-      {"70 48 69", "moveto 0 0\nshow_gray_8bit\n", 50, 5, 105, 25,
+      {"70 48 69", "show_fake\nmoveto 0 0\nshow_gray_8bit\n", 50, 5, 105, 25,
        "\"pHi\": a lead-in of 50, 25 rows under the lowest ink, 105 after the last"},
       // 'p' descends 426 units, 15 rows at 72 ppem: 25 - 15 = 10 rows stay.
-      {"48 69 70", "moveto 0 0\nshow_gray_8bit\n", -1, 5, -1, 10,
+      {"48 69 70", "show_fake\nmoveto 0 0\nshow_gray_8bit\n", -1, 5, -1, 10,
        "\"Hip\": the bottom stays 25 below the baseline unless ink reaches it"},
-      {"41", "show_gray_adf_8bit\n", 2, 2, 1, 1,
+      {"41", "show_fake\nshow_gray_adf_8bit\n", 2, 2, 1, 1,
        "a distance-field glyph: its box, two pixels wider and taller, on the gray page"},
+      // The map is A's box and a ramp of 0.16 * 72 + 1 = 12.5 pixels around
+      // it, 73 square; a page measured by the gray map can't hold it.
+      {"41", "show_distancefield\n", 3, 2, 593 - 74, 763 - 74,
+       "a distance map on the default page: its box at (2, 2), the far end of the ramp (0) in its first column"},
   };
   for (const auto& row : rows) {
     ScriptHost r;
-    r.script(std::string("path\nppm 72\nglyphset \"") + row.glyphs + "\"\nshow_fake\n" +
-                 row.draw, DISPLAY_PNG);
+    r.script(std::string("path\nppm 72\nglyphset \"") + row.glyphs + "\"\n" + row.draw, DISPLAY_PNG);
     ASSERT_EQ(err_FD, 0) << row.why;
     Measured m = measure(r.image("font.png"));
     ASSERT_EQ(m.ink, 0) << row.why;
