@@ -8,12 +8,14 @@
 
 #include "Orvex_internal/fs_bytes.h"
 #include "Orvex_internal/fs_cache.h"
+#include "Orvex_internal/fs_effects.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_fixed.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_outline.h"
+#include "Orvex_internal/fs_sbit.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
@@ -169,6 +171,36 @@ ADFImage* render_outline(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
   if (c == nullptr) return nullptr;
   ria->displayMode = mode;
   return make_ADF_density_image(state, c, ria, ta);
+}
+
+// Effects that refuse sub-pixel types, and whose presence keeps a strike
+// glyph's map in the cache.
+bool effects_on(FS_STATE* state) { return (state->flags & kSubpixelEffects) != 0; }
+
+// The font's own gray glyph for an ADF `type`, when a strike of a font of
+// the TrueType family serves: emboldened by its own pixel rule and given
+// the client's effects; kept under `kind` if the font is a file or effects
+// are on. A colour glyph goes to the icon cache as it is. Null with the
+// error of a refused strike glyph, or with 0 when none serves.
+FS_GRAYMAP* embedded_ADF_graymap(FS_STATE* state, FS_USHORT index, FS_USHORT type,
+                                 FS_USHORT kind, FS_SHORT phase) {
+  LFNT* lfnt = state->cur_lfnt;
+  if (lfnt->fnt_type > FNT_TYPE_TTC) return nullptr;
+  FS_GRAYMAP* g = get_embedded_graymap(state, state->cur_sfnt, index, type);
+  if (g == nullptr) return nullptr;
+  if (g->bitsPerPixel == 32) {
+    save_raster_icon_to_cache(state, index, g);
+    return g;
+  }
+  FS_GRAYMAP* bold = pixelbold_embedded_graymap(state, g);
+  if (bold == nullptr) FSS_free(state, g);  // a failed effect leaves the map here
+  g = bold ? apply_image_effects(state, bold) : nullptr;
+  if (g == nullptr) {
+    if (state->error == 0) state->error = ERR_MALLOC_FAIL;
+    return nullptr;
+  }
+  if (lfnt->path != nullptr || effects_on(state)) save_to_cache(state, kind, index, phase, g);
+  return g;
 }
 
 }  // namespace
@@ -624,7 +656,7 @@ FS_GRAYMAP* make_ADF_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
 FS_GRAYMAP* get_ADF_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
                             FS_USHORT type, FS_SHORT phasex, FS_SHORT phasey) {
   state->error = 0;
-  if (type > 4095 && (state->flags & kSubpixelEffects)) {
+  if (type > 4095 && effects_on(state)) {
     state->error = ERR_ADF_TOO_LARGE;
     return nullptr;
   }
@@ -645,31 +677,30 @@ FS_GRAYMAP* get_ADF_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
   state->flags |= FLAGS_GRAYSCALE;
   FS_USHORT kind = cache_kind((FS_USHORT)(type & ~FS_MAP_RASTER_ICON));
   FS_SHORT phase = (FS_SHORT)((phasey << 4) | phasex);
-  FS_GRAYMAP* g = (FS_GRAYMAP*)find_in_cache(state, kind, index, phase);
-  if (g != nullptr) {
-    state->flags = flags;
-    state->error = 0;
-    return g;
-  }
-  state->error = 0;
-  FS_OUTLINE* o = find_or_make_outline(state, state->cur_lfnt, sfnt, id, index);
-  if (o == nullptr) {
-    state->flags = flags;
-    if (state->error == 0) state->error = ERR_MALLOC_FAIL;
-    return nullptr;
-  }
-  shift_outline(o, phasex, phasey);
-  g = make_ADF_graymap(state, o, id, type);
-  FSS_free(state, o);
+  FS_GRAYMAP* g = (type & FS_MAP_RASTER_ICON) ? find_raster_icon_in_cache(state, index)
+                                              : nullptr;
+  if (g == nullptr) g = (FS_GRAYMAP*)find_in_cache(state, kind, index, phase);
   if (g == nullptr) {
-    state->flags = flags;
-    if (state->error == 0) state->error = ERR_MALLOC_FAIL;
-    return nullptr;
+    state->error = 0;
+    g = embedded_ADF_graymap(state, index, type, kind, phase);
   }
-  shift_map_vertically(sfnt, g);
-  save_to_cache(state, kind, index, phase, g);
+  if (g == nullptr && state->error == 0 && (ttf->glyf_size != 0 || ttf->cff != nullptr)) {
+    FS_OUTLINE* o = find_or_make_outline(state, state->cur_lfnt, sfnt, id, index);
+    if (o != nullptr) {
+      shift_outline(o, phasex, phasey);
+      g = make_ADF_graymap(state, o, id, type);
+      FSS_free(state, o);
+      if (g == nullptr && state->error == 0) state->error = ERR_MALLOC_FAIL;
+    } else if (state->error == 0) {
+      state->error = ERR_MALLOC_FAIL;
+    }
+    if (g != nullptr) {
+      shift_map_vertically(sfnt, g);
+      save_to_cache(state, kind, index, phase, g);
+    }
+  }
   state->flags = flags;
-  state->error = 0;
+  if (g != nullptr) state->error = 0;
   return g;
 }
 

@@ -537,10 +537,16 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
 // (1 pixel, 2 pixels, the outline width, or soft) with the client's
 // opacity, then softening by a filter that widens with the size. A failed
 // effect leaves the map with us: it is freed and the heap's error stands.
+FS_GRAYMAP* image_effects(FS_STATE* state, FS_GRAYMAP* g);
 FS_GRAYMAP* graymap_effects(FS_STATE* state, FS_GRAYMAP* g) {
-  FS_ULONG f = state->flags;
   if (pixel_bold(state) && bold_width(state) != 0)
     g = g->bitsPerPixel == 2 ? pixelbold_graymap2(state, g) : pixelbold_graymap8(state, g);
+  return g == nullptr ? nullptr : image_effects(state, g);
+}
+
+// The effects after pixel boldness.
+FS_GRAYMAP* image_effects(FS_STATE* state, FS_GRAYMAP* g) {
+  FS_ULONG f = state->flags;
   if (f & FLAGS_EMBOSSED)
     emboss_graymap(g);
   else if (f & FLAGS_ENGRAVED)
@@ -891,6 +897,10 @@ FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
 
 FS_GRAYMAP* apply_graymap_effects(FS_STATE* state, FS_GRAYMAP* g) {
   return graymap_effects(state, g);
+}
+
+FS_GRAYMAP* apply_image_effects(FS_STATE* state, FS_GRAYMAP* g) {
+  return image_effects(state, g);
 }
 
 void dump_graymap(FS_GRAYMAP* g) {

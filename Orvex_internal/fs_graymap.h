@@ -73,6 +73,9 @@ FS_GRAYMAP* trim_convert(FS_STATE* state, FS_GRAYMAP* gmap, FS_USHORT type);
 // The client's image effects on a finished 8- or 2-bit map, as the gray
 // path applies them; null with the heap's error (the map is freed then).
 FS_GRAYMAP* apply_graymap_effects(FS_STATE* state, FS_GRAYMAP* g);
+// The same without pixel boldness (emboss or engrave, outline, soften), for
+// maps emboldened on their own terms.
+FS_GRAYMAP* apply_image_effects(FS_STATE* state, FS_GRAYMAP* g);
 
 // A copy of a graymap in a fresh heap block, not cached. Null with 201.
 FS_GRAYMAP* copy_graymap(FS_STATE* state, FS_GRAYMAP* gmap);

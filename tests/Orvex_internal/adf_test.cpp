@@ -15,6 +15,7 @@
 #include "Orvex_internal/fs_glue.h"
 #include "Orvex_internal/fs_outline.h"
 #include "Orvex_internal/fs_ttf.h"
+#include "support/sbit_builder.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
 #include "support/typeset_font.h"
@@ -219,6 +220,35 @@ TEST(AdfMaps, SpaceDistanceFieldAndHeap) {
   EXPECT_EQ(std::vector<ADF_F32>({f.st.insideCutoff, f.st.outsideCutoff}), std::vector<ADF_F32>({111, -222}));
   FSS_free_char(&f.st, space), FSS_free_char(&f.st, field), delete_fs_cache(&f.st, f.st.cur_sfnt);
   EXPECT_EQ(f.st.server->allocated, start);
+}
+
+// A strike glyph serves ADF types: an 8-bit strike of A at 24 ppem, kept in
+// the cache only with an effect on (the font is in memory); pixel boldness
+// one column wider. A colour glyph is kept in the icon cache.
+TEST(AdfMaps, StrikeGlyphsServeAndColourGlyphsGoToTheIconCache) {
+  sfnt::Bytes eblc, ebdt;
+  testsupport::buildStrike({{(uint16_t)kA, 3, 2, 1, 5, 4, {255, 128, 255, 64, 0, 255}}}, 24, 8, 1, 1, &eblc, &ebdt);
+  const struct { FS_ULONG flags; FS_FIXED bold; int width; bool cached; const char* why; } rows[] = {
+      {0, 0, 3, false, "the strike's glyph as it is, not kept"},
+      {FLAGS_EMBOSSED, 0, 3, true, "an effect keeps it"},
+      {FLAGS_ADD_WEIGHT, 3277, 4, true, "added weight: a column wider, kept"},
+  };
+  for (const auto& r : rows) {
+    testsupport::TypesetFont f;
+    FS_set_bold_pct(&f.st, r.bold);
+    ASSERT_EQ(f.open("", sfnt::build(dejaVu().set("EBLC", eblc).set("EBDT", ebdt))) | f.setPpem(24), 0);
+    FS_set_flags(&f.st, FLAGS_CMAP_OFF), FS_set_flags(&f.st, r.flags);
+    FS_GLYPHMAP *a = FSS_get_glyphmap(&f.st, kA, FS_MAP_EDGE_GRAYMAP8), *b = FSS_get_glyphmap(&f.st, kA, FS_MAP_EDGE_GRAYMAP8);
+    EXPECT_TRUE(a && b && a->width == r.width && (a == b) == r.cached) << r.why;  // the outline's A is 16 wide
+    FSS_free_char(&f.st, a), FSS_free_char(&f.st, b);
+  }
+  testsupport::TypesetFont e;
+  ASSERT_EQ(e.open("/usr/share/fonts/truetype/noto/NotoColorEmoji.ttf") | e.setPpem(24), 0);
+  FS_set_flags(&e.st, FLAGS_CMAP_OFF);
+  FS_GLYPHMAP *a = FSS_get_glyphmap(&e.st, 100, FS_MAP_EDGE_GRAYMAP8 | FS_MAP_RASTER_ICON),
+              *b = FSS_get_glyphmap(&e.st, 100, FS_MAP_EDGE_GRAYMAP8 | FS_MAP_RASTER_ICON);
+  EXPECT_TRUE(a && a->bitsPerPixel == 32 && a == b) << "the icon cache serves it again";
+  FSS_free_char(&e.st, a), FSS_free_char(&e.st, b);
 }
 
 // The ADFH cut at every length or filled at random, random bytes in glyf:
