@@ -173,6 +173,23 @@ ADFImage* render_outline(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
   return make_ADF_density_image(state, c, ria, ta);
 }
 
+// Whether the client's or the component's boldness applies.
+bool emboldened(FS_STATE* state) {
+  TFNT* t = current_tfnt(state);
+  return state->bold_pct != 0 || (t && t->cfnt && t->cfnt->bold_pct != 0);
+}
+
+// Whether a stroke font's dots are stretched: without boldness unless the
+// font's flags 0x100 or 0x40 say otherwise; with it, only where the
+// strokes get pixel boldness (added weight, or small sizes of a 64-unit
+// stroke font) and no outline effect is on.
+bool extend_dots(FS_STATE* state) {
+  FS_ULONG ff = state->cur_lfnt->fontflags;
+  if (!emboldened(state)) return !(ff & (FONTFLAG_ADFH | FONTFLAG_STIK_64));
+  if (state->flags & kOutlineEffects) return false;
+  return (state->flags & FLAGS_ADD_WEIGHT) || ((ff & FONTFLAG_STIK_64) && state->lpm < 27);
+}
+
 // Effects that refuse sub-pixel types, and whose presence keeps a strike
 // glyph's map in the cache.
 bool effects_on(FS_STATE* state) { return (state->flags & kSubpixelEffects) != 0; }
@@ -460,6 +477,13 @@ ADFPath* make_ADF_path(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
     }
     path->pathWidth = w;
   }
+  // Half a stroke width, to 1/64 pixel: a dot of a stroke font is drawn as
+  // a vertical bar of one stroke width.
+  const FS_FIXED ext = stroke && extend_dots(state)
+      ? (FS_FIXED)((((FS_INT64)state->lpm * state->stroke_pct + 512) >> 10) / 2 * 1024)
+      : 0;
+  ADFPenCmd* move = nullptr;
+  FS_FIXED move_x = 0, move_y = 0;
   FS_LONG pt = 0;
   const FS_LONG np = outl->np;
   bool first = true;
@@ -478,6 +502,14 @@ ADFPath* make_ADF_path(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
       c->cx2 = outl->x[pt], c->cy2 = outl->y[pt], pt++;
     }
     c->x = outl->x[pt], c->y = outl->y[pt], pt++;
+    if (c->opCode == ADF_MOVETO) {
+      move = c, move_x = c->x, move_y = c->y;
+    } else if (ext != 0 && outl->type[i] == FS_LINETO && move != nullptr &&
+               c->x == move_x && c->y == move_y) {
+      move->y = move_y - ext;
+      c->y = move_y + ext;
+      if (move->y < path->glyphMinY) path->glyphMinY = move->y;
+    }
     if (first) {
       path->glyphMinX = path->glyphMaxX = c->x;
       path->glyphMinY = path->glyphMaxY = c->y;
@@ -769,6 +801,8 @@ void get_ADF_adjustments(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
                          FS_FIXED* adj_x, FS_FIXED* adj_y) {
   *adj_x = *adj_y = 0;
   if (state->adfGridFitType == 0 || outl == nullptr) return;
+  // A stroke font's skeleton is measured as make_ADF_graymap draws it: the
+  // same path, its dots stretched by the same boldness decision.
   FS_GRAYMAP* g = nullptr;
   FS_FIXED dx = 0, dy = 0;
   ADFPath* path = make_ADF_path(state, outl, id, &g, &dx, &dy);

@@ -161,6 +161,34 @@ TEST(AdfEdgeHints, NoCenterSearchAndBothVersions) {
   EXPECT_EQ(fetchedHints((FS_set_flags(&none.st, FLAGS_MAZ_ON), &none.st), 40), std::vector<FS_LONG>({3, 0, 0, 0, 0}));
 }
 
+// A stroke font's dot, a line back to its move, becomes a vertical bar of
+// one stroke width: at stroke 0.1 and 24 ppem half of it is
+// ((24 * 6554 + 512) >> 10) / 2 * 1024 = 78848, by the boldness decision.
+TEST(AdfPath, StrokeDotsStretchByTheBoldDecision) {
+  const struct { FS_ULONG fontflags, flags; FS_FIXED bold, lineY, e; const char* why; } rows[] = {
+      {0, 0, 0, 0, 78848, "no boldness: stretched"},
+      {FONTFLAG_STIK_64, 0, 0, 0, 0, "a 64-unit stroke font without boldness: not"},
+      {0, FLAGS_ADD_WEIGHT, 3277, 0, 78848, "added weight: stretched"},
+      {0, FLAGS_ADD_WEIGHT | FLAGS_EMBOSSED, 3277, 0, 0, "an outline effect: not"},
+      {0, 0, 3277, 0, 0, "boldness without pixel weight: not"},
+      {0, 0, 0, 65536, 0, "a line away from its move: not"},
+  };
+  for (const auto& r : rows) {
+    AdfFont f({});
+    FS_set_stroke_pct(&f.st, 6554), FS_set_bold_pct(&f.st, r.bold), f.st.flags |= r.flags;
+    f.st.cur_lfnt->fontflags |= FONTFLAG_STROKE | r.fontflags;
+    FS_OUTLINE* o = setup_outline(&f.st, 1, 2, 2);
+    o->type[0] = FS_MOVETO, o->type[1] = FS_LINETO, o->x[0] = o->x[1] = o->y[0] = 10 << 16, o->y[1] = (10 << 16) + r.lineY;
+    FS_GRAYMAP* g = nullptr;
+    FS_FIXED dx, dy, y0 = (10 << 16) - r.e, y1 = (10 << 16) + r.lineY + r.e;
+    ADFPath* p = make_ADF_path(&f.st, o, 'i', &g, &dx, &dy);
+    ASSERT_TRUE(p != nullptr && p->pathType == ADF_PATH_STROKE) << r.why;
+    EXPECT_EQ(std::vector<ADF_F32>({p->penCmds[0].y, p->penCmds[1].y, p->glyphMinY, p->glyphMaxY}),
+              std::vector<ADF_F32>({y0, y1, y0, y1})) << r.why;
+    ADFFree(f.st.libInst, p), FSS_free(&f.st, o);
+  }
+}
+
 // A map's pixels by position; `comp` picks a component of a four-component map.
 std::map<std::pair<int, int>, int> pixels(const FS_GLYPHMAP* g, int comp = 0) {
   std::map<std::pair<int, int>, int> p;
