@@ -202,7 +202,6 @@ bool effects_on(FS_STATE* state) { return (state->flags & kSubpixelEffects) != 0
 FS_GRAYMAP* embedded_ADF_graymap(FS_STATE* state, FS_USHORT index, FS_USHORT type,
                                  FS_USHORT kind, FS_SHORT phase) {
   LFNT* lfnt = state->cur_lfnt;
-  if (lfnt->fnt_type > FNT_TYPE_TTC) return nullptr;
   FS_GRAYMAP* g = get_embedded_graymap(state, state->cur_sfnt, index, type);
   if (g == nullptr) return nullptr;
   if (g->bitsPerPixel == 32) {
@@ -218,6 +217,12 @@ FS_GRAYMAP* embedded_ADF_graymap(FS_STATE* state, FS_USHORT index, FS_USHORT typ
   }
   if (lfnt->path != nullptr || effects_on(state)) save_to_cache(state, kind, index, phase, g);
   return g;
+}
+
+FS_GRAYMAP* draw_distance_field(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
+                                FS_USHORT type) {
+  (void)type;
+  return make_distance_field(state, outl, id);
 }
 
 }  // namespace
@@ -707,32 +712,12 @@ FS_GRAYMAP* get_ADF_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
   tfnt->adfRenderAttrs.insideCutoff += state->insideCutoffAdj;
   tfnt->adfRenderAttrs.outsideCutoff += state->outsideCutoffAdj;
   state->flags |= FLAGS_GRAYSCALE;
-  FS_USHORT kind = cache_kind((FS_USHORT)(type & ~FS_MAP_RASTER_ICON));
-  FS_SHORT phase = (FS_SHORT)((phasey << 4) | phasex);
-  FS_GRAYMAP* g = (type & FS_MAP_RASTER_ICON) ? find_raster_icon_in_cache(state, index)
-                                              : nullptr;
-  if (g == nullptr) g = (FS_GRAYMAP*)find_in_cache(state, kind, index, phase);
-  if (g == nullptr) {
-    state->error = 0;
-    g = embedded_ADF_graymap(state, index, type, kind, phase);
-  }
-  if (g == nullptr && state->error == 0 && (ttf->glyf_size != 0 || ttf->cff != nullptr)) {
-    FS_OUTLINE* o = find_or_make_outline(state, state->cur_lfnt, sfnt, id, index);
-    if (o != nullptr) {
-      shift_outline(o, phasex, phasey);
-      g = make_ADF_graymap(state, o, id, type);
-      FSS_free(state, o);
-      if (g == nullptr && state->error == 0) state->error = ERR_MALLOC_FAIL;
-    } else if (state->error == 0) {
-      state->error = ERR_MALLOC_FAIL;
-    }
-    if (g != nullptr) {
-      shift_map_vertically(sfnt, g);
-      save_to_cache(state, kind, index, phase, g);
-    }
-  }
+  GraymapSteps steps = {cache_kind((FS_USHORT)(type & ~FS_MAP_RASTER_ICON)),
+                        embedded_ADF_graymap, make_ADF_graymap, true};
+  FS_GRAYMAP* g = get_cached_graymap(state, id, index, type, phasex, phasey, steps);
+  if (g == nullptr && state->error == 0 && (ttf->glyf_size != 0 || ttf->cff != nullptr))
+    state->error = ERR_MALLOC_FAIL;  // an outline or map that could not be made
   state->flags = flags;
-  if (g != nullptr) state->error = 0;
   return g;
 }
 
@@ -773,27 +758,16 @@ FS_GRAYMAP* get_distance_field(FS_STATE* state, FS_ULONG id, FS_USHORT index,
   ADF_F32 cutoff = (ADF_F32)state->lpm * 10486 + 65536;
   FS_set_csm(state, cutoff, -cutoff, 65536);
   state->flags |= FLAGS_DEFAULT_CSM_ON | FLAGS_GRAYSCALE;
-  const FS_USHORT kind = 32531;
-  FS_SHORT phase = (FS_SHORT)((phasey << 4) | phasex);
-  FS_GRAYMAP* g = (FS_GRAYMAP*)find_in_cache(state, kind, index, phase);
-  if (g == nullptr) {
-    state->error = 0;
-    FS_OUTLINE* o = find_or_make_outline(state, state->cur_lfnt, sfnt, id, index);
-    if (o == nullptr) {
-      // The client's cut-offs keep the field's values.
-      state->flags = flags;
-      if (state->error == 0) state->error = ERR_MALLOC_FAIL;
-      return nullptr;
-    }
-    shift_outline(o, phasex, phasey);
-    g = make_distance_field(state, o, id);
-    FSS_free(state, o);
-    if (g != nullptr) save_to_cache(state, kind, index, phase, g);
-  }
+  GraymapSteps steps = {32531, nullptr, draw_distance_field, false};
+  FS_GRAYMAP* g = get_cached_graymap(state, id, index, FS_MAP_DISTANCEFIELD,
+                                     phasex, phasey, steps);
   state->flags = flags;
-  FS_ULONG err = g == nullptr && state->error == 0 ? (FS_ULONG)ERR_MALLOC_FAIL : state->error;
+  if (g == nullptr) {
+    // The client's cut-offs keep the field's values.
+    if (state->error == 0) state->error = ERR_MALLOC_FAIL;
+    return nullptr;
+  }
   FS_set_csm(state, in, out, gamma);
-  state->error = g == nullptr ? err : 0;
   return g;
 }
 
