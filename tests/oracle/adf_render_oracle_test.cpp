@@ -5,9 +5,8 @@
 // DejaVu Sans glyph; distance mode (rectangle style, cut-offs +-c with
 // c = 0.16 ppem + 1) and ADF mode (the default CSM, and (0.5, -0.5)) on the
 // Latin letters and digits of DejaVu Sans and Serif and Liberation Sans and
-// Serif; all at 24 and 48 ppem. The engine's distance maps (type 0x80) on
-// those letters pass the same distance checks. Each bound is named where it
-// is checked.
+// Serif; all at 24 and 48 ppem; the same with the engine's distance maps
+// (type 0x80, unhinted). Each bound is named where it is checked.
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include FT_MODULE_H
@@ -95,6 +94,13 @@ struct Oracle {
     ADFDestroyImage(inst, image), ADFDestroyADF(inst, adf);
     return m;
   }
+  // The engine's distance map of glyph `gid`, placed by lo_x and hi_y.
+  Map engine(FS_STATE* st, FT_UInt gid) {
+    FS_GLYPHMAP* g = FSS_get_glyphmap(st, gid, FS_MAP_DISTANCEFIELD);
+    EXPECT_TRUE(g != nullptr) << "glyph " << gid << " error " << st->error;
+    Map m = g ? Map{{g->bits, g->bits + g->bpl * g->height}, g->lo_x, g->hi_y + 1, g->width, g->height} : Map{{}, 0, 0, 0, 0};
+    return FSS_free_char(st, g), m;
+  }
 };
 
 // Winding: non-zero at every full gray pixel (which the image box holds), zero at every empty one.
@@ -132,116 +138,70 @@ TEST(AdfWindingOracle, DejaVuSansInsideWhereFreetypeIsFull) {
   FT_Done_Face(o.face);
 }
 
-// The five checks of a distance map with cut-offs +-c on one glyph, against
-// libfreetype's gray (mask) and sdf maps (distances where neither is
-// clamped): 1 mask, 2 sign, 3 inside and 4 outside distances, 5 stem steps
-// along the middle row of l and I. ADF-mode maps at cut-offs (in, out) in
-// `ramps` are held to the sdf's ramp away from corners.
-typedef std::vector<std::tuple<const Map*, double, double>> Ramps;
-struct DistanceTally {
-  long maskDist = 0, sign = 0, outside = 0, steps = 0, stepOff = 0, rampN = 0;
-  double inMax = 0, rowMax = 0;
-  int rampMax = 0;
-  void glyph(Oracle& o, FT_UInt gid, char ch, double c, const Map& dist, const Map& gray, const Ramps& ramps = {}) {
-    const Map sdf = o.ft(gid, FT_RENDER_MODE_SDF);
-    const FT_Outline& outline = o.face->glyph->outline;  // its points only where none is off the curve
-    const bool curved = std::any_of(outline.tags, outline.tags + outline.n_points, [](char t) { return !(t & 1); });
-    const std::vector<FT_Vector> points(outline.points, outline.points + (curved ? 0 : outline.n_points));
-    for (int s = 0; s < dist.w * dist.h; s++) {
-      const int col = dist.col(s), y = dist.y(s), v = dist.px[s], b = sdf.at(col, y), g = gray.at(col, y);
-      const double d = -c + (v + 0.5) * 2 * c / 255, e = (b - 128) / 64.0;
-      maskDist += (g <= 0 && v >= 127) || (g == 255 && v < 127);
-      sign += b >= 0 && std::fabs(e) >= 0.25 && (e > 0) != (v >= 127);
-      if (b <= 0 || b == 255) continue;
-      if (e > 0 && d > 0 && v < 255) inMax = std::max(inMax, std::fabs(d - e));
-      if (e < 0 && d < 0 && v > 0) outside += -d < 0.7 * -e - 0.1 || -d > -e + 0.2;
-      double far = curved ? 0 : 1e9;
-      for (const FT_Vector& p : points) far = std::min(far, std::hypot(p.x / 64.0 - col - 0.5, p.y / 64.0 - y - 0.5));
-      for (const auto& [m, in, out] : ramps) {
-        const int u = m->at(col, y), ramp = (int)std::max(0.0, std::min(255.0, std::floor(255 * (e - out) / (in - out))));
-        if (far > 2 && u >= 0) rampMax = std::max(rampMax, std::abs(u - ramp)), rampN++;
-      }
-    }
-    if (ch != 'l' && ch != 'I') return;
-    const Map wide = o.ft(gid, FT_RENDER_MODE_SDF, 8);
-    const int row = dist.h / 2, k1 = (int)(255 / (2 * c));
-    for (int i = row * dist.w; i + 1 < (row + 1) * dist.w; i++) {
-      const int a = dist.px[i], b = dist.px[i + 1], f = wide.at(dist.col(i), dist.y(i));
-      if (a > 0 && b > 0 && a < 127 && b < 127) steps++, stepOff += std::abs(a - b) != k1 && std::abs(a - b) != k1 + 1;
-      if (f > 0 && f < 255 && a > 0 && a < 255) rowMax = std::max(rowMax, std::fabs(-c + (a + 0.5) * 2 * c / 255 - (f - 128) / 16.0));
-    }
-  }
-  void expectClean(const char* how) const {
-    EXPECT_TRUE(maskDist == 0 && sign == 0 && outside == 0 && stepOff == 0)
-        << how << ": " << maskDist << " mask, " << sign << " sign, " << outside << " outside-bound, " << stepOff << " step exceptions";
-    EXPECT_TRUE(steps > 100 && inMax <= 0.2 && rowMax <= 0.1) << how << ": " << steps << " steps, " << inMax << " px inside, " << rowMax << " px on stems";
-  }
-};
-
-const char* const kDistanceFonts[] = {"dejavu/DejaVuSans.ttf", "dejavu/DejaVuSerif.ttf", "liberation2/LiberationSans-Regular.ttf",
-                                      "liberation2/LiberationSerif-Regular.ttf"};
-const char kLatin[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-
 // Masks against gray >= 128 where gray is 0 or 255; distances against sdf where neither is clamped.
-TEST(AdfRenderOracle, DistanceAndAdfModesAgainstGrayAndSdf) {
+void distanceAndAdfModes(bool engine) {
   Oracle o;
-  DistanceTally t;
-  long glyphs = 0, maskAdf = 0;
-  double ink = 0, inkFt = 0;
-  for (const char* file : kDistanceFonts) {
+  long glyphs = 0, maskDist = 0, sign = 0, outside = 0, steps = 0, stepOff = 0, rampN = 0, maskAdf = 0;
+  double inMax = 0, rowMax = 0, ink = 0, inkFt = 0;
+  int rampMax = 0;
+  for (const char* file : {"dejavu/DejaVuSans.ttf", "dejavu/DejaVuSerif.ttf", "liberation2/LiberationSans-Regular.ttf",
+                           "liberation2/LiberationSerif-Regular.ttf"}) {
     ASSERT_EQ(FT_New_Face(o.lib, (std::string("/usr/share/fonts/truetype/") + file).c_str(), 0, &o.face), 0) << file;
     const int all = std::string(file) == "dejavu/DejaVuSans.ttf" ? (int)o.face->num_glyphs : 0;  // mask glyphs first
     for (int ppem : {24, 48}) {
-      FT_Set_Pixel_Sizes(o.face, 0, ppem);
+      testsupport::TypesetFont f;
+      ASSERT_EQ(f.open(std::string("/usr/share/fonts/truetype/") + file) | f.setPpem(ppem), 0) << file;
+      FS_set_flags(&f.st, FLAGS_CMAP_OFF), FS_set_flags(&f.st, FLAGS_NO_HINTS), FT_Set_Pixel_Sizes(o.face, 0, ppem);
       const double c = 0.16 * ppem + 1;
       for (int k = 0; k < all + 62; k++) {
-        const char ch = k < all ? 0 : kLatin[k - all];
+        const char ch = k < all ? 0 : "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"[k - all];
         const FT_UInt gid = ch ? FT_Get_Char_Index(o.face, (FT_ULong)ch) : (FT_UInt)k;
         const Map gray = o.ft(gid, FT_RENDER_MODE_NORMAL), adf = o.ours(gid, ppem, 0.4, -0.56);
         for (int s = 0, g, v; s < adf.w * adf.h; s++)
           g = gray.at(adf.col(s), adf.y(s)), v = adf.px[s], maskAdf += (g <= 0 && v >= 148) || (g == 255 && v < 148);
         glyphs += !ch;
         if (!ch) continue;
-        const Map dist = o.ours(gid, ppem, c, -c), half = o.ours(gid, ppem, 0.5, -0.5);
+        const FT_Outline& outline = o.face->glyph->outline;  // its points only where none is off the curve
+        const bool curved = std::any_of(outline.tags, outline.tags + outline.n_points, [](char t) { return !(t & 1); });
+        const std::vector<FT_Vector> points(outline.points, outline.points + (curved ? 0 : outline.n_points));
+        const Map sdf = o.ft(gid, FT_RENDER_MODE_SDF), dist = engine ? o.engine(&f.st, gid) : o.ours(gid, ppem, c, -c), half = o.ours(gid, ppem, 0.5, -0.5);
         for (uint8_t g : gray.px) inkFt += g;
         for (uint8_t v : half.px) ink += v;
-        t.glyph(o, gid, ch, c, dist, gray, {{&adf, 0.4, -0.56}, {&half, 0.5, -0.5}});
+        for (int s = 0; s < dist.w * dist.h; s++) {
+          const int col = dist.col(s), y = dist.y(s), v = dist.px[s], b = sdf.at(col, y), g = gray.at(col, y);
+          const double d = -c + (v + 0.5) * 2 * c / 255, e = (b - 128) / 64.0;
+          maskDist += (g <= 0 && v >= 127) || (g == 255 && v < 127);
+          sign += b >= 0 && std::fabs(e) >= 0.25 && (e > 0) != (v >= 127);
+          if (b <= 0 || b == 255) continue;
+          if (e > 0 && d > 0 && v < 255) inMax = std::max(inMax, std::fabs(d - e));
+          if (e < 0 && d < 0 && v > 0) outside += -d < 0.7 * -e - 0.1 || -d > -e + 0.2;
+          double far = curved ? 0 : 1e9;
+          for (const FT_Vector& p : points) far = std::min(far, std::hypot(p.x / 64.0 - col - 0.5, p.y / 64.0 - y - 0.5));
+          for (const auto& [m, in, out] : {std::make_tuple(&adf, 0.4, -0.56), std::make_tuple(&half, 0.5, -0.5)}) {
+            const int u = m->at(col, y), ramp = (int)std::max(0.0, std::min(255.0, std::floor(255 * (e - out) / (in - out))));
+            if (far > 2 && u >= 0) rampMax = std::max(rampMax, std::abs(u - ramp)), rampN++;
+          }
+        }
+        if (ch != 'l' && ch != 'I') continue;
+        const Map wide = o.ft(gid, FT_RENDER_MODE_SDF, 8);
+        const int row = dist.h / 2, k1 = (int)(255 / (2 * c));
+        for (int i = row * dist.w; i + 1 < (row + 1) * dist.w; i++) {
+          const int a = dist.px[i], b = dist.px[i + 1], f = wide.at(dist.col(i), dist.y(i));
+          if (a > 0 && b > 0 && a < 127 && b < 127) steps++, stepOff += std::abs(a - b) != k1 && std::abs(a - b) != k1 + 1;
+          if (f > 0 && f < 255 && a > 0 && a < 255) rowMax = std::max(rowMax, std::fabs(-c + (a + 0.5) * 2 * c / 255 - (f - 128) / 16.0));
+        }
       }
     }
     FT_Done_Face(o.face);
   }
-  t.expectClean("distance mode");
-  EXPECT_EQ(maskAdf, 0) << "ADF mode mask exceptions";
-  EXPECT_TRUE(glyphs > 12000 && t.rampN > 5000) << glyphs << " glyphs, " << t.rampN;
-  EXPECT_LE(t.rampMax, 8) << "levels";
+  EXPECT_TRUE(maskDist == 0 && sign == 0 && outside == 0 && stepOff == 0 && maskAdf == 0)
+      << "distance mode: " << maskDist << " mask, " << sign << " sign, " << outside << " outside-bound, " << stepOff
+      << " step exceptions; ADF mode: " << maskAdf << " mask exceptions";
+  EXPECT_TRUE(glyphs > 12000 && steps > 100 && rampN > 5000) << glyphs << " glyphs, " << steps << " steps, " << rampN;
+  EXPECT_TRUE(inMax <= 0.2 && rowMax <= 0.1 && rampMax <= 8) << inMax << " px inside, " << rowMax << " px on stems, levels " << rampMax;
   EXPECT_NEAR(ink / inkFt, 1, 0.03);
 }
-
-// The same checks on the engine's distance maps (type 0x80, unhinted, by
-// glyph index), placed by lo_x and hi_y.
-TEST(AdfRenderOracle, EngineDistanceMapsPassTheSameChecks) {
-  Oracle o;
-  DistanceTally t;
-  for (const char* file : kDistanceFonts) {
-    const std::string path = std::string("/usr/share/fonts/truetype/") + file;
-    ASSERT_EQ(FT_New_Face(o.lib, path.c_str(), 0, &o.face), 0) << file;
-    for (int ppem : {24, 48}) {
-      testsupport::TypesetFont f;
-      ASSERT_EQ(f.open(path) | f.setPpem(ppem), 0) << file;
-      FS_set_flags(&f.st, FLAGS_CMAP_OFF), FS_set_flags(&f.st, FLAGS_NO_HINTS);
-      FT_Set_Pixel_Sizes(o.face, 0, ppem);
-      for (const char* ch = kLatin; *ch; ch++) {
-        const FT_UInt gid = FT_Get_Char_Index(o.face, (FT_ULong)*ch);
-        FS_GLYPHMAP* g = FSS_get_glyphmap(&f.st, gid, FS_MAP_DISTANCEFIELD);
-        ASSERT_TRUE(g != nullptr && g->bpl == g->width) << file << " '" << *ch << "' error " << f.st.error;
-        const Map dist = {std::vector<uint8_t>(g->bits, g->bits + g->bpl * g->height), g->lo_x, g->hi_y + 1, g->width, g->height};
-        FSS_free_char(&f.st, g);
-        t.glyph(o, gid, *ch, 0.16 * ppem + 1, dist, o.ft(gid, FT_RENDER_MODE_NORMAL));
-      }
-    }
-    FT_Done_Face(o.face);
-  }
-  t.expectClean("engine distance maps");
-}
+TEST(AdfRenderOracle, DistanceAndAdfModesAgainstGrayAndSdf) { distanceAndAdfModes(false); }
+TEST(AdfRenderOracle, EngineDistanceMapsAgainstGrayAndSdf) { distanceAndAdfModes(true); }
 
 }  // namespace
