@@ -147,7 +147,7 @@ void distanceAndAdfModes(bool engine) {
   for (const char* file : {"dejavu/DejaVuSans.ttf", "dejavu/DejaVuSerif.ttf", "liberation2/LiberationSans-Regular.ttf",
                            "liberation2/LiberationSerif-Regular.ttf"}) {
     ASSERT_EQ(FT_New_Face(o.lib, (std::string("/usr/share/fonts/truetype/") + file).c_str(), 0, &o.face), 0) << file;
-    const int all = std::string(file) == "dejavu/DejaVuSans.ttf" ? (int)o.face->num_glyphs : 0;  // mask glyphs first
+    const int all = !engine && std::string(file) == "dejavu/DejaVuSans.ttf" ? (int)o.face->num_glyphs : 0;  // mask glyphs first
     for (int ppem : {24, 48}) {
       testsupport::TypesetFont f;
       ASSERT_EQ(f.open(std::string("/usr/share/fonts/truetype/") + file) | f.setPpem(ppem), 0) << file;
@@ -197,7 +197,7 @@ void distanceAndAdfModes(bool engine) {
   EXPECT_TRUE(maskDist == 0 && sign == 0 && outside == 0 && stepOff == 0 && maskAdf == 0)
       << "distance mode: " << maskDist << " mask, " << sign << " sign, " << outside << " outside-bound, " << stepOff
       << " step exceptions; ADF mode: " << maskAdf << " mask exceptions";
-  EXPECT_TRUE(glyphs > 12000 && steps > 100 && rampN > 5000) << glyphs << " glyphs, " << steps << " steps, " << rampN;
+  EXPECT_TRUE((engine || glyphs > 12000) && steps > 100 && rampN > 5000) << glyphs << " glyphs, " << steps << " steps, " << rampN;
   EXPECT_TRUE(inMax <= 0.2 && rowMax <= 0.1 && rampMax <= 8) << inMax << " px inside, " << rowMax << " px on stems, levels " << rampMax;
   EXPECT_NEAR(ink / inkFt, 1, 0.03);
 }
