@@ -8,12 +8,14 @@
 
 #include "Orvex_internal/fs_bytes.h"
 #include "Orvex_internal/fs_cache.h"
+#include "Orvex_internal/fs_effects.h"
 #include "Orvex_internal/fs_err.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_fixed.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_graymap.h"
 #include "Orvex_internal/fs_outline.h"
+#include "Orvex_internal/fs_sbit.h"
 #include "Orvex_internal/fs_scale.h"
 #include "Orvex_internal/fs_ttf.h"
 #include "Orvex_internal/fs_xmalloc.h"
@@ -169,6 +171,58 @@ ADFImage* render_outline(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
   if (c == nullptr) return nullptr;
   ria->displayMode = mode;
   return make_ADF_density_image(state, c, ria, ta);
+}
+
+// Whether the client's or the component's boldness applies.
+bool emboldened(FS_STATE* state) {
+  TFNT* t = current_tfnt(state);
+  return state->bold_pct != 0 || (t && t->cfnt && t->cfnt->bold_pct != 0);
+}
+
+// Whether a stroke font's dots are stretched: without boldness unless the
+// font's flags 0x100 or 0x40 say otherwise; with it, only where the
+// strokes get pixel boldness (added weight, or small sizes of a 64-unit
+// stroke font) and no outline effect is on.
+bool extend_dots(FS_STATE* state) {
+  FS_ULONG ff = state->cur_lfnt->fontflags;
+  if (!emboldened(state)) return !(ff & (FONTFLAG_ADFH | FONTFLAG_STIK_64));
+  if (state->flags & kOutlineEffects) return false;
+  return (state->flags & FLAGS_ADD_WEIGHT) || ((ff & FONTFLAG_STIK_64) && state->lpm < 27);
+}
+
+// Effects that refuse sub-pixel types, and whose presence keeps a strike
+// glyph's map in the cache.
+bool effects_on(FS_STATE* state) { return (state->flags & kSubpixelEffects) != 0; }
+
+// The font's own gray glyph for an ADF `type`, when a strike of a font of
+// the TrueType family serves: emboldened by its own pixel rule and given
+// the client's effects; kept under `kind` if the font is a file or effects
+// are on. A colour glyph goes to the icon cache as it is. Null with the
+// error of a refused strike glyph, or with 0 when none serves.
+FS_GRAYMAP* embedded_ADF_graymap(FS_STATE* state, FS_USHORT index, FS_USHORT type,
+                                 FS_USHORT kind, FS_SHORT phase) {
+  LFNT* lfnt = state->cur_lfnt;
+  FS_GRAYMAP* g = get_embedded_graymap(state, state->cur_sfnt, index, type);
+  if (g == nullptr) return nullptr;
+  if (g->bitsPerPixel == 32) {
+    save_raster_icon_to_cache(state, index, g);
+    return g;
+  }
+  FS_GRAYMAP* bold = pixelbold_embedded_graymap(state, g);
+  if (bold == nullptr) FSS_free(state, g);  // a failed effect leaves the map here
+  g = bold ? apply_image_effects(state, bold) : nullptr;
+  if (g == nullptr) {
+    if (state->error == 0) state->error = ERR_MALLOC_FAIL;
+    return nullptr;
+  }
+  if (lfnt->path != nullptr || effects_on(state)) save_to_cache(state, kind, index, phase, g);
+  return g;
+}
+
+FS_GRAYMAP* draw_distance_field(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
+                                FS_USHORT type) {
+  (void)type;
+  return make_distance_field(state, outl, id);
 }
 
 }  // namespace
@@ -428,6 +482,13 @@ ADFPath* make_ADF_path(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
     }
     path->pathWidth = w;
   }
+  // Half a stroke width, to 1/64 pixel: a dot of a stroke font is drawn as
+  // a vertical bar of one stroke width.
+  const FS_FIXED ext = stroke && extend_dots(state)
+      ? (FS_FIXED)((((FS_INT64)state->lpm * state->stroke_pct + 512) >> 10) / 2 * 1024)
+      : 0;
+  ADFPenCmd* move = nullptr;
+  FS_FIXED move_x = 0, move_y = 0;
   FS_LONG pt = 0;
   const FS_LONG np = outl->np;
   bool first = true;
@@ -446,6 +507,14 @@ ADFPath* make_ADF_path(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
       c->cx2 = outl->x[pt], c->cy2 = outl->y[pt], pt++;
     }
     c->x = outl->x[pt], c->y = outl->y[pt], pt++;
+    if (c->opCode == ADF_MOVETO) {
+      move = c, move_x = c->x, move_y = c->y;
+    } else if (ext != 0 && outl->type[i] == FS_LINETO && move != nullptr &&
+               c->x == move_x && c->y == move_y) {
+      move->y = move_y - ext;
+      c->y = move_y + ext;
+      if (move->y < path->glyphMinY) path->glyphMinY = move->y;
+    }
     if (first) {
       path->glyphMinX = path->glyphMaxX = c->x;
       path->glyphMinY = path->glyphMaxY = c->y;
@@ -624,7 +693,7 @@ FS_GRAYMAP* make_ADF_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
 FS_GRAYMAP* get_ADF_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
                             FS_USHORT type, FS_SHORT phasex, FS_SHORT phasey) {
   state->error = 0;
-  if (type > 4095 && (state->flags & kSubpixelEffects)) {
+  if (type > 4095 && effects_on(state)) {
     state->error = ERR_ADF_TOO_LARGE;
     return nullptr;
   }
@@ -643,33 +712,12 @@ FS_GRAYMAP* get_ADF_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
   tfnt->adfRenderAttrs.insideCutoff += state->insideCutoffAdj;
   tfnt->adfRenderAttrs.outsideCutoff += state->outsideCutoffAdj;
   state->flags |= FLAGS_GRAYSCALE;
-  FS_USHORT kind = cache_kind((FS_USHORT)(type & ~FS_MAP_RASTER_ICON));
-  FS_SHORT phase = (FS_SHORT)((phasey << 4) | phasex);
-  FS_GRAYMAP* g = (FS_GRAYMAP*)find_in_cache(state, kind, index, phase);
-  if (g != nullptr) {
-    state->flags = flags;
-    state->error = 0;
-    return g;
-  }
-  state->error = 0;
-  FS_OUTLINE* o = find_or_make_outline(state, state->cur_lfnt, sfnt, id, index);
-  if (o == nullptr) {
-    state->flags = flags;
-    if (state->error == 0) state->error = ERR_MALLOC_FAIL;
-    return nullptr;
-  }
-  shift_outline(o, phasex, phasey);
-  g = make_ADF_graymap(state, o, id, type);
-  FSS_free(state, o);
-  if (g == nullptr) {
-    state->flags = flags;
-    if (state->error == 0) state->error = ERR_MALLOC_FAIL;
-    return nullptr;
-  }
-  shift_map_vertically(sfnt, g);
-  save_to_cache(state, kind, index, phase, g);
+  GraymapSteps steps = {cache_kind((FS_USHORT)(type & ~FS_MAP_RASTER_ICON)),
+                        embedded_ADF_graymap, make_ADF_graymap, true};
+  FS_GRAYMAP* g = get_cached_graymap(state, id, index, type, phasex, phasey, steps);
+  if (g == nullptr && state->error == 0 && (ttf->glyf_size != 0 || ttf->cff != nullptr))
+    state->error = ERR_MALLOC_FAIL;  // an outline or map that could not be made
   state->flags = flags;
-  state->error = 0;
   return g;
 }
 
@@ -710,27 +758,16 @@ FS_GRAYMAP* get_distance_field(FS_STATE* state, FS_ULONG id, FS_USHORT index,
   ADF_F32 cutoff = (ADF_F32)state->lpm * 10486 + 65536;
   FS_set_csm(state, cutoff, -cutoff, 65536);
   state->flags |= FLAGS_DEFAULT_CSM_ON | FLAGS_GRAYSCALE;
-  const FS_USHORT kind = 32531;
-  FS_SHORT phase = (FS_SHORT)((phasey << 4) | phasex);
-  FS_GRAYMAP* g = (FS_GRAYMAP*)find_in_cache(state, kind, index, phase);
-  if (g == nullptr) {
-    state->error = 0;
-    FS_OUTLINE* o = find_or_make_outline(state, state->cur_lfnt, sfnt, id, index);
-    if (o == nullptr) {
-      // The client's cut-offs keep the field's values.
-      state->flags = flags;
-      if (state->error == 0) state->error = ERR_MALLOC_FAIL;
-      return nullptr;
-    }
-    shift_outline(o, phasex, phasey);
-    g = make_distance_field(state, o, id);
-    FSS_free(state, o);
-    if (g != nullptr) save_to_cache(state, kind, index, phase, g);
-  }
+  GraymapSteps steps = {32531, nullptr, draw_distance_field, false};
+  FS_GRAYMAP* g = get_cached_graymap(state, id, index, FS_MAP_DISTANCEFIELD,
+                                     phasex, phasey, steps);
   state->flags = flags;
-  FS_ULONG err = g == nullptr && state->error == 0 ? (FS_ULONG)ERR_MALLOC_FAIL : state->error;
+  if (g == nullptr) {
+    // The client's cut-offs keep the field's values.
+    if (state->error == 0) state->error = ERR_MALLOC_FAIL;
+    return nullptr;
+  }
   FS_set_csm(state, in, out, gamma);
-  state->error = g == nullptr ? err : 0;
   return g;
 }
 
@@ -738,6 +775,8 @@ void get_ADF_adjustments(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
                          FS_FIXED* adj_x, FS_FIXED* adj_y) {
   *adj_x = *adj_y = 0;
   if (state->adfGridFitType == 0 || outl == nullptr) return;
+  // A stroke font's skeleton is measured as make_ADF_graymap draws it: the
+  // same path, its dots stretched by the same boldness decision.
   FS_GRAYMAP* g = nullptr;
   FS_FIXED dx = 0, dy = 0;
   ADFPath* path = make_ADF_path(state, outl, id, &g, &dx, &dy);

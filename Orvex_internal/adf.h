@@ -78,7 +78,9 @@ FS_GRAYMAP* make_ADF_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
                              FS_USHORT type);
 
 // The stages. make_ADF_path gives null for an outline without points and
-// then leaves the empty map with its advance in *g.
+// then leaves the empty map with its advance in *g; a stroke font's dot (a
+// line back to its move) becomes a vertical bar of one stroke width unless
+// boldness or an outline effect rules it out.
 ADFPath* make_ADF_path(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
                        FS_GRAYMAP** g, FS_FIXED* scaled_dx,
                        FS_FIXED* scaled_dy);

@@ -108,13 +108,13 @@ bool matches(FS_STATE* state, CACHE_ENTRY* e, FS_USHORT type, FS_USHORT index,
   return true;
 }
 
+}  // namespace
+
 FS_USHORT graymap_code(FS_USHORT cache_type) {
   if (cache_type & 2) return CACHE_GRAYMAP2;
   if (cache_type & 4) return CACHE_GRAYMAP4;
   return CACHE_GRAYMAP8;
 }
-
-}  // namespace
 
 FS_ULONG cache_bucket(FS_USHORT type, const SFNT* sfnt, FS_USHORT index) {
   uint32_t addr = (uint32_t)(uintptr_t)sfnt;

@@ -80,6 +80,8 @@ void delete_fs_cache(FS_STATE* state, SFNT* sfnt);
 // Typed look-ups and saves. Graymaps take the type bit (2, 4, 8) and
 // quarter-pixel phases; the raster icon ones run with flags 0 so that one
 // icon serves every style.
+// The cache kind of a graymap type bit: 2, 4, else 8 bits.
+FS_USHORT graymap_code(FS_USHORT cache_type);
 FS_BITMAP* find_bitmap_in_cache(FS_STATE* state, FS_USHORT index);
 FS_LONG save_bitmap_to_cache(FS_STATE* state, FS_USHORT index, FS_BITMAP* p);
 FS_BITMAP* find_graymap_in_cache(FS_STATE* state, FS_USHORT index,

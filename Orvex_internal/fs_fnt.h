@@ -99,9 +99,10 @@ struct fnt_ParameterBlock {
   FS_BYTE autoFlip;
 };
 
-// What the engine's own instructions record for the alignment-zone hinter
-// of one glyph, cleared at each glyph fetch: the glyph's grid fit type and
-// four alignment values, the delta shifts and points along x and y, the
+// What the alignment-zone hinter knows of one glyph: its grid fit type and
+// four alignment values, set by the glyph fetch from the font's `adfh`; then
+// what the engine's own instructions record, cleared at each glyph fetch
+// (from nXdelta on): the delta shifts and points along x and y, the
 // hinting method and delta per direction, and the points whose strokes
 // collapse. Each list holds MAZ_LIST_MAX entries; appends beyond are lost.
 const int MAZ_LIST_MAX = 32;

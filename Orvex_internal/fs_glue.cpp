@@ -7,6 +7,7 @@
 // program runs last over all of them.
 #include "Orvex_internal/fs_glue.h"
 
+#include <stddef.h>
 #include <string.h>
 
 #include "Orvex_internal/fs_decomp.h"
@@ -997,7 +998,11 @@ FS_LONG fsg_GridFit(FS_STATE* state, fsg_SplineKey* key, FS_BOOLEAN useHints) {
   // program did not switch them off (INSTCTRL bit 0).
   FS_BOOLEAN hints = useHints && !(state->flags & FLAGS_NO_HINTS) &&
                      !(key->globalGS.defaultParBlock.instructControl & 1);
-  memset(&key->globalGS.maz_data, 0, sizeof key->globalGS.maz_data);
+  // What instructions record for the alignment hinter starts afresh for
+  // each glyph, after the control-value program; the glyph's grid fit type
+  // and alignment values ahead of it are the glyph fetch's.
+  fnt_MAZData* maz = &key->globalGS.maz_data;
+  memset(&maz->nXdelta, 0, sizeof *maz - offsetof(fnt_MAZData, nXdelta));
   if (hints) key->scanControl = (FS_ULONG)key->globalGS.defaultParBlock.scanControl;
   err = get_glyph_metrics(state, key, key->glyphIndex, &key->metrics);
   if (err) return err;

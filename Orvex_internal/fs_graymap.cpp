@@ -537,10 +537,16 @@ int walk_band(RASTER* r, FS_OUTLINE* o, FS_FIXED err) {
 // (1 pixel, 2 pixels, the outline width, or soft) with the client's
 // opacity, then softening by a filter that widens with the size. A failed
 // effect leaves the map with us: it is freed and the heap's error stands.
+FS_GRAYMAP* image_effects(FS_STATE* state, FS_GRAYMAP* g);
 FS_GRAYMAP* graymap_effects(FS_STATE* state, FS_GRAYMAP* g) {
-  FS_ULONG f = state->flags;
   if (pixel_bold(state) && bold_width(state) != 0)
     g = g->bitsPerPixel == 2 ? pixelbold_graymap2(state, g) : pixelbold_graymap8(state, g);
+  return g == nullptr ? nullptr : image_effects(state, g);
+}
+
+// The effects after pixel boldness.
+FS_GRAYMAP* image_effects(FS_STATE* state, FS_GRAYMAP* g) {
+  FS_ULONG f = state->flags;
   if (f & FLAGS_EMBOSSED)
     emboss_graymap(g);
   else if (f & FLAGS_ENGRAVED)
@@ -824,73 +830,86 @@ FS_GRAYMAP* copy_graymap(FS_STATE* state, FS_GRAYMAP* gmap) {
   return c;
 }
 
-FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
-                        FS_USHORT type, FS_SHORT phasex, FS_SHORT phasey) {
-  FS_ULONG flags = state->flags;
-  state->flags |= FLAGS_GRAYSCALE;
+FS_GRAYMAP* get_cached_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
+                               FS_USHORT type, FS_SHORT phasex, FS_SHORT phasey,
+                               const GraymapSteps& steps) {
+  FS_SHORT phase = (FS_SHORT)((phasey << 4) | phasex);
   FS_GRAYMAP* g = (type & FS_MAP_RASTER_ICON) ? find_raster_icon_in_cache(state, index)
                                               : nullptr;
-  if (g == nullptr) g = find_graymap_in_cache(state, index, type, phasex, phasey);
+  if (g == nullptr) g = (FS_GRAYMAP*)find_in_cache(state, steps.kind, index, phase);
   if (g != nullptr) {
-    state->flags = flags;
     state->error = 0;
     return g;
   }
   SFNT* sfnt = state->cur_sfnt;
   LFNT* lfnt = state->cur_lfnt;
-  g = nullptr;
-  if (lfnt != nullptr && lfnt->fnt_type <= FNT_TYPE_TTC && sfnt != nullptr)
-    g = get_embedded_graymap(state, sfnt, index, type);
-  if (g == nullptr && state->error != 0) {
-    state->flags = flags;
-    return nullptr;
-  }
-  if (g != nullptr && g->bitsPerPixel == 32) {
-    // A colour glyph keeps its PNG stream and goes to the icon cache.
-    save_raster_icon_to_cache(state, index, g);
-    state->flags = flags;
-    state->error = 0;
-    return g;
-  }
-  if (g != nullptr) g = graymap_effects(state, g);
-  if (g != nullptr) {
-    save_graymap_to_cache(state, index, g, type, phasex, phasey);
-    state->flags = flags;
-    state->error = 0;
-    return g;
+  TTF* ttf = lfnt && lfnt->fnt_type <= FNT_TYPE_TTC ? (TTF*)lfnt->fnt : nullptr;
+  if (steps.strike != nullptr && ttf != nullptr && sfnt != nullptr) {
+    g = steps.strike(state, index, type, steps.kind, phase);
+    if (g != nullptr) state->error = 0;
+    if (g != nullptr || state->error != 0) return g;
   }
   if (sfnt == nullptr) {
-    state->flags = flags;
     state->error = ERR_NO_CURRENT_SFNT;
     return nullptr;
   }
   // A font of strikes only draws nothing outside them.
-  TTF* ttf = lfnt && lfnt->fnt_type <= FNT_TYPE_TTC ? (TTF*)lfnt->fnt : nullptr;
-  if (ttf != nullptr && ttf->glyf_size == 0 && ttf->cff == nullptr) {
-    state->flags = flags;
+  if (steps.strike != nullptr && ttf != nullptr && ttf->glyf_size == 0 && ttf->cff == nullptr)
     return nullptr;
-  }
-  FS_OUTLINE* o = find_or_make_outline(state, state->cur_lfnt, sfnt, id, index);
-  if (o == nullptr) {
-    state->flags = flags;
-    return nullptr;
-  }
+  FS_OUTLINE* o = find_or_make_outline(state, lfnt, sfnt, id, index);
+  if (o == nullptr) return nullptr;
   shift_outline(o, phasex, phasey);
-  g = make_graymap(state, o, type);
+  g = steps.draw(state, o, id, type);
   FSS_free(state, o);
-  if (g == nullptr) {
-    state->flags = flags;
-    return nullptr;
-  }
-  shift_map_vertically(sfnt, g);
-  save_graymap_to_cache(state, index, g, type, phasex, phasey);
-  state->flags = flags;
+  if (g == nullptr) return nullptr;
+  if (steps.place) shift_map_vertically(sfnt, g);
+  save_to_cache(state, steps.kind, index, phase, g);
   state->error = 0;
+  return g;
+}
+
+namespace {
+
+// The gray getter's strike step: the font's own gray glyph with the
+// client's effects, kept; a colour glyph in the icon cache.
+FS_GRAYMAP* strike_graymap(FS_STATE* state, FS_USHORT index, FS_USHORT type,
+                           FS_USHORT kind, FS_SHORT phase) {
+  FS_GRAYMAP* g = get_embedded_graymap(state, state->cur_sfnt, index, type);
+  if (g == nullptr) return nullptr;
+  if (g->bitsPerPixel == 32) {
+    // A colour glyph keeps its PNG stream and goes to the icon cache.
+    save_raster_icon_to_cache(state, index, g);
+    return g;
+  }
+  g = graymap_effects(state, g);
+  if (g != nullptr) save_to_cache(state, kind, index, phase, g);
+  return g;
+}
+
+FS_GRAYMAP* draw_graymap(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
+                         FS_USHORT type) {
+  (void)id;
+  return make_graymap(state, outl, type);
+}
+
+}  // namespace
+
+FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
+                        FS_USHORT type, FS_SHORT phasex, FS_SHORT phasey) {
+  FS_ULONG flags = state->flags;
+  state->flags |= FLAGS_GRAYSCALE;
+  GraymapSteps steps = {graymap_code(type), strike_graymap, draw_graymap, true};
+  FS_GRAYMAP* g = get_cached_graymap(state, id, index, type, phasex, phasey, steps);
+  state->flags = flags;
   return g;
 }
 
 FS_GRAYMAP* apply_graymap_effects(FS_STATE* state, FS_GRAYMAP* g) {
   return graymap_effects(state, g);
+}
+
+FS_GRAYMAP* apply_image_effects(FS_STATE* state, FS_GRAYMAP* g) {
+  return image_effects(state, g);
 }
 
 void dump_graymap(FS_GRAYMAP* g) {

@@ -73,6 +73,9 @@ FS_GRAYMAP* trim_convert(FS_STATE* state, FS_GRAYMAP* gmap, FS_USHORT type);
 // The client's image effects on a finished 8- or 2-bit map, as the gray
 // path applies them; null with the heap's error (the map is freed then).
 FS_GRAYMAP* apply_graymap_effects(FS_STATE* state, FS_GRAYMAP* g);
+// The same without pixel boldness (emboss or engrave, outline, soften), for
+// maps emboldened on their own terms.
+FS_GRAYMAP* apply_image_effects(FS_STATE* state, FS_GRAYMAP* g);
 
 // A copy of a graymap in a fresh heap block, not cached. Null with 201.
 FS_GRAYMAP* copy_graymap(FS_STATE* state, FS_GRAYMAP* gmap);
@@ -83,6 +86,29 @@ FS_GRAYMAP* copy_graymap(FS_STATE* state, FS_GRAYMAP* gmap);
 // FSS_free_char. Null with the error.
 FS_GRAYMAP* get_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
                         FS_USHORT type, FS_SHORT phasex, FS_SHORT phasey);
+
+// What a graymap getter does its own way: its cache kind; the font's own
+// glyph for the type (null: strikes don't serve this getter), which keeps
+// what it makes as it sees fit; how an outline is drawn; whether the map is
+// placed by the font's vertical shift.
+struct GraymapSteps {
+  FS_USHORT kind;
+  FS_GRAYMAP* (*strike)(FS_STATE* state, FS_USHORT index, FS_USHORT type,
+                        FS_USHORT kind, FS_SHORT phase);
+  FS_GRAYMAP* (*draw)(FS_STATE* state, FS_OUTLINE* outl, FS_ULONG id,
+                      FS_USHORT type);
+  bool place;
+};
+
+// The steps the graymap getters share: the icon cache (type bit 0x20) and
+// the cache first; then, for a font of the TrueType family, the strike
+// step; then, unless strikes serve and the font has nothing else, the
+// glyph's outline moved by the phases, drawn, placed and kept. Error 0
+// with a map; null with the failing step's error (0 for a font of strikes
+// with none that serves, and as the step left it).
+FS_GRAYMAP* get_cached_graymap(FS_STATE* state, FS_ULONG id, FS_USHORT index,
+                               FS_USHORT type, FS_SHORT phasex, FS_SHORT phasey,
+                               const GraymapSteps& steps);
 
 // Prints a graymap as rows of hexadecimal levels (debugging).
 void dump_graymap(FS_GRAYMAP* gmap);

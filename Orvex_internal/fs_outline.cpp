@@ -8,6 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "Orvex_internal/adf.h"
 #include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_cmap.h"
 #include "Orvex_internal/fs_err.h"
@@ -684,7 +685,16 @@ FS_OUTLINE* make_outline_ttf(FS_STATE* state, SFNT* sfnt, FS_ULONG gIndex) {
       return nullptr;
     key = (fsg_SplineKey*)sfnt->senv->ttkey;
   }
-  // Edge hint data of distance-field fonts joins here with the ADF glue.
+  // The alignment-zone hinters' selector of this glyph, from the font's
+  // `adfh` (all 0 without it), into the record the glyph program sees: grid
+  // fit type, then no-centre, cvt start, y lines, right-to-left. The
+  // client's MAZ flag forces type 3. An unknown version is no error of the
+  // fetch: the grid fit starts with the error cleared.
+  fnt_MAZData* maz = &key->globalGS.maz_data;
+  adfGetEdgeHintData(state, sfnt->lfnt ? (TTF*)sfnt->lfnt->fnt : nullptr, gIndex,
+                     &maz->gridFitType, &maz->alignment[0], &maz->alignment[1],
+                     &maz->alignment[2], &maz->alignment[3]);
+  if (state->flags & FLAGS_MAZ_ON) maz->gridFitType = 3;
   if (gIndex >= key->maxp->numGlyphs) gIndex = 0;
   key->glyphIndex = (FS_USHORT)gIndex;
   FS_BOOLEAN useHints = (state->flags & FLAGS_NO_HINTS) == 0;

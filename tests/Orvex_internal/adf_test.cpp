@@ -12,7 +12,10 @@
 #include "Orvex_internal/adf.h"
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cmap.h"
+#include "Orvex_internal/fs_glue.h"
+#include "Orvex_internal/fs_outline.h"
 #include "Orvex_internal/fs_ttf.h"
+#include "support/sbit_builder.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
 #include "support/typeset_font.h"
@@ -118,6 +121,14 @@ TEST(AdfCsm, TableSelectsAdfAndRecordChangesMapAndCacheKeepsThemApart) {
   }
 }
 
+// The hint values in the key after the outline of `glyph` is fetched, and a failed fetch's error.
+std::vector<FS_LONG> fetchedHints(FS_STATE* st, FS_ULONG glyph) {
+  FS_OUTLINE* o = make_outline_ttf(st, st->cur_sfnt, glyph);
+  const fnt_MAZData& m = ((fsg_SplineKey*)st->cur_sfnt->senv->ttkey)->globalGS.maz_data;
+  std::vector<FS_LONG> v = {m.gridFitType, m.alignment[0], m.alignment[1], m.alignment[2], m.alignment[3]};
+  return v.resize(o && st->error == 0 ? 5 : 6, (FS_LONG)st->error), FSS_free(st, o), v;
+}
+
 TEST(AdfEdgeHints, NoCenterSearchAndBothVersions) {
   for (int n : {10, 100}) {
     std::vector<uint16_t> ids;
@@ -141,6 +152,29 @@ TEST(AdfEdgeHints, NoCenterSearchAndBothVersions) {
     adfGetEdgeHintData(&f.st, (TTF*)f.st.cur_lfnt->fnt, r.glyph, &v[0], &v[1], &v[2], &v[3], &v[4]);
     EXPECT_EQ(v, r.out) << r.why;
     EXPECT_EQ(f.st.error, r.version == 0x00040000 ? 441u : 0u) << r.why;
+    EXPECT_EQ(fetchedHints(&f.st, r.glyph), r.out) << "kept by the glyph fetch: " << r.why;
+  }
+  AdfFont none({});  // no table: all 0; the client's MAZ flag forces type 3
+  EXPECT_TRUE(fetchedHints(&none.st, 40) == std::vector<FS_LONG>(5) &&
+              fetchedHints((FS_set_flags(&none.st, FLAGS_MAZ_ON), &none.st), 40) == std::vector<FS_LONG>({3, 0, 0, 0, 0}));
+}
+
+// A stroke font's dot, a line back to its move, becomes a vertical bar of one stroke width: at
+// stroke 0.1 and 24 ppem half of it is ((24 * 6554 + 512) >> 10) / 2 * 1024 = 78848, by the boldness decision.
+TEST(AdfPath, StrokeDotsStretchByTheBoldDecision) {
+  const struct { FS_ULONG fontflags, flags; FS_FIXED bold, e; const char* why; } rows[] = {
+      {0, 0, 0, 78848, "no boldness: stretched"}, {FONTFLAG_STIK_64, 0, 0, 0, "a 64-unit stroke font without boldness: not"},
+      {0, FLAGS_ADD_WEIGHT, 3277, 78848, "added weight: stretched"}, {0, FLAGS_ADD_WEIGHT | FLAGS_EMBOSSED, 3277, 0, "an outline effect: not"}};
+  for (const auto& r : rows) {
+    AdfFont f({});
+    FS_set_stroke_pct(&f.st, 6554), FS_set_bold_pct(&f.st, r.bold), f.st.flags |= r.flags, f.st.cur_lfnt->fontflags |= FONTFLAG_STROKE | r.fontflags;
+    FS_OUTLINE* o = setup_outline(&f.st, 1, 2, 2);
+    o->type[0] = FS_MOVETO, o->type[1] = FS_LINETO, o->x[0] = o->x[1] = o->y[0] = o->y[1] = 10 << 16;
+    FS_GRAYMAP* g = nullptr;
+    ADFPath* p = make_ADF_path(&f.st, o, 'i', &g, &o->dx, &o->dy);
+    EXPECT_TRUE(p && p->pathType == ADF_PATH_STROKE && p->penCmds[0].y == p->glyphMinY && p->glyphMinY == 655360 - r.e &&
+                p->penCmds[1].y == p->glyphMaxY && p->glyphMaxY == 655360 + r.e) << r.why;
+    ADFFree(f.st.libInst, p), FSS_free(&f.st, o);
   }
 }
 
@@ -203,6 +237,29 @@ TEST(AdfMaps, SpaceDistanceFieldAndHeap) {
   EXPECT_EQ(std::vector<ADF_F32>({f.st.insideCutoff, f.st.outsideCutoff}), std::vector<ADF_F32>({111, -222}));
   FSS_free_char(&f.st, space), FSS_free_char(&f.st, field), delete_fs_cache(&f.st, f.st.cur_sfnt);
   EXPECT_EQ(f.st.server->allocated, start);
+}
+
+// An 8-bit strike of A at 24 ppem serves (the outline's A is 16 wide), kept only with an effect on (the font
+// is in memory), a column wider with added weight; a colour glyph is kept in the icon cache.
+TEST(AdfMaps, StrikeGlyphsServeAndColourGlyphsGoToTheIconCache) {
+  sfnt::Bytes eblc, ebdt;
+  testsupport::buildStrike({{(uint16_t)kA, 3, 2, 1, 5, 4, {255, 128, 255, 64, 0, 255}}}, 24, 8, 1, 1, &eblc, &ebdt);
+  const struct { FS_ULONG flags; FS_FIXED bold; int width; bool cached; const char* why; } rows[] = {
+      {0, 0, 3, false, "as it is, not kept"}, {FLAGS_EMBOSSED, 0, 3, true, "an effect keeps it"},
+      {FLAGS_ADD_WEIGHT, 3277, 4, true, "added weight: a column wider, kept"}};
+  for (const auto& r : rows) {
+    testsupport::TypesetFont f;
+    ASSERT_EQ(FS_set_bold_pct(&f.st, r.bold) | f.open("", sfnt::build(dejaVu().set("EBLC", eblc).set("EBDT", ebdt))) | f.setPpem(24), 0);
+    FS_set_flags(&f.st, FLAGS_CMAP_OFF), FS_set_flags(&f.st, r.flags);
+    FS_GLYPHMAP *a = FSS_get_glyphmap(&f.st, kA, FS_MAP_EDGE_GRAYMAP8), *b = FSS_get_glyphmap(&f.st, kA, FS_MAP_EDGE_GRAYMAP8);
+    EXPECT_TRUE(a && b && a->width == r.width && (a == b) == r.cached) << r.why;
+    FSS_free_char(&f.st, a), FSS_free_char(&f.st, b);
+  }
+  testsupport::TypesetFont e;
+  ASSERT_EQ(e.open("/usr/share/fonts/truetype/noto/NotoColorEmoji.ttf") | e.setPpem(24), 0);
+  FS_GLYPHMAP *a = (FS_set_flags(&e.st, FLAGS_CMAP_OFF), FSS_get_glyphmap(&e.st, 100, FS_MAP_EDGE_GRAYMAP8 | FS_MAP_RASTER_ICON));
+  EXPECT_TRUE(a && a->bitsPerPixel == 32 && a == FSS_get_glyphmap(&e.st, 100, FS_MAP_EDGE_GRAYMAP8 | FS_MAP_RASTER_ICON));
+  FSS_free_char(&e.st, a), FSS_free_char(&e.st, a);
 }
 
 // The ADFH cut at every length or filled at random, random bytes in glyf:

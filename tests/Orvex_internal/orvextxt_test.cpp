@@ -281,6 +281,7 @@ TEST(ScriptPages, GlyphsAndStringsSitOnTheirMargins) {
     const char *glyphs, *draw;
     int minX, minY, right, below;  // -1: not pinned by the row
     const char* why;
+    bool fake = true;  // sized by a show_fake pass
   } rows[] = {
       {"41", "show_gray_8bit\n", 2, 2, 3, 3,
        "a single glyph: its ink box at (2, 2) plus five in each direction"},
@@ -291,10 +292,12 @@ TEST(ScriptPages, GlyphsAndStringsSitOnTheirMargins) {
        "\"Hip\": the bottom stays 25 below the baseline unless ink reaches it"},
       {"41", "show_gray_adf_8bit\n", 2, 2, 1, 1,
        "a distance-field glyph: its box, two pixels wider and taller, on the gray page"},
+      // A's box and a ramp of 0.16 * 72 + 1 = 12.5 pixels around it, 73 square: too large for a measured page.
+      {"41", "show_distancefield\n", 3, 2, 593 - 74, 763 - 74, "a distance map on the default page at (2, 2), its first column 0", false},
   };
   for (const auto& row : rows) {
     ScriptHost r;
-    r.script(std::string("path\nppm 72\nglyphset \"") + row.glyphs + "\"\nshow_fake\n" +
+    r.script(std::string("path\nppm 72\nglyphset \"") + row.glyphs + "\"\n" + (row.fake ? "show_fake\n" : "") +
                  row.draw, DISPLAY_PNG);
     ASSERT_EQ(err_FD, 0) << row.why;
     Measured m = measure(r.image("font.png"));

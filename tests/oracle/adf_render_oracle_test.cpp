@@ -5,7 +5,8 @@
 // DejaVu Sans glyph; distance mode (rectangle style, cut-offs +-c with
 // c = 0.16 ppem + 1) and ADF mode (the default CSM, and (0.5, -0.5)) on the
 // Latin letters and digits of DejaVu Sans and Serif and Liberation Sans and
-// Serif; all at 24 and 48 ppem. Each bound is named where it is checked.
+// Serif; all at 24 and 48 ppem; the same with the engine's distance maps
+// (type 0x80, unhinted). Each bound is named where it is checked.
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include FT_MODULE_H
@@ -20,6 +21,7 @@
 
 #include "Orvex_internal/adfimplicitfixed.h"
 #include "Orvex_internal/engine_fixture.h"
+#include "support/typeset_font.h"
 
 namespace {
 
@@ -92,6 +94,13 @@ struct Oracle {
     ADFDestroyImage(inst, image), ADFDestroyADF(inst, adf);
     return m;
   }
+  // The engine's distance map of glyph `gid`, placed by lo_x and hi_y.
+  Map engine(FS_STATE* st, FT_UInt gid) {
+    FS_GLYPHMAP* g = FSS_get_glyphmap(st, gid, FS_MAP_DISTANCEFIELD);
+    EXPECT_TRUE(g != nullptr) << "glyph " << gid << " error " << st->error;
+    Map m = g ? Map{{g->bits, g->bits + g->bpl * g->height}, g->lo_x, g->hi_y + 1, g->width, g->height} : Map{{}, 0, 0, 0, 0};
+    return FSS_free_char(st, g), m;
+  }
 };
 
 // Winding: non-zero at every full gray pixel (which the image box holds), zero at every empty one.
@@ -130,7 +139,7 @@ TEST(AdfWindingOracle, DejaVuSansInsideWhereFreetypeIsFull) {
 }
 
 // Masks against gray >= 128 where gray is 0 or 255; distances against sdf where neither is clamped.
-TEST(AdfRenderOracle, DistanceAndAdfModesAgainstGrayAndSdf) {
+void distanceAndAdfModes(bool engine) {
   Oracle o;
   long glyphs = 0, maskDist = 0, sign = 0, outside = 0, steps = 0, stepOff = 0, rampN = 0, maskAdf = 0;
   double inMax = 0, rowMax = 0, ink = 0, inkFt = 0;
@@ -138,9 +147,11 @@ TEST(AdfRenderOracle, DistanceAndAdfModesAgainstGrayAndSdf) {
   for (const char* file : {"dejavu/DejaVuSans.ttf", "dejavu/DejaVuSerif.ttf", "liberation2/LiberationSans-Regular.ttf",
                            "liberation2/LiberationSerif-Regular.ttf"}) {
     ASSERT_EQ(FT_New_Face(o.lib, (std::string("/usr/share/fonts/truetype/") + file).c_str(), 0, &o.face), 0) << file;
-    const int all = std::string(file) == "dejavu/DejaVuSans.ttf" ? (int)o.face->num_glyphs : 0;  // mask glyphs first
+    const int all = !engine && std::string(file) == "dejavu/DejaVuSans.ttf" ? (int)o.face->num_glyphs : 0;  // mask glyphs first
     for (int ppem : {24, 48}) {
-      FT_Set_Pixel_Sizes(o.face, 0, ppem);
+      testsupport::TypesetFont f;
+      ASSERT_EQ(f.open(std::string("/usr/share/fonts/truetype/") + file) | f.setPpem(ppem), 0) << file;
+      FS_set_flags(&f.st, FLAGS_CMAP_OFF), FS_set_flags(&f.st, FLAGS_NO_HINTS), FT_Set_Pixel_Sizes(o.face, 0, ppem);
       const double c = 0.16 * ppem + 1;
       for (int k = 0; k < all + 62; k++) {
         const char ch = k < all ? 0 : "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"[k - all];
@@ -153,7 +164,7 @@ TEST(AdfRenderOracle, DistanceAndAdfModesAgainstGrayAndSdf) {
         const FT_Outline& outline = o.face->glyph->outline;  // its points only where none is off the curve
         const bool curved = std::any_of(outline.tags, outline.tags + outline.n_points, [](char t) { return !(t & 1); });
         const std::vector<FT_Vector> points(outline.points, outline.points + (curved ? 0 : outline.n_points));
-        const Map sdf = o.ft(gid, FT_RENDER_MODE_SDF), dist = o.ours(gid, ppem, c, -c), half = o.ours(gid, ppem, 0.5, -0.5);
+        const Map sdf = o.ft(gid, FT_RENDER_MODE_SDF), dist = engine ? o.engine(&f.st, gid) : o.ours(gid, ppem, c, -c), half = o.ours(gid, ppem, 0.5, -0.5);
         for (uint8_t g : gray.px) inkFt += g;
         for (uint8_t v : half.px) ink += v;
         for (int s = 0; s < dist.w * dist.h; s++) {
@@ -186,9 +197,11 @@ TEST(AdfRenderOracle, DistanceAndAdfModesAgainstGrayAndSdf) {
   EXPECT_TRUE(maskDist == 0 && sign == 0 && outside == 0 && stepOff == 0 && maskAdf == 0)
       << "distance mode: " << maskDist << " mask, " << sign << " sign, " << outside << " outside-bound, " << stepOff
       << " step exceptions; ADF mode: " << maskAdf << " mask exceptions";
-  EXPECT_TRUE(glyphs > 12000 && steps > 100 && rampN > 5000) << glyphs << " glyphs, " << steps << " steps, " << rampN;
+  EXPECT_TRUE((engine || glyphs > 12000) && steps > 100 && rampN > 5000) << glyphs << " glyphs, " << steps << " steps, " << rampN;
   EXPECT_TRUE(inMax <= 0.2 && rowMax <= 0.1 && rampMax <= 8) << inMax << " px inside, " << rowMax << " px on stems, levels " << rampMax;
   EXPECT_NEAR(ink / inkFt, 1, 0.03);
 }
+TEST(AdfRenderOracle, DistanceAndAdfModesAgainstGrayAndSdf) { distanceAndAdfModes(false); }
+TEST(AdfRenderOracle, EngineDistanceMapsAgainstGrayAndSdf) { distanceAndAdfModes(true); }
 
 }  // namespace
