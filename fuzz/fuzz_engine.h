@@ -186,29 +186,32 @@ inline FS_ULONG characterMaps(const uint8_t* data, size_t size) {
   return c.first;
 }
 
-// The glyph requests: at `sizes` pixels per em, for the glyph of 'a', for
-// glyph indices `g1` and `g2` and for the character `code`, the points,
-// advance, 1-bit map, 8-bit graymap and distance-field map, hinted and
-// unhinted.
+// The glyph requests: at `sizes` pixels per em, hinted and unhinted, for
+// the glyph of 'a', the character `code` and glyph indices `g1` and `g2`
+// (each once): the advance, the points and one of the 1-bit map, the 8-bit
+// graymap and the distance-field map, taken in turn. A glyph program may
+// run a million instructions before the interpreter stops it, so each
+// glyph is hinted no more often than that.
 inline FS_ULONG glyphs(const uint8_t* data, size_t size, const FS_USHORT* sizes,
-                       int numSizes, FS_ULONG g1, FS_ULONG g2, FS_ULONG code,
-                       bool distanceField = true) {
+                       int numSizes, FS_ULONG g1, FS_ULONG g2, FS_ULONG code) {
   Client c(data, size);
   if (!c.add()) return c.first;
   for (const FS_USHORT* p : kCmapPreference)
     if (FSS_set_cmap(&c.st, p[0], p[1]) == 0) break;
   c.note();
-  const FS_USHORT kTypes[] = {FS_MAP_BITMAP, FS_MAP_GRAYMAP8, FS_MAP_EDGE_GRAYMAP8};
+  const FS_USHORT kTypes[] = {FS_MAP_GRAYMAP8, FS_MAP_BITMAP, FS_MAP_EDGE_GRAYMAP8};
+  const FS_ULONG ids[4] = {'a', code, g1, g2};
+  int turn = 0;
   for (int s = 0; s < numSizes; s++) {
     FS_FIXED scale = (FS_FIXED)sizes[s] << 16;
-    for (int hints = 0; hints < 2; hints++) {
+    for (int hints = 1; hints >= 0; hints--) {
       FS_set_flags(&c.st, hints ? ~FLAGS_NO_HINTS : FLAGS_NO_HINTS);
       if (FSS_set_scale(&c.st, scale, 0, 0, scale) != 0) {
         c.note();
         continue;
       }
-      const FS_ULONG ids[4] = {'a', code, g1, g2};
       for (int k = 0; k < 4; k++) {
+        if ((k == 1 && code == 'a') || (k == 3 && g2 == g1)) continue;
         FS_set_flags(&c.st, k < 2 ? ~FLAGS_CMAP_OFF : FLAGS_CMAP_OFF);
         FS_FIXED dx, dy;
         FS_SHORT idx, idy;
@@ -217,12 +220,9 @@ inline FS_ULONG glyphs(const uint8_t* data, size_t size, const FS_USHORT* sizes,
         FS_GLYPH_POINTS* pts = FSS_get_points(&c.st, ids[k]);
         if (pts != NULL) FSS_free(&c.st, pts);
         c.note();
-        for (FS_USHORT type : kTypes) {
-          if (type == FS_MAP_EDGE_GRAYMAP8 && !distanceField) continue;
-          FS_GLYPHMAP* g = FSS_get_glyphmap(&c.st, ids[k], type);
-          if (g != NULL) FSS_free_char(&c.st, g);
-          c.note();
-        }
+        FS_GLYPHMAP* g = FSS_get_glyphmap(&c.st, ids[k], kTypes[turn++ % 3]);
+        if (g != NULL) FSS_free_char(&c.st, g);
+        c.note();
       }
     }
   }
