@@ -331,6 +331,8 @@ int main(int argc, char** argv) {
   std::map<long, unsigned long> glyphErrors;
   unsigned long findings = 0, wholeRuns = 0;
   for (unsigned long i = first; i < first + count; i++) {
+    if ((i - first) % 1000 == 0 && i != first)
+      fprintf(stderr, "mutate_fonts: %lu of %lu, %lu findings\n", i - first, count, findings);
     std::mt19937 rng((uint32_t)(seed * 1000003u + i));
     size_t which = rng() % fonts.size();
     int kind = (int)(rng() % kNumKinds);

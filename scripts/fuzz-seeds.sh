@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Makes the fuzz targets' seed corpora in DIR (default build-fuzz/seeds):
 #   fonts/     small subsets (a few letters, hinting kept) of installed
-#              TrueType and CFF fonts, a bitmap-only font and a collection's
-#              first faces, for the font, cmap and glyph targets;
+#              TrueType and CFF fonts, compressed and compact forms of three
+#              of them (make_seeds), for the font, cmap and glyph targets;
 #   scripts/   the shipped script and its passes cut apart, each with the
 #              script's head, for the script target;
 #   pictures/  glyph pictures drawn by `fontvec --keep-images` (FONTVEC, default
@@ -38,10 +38,12 @@ for f in "${fonts[@]}"; do
     --layout-features='' --no-subset-tables+=fpgm,prep,cvt,kern 2>/dev/null ||
     echo "fuzz-seeds: no subset of $f" >&2
 done
-# Small fonts whole: a bitmap-only font with strikes.
-for f in /usr/share/fonts/opentype/terminus/terminus-normal.otb; do
-  [ -f "$f" ] && [ "$(stat -c %s "$f")" -lt 200000 ] && cp "$f" "$out/fonts/"
-done
+# The engine's compressed and compact formats of three of them.
+make_seeds=${MAKE_SEEDS:-build-fuzz/fuzz/make_seeds}
+if [ -x "$make_seeds" ]; then
+  ASAN_OPTIONS=detect_leaks=0 "$make_seeds" "$out/fonts" "$out/fonts/DejaVuSans.ttf" \
+    "$out/fonts/LiberationSerif-Regular.ttf" "$out/fonts/FreeSans.ttf"
+fi
 
 # The script's head (heap size, font, map, sizes) before each pass.
 script=config/Script.scr
