@@ -36,10 +36,14 @@ for t in $targets; do
   # records behind; leaks are looked for in the other targets.
   leaks=1
   [ "$t" = script_fuzz ] && leaks=0
+  # One allocation above this is a runaway: a few of the engine's heap
+  # budgets, or a picture of the largest sides the reader accepts.
+  malloc_mb=256
+  [ "$t" = picture_fuzz ] && malloc_mb=1100
   echo "fuzz: $t for ${seconds}s"
   (cd "$work" && ASAN_OPTIONS=detect_leaks=$leaks:allocator_may_return_null=1 \
     "$root/build-fuzz/fuzz/$t" -max_total_time="$seconds" -timeout=10 \
-    -rss_limit_mb=2048 -malloc_limit_mb=1024 -print_final_stats=1 \
+    -rss_limit_mb=2560 -malloc_limit_mb=$malloc_mb -print_final_stats=1 \
     -artifact_prefix="$root/$findings/" "$root/$corpus" \
     "$root/build-fuzz/seeds/$seeds") > "build-fuzz/$t.log" 2>&1 || true
   execs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "build-fuzz/$t.log" | grep -o '[0-9]*$' || echo 0)
