@@ -21,6 +21,7 @@
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glyphmap.h"
 #include "Orvex_internal/fs_kern.h"
+#include "Orvex_internal/fs_ltt.h"
 #include "Orvex_internal/fs_metrics.h"
 #include "Orvex_internal/fs_request.h"
 #include "Orvex_internal/fs_sbit.h"
@@ -98,7 +99,16 @@ inline FS_ULONG fontInfo(const uint8_t* data, size_t size) {
   Client c(data, size);
   if (!c.up || size == 0) return c.first;
   FS_BYTE type = fontType(data, size);
-  if (type == FNT_TYPE_LINKED) return 0;
+  if (type == FNT_TYPE_LINKED) {
+    // A linked font's head and component blocks, with their adjustments;
+    // its components name files, which are not opened here.
+    FsLtt ltt;
+    FsLtt_init(&ltt, &c.st);
+    FsLtt_load(&ltt, c.bytes, (FS_ULONG)size, 1);
+    c.note();
+    FsLtt_done(&ltt);
+    return c.first;
+  }
   TTF* ttf = load_ttf(&c.st, NULL, c.bytes, 0, 0, (FS_ULONG)size, 0, type);
   c.note();
   volatile FS_ULONG sink = 0;

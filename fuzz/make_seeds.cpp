@@ -1,13 +1,17 @@
 // Seeds of the engine's own formats for the font targets, from small
 // TrueType fonts: each FONT becomes NAME.zrp3 (compressed, 128-byte units),
 // NAME.ccc (compact glyph format 0x0202) and NAME.ccc.zrp3 (both), written
-// into DIR by the tests' independent encoder. scripts/fuzz-seeds.sh runs it.
+// into DIR by the tests' independent encoder; and linked.ltt, a linked font
+// of two components (adjustments, group types, the first font's set tables
+// and the second embedded) by the tests' linked font writer.
+// scripts/fuzz-seeds.sh runs it.
 //
 //   make_seeds DIR FONT...
 #include <stdio.h>
 #include <string.h>
 #include <string>
 
+#include "support/ltt_builder.h"
 #include "support/zrp3_encoder.h"
 
 namespace {
@@ -22,6 +26,7 @@ void save(const std::string& path, const sfnt::Bytes& b) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  std::vector<sfnt::Bytes> fonts;
   for (int i = 2; i < argc; i++) {
     FILE* f = fopen(argv[i], "rb");
     if (f == NULL) continue;
@@ -29,6 +34,7 @@ int main(int argc, char** argv) {
     int c;
     while ((c = fgetc(f)) != EOF) b.push_back((uint8_t)c);
     fclose(f);
+    fonts.push_back(b);
     std::string name = std::string(argv[1]) + "/" + strrchr(argv[i], '/');
     sfnt::Font font = sfnt::read(b);
     if (font.find("glyf") == nullptr) continue;
@@ -36,6 +42,21 @@ int main(int argc, char** argv) {
     sfnt::Font packed = zrp3::pack(font, 0x0202);
     save(name + ".ccc", sfnt::build(packed));
     save(name + ".ccc.zrp3", zrp3::compress(packed, 128, false).image);
+  }
+  if (fonts.size() >= 2) {
+    testsupport::LttSpec spec;
+    spec.setTablesFrom = fonts[0];
+    spec.groups = {0, 1, 1, 2};
+    for (int k = 0; k < 2; k++) {
+      testsupport::LttComponentSpec c;
+      c.fileName = k ? "b.ttf" : "DejaVuSans.ttf";
+      c.numGlyphs = sfnt::getU16(*sfnt::read(fonts[k]).find("maxp"), 4);
+      c.adjustments = {{12, 100, 0}, {24, 110, 1}};
+      c.keys = {"targetdirectory=."};
+      if (k == 1) c.embedded = fonts[1];
+      spec.components.push_back(c);
+    }
+    save(std::string(argv[1]) + "/linked.ltt", spec.build());
   }
   return 0;
 }
