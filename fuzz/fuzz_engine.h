@@ -154,8 +154,10 @@ inline FS_ULONG fontInfo(const uint8_t* data, size_t size) {
   return c.first;
 }
 
-// Every (platform, encoding) pair the `cmap` table lists, chosen in turn and
-// mapped over a sweep of codes: the first 1024, then one in 0x101 up to the
+inline void countRange(void* ctx, FS_ULONG, FS_ULONG) { ++*(FS_ULONG*)ctx; }
+
+// Every (platform, encoding) pair the `cmap` table lists, its code ranges
+// walked, chosen in turn and mapped over a sweep of codes: the first 1024, then one in 0x101 up to the
 // end of Unicode and beyond it, and each with a variation selector.
 inline FS_ULONG characterMaps(const uint8_t* data, size_t size) {
   Client c(data, size);
@@ -173,6 +175,9 @@ inline FS_ULONG characterMaps(const uint8_t* data, size_t size) {
       pairs[n][0] = get_u16(t + 4 + 8 * i);
       pairs[n][1] = get_u16(t + 6 + 8 * i);
       n++;
+      // The ranges `info --cmap` walks, from the record's own offset.
+      FS_ULONG ranges = 0;
+      cmap_code_ranges(t, ttf->cmap_length, get_u32(t + 8 + 8 * i), countRange, &ranges);
     }
   }
   unload_ttf(&t.st, ttf);
