@@ -40,9 +40,11 @@ for t in $targets; do
   # budgets, or a picture of the largest sides the reader accepts.
   malloc_mb=256
   [ "$t" = picture_fuzz ] && malloc_mb=1100
+  # A hang is an input over 30 s: a glyph program may run its million
+  # instructions for each of the glyph target's hinted requests.
   echo "fuzz: $t for ${seconds}s"
   (cd "$work" && ASAN_OPTIONS=detect_leaks=$leaks:allocator_may_return_null=1 \
-    "$root/build-fuzz/fuzz/$t" -max_total_time="$seconds" -timeout=10 \
+    "$root/build-fuzz/fuzz/$t" -max_total_time="$seconds" -timeout=30 \
     -rss_limit_mb=2560 -malloc_limit_mb=$malloc_mb -print_final_stats=1 \
     -artifact_prefix="$root/$findings/" "$root/$corpus" \
     "$root/build-fuzz/seeds/$seeds") > "build-fuzz/$t.log" 2>&1 || true
