@@ -256,7 +256,9 @@ Run runChild(char* const* argv, const Bytes* font, int timeout) {
     if (r.err.size() < 65536) r.err.append(buf, (size_t)n);
   close(pipefd[0]);
   kill(-pid, SIGKILL);  // whatever the child left behind
-  if (!r.hang && WIFSIGNALED(status)) r.crash = true;
+  // The whole run's worker ending on a signal is told as an error text.
+  if (!r.hang && (WIFSIGNALED(status) || r.err.find("stopped by signal") != std::string::npos))
+    r.crash = true;
   if (WIFEXITED(status)) r.status = WEXITSTATUS(status);
   r.report = r.status == 86 || r.err.find("Sanitizer") != std::string::npos ||
              r.err.find("runtime error:") != std::string::npos;
