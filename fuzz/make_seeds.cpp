@@ -3,7 +3,9 @@
 // NAME.ccc (compact glyph format 0x0202) and NAME.ccc.zrp3 (both), written
 // into DIR by the tests' independent encoder; and linked.ltt, a linked font
 // of two components (adjustments, group types, the first font's set tables
-// and the second embedded) by the tests' linked font writer.
+// and the second embedded) by the tests' linked font writer; and the first
+// font with a strike at 12 pixels per em in several index and image
+// formats and depths (strike-IX-IM-DEPTH.ttf), by the tests' strike writer.
 // scripts/fuzz-seeds.sh runs it.
 //
 //   make_seeds DIR FONT...
@@ -12,6 +14,7 @@
 #include <string>
 
 #include "support/ltt_builder.h"
+#include "support/sbit_builder.h"
 #include "support/zrp3_encoder.h"
 
 namespace {
@@ -42,6 +45,21 @@ int main(int argc, char** argv) {
     sfnt::Font packed = zrp3::pack(font, 0x0202);
     save(name + ".ccc", sfnt::build(packed));
     save(name + ".ccc.zrp3", zrp3::compress(packed, 128, false).image);
+  }
+  // Glyphs 1 to 3 as 3 x 2 maps; index format 2 and 5 want one size.
+  const int kStrikes[][3] = {{1, 1, 1}, {2, 5, 1}, {3, 2, 8}, {4, 7, 2},
+                             {5, 5, 4}, {1, 6, 8}, {3, 8, 1}, {1, 9, 1}};
+  for (const auto& k : kStrikes) {
+    if (fonts.empty()) break;
+    std::vector<testsupport::SbitGlyph> glyphs;
+    for (uint16_t id = 1; id <= 3; id++)
+      glyphs.push_back({id, 3, 2, 1, 5, 4, {1, 0, 1, 0, 1, (uint8_t)(id & 1)}});
+    sfnt::Bytes eblc, ebdt;
+    testsupport::buildStrike(glyphs, 12, k[2], k[0], k[1], &eblc, &ebdt);
+    sfnt::Font f = sfnt::read(fonts[0]);
+    save(std::string(argv[1]) + "/strike-" + std::to_string(k[0]) + "-" +
+             std::to_string(k[1]) + "-" + std::to_string(k[2]) + ".ttf",
+         sfnt::build(f.set("EBLC", eblc).set("EBDT", ebdt)));
   }
   if (fonts.size() >= 2) {
     testsupport::LttSpec spec;

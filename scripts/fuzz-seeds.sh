@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Makes the fuzz targets' seed corpora in DIR (default build-fuzz/seeds):
 #   fonts/     small subsets (a few letters, hinting kept) of installed
-#              TrueType and CFF fonts, compressed and compact forms of three
-#              of them (make_seeds), for the font, cmap and glyph targets;
+#              TrueType and CFF fonts, and made by make_seeds: compressed and
+#              compact forms of three of them, a linked font and strikes in
+#              several formats, for the font, cmap and glyph targets;
 #   scripts/   the shipped script and its passes cut apart, each with the
 #              script's head, for the script target;
 #   pictures/  glyph pictures drawn by `fontvec --keep-images` (FONTVEC, default
@@ -38,7 +39,8 @@ for f in "${fonts[@]}"; do
     --layout-features='' --no-subset-tables+=fpgm,prep,cvt,kern 2>/dev/null ||
     echo "fuzz-seeds: no subset of $f" >&2
 done
-# The engine's compressed and compact formats of three of them.
+# The engine's compressed and compact formats of three of them, a linked
+# font and embedded strikes.
 make_seeds=${MAKE_SEEDS:-build-fuzz/fuzz/make_seeds}
 if [ -x "$make_seeds" ]; then
   ASAN_OPTIONS=detect_leaks=0 "$make_seeds" "$out/fonts" "$out/fonts/DejaVuSans.ttf" \
