@@ -639,20 +639,28 @@ void glyph_place(Activation& a, Show* s, int i, FS_GLYPHMAP* gmap) {
   }
 }
 
+// The pen moved by `by` times `sign` (1 or -1), wrapping as 16.16 in 32
+// bits: a damaged font's advance may carry the pen past the range, off the
+// page, and the next glyph then lands wherever the wrapped pen says.
+FS_FIXED pen_step(FS_FIXED pen, FS_FIXED by, int sign) {
+  FS_ULONG step = sign < 0 ? 0u - (FS_ULONG)by : (FS_ULONG)by;
+  return (FS_FIXED)((FS_ULONG)pen + step);
+}
+
 // Glyph step l: the pen moves on by the advance and, with kerning, by the
 // pair's kerning to the next code.
 void glyph_move_pen(Activation& a, int i, FS_FIXED dx, FS_FIXED dy) {
   DisplayState* d = a.d;
   if (!d->rightleft) {
-    d->fx += dx;
-    d->fy += dy * d->signs[d->vertical];
+    d->fx = pen_step(d->fx, dx, 1);
+    d->fy = pen_step(d->fy, dy, d->signs[d->vertical]);
   }
   if (d->kerning && d->glyphs[i + 1] >= 0) {
     FS_FIXED kx = 0, ky = 0;
     FSS_get_kerning(a.sp, (FS_ULONG)d->glyphs[i], (FS_ULONG)d->glyphs[i + 1],
                     &kx, &ky);
-    d->fx += (FS_FIXED)(int)(kx * d->mag + 0.5);
-    d->fy += (FS_FIXED)(int)(ky * d->mag + 0.5) * d->signs[d->vertical];
+    d->fx = pen_step(d->fx, (FS_FIXED)(int)(kx * d->mag + 0.5), 1);
+    d->fy = pen_step(d->fy, (FS_FIXED)(int)(ky * d->mag + 0.5), d->signs[d->vertical]);
   }
 }
 
@@ -666,8 +674,8 @@ Outcome show_glyph(Activation& a, Show* s, int i) {
   FS_FIXED dx, dy;
   glyph_pen_advance(d, gmap, &dx, &dy);
   if (d->rightleft) {
-    d->fx -= dx;
-    d->fy += dy;
+    d->fx = pen_step(d->fx, dx, -1);
+    d->fy = pen_step(d->fy, dy, 1);
   }
   if (d->wraptext) glyph_wrap(a, s, gmap);
   glyph_place(a, s, i, gmap);

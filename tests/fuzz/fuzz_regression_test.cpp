@@ -52,6 +52,27 @@ TEST(FuzzFindings, EachMinimisedInputIsRefusedOrDrawnWithItsError) {
   }
 }
 
+// Findings of whole runs, `fontvec FONT`: the error text the run ends with
+// (a sanitizer's report would end the renderer instead).
+TEST(FuzzFindings, WholeRunsEndWithTheirErrorText) {
+  struct Row {
+    const char* file;
+    const char* text;
+    const char* why;
+  } rows[] = {
+      {"huge-advances.ttf", "Error=-1",
+       "advances of 0xFFFF units carried the pen past 32767 pixels: it wraps"},
+  };
+  testsupport::TempDir dir;
+  for (const Row& r : rows) {
+    std::string font = std::string(FONTVEC_TEST_DATA "/fuzz/") + r.file;
+    testsupport::ToolRun run = testsupport::runFontvec(font, dir.file("err"));
+    EXPECT_EQ(run.status, 1) << r.file;
+    EXPECT_EQ(testsupport::readBytes(dir.file("err")), font + ": " + r.text + "\n")
+        << r.file << ": " << r.why;
+  }
+}
+
 // DejaVu Sans with the 16-bit field at `field` of table `tag` set to `v`.
 sfnt::Bytes claiming(const sfnt::Bytes& font, const char* tag, size_t field,
                      uint32_t v, bool wide = false) {
