@@ -370,10 +370,14 @@ int main(int argc, char** argv) {
       continue;
     }
     const Run& r = runs[0];
+    // A refusal by an engine error number, else by its text ("error 0:
+    // no outlines nor bitmaps in the font" is a text).
     long e = errorNumber(r.err);
-    table[r.status == 0 ? "loaded" : e >= 0 ? "refused: error " + std::to_string(e)
-                                            : "refused: " + r.err.substr(r.err.find(": ") + 2,
-                                                                          r.err.find('\n') - r.err.find(": ") - 2)]++;
+    size_t text = r.err.find(": ", r.err.find(": ") + 2);
+    table[r.status == 0 ? "loaded"
+          : e > 0       ? "refused: error " + std::to_string(e)
+                        : "refused: " + r.err.substr(text == std::string::npos ? 0 : text + 2,
+                                                     r.err.find('\n') - text - 2)]++;
     glyphErrors[errorNumber(runs[1].err)]++;
   }
   unlink(file.c_str());
