@@ -550,12 +550,16 @@ void glyph_pen_advance(const DisplayState* d, const FS_GLYPHMAP* gmap,
                           0.5);
 }
 
+// A pixel place as the pen's 16.16, wrapping: a place left of the page
+// (a glyph whose ink starts far right of its origin) is negative.
+FS_FIXED pen_at(int pixels) { return (FS_FIXED)((FS_ULONG)pixels << 16); }
+
 // Glyph step j: past the page's right edge the pen takes a new line; past
 // its bottom it goes back to the start, on a new page under PNG.
 void glyph_wrap(Activation& a, Show* s, const FS_GLYPHMAP* gmap) {
   DisplayState* d = a.d;
   if (d->fx < 0 ||
-      d->fx + ((FS_FIXED)(gmap->lo_x + gmap->width) << 16) >= s->page_width) {
+      d->fx + pen_at(gmap->lo_x + gmap->width) >= s->page_width) {
     d->fx = s->xStart + d->lf_x;
     d->fy += d->lf_y;
   }
@@ -583,12 +587,12 @@ void glyph_measure(DisplayState* d, Show* s, const FS_GLYPHMAP* gmap) {
   // t_width isn't reset by a real pass.
   if (d->t_width == 0) {
     s->pos_x = 50 - gmap->lo_x;
-    d->fx = (FS_FIXED)s->pos_x << 16;
+    d->fx = pen_at(s->pos_x);
   }
   if (gmap->hi_y + 5 > s->pos_y) {
     d->t_height += gmap->hi_y + 5 - s->pos_y;
     s->pos_y = gmap->hi_y + 5;
-    d->fy = (FS_FIXED)s->pos_y << 16;
+    d->fy = pen_at(s->pos_y);
     d->new_pos_y = d->fy;
   }
   if (gmap->height + s->pos_y - gmap->hi_y >= d->t_height)
@@ -611,7 +615,7 @@ void glyph_draw_png(DisplayState* d, Show* s, int i, FS_GLYPHMAP* gmap) {
   } else {
     if (i == 0) {
       s->pos_x = 50 - gmap->lo_x;
-      d->fx = (FS_FIXED)s->pos_x << 16;
+      d->fx = pen_at(s->pos_x);
     }
     left = s->pos_x;
     top = s->pos_y;

@@ -52,24 +52,34 @@ TEST(FuzzFindings, EachMinimisedInputIsRefusedOrDrawnWithItsError) {
   }
 }
 
-// Findings of whole runs, `fontvec FONT`: the error text the run ends with
-// (a sanitizer's report would end the renderer instead).
+// Findings of whole runs, `fontvec FONT` with the shipped script or one of
+// the findings': the error text the run ends with (a sanitizer's report
+// would end the renderer instead).
 TEST(FuzzFindings, WholeRunsEndWithTheirErrorText) {
+  const std::string data = FONTVEC_TEST_DATA "/fuzz/";
   struct Row {
-    const char* file;
+    std::string font;
+    const char* script;  // under tests/data/fuzz/, null for the shipped one
     const char* text;
     const char* why;
   } rows[] = {
-      {"huge-advances.ttf", "Error=-1",
+      {data + "huge-advances.ttf", nullptr, "Error=-1",
        "advances of 0xFFFF units carried the pen past 32767 pixels: it wraps"},
+      {kDejaVuSans, "wide-bearing.scr", "Error=8",
+       "'.' at 2000 pixels per em starts its ink 214 pixels right of its origin: "
+       "the string's pen starts left of the page"},
   };
   testsupport::TempDir dir;
   for (const Row& r : rows) {
-    std::string font = std::string(FONTVEC_TEST_DATA "/fuzz/") + r.file;
-    testsupport::ToolRun run = testsupport::runFontvec(font, dir.file("err"));
-    EXPECT_EQ(run.status, 1) << r.file;
-    EXPECT_EQ(testsupport::readBytes(dir.file("err")), font + ": " + r.text + "\n")
-        << r.file << ": " << r.why;
+    std::string args = r.font;
+    if (r.script != nullptr) {
+      testsupport::writeBytes(dir.file("Script.scr"), testsupport::readBytes(data + r.script));
+      args += " --config " + dir.file("");
+    }
+    testsupport::ToolRun run = testsupport::runFontvec(args, dir.file("err"));
+    EXPECT_EQ(run.status, 1) << r.font;
+    EXPECT_EQ(testsupport::readBytes(dir.file("err")), r.font + ": " + r.text + "\n")
+        << r.font << ": " << r.why;
   }
 }
 
