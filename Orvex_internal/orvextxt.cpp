@@ -1158,8 +1158,9 @@ Outcome do_glyphset_string(Activation& a, const Command&) {
 Outcome do_moveto(Activation& a, const Command&) {
   DisplayState* d = a.d;
   long x = get_int(a.fp), y = get_int(a.fp);
-  d->fx = (FS_FIXED)(x * 65536);
-  d->fy = d->new_pos_y ? d->new_pos_y : (FS_FIXED)(y * 65536);
+  // Wrapping as the pen's 16.16: a script may name any number.
+  d->fx = (FS_FIXED)((unsigned long)x * 65536u);
+  d->fy = d->new_pos_y ? d->new_pos_y : (FS_FIXED)((unsigned long)y * 65536u);
   return GO_ON;
 }
 

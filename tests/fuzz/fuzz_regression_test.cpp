@@ -68,6 +68,9 @@ TEST(FuzzFindings, WholeRunsEndWithTheirErrorText) {
       {kDejaVuSans, "wide-bearing.scr", "Error=8",
        "'.' at 2000 pixels per em starts its ink 214 pixels right of its origin: "
        "the string's pen starts left of the page"},
+      {kDejaVuSans, "far-moveto.scr", "Error=8",
+       "moveto 444444444444444: the pen's 16.16 wraps (under clang's UBSan the "
+       "product overflowed)"},
   };
   testsupport::TempDir dir;
   for (const Row& r : rows) {
