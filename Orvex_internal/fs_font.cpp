@@ -618,6 +618,11 @@ FNTSET* FS_SERVER_create_FNTSET(FS_STATE* state, const FILECHAR* path,
     state->error = ERR_FONT_NOT_FOUND;
     return nullptr;
   }
+  // Memory shorter than the 3 bytes that tell the type holds no font.
+  if (memptr != nullptr && data_length != 0 && data_length < 3) {
+    state->error = ERR_NOT_A_TTF;
+    return nullptr;
+  }
   FNTSET* set = new_font_record<FNTSET>(state, path, memptr, data_offset,
                                         data_length, ERR_FONT_NOT_FOUND);
   if (set == nullptr) return nullptr;

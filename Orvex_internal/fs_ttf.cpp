@@ -718,7 +718,10 @@ int get_ttf_table_info(FS_STATE* state, TTF* ttf, FS_ULONG tag, FS_ULONG* off,
   if (off != nullptr) *off = 0;
   if (len != nullptr) *len = 0;
   TTF_HEADER* h = ttf != nullptr ? ttf->ttf_header : nullptr;
-  if (h != nullptr) {
+  // A directory of more than 50 entries stays unconverted and finds
+  // nothing: its entries, read in host order, would otherwise name tables
+  // anywhere, unchecked against the font's data.
+  if (h != nullptr && ttf->dir_native) {
     for (FS_ULONG i = 0; i < ttf->dir_entries; i++) {
       if (h->tables[i].tag != tag) continue;
       if (off != nullptr) *off = h->tables[i].offset;

@@ -330,8 +330,8 @@ TTF* load_ttf(FS_STATE* state, FILECHAR* path, FS_BYTE* memptr, FS_ULONG index,
 void unload_ttf(FS_STATE* state, TTF* ttf);
 
 // First directory entry with `tag`: 1 with its offset and length, or 0 with
-// error 405. Both out pointers may be null; they receive 0 first. A hit
-// leaves `error` alone.
+// error 405 (always for an unconverted directory). Both out pointers may be
+// null; they receive 0 first. A hit leaves `error` alone.
 int get_ttf_table_info(FS_STATE* state, TTF* ttf, FS_ULONG tag, FS_ULONG* off,
                        FS_ULONG* len);
 

@@ -19,6 +19,8 @@ FS_BOOLEAN verdict(FS_STATE* state, FS_ULONG error) {
 FS_BOOLEAN FSS_validate_ttf(FS_STATE* state, const FILECHAR* path, FS_BYTE* memptr,
                             FS_ULONG index, FS_ULONG data_offset,
                             FS_ULONG data_length) {
+  if (memptr != nullptr && data_length != 0 && data_length < 3)
+    return verdict(state, ERR_VALIDATE_ARGS);
   FS_BYTE type = fontfile_type(state, memptr ? nullptr : path, memptr, data_offset);
   if (type == FNT_TYPE_UNREADABLE) return verdict(state, ERR_VALIDATE_ARGS);
   TTF* ttf = load_ttf(state, (FILECHAR*)path, memptr, index, data_offset,

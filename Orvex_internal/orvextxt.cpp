@@ -550,12 +550,16 @@ void glyph_pen_advance(const DisplayState* d, const FS_GLYPHMAP* gmap,
                           0.5);
 }
 
+// A pixel place as the pen's 16.16, wrapping: a place left of the page
+// (a glyph whose ink starts far right of its origin) is negative.
+FS_FIXED pen_at(int pixels) { return (FS_FIXED)((FS_ULONG)pixels << 16); }
+
 // Glyph step j: past the page's right edge the pen takes a new line; past
 // its bottom it goes back to the start, on a new page under PNG.
 void glyph_wrap(Activation& a, Show* s, const FS_GLYPHMAP* gmap) {
   DisplayState* d = a.d;
   if (d->fx < 0 ||
-      d->fx + ((FS_FIXED)(gmap->lo_x + gmap->width) << 16) >= s->page_width) {
+      d->fx + pen_at(gmap->lo_x + gmap->width) >= s->page_width) {
     d->fx = s->xStart + d->lf_x;
     d->fy += d->lf_y;
   }
@@ -583,12 +587,12 @@ void glyph_measure(DisplayState* d, Show* s, const FS_GLYPHMAP* gmap) {
   // t_width isn't reset by a real pass.
   if (d->t_width == 0) {
     s->pos_x = 50 - gmap->lo_x;
-    d->fx = (FS_FIXED)s->pos_x << 16;
+    d->fx = pen_at(s->pos_x);
   }
   if (gmap->hi_y + 5 > s->pos_y) {
     d->t_height += gmap->hi_y + 5 - s->pos_y;
     s->pos_y = gmap->hi_y + 5;
-    d->fy = (FS_FIXED)s->pos_y << 16;
+    d->fy = pen_at(s->pos_y);
     d->new_pos_y = d->fy;
   }
   if (gmap->height + s->pos_y - gmap->hi_y >= d->t_height)
@@ -611,7 +615,7 @@ void glyph_draw_png(DisplayState* d, Show* s, int i, FS_GLYPHMAP* gmap) {
   } else {
     if (i == 0) {
       s->pos_x = 50 - gmap->lo_x;
-      d->fx = (FS_FIXED)s->pos_x << 16;
+      d->fx = pen_at(s->pos_x);
     }
     left = s->pos_x;
     top = s->pos_y;
@@ -639,20 +643,28 @@ void glyph_place(Activation& a, Show* s, int i, FS_GLYPHMAP* gmap) {
   }
 }
 
+// The pen moved by `by` times `sign` (1 or -1), wrapping as 16.16 in 32
+// bits: a damaged font's advance may carry the pen past the range, off the
+// page, and the next glyph then lands wherever the wrapped pen says.
+FS_FIXED pen_step(FS_FIXED pen, FS_FIXED by, int sign) {
+  FS_ULONG step = sign < 0 ? 0u - (FS_ULONG)by : (FS_ULONG)by;
+  return (FS_FIXED)((FS_ULONG)pen + step);
+}
+
 // Glyph step l: the pen moves on by the advance and, with kerning, by the
 // pair's kerning to the next code.
 void glyph_move_pen(Activation& a, int i, FS_FIXED dx, FS_FIXED dy) {
   DisplayState* d = a.d;
   if (!d->rightleft) {
-    d->fx += dx;
-    d->fy += dy * d->signs[d->vertical];
+    d->fx = pen_step(d->fx, dx, 1);
+    d->fy = pen_step(d->fy, dy, d->signs[d->vertical]);
   }
   if (d->kerning && d->glyphs[i + 1] >= 0) {
     FS_FIXED kx = 0, ky = 0;
     FSS_get_kerning(a.sp, (FS_ULONG)d->glyphs[i], (FS_ULONG)d->glyphs[i + 1],
                     &kx, &ky);
-    d->fx += (FS_FIXED)(int)(kx * d->mag + 0.5);
-    d->fy += (FS_FIXED)(int)(ky * d->mag + 0.5) * d->signs[d->vertical];
+    d->fx = pen_step(d->fx, (FS_FIXED)(int)(kx * d->mag + 0.5), 1);
+    d->fy = pen_step(d->fy, (FS_FIXED)(int)(ky * d->mag + 0.5), d->signs[d->vertical]);
   }
 }
 
@@ -666,8 +678,8 @@ Outcome show_glyph(Activation& a, Show* s, int i) {
   FS_FIXED dx, dy;
   glyph_pen_advance(d, gmap, &dx, &dy);
   if (d->rightleft) {
-    d->fx -= dx;
-    d->fy += dy;
+    d->fx = pen_step(d->fx, dx, -1);
+    d->fy = pen_step(d->fy, dy, 1);
   }
   if (d->wraptext) glyph_wrap(a, s, gmap);
   glyph_place(a, s, i, gmap);
@@ -1146,8 +1158,9 @@ Outcome do_glyphset_string(Activation& a, const Command&) {
 Outcome do_moveto(Activation& a, const Command&) {
   DisplayState* d = a.d;
   long x = get_int(a.fp), y = get_int(a.fp);
-  d->fx = (FS_FIXED)(x * 65536);
-  d->fy = d->new_pos_y ? d->new_pos_y : (FS_FIXED)(y * 65536);
+  // Wrapping as the pen's 16.16: a script may name any number.
+  d->fx = (FS_FIXED)((unsigned long)x * 65536u);
+  d->fy = d->new_pos_y ? d->new_pos_y : (FS_FIXED)((unsigned long)y * 65536u);
   return GO_ON;
 }
 

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the build, the tests and the benchmarks need,
 # and only those that are missing (no network is touched when all are there).
+# With FONTVEC_FUZZ=1 also the fuzzing tools.
 set -euo pipefail
 
 packages=(
@@ -22,6 +23,11 @@ packages=(
   fonts-terminus-otb fonts-wqy-zenhei fonts-noto-color-emoji
   libfreetype-dev
 )
+# Fuzzing only (FONTVEC_FUZZ=1, as scripts/fuzz.sh sets it): clang with its
+# libFuzzer and sanitizer runtimes, and the font subsetter of the seeds.
+if [ "${FONTVEC_FUZZ:-0}" = 1 ]; then
+  packages+=(clang libclang-rt-dev fonttools)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -6,6 +6,8 @@
 #include <map>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "feature_vector_core.h"
 #include "image_operations/image_access.h"
@@ -76,4 +78,19 @@ TEST(FixtureVectors, TheRunCacheLeavesEveryVectorByteForByte) {
     EXPECT_EQ(cached.find("Error"), std::string::npos) << font << cached;
     EXPECT_EQ(cached, decoded) << font;
   }
+}
+
+// Measuring keeps its state local: eight threads measuring the four
+// fixture folders side by side (two threads a folder) give the serial texts.
+TEST(FixtureVectors, EightThreadsMeasureTheSerialVectors) {
+  REQUIRE_FIXTURES();
+  const char* const fonts[4] = {"DejaVuSans", "DejaVuSans-Oblique", "LiberationMono",
+                                "LiberationSerif"};
+  std::string serial[4], parallel[8];
+  for (int f = 0; f < 4; f++) vectorOf(imagesOf(fonts[f]) + "/", &serial[f]);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; i++)
+    threads.emplace_back([&, i]() { vectorOf(imagesOf(fonts[i % 4]) + "/", &parallel[i]); });
+  for (std::thread& t : threads) t.join();
+  for (int i = 0; i < 8; i++) EXPECT_EQ(parallel[i], serial[i % 4]) << fonts[i % 4];
 }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <zlib.h>
 
 #include <memory>
 #include <vector>
@@ -75,9 +76,20 @@ TEST(ReadPngFile, UnreadableFilesGiveNull) {
   for (int i = 0; i < 60; i++) big.set(i, (i * 7) % 60, i * 997);
   writePicture(dir.file("whole.png"), big);
   const std::string whole = testsupport::readBytes(dir.file("whole.png"));
+  // The header claiming sides of `side` pixels, its checksum made right:
+  // refused at the header, before the picture's buffer is asked for.
+  auto claiming = [&](uint32_t side) {
+    std::string b = whole;
+    for (int k = 0; k < 8; k++) b[16 + k] = (char)(side >> (24 - 8 * (k % 4)));
+    uLong crc = crc32(0, (const Bytef*)b.data() + 12, 17);
+    for (int k = 0; k < 4; k++) b[29 + k] = (char)(crc >> (24 - 8 * k));
+    return b;
+  };
   struct Row { const char* why; std::string bytes; } rows[] = {
       {"text: the signature check fails", "this is not a picture\n"},
-      {"cut in the image data", whole.substr(0, whole.size() / 2)}};
+      {"cut in the image data", whole.substr(0, whole.size() / 2)},
+      {"16385 pixels a side: one over the limit (a 1 GiB picture)", claiming(16385)},
+      {"2^31-1 pixels a side", claiming(0x7FFFFFFF)}};
   unsigned w, h;
   EXPECT_EQ(read(dir.file("absent.png"), &w, &h), nullptr);
   for (const Row& r : rows) {
