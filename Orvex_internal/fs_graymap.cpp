@@ -68,6 +68,13 @@ FS_GRAYMAP* new_graymap_8(FS_STATE* state, FS_OUTLINE* outl) {
     if (bw > 1) hi_x++;
   }
   FS_LONG width = hi_x - lo_x, height = hi_y - lo_y;
+  // An outline a glyph program threw further than 16.16 reaches (its
+  // ceiling wrapped) or spread wider than the record's 16-bit sides is a
+  // map no heap holds: refused as the heap refuses one.
+  if (width < 0 || height < 0 || width > 32767 || height > 32767) {
+    state->error = ERR_MALLOC_FAIL;
+    return nullptr;
+  }
   FS_LONG size = GRAYMAP_HEADER + width * height;
   FS_GRAYMAP* g = (FS_GRAYMAP*)FSS_calloc(state, (FS_ULONG)(size < 48 ? 48 : size));
   if (g == nullptr) return nullptr;
@@ -91,7 +98,12 @@ FS_LONG arc_length(FS_OUTLINE* outl) {
   const FS_FIXED* x = outl->x;
   const FS_FIXED* y = outl->y;
   const int n = outl->np;
-  for (int i = 1; i < n; i++) sum += fabs_(x[i] - x[i - 1]) + fabs_(y[i] - y[i - 1]);
+  // Differences in 64 bits: points a glyph program moved far apart lie
+  // further from each other than 16.16 holds.
+  for (int i = 1; i < n; i++) {
+    FS_INT64 dx = (FS_INT64)x[i] - x[i - 1], dy = (FS_INT64)y[i] - y[i - 1];
+    sum += (dx < 0 ? -dx : dx) + (dy < 0 ? -dy : dy);
+  }
   return (FS_LONG)(sum >> 16);
 }
 

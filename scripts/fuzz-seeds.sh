@@ -7,13 +7,15 @@
 #   scripts/   the shipped script and its passes cut apart, each with the
 #              script's head, for the script target;
 #   pictures/  glyph pictures drawn by `fontvec --keep-images` (FONTVEC, default
-#              build-fuzz/fontvec), for the picture target.
+#              build-fuzz/fontvec), for the picture target;
+#   streams/   a command byte, a size byte and stream words, for the
+#              delta-stream target.
 # The corpora are made, never committed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 out=${1:-build-fuzz/seeds}
 fontvec=${FONTVEC:-build-fuzz/fontvec}
-mkdir -p "$out/fonts" "$out/scripts" "$out/pictures"
+mkdir -p "$out/fonts" "$out/scripts" "$out/pictures" "$out/streams"
 
 fonts=(
   /usr/share/fonts/truetype/dejavu/DejaVuSans.ttf
@@ -70,4 +72,12 @@ if [ -x "$fontvec" ]; then
 else
   echo "fuzz-seeds: $fontvec not built: no pictures" >&2
 fi
+# Streams under each command at two sizes: a few words of one bit pattern
+# each, for the fuzzer to grow.
+for c in 0 1 2 3; do
+  for w in 00 5a a5 ff; do
+    printf "\\x0$c\\x1$c" > "$out/streams/$c-$w"
+    for i in 1 2 3 4 5 6 7 8; do printf "\\x$w" >> "$out/streams/$c-$w"; done
+  done
+done
 echo "seeds: $(ls "$out/fonts" | wc -l) fonts, $(ls "$out/scripts" | wc -l) scripts, $(ls "$out/pictures" | wc -l) pictures in $out"

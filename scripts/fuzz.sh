@@ -26,6 +26,7 @@ for t in $targets; do
   case $t in
     script_fuzz) seeds=scripts ;;
     picture_fuzz) seeds=pictures ;;
+    delta_stream_fuzz) seeds=streams ;;
     *) seeds=fonts ;;
   esac
   corpus=build-fuzz/corpus/$t

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "Orvex_internal/fs_err.h"
+#include "fuzz/delta_stream_font.h"
 #include "fuzz/fuzz_engine.h"
 #include "support/sfnt_builder.h"
 #include "support/test_support.h"
@@ -20,12 +21,17 @@ namespace {
 const char kDejaVuSans[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 const FS_USHORT kSizes[2] = {12, 72};
 
-enum Exercise { INFO, CMAPS, GLYPHS };
+enum Exercise { INFO, CMAPS, GLYPHS, DELTAS };
 
 FS_ULONG run(Exercise e, const sfnt::Bytes& b) {
+  FS_USHORT ppem;
+  sfnt::Bytes font;
   switch (e) {
     case INFO: return fuzz::fontInfo(b.data(), b.size());
     case CMAPS: return fuzz::characterMaps(b.data(), b.size());
+    case DELTAS:  // the bytes as the delta-stream target takes them
+      font = fuzz::deltaStreamFont(b.data(), b.size(), &ppem);
+      return fuzz::glyphs(font.data(), font.size(), &ppem, 1, 0, 0, 'a');
     default: return fuzz::glyphs(b.data(), b.size(), kSizes, 2, 3, 36, 'g');
   }
 }
@@ -43,6 +49,11 @@ TEST(FuzzFindings, EachMinimisedInputIsRefusedOrDrawnWithItsError) {
       {"unconverted-directory.otf", INFO, ERR_TABLE_NOT_FOUND,
        "59 entries stay unconverted: a byte-reversed `CFF ` tag with a far offset "
        "found nothing instead of being read from memory unchecked"},
+      {"far-points.deltas", DELTAS, ERR_BAD_GLYF_INDEX,
+       "a stream's 512-pixel steps throw points 30,000 pixels apart: the arc "
+       "length sums in 64 bits and the gray map, wider than 16 bits, is "
+       "refused (201) instead of sweeping a negative width; the first error "
+       "is the font's lack of an 'a'"},
   };
   for (const Row& r : rows) {
     std::string path = std::string(FONTVEC_TEST_DATA "/fuzz/") + r.file;
