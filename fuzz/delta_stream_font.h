@@ -2,9 +2,10 @@
 // command (250 to 253) and the second a size (8 to 40 pixels per em); the
 // rest, two bytes a word, is the stream a glyph program pushes before the
 // command, on a glyph of three contours and 12 points.
-#ifndef FONTVEC_FUZZ_DELTA_STREAM_FONT_H
-#define FONTVEC_FUZZ_DELTA_STREAM_FONT_H
+#ifndef FUZZ_DELTA_STREAM_FONT_H
+#define FUZZ_DELTA_STREAM_FONT_H
 
+#include "Orvex_internal/fs_api.h"
 #include "support/delta_stream.h"
 #include "support/glyf_font.h"
 
