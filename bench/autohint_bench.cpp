@@ -18,6 +18,7 @@
 #include <chrono>
 #include <vector>
 
+#include "bench/bench_support.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cff.h"
 #include "Orvex_internal/fs_cmap.h"
@@ -35,40 +36,11 @@ namespace {
 const char* const kFont = "/usr/share/fonts/truetype/dejavu/DejaVuSansCondensed.ttf";
 const char* const kCantarell = "/usr/share/fonts/opentype/cantarell/Cantarell-Regular.otf";
 
-// An engine client with the font, read into memory as libfreetype maps
-// its file, scaled to `ppem`, its key ready.
-struct Engine {
-  FS_STATE st;
-  fsg_SplineKey* key = nullptr;
-  std::vector<FS_BYTE> bytes;
-  Engine(const char* path, int ppem) {
-    FILECHAR name[64];
-    FILE* f = fopen(path, "rb");
-    for (int c; f != nullptr && (c = fgetc(f)) != EOF;) bytes.push_back((FS_BYTE)c);
-    if (f != nullptr) fclose(f);
-    if (bytes.empty() || FSS_init(&st, 256u << 20) != 0) return;
-    if (FSS_load_font_with_offset(&st, nullptr, bytes.data(), 0, 0, (FS_ULONG)bytes.size(),
-                                  sizeof name, name) != 0 ||
-        FSS_set_font(&st, name) != 0 ||
-        FSS_set_scale(&st, ppem << 16, 0, 0, ppem << 16) != 0 || check_sfnt(&st) != 0)
-      return;
-    key = (fsg_SplineKey*)st.cur_sfnt->senv->ttkey;
-  }
-  ~Engine() {
-    if (st.server != nullptr) FSS_exit(&st);
-  }
-};
-
-double seconds(std::chrono::steady_clock::time_point a,
-               std::chrono::steady_clock::time_point b) {
-  return std::chrono::duration<double>(b - a).count();
-}
-
 }  // namespace
 
 static void BM_ForcedAutohintVsFreetype(benchmark::State& state) {
   int ppem = (int)state.range(0);
-  Engine e(kFont, ppem);
+  benchsupport::MemoryEngine e(kFont, ppem);
   FT_Library lib = nullptr;
   FT_Face face = nullptr;
   if (e.key == nullptr || FT_Init_FreeType(&lib) != 0 || FT_New_Face(lib, kFont, 0, &face) != 0 ||
@@ -98,9 +70,9 @@ static void BM_ForcedAutohintVsFreetype(benchmark::State& state) {
       sum += fsg_GridFit(&e.st, e.key, 0) + fsg_glyph_element(e.key)->x[0];
     }
     auto t3 = std::chrono::steady_clock::now();
-    engine += seconds(t0, t1);
-    freetype += seconds(t1, t2);
-    plain += seconds(t2, t3);
+    engine += benchsupport::seconds(t0, t1);
+    freetype += benchsupport::seconds(t1, t2);
+    plain += benchsupport::seconds(t2, t3);
     benchmark::DoNotOptimize(sum);
   }
   double glyphs = (double)state.iterations() * n;
@@ -120,7 +92,7 @@ static void BM_LatinPathVsFreetype(benchmark::State& state) {
   bool cff = state.range(0) != 0;
   const char* path = cff ? kCantarell : kFont;
   int ppem = (int)state.range(1);
-  Engine e(path, ppem);
+  benchsupport::MemoryEngine e(path, ppem);
   FT_Library lib = nullptr;
   FT_Face face = nullptr;
   if (e.key == nullptr || FSS_set_cmap(&e.st, 3, 1) != 0 || FT_Init_FreeType(&lib) != 0 ||
@@ -149,8 +121,8 @@ static void BM_LatinPathVsFreetype(benchmark::State& state) {
       sum += face->glyph->outline.n_points ? face->glyph->outline.points[0].x : 0;
     }
     auto t2 = std::chrono::steady_clock::now();
-    engine += seconds(t0, t1);
-    freetype += seconds(t1, t2);
+    engine += benchsupport::seconds(t0, t1);
+    freetype += benchsupport::seconds(t1, t2);
     benchmark::DoNotOptimize(sum);
   }
   double n = (double)state.iterations() * glyphs.size();

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <vector>
 
+#include "bench/bench_support.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_bitmap.h"
 #include "Orvex_internal/fs_font.h"
@@ -113,11 +114,6 @@ struct Glyphs {
   }
 };
 
-double seconds(std::chrono::steady_clock::time_point a,
-               std::chrono::steady_clock::time_point b) {
-  return std::chrono::duration<double>(b - a).count();
-}
-
 }  // namespace
 
 static void BM_BitmapVsFreetype(benchmark::State& state) {
@@ -162,8 +158,8 @@ static void BM_BitmapVsFreetype(benchmark::State& state) {
       free(bits);
     }
     auto t2 = std::chrono::steady_clock::now();
-    engine += seconds(t0, t1);
-    freetype += seconds(t1, t2);
+    engine += benchsupport::seconds(t0, t1);
+    freetype += benchsupport::seconds(t1, t2);
     benchmark::DoNotOptimize(sum);
   }
   double glyphs = (double)state.iterations() * (double)g.outlines.size();

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <vector>
 
+#include "bench/bench_support.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_outline.h"
@@ -70,11 +71,6 @@ struct Engine {
   }
 };
 
-double seconds(std::chrono::steady_clock::time_point a,
-               std::chrono::steady_clock::time_point b) {
-  return std::chrono::duration<double>(b - a).count();
-}
-
 }  // namespace
 
 // Args: font (0 Nimbus Sans, 1 Pagella, 2 EB Garamond), ppem.
@@ -111,9 +107,9 @@ static void BM_CffOutlineVsFreetype(benchmark::State& state) {
       if (FT_Load_Glyph(face, g, FT_LOAD_NO_HINTING | FT_LOAD_NO_BITMAP) == 0)
         sum += face->glyph->outline.n_points;
     auto t3 = std::chrono::steady_clock::now();
-    engine += seconds(t0, t1);
-    fromFile += seconds(t1, t2);
-    freetype += seconds(t2, t3);
+    engine += benchsupport::seconds(t0, t1);
+    fromFile += benchsupport::seconds(t1, t2);
+    freetype += benchsupport::seconds(t2, t3);
     benchmark::DoNotOptimize(sum);
   }
   double n = (double)state.iterations() * memory.glyphs;

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_support.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_bitmap.h"
 #include "Orvex_internal/fs_cache.h"
@@ -73,16 +74,11 @@ struct Maps {
   }
 };
 
-double seconds(std::chrono::steady_clock::time_point a,
-               std::chrono::steady_clock::time_point b) {
-  return std::chrono::duration<double>(b - a).count();
-}
-
 // Seconds for one pass of `f` over all maps.
 double timeAll(Maps& g, const std::function<void(size_t)>& f) {
   auto t0 = std::chrono::steady_clock::now();
   for (size_t i = 0; i < g.maps.size(); i++) f(i);
-  return seconds(t0, std::chrono::steady_clock::now());
+  return benchsupport::seconds(t0, std::chrono::steady_clock::now());
 }
 
 }  // namespace

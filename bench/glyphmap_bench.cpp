@@ -11,6 +11,7 @@
 #include <chrono>
 #include <string>
 
+#include "bench/bench_support.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_cache.h"
 #include "Orvex_internal/fs_cmap.h"
@@ -23,11 +24,6 @@ namespace {
 
 const char kDejaVuSans[] = "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf";
 const int kPpem = 24;
-
-double seconds(std::chrono::steady_clock::time_point a,
-               std::chrono::steady_clock::time_point b) {
-  return std::chrono::duration<double>(b - a).count();
-}
 
 // A client with DejaVu Sans at 24 ppem, glyph indices as input, unhinted.
 struct Client {
@@ -104,13 +100,13 @@ static void BM_GlyphmapColdWarmVsFreetype(benchmark::State& state) {
       auto t1 = std::chrono::steady_clock::now();
       ok = ok && c.pass(&sum, types[k]);
       auto t2 = std::chrono::steady_clock::now();
-      cold[k] += seconds(t0, t1);
-      warm[k] += seconds(t1, t2);
+      cold[k] += benchsupport::seconds(t0, t1);
+      warm[k] += benchsupport::seconds(t1, t2);
     }
     auto t2 = std::chrono::steady_clock::now();
     ok = ok && freetypePass(face, c.glyphs, &sum);
     auto t3 = std::chrono::steady_clock::now();
-    freetype += seconds(t2, t3);
+    freetype += benchsupport::seconds(t2, t3);
     benchmark::DoNotOptimize(sum);
   }
   if (!ok) state.SkipWithError("a glyph request failed");

@@ -13,6 +13,7 @@
 #include <chrono>
 #include <vector>
 
+#include "bench/bench_support.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_graymap.h"
@@ -109,11 +110,6 @@ struct Glyphs {
   }
 };
 
-double seconds(std::chrono::steady_clock::time_point a,
-               std::chrono::steady_clock::time_point b) {
-  return std::chrono::duration<double>(b - a).count();
-}
-
 }  // namespace
 
 static void BM_GraymapVsFreetype(benchmark::State& state) {
@@ -157,8 +153,8 @@ static void BM_GraymapVsFreetype(benchmark::State& state) {
       free(buf);
     }
     auto t2 = std::chrono::steady_clock::now();
-    engine += seconds(t0, t1);
-    freetype += seconds(t1, t2);
+    engine += benchsupport::seconds(t0, t1);
+    freetype += benchsupport::seconds(t1, t2);
     benchmark::DoNotOptimize(sum);
   }
   double glyphs = (double)state.iterations() * (double)g.outlines.size();

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <vector>
 
+#include "bench/bench_support.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_glue.h"
@@ -30,41 +31,12 @@ const char* const kFonts[] = {
     "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
     "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf"};
 
-// An engine client with the font, read into memory as libfreetype maps
-// its file, scaled to `ppem`, its key ready.
-struct Engine {
-  FS_STATE st;
-  fsg_SplineKey* key = nullptr;
-  std::vector<FS_BYTE> bytes;
-  Engine(const char* path, int ppem) {
-    FILECHAR name[64];
-    FILE* f = fopen(path, "rb");
-    for (int c; f != nullptr && (c = fgetc(f)) != EOF;) bytes.push_back((FS_BYTE)c);
-    if (f != nullptr) fclose(f);
-    if (bytes.empty() || FSS_init(&st, 256u << 20) != 0) return;
-    if (FSS_load_font_with_offset(&st, nullptr, bytes.data(), 0, 0, (FS_ULONG)bytes.size(),
-                                  sizeof name, name) != 0 ||
-        FSS_set_font(&st, name) != 0 ||
-        FSS_set_scale(&st, ppem << 16, 0, 0, ppem << 16) != 0 || check_sfnt(&st) != 0)
-      return;
-    key = (fsg_SplineKey*)st.cur_sfnt->senv->ttkey;
-  }
-  ~Engine() {
-    if (st.server != nullptr) FSS_exit(&st);
-  }
-};
-
-double seconds(std::chrono::steady_clock::time_point a,
-               std::chrono::steady_clock::time_point b) {
-  return std::chrono::duration<double>(b - a).count();
-}
-
 }  // namespace
 
 static void BM_HintedFetchVsFreetype(benchmark::State& state) {
   const char* path = kFonts[state.range(0)];
   int ppem = (int)state.range(1);
-  Engine e(path, ppem);
+  benchsupport::MemoryEngine e(path, ppem);
   FT_Library lib = nullptr;
   FT_Face face = nullptr;
   unsigned version = 35;
@@ -89,8 +61,8 @@ static void BM_HintedFetchVsFreetype(benchmark::State& state) {
       sum += face->glyph->outline.n_points ? face->glyph->outline.points[0].x : 0;
     }
     auto t2 = std::chrono::steady_clock::now();
-    engine += seconds(t0, t1);
-    freetype += seconds(t1, t2);
+    engine += benchsupport::seconds(t0, t1);
+    freetype += benchsupport::seconds(t1, t2);
     benchmark::DoNotOptimize(sum);
   }
   double glyphs = (double)state.iterations() * n;

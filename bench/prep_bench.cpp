@@ -14,6 +14,7 @@
 
 #include <chrono>
 
+#include "bench/bench_support.h"
 #include "Orvex_internal/fs_api.h"
 #include "Orvex_internal/fs_font.h"
 #include "Orvex_internal/fs_request.h"
@@ -26,11 +27,6 @@ const char* const kFonts[] = {
     "/usr/share/fonts/truetype/dejavu/DejaVuSans.ttf",
     "/usr/share/fonts/truetype/liberation2/LiberationSerif-Regular.ttf"};
 const int kFirst = 8, kLast = 72;
-
-double seconds(std::chrono::steady_clock::time_point a,
-               std::chrono::steady_clock::time_point b) {
-  return std::chrono::duration<double>(b - a).count();
-}
 
 // Every size once through the scaler, each a scaled font built afresh.
 bool ourPass(FS_STATE* st) {
@@ -76,8 +72,8 @@ static void BM_NewSizeVsFreetype(benchmark::State& state) {
     auto t1 = std::chrono::steady_clock::now();
     ok = ok && freetypePass(face, glyph);
     auto t2 = std::chrono::steady_clock::now();
-    ours += seconds(t0, t1);
-    freetype += seconds(t1, t2);
+    ours += benchsupport::seconds(t0, t1);
+    freetype += benchsupport::seconds(t1, t2);
   }
   if (!ok) state.SkipWithError("a size could not be made");
   double n = (double)state.iterations() * (kLast - kFirst + 1);
